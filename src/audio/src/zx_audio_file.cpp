@@ -1,0 +1,149 @@
+#include "zx_audio_file.h"
+
+#include <cstring>
+#include <memory>
+
+#include "zx_assert.h"
+#include "zx_container_isobmff.h"
+#include "zx_container_wav.h"
+#include "zx_file.h"
+#include "zx_heap.h"
+#include "zx_math.h"
+
+namespace {
+
+constexpr size_t HEADER_LENGTH = 35;             // bytes that detection looks at
+constexpr int32_t RESAMPLE_BUFFER_LENGTH = 1024;  // samples
+constexpr int32_t FILTER_ORDER = 50;
+
+struct format_entry {
+    zx_audio_format_t format;
+    zx_status_t (*init_fn)(const char *path, void **object);
+    zx_audio_adapter_t adapter;  // with a null object
+};
+
+constexpr format_entry FORMATS[] = {
+    {ZX_AUDIO_FORMAT_WAV,
+     zx_container_wav_init,
+     {nullptr, zx_container_wav_delete, zx_container_wav_num_samples, zx_container_wav_num_channels,
+      zx_container_wav_sample_rate, zx_container_wav_read}},
+};
+
+const format_entry *find_format(zx_audio_format_t format) {
+    for (const format_entry &entry : FORMATS) {
+        if (entry.format == format) return &entry;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+zx_status_t zx_audio_file_get_format(const char *path, zx_audio_format_t *audio_format) {
+    ZX_ASSERT(path);
+    ZX_ASSERT(audio_format);
+    *audio_format = ZX_AUDIO_FORMAT_UNKNOWN;
+    unsigned char header[HEADER_LENGTH];
+    {
+        const zx_file_ptr file(zx_fopen(path, "rb"));
+        if (!file || std::fread(header, 1, HEADER_LENGTH, file.get()) != HEADER_LENGTH) return ZX_STATUS_IO_ERROR;
+    }
+    const auto has = [&header](size_t offset, const char *text) {
+        return std::memcmp(header + offset, text, std::strlen(text)) == 0;
+    };
+    // In Ogg the first packet starts at byte 28, behind a page header with one lacing value: "OpusHead", or the packet
+    // type 1 and "vorbis". In EBML the document type usually stands at byte 24.
+    if (has(0, "ID3") || (header[0] == 0xFF && header[1] >= 0xF3)) {
+        *audio_format = ZX_AUDIO_FORMAT_MP3;
+    } else if (has(0, "fLaC")) {
+        *audio_format = ZX_AUDIO_FORMAT_FLAC;
+    } else if (has(0, "RIFF")) {
+        *audio_format = ZX_AUDIO_FORMAT_WAV;
+    } else if (has(0, "OggS") && has(28, "Opus")) {
+        *audio_format = ZX_AUDIO_FORMAT_OPUS;
+    } else if (has(0, "OggS") && has(29, "vorbis")) {
+        *audio_format = ZX_AUDIO_FORMAT_VORBIS;
+    } else if (has(0, "\x1A\x45\xDF\xA3") && has(24, "webm")) {
+        *audio_format = ZX_AUDIO_FORMAT_WEBM;
+    } else if (zx_container_isobmff_is_compatible_file(path)) {
+        *audio_format = ZX_AUDIO_FORMAT_ISOBMFF;
+    }
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_audio_file_init(const char *path, zx_audio_file_t **object) {
+    ZX_ASSERT(path);
+    ZX_ASSERT(object);
+    *object = nullptr;
+    std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> o(zx_heap_zeroed<zx_audio_file_t>());
+    if (!o) return ZX_STATUS_OUT_OF_MEMORY;
+    zx_status_t status = zx_audio_file_get_format(path, &o->audio_format);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    const format_entry *format = find_format(o->audio_format);
+    if (!format) return ZX_STATUS_INVALID_ARGUMENT;
+    o->adapter = format->adapter;
+    status = format->init_fn(path, &o->adapter.object);
+    if (status != ZX_STATUS_SUCCESS) return status;
+
+    // Files without samples, and rates and counts that do not fit 31 bits, are refused for every format alike.
+    const int32_t rate = zx_audio_file_sample_rate(o.get());
+    if (rate < 1 || zx_audio_file_num_original_samples(o.get()) < 1) return ZX_STATUS_INVALID_ARGUMENT;
+    if (rate != zx_sample_rate()) {
+        status = zx_resampler_init(rate, zx_sample_rate(), FILTER_ORDER, &o->resampler);
+        if (status != ZX_STATUS_SUCCESS) return status;
+        o->resample_buffer = zx_heap_zeroed<int16_t>(RESAMPLE_BUFFER_LENGTH);
+        if (!o->resample_buffer) return ZX_STATUS_OUT_OF_MEMORY;
+    }
+    o->num_samples_left = zx_audio_file_num_samples(o.get());
+    *object = o.release();
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_audio_file_delete(zx_audio_file_t *object) {
+    if (!object) return;
+    if (object->adapter.object) object->adapter.delete_fn(object->adapter.object);
+    zx_resampler_delete(object->resampler);
+    std::free(object->resample_buffer);
+    std::free(object);
+}
+
+int32_t zx_audio_file_num_samples(const zx_audio_file_t *object) {
+    ZX_ASSERT(object);
+    const int32_t num_samples = zx_audio_file_num_original_samples(object);
+    if (!object->resampler) return num_samples;
+    return zx_resampler_convert_num_samples_to_output_sample_rate(object->resampler, num_samples);
+}
+
+int32_t zx_audio_file_num_original_samples(const zx_audio_file_t *object) {
+    ZX_ASSERT(object);
+    return object->adapter.num_samples_fn(object->adapter.object);
+}
+
+int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object) {
+    ZX_ASSERT(object);
+    return object->adapter.sample_rate_fn(object->adapter.object);
+}
+
+zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(num_samples > 0);
+    ZX_ASSERT(pcm);
+    const zx_audio_adapter_t *adapter = &object->adapter;
+    if (!object->resampler) return adapter->read_fn(adapter->object, num_samples, pcm);
+
+    while (num_samples > 0) {
+        const int32_t num_inputs =
+            zx_min_int32(zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
+                         RESAMPLE_BUFFER_LENGTH);
+        const zx_status_t status = adapter->read_fn(adapter->object, num_inputs, object->resample_buffer);
+        if (status == ZX_STATUS_IO_ERROR && object->num_samples_left <= RESAMPLE_BUFFER_LENGTH) {
+            return ZX_STATUS_SUCCESS;  // the promised count was an estimate
+        }
+        if (status != ZX_STATUS_SUCCESS) return status;
+        const int32_t num_outputs =
+            zx_resampler_process(object->resampler, object->resample_buffer, num_inputs, pcm);
+        num_samples -= num_outputs;
+        object->num_samples_left -= num_outputs;
+        pcm += num_outputs;
+    }
+    return ZX_STATUS_SUCCESS;
+}

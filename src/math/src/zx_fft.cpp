@@ -1,0 +1,116 @@
+#include "zx_fft.h"
+
+#include <array>
+#include <cmath>
+
+#include "zx_assert.h"
+#include "zx_fft_tables.h"
+#include "zx_multiversion.h"
+
+namespace {
+
+constexpr int32_t NUM_COMPLEX = ZX_FFT_LENGTH / 2;
+constexpr int32_t QUARTER_PERIOD = ZX_FFT_LENGTH / 4;
+
+// Entry n: offset in floats of the complex slot whose index is n with its 8 bits reversed.
+constexpr std::array<int16_t, NUM_COMPLEX> make_bit_reversal_table() {
+    std::array<int16_t, NUM_COMPLEX> table{};
+    for (int32_t n = 0; n < NUM_COMPLEX; n++) {
+        int32_t reversed = 0;
+        for (int32_t bit = 0; bit < 8; bit++) reversed |= ((n >> bit) & 1) << (7 - bit);
+        table[static_cast<size_t>(n)] = static_cast<int16_t>(2 * reversed);
+    }
+    return table;
+}
+
+constexpr std::array<int16_t, NUM_COMPLEX> BIT_REVERSAL_TABLE = make_bit_reversal_table();
+static_assert(BIT_REVERSAL_TABLE[1] == 256 && BIT_REVERSAL_TABLE[8] == 32 && BIT_REVERSAL_TABLE[9] == 288);
+
+}  // namespace
+
+zx_status_t zx_fft_init(zx_memory_t *memory, zx_fft_t **object) {
+    ZX_ASSERT(memory);
+    ZX_ASSERT(object);
+    *object = zx_memory_zeroed<zx_fft_t>(memory);
+    if (!*object) return ZX_STATUS_OUT_OF_MEMORY;
+    (*object)->memory = memory;
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_fft_delete(zx_fft_t *object) {
+    if (object) zx_memory_free(object->memory, object);
+}
+
+float zx_fft_sin(int32_t k) {
+    return SIN_TABLE[static_cast<size_t>(k)];
+}
+
+float zx_fft_cos(int32_t k) {
+    return SIN_TABLE[static_cast<size_t>(k + QUARTER_PERIOD)];
+}
+
+zx_status_t zx_fft_forward(zx_fft_t *object, const float *x, float *y) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    const auto buffer = zx_scratch_allocate<float>(object->memory, ZX_FFT_LENGTH, zx_fill::none);
+    if (!buffer) return ZX_STATUS_OUT_OF_MEMORY;
+    zx_fft_forward_preprocess(x, buffer.get());
+    zx_fft_complex_DIT_RN(buffer.get(), -1.0f);
+    zx_fft_forward_postprocess(buffer.get(), y);
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_fft_forward_preprocess(const float *x, float *buffer) {
+    for (int32_t n = 0; n < NUM_COMPLEX; n++) {
+        float *slot = buffer + BIT_REVERSAL_TABLE[static_cast<size_t>(n)];
+        slot[0] = x[2 * n];
+        slot[1] = x[2 * n + 1];
+    }
+}
+
+ZX_MULTIVERSION
+void zx_fft_complex_DIT_RN(float *buffer, float sign) {
+    for (int32_t stage = 0; stage < 8; stage++) {
+        const int32_t half = 1 << stage;  // butterflies per group; partners lie this many complex values apart
+        const int32_t num_groups = (NUM_COMPLEX / 2) >> stage;
+        const int32_t twiddle_step = NUM_COMPLEX >> stage;
+        for (int32_t group = 0; group < num_groups; group++) {
+            float *a = buffer + group * 4 * half;
+            float *b = a + 2 * half;
+            for (int32_t k = 0; k < half; k++) {
+                const float sine = SIN_TABLE[static_cast<size_t>(k * twiddle_step)];
+                const float cosine = SIN_TABLE[static_cast<size_t>(k * twiddle_step + QUARTER_PERIOD)];
+                const float b_re = b[2 * k], b_im = b[2 * k + 1];
+                const float a_re = a[2 * k], a_im = a[2 * k + 1];
+                const float t_re = std::fma(b_re, cosine, -(sign * b_im * sine));
+                const float t_im = std::fma(b_im, cosine, sign * b_re * sine);
+                a[2 * k] = a_re + t_re;
+                a[2 * k + 1] = a_im + t_im;
+                b[2 * k] = a_re - t_re;
+                b[2 * k + 1] = a_im - t_im;
+            }
+        }
+    }
+}
+
+// With Z the transform of the packed pairs, the spectrum of the real signal at bin k combines Z[k] and Z[256 - k]:
+// their sum and difference are the spectra of the even and the odd samples.
+ZX_MULTIVERSION
+void zx_fft_forward_postprocess(const float *buffer, float *y) {
+    constexpr float SCALE = 1.0f / ZX_FFT_LENGTH;
+    y[0] = (buffer[0] + buffer[1]) * SCALE;
+    y[1] = 0.0f;
+    for (int32_t k = 1; k < NUM_COMPLEX; k++) {
+        const float re = buffer[2 * k], im = buffer[2 * k + 1];
+        const float mirror_re = buffer[2 * (NUM_COMPLEX - k)], mirror_im = buffer[2 * (NUM_COMPLEX - k) + 1];
+        const float sine = SIN_TABLE[static_cast<size_t>(k)];
+        const float cosine = SIN_TABLE[static_cast<size_t>(k + QUARTER_PERIOD)];
+        const float sum_re = re + mirror_re, sum_im = im + mirror_im;
+        const float difference_re = mirror_re - re, difference_im = im - mirror_im;
+        y[2 * k] = std::fma(sine, difference_re, std::fma(cosine, sum_im, sum_re)) * SCALE;
+        y[2 * k + 1] = std::fma(-sine, sum_im, std::fma(cosine, difference_re, difference_im)) * SCALE;
+    }
+    y[2 * NUM_COMPLEX] = (buffer[0] - buffer[1]) * SCALE;
+    y[2 * NUM_COMPLEX + 1] = 0.0f;
+}

@@ -1,0 +1,109 @@
+#include "zx_math.h"
+
+#include <bit>
+#include <cfloat>
+#include <cmath>
+
+#include "zx_math_tables.h"
+#include "zx_multiversion.h"
+
+static_assert(FLT_EVAL_METHOD == 0, "single-precision results must not carry excess precision");
+static_assert(ZX_LOG10_TABLE[0] == -617 && ZX_LOG10_TABLE[512] == -308);
+static_assert(ZX_SIGMOID_TABLE[0] == 16384 && ZX_SIGMOID_TABLE[128] == 11 && ZX_SIGMOID_TABLE[256] == 16384);
+
+int16_t zx_log10(int64_t x) {
+    ZX_ASSERT(x >= 0);
+    if (x == 0) return INT16_MIN;
+    int32_t shift = 0;
+    if (x >= int64_t{1} << 30) {  // makes room in [2^62, 2^63), and is kept for smaller inputs too
+        x >>= 1;
+        shift = -1;
+    }
+    const int32_t doublings = std::max(std::countl_zero(static_cast<uint64_t>(x)) - 2, 0);  // to [2^61, 2^62)
+    x <<= doublings;
+    shift += doublings;
+    const int64_t index = ((x + (int64_t{1} << 51)) >> 52) - 512;
+    constexpr int32_t LOG10_2_Q26 = 0x1340000;  // 308 << 16; 1024 log10(2) is 308.25
+    return zx_sub_int16(ZX_LOG10_TABLE[static_cast<size_t>(index)],
+                        static_cast<int16_t>((shift * LOG10_2_Q26) >> 16));
+}
+
+ZX_MULTIVERSION
+void zx_sigmoid(int32_t length, const int16_t *x, int16_t *y) {
+    ZX_ASSERT(length > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    for (int32_t i = 0; i < length; i++) {
+        const int32_t clamped = zx_max_int16(zx_min_int16(x[i], 8128), -8192);
+        const uint32_t u = static_cast<uint32_t>(clamped) & 0x3FFF;  // 8 bits of index, 6 bits of fraction
+        const int32_t fraction = static_cast<int32_t>(u & 63);
+        const int32_t low = ZX_SIGMOID_TABLE[u >> 6];
+        const int32_t high = ZX_SIGMOID_TABLE[(u + 63) >> 6];  // the same entry when the fraction is 0
+        y[i] = static_cast<int16_t>((low * (64 - fraction) + fraction * high) >> 6);
+    }
+}
+
+void zx_tanh(int32_t length, const int16_t *x, int16_t *y) {
+    ZX_ASSERT(length > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    for (int32_t i = 0; i < length; i++) y[i] = zx_add_int16(x[i], x[i]);
+    zx_sigmoid(length, y, y);
+    for (int32_t i = 0; i < length; i++) y[i] = zx_int32_to_int16(2 * y[i] - 32768);
+}
+
+ZX_MULTIVERSION
+float zx_dot(int32_t length, const int16_t *x, const int16_t *y) {
+    ZX_ASSERT(length > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    int64_t sum_q20 = 0;
+    for (int32_t i = 0; i < length; i++) sum_q20 += x[i] * y[i];
+    return static_cast<float>(sum_q20) / 1048576.0f;
+}
+
+float zx_inverse_sqrt(float x) {
+    ZX_ASSERT(x > 0.0f);
+    constexpr float C1 = std::bit_cast<float>(0x3F343637u);  // 0.70395225
+    constexpr float C2 = std::bit_cast<float>(0x4018E962u);  // 2.3892446
+    const float y = std::bit_cast<float>(0x5F1FFFF9u - (std::bit_cast<uint32_t>(x) >> 1));
+    return y * (C1 * std::fma(-(x * y), y, C2));
+}
+
+void zx_normalize_q510(int32_t length, const int16_t *x, float *y) {
+    ZX_ASSERT(length > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    const float inverse_length = zx_inverse_sqrt(zx_dot(length, x, x));
+    for (int32_t i = 0; i < length; i++) y[i] = zx_q510_to_float(x[i]) * inverse_length;
+}
+
+ZX_MULTIVERSION
+void zx_normalize_float(int32_t length, const float *x, float *y) {
+    ZX_ASSERT(length > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    float sum = 0.0f;
+    for (int32_t i = 0; i < length; i++) sum = std::fma(x[i], x[i], sum);
+    const float inverse_length = zx_inverse_sqrt(sum);
+    for (int32_t i = 0; i < length; i++) y[i] = x[i] * inverse_length;
+}
+
+ZX_MULTIVERSION
+float zx_cosine_similarity(int32_t length, const float *x, const float *y, uint32_t is_normalized) {
+    ZX_ASSERT(length > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    float dot = 0.0f;
+    if (is_normalized & 1) {
+        for (int32_t i = 0; i < length; i++) dot = std::fma(x[i], y[i], dot);
+        return dot;
+    }
+    float x_x = 0.0f, y_y = 0.0f;
+    for (int32_t i = 0; i < length; i++) {
+        dot = std::fma(x[i], y[i], dot);
+        x_x = std::fma(x[i], x[i], x_x);
+        y_y = std::fma(y[i], y[i], y_y);
+    }
+    return dot * (zx_inverse_sqrt(x_x) * zx_inverse_sqrt(y_y));
+}

@@ -1,0 +1,93 @@
+// The numeric kernels that features, network and clustering share: saturating integer helpers, table-driven logarithm,
+// sigmoid and tanh, dot products, the fast inverse square root and what is built on it. All are pure functions.
+//
+// Number formats: Q10 is a signed 16-bit value with 10 fractional bits (1024 is 1.0), Q15 one with 15 (32767 stands
+// for 1.0), Q20 the product of two Q10 values. A shift to the right is arithmetic (towards minus infinity).
+#ifndef ZX_MATH_H
+#define ZX_MATH_H
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "zx_assert.h"
+
+constexpr int16_t zx_min_int16(int16_t a, int16_t b) {
+    return std::min(a, b);
+}
+constexpr int16_t zx_max_int16(int16_t a, int16_t b) {
+    return std::max(a, b);
+}
+constexpr int32_t zx_min_int32(int32_t a, int32_t b) {
+    return std::min(a, b);
+}
+constexpr int32_t zx_max_int32(int32_t a, int32_t b) {
+    return std::max(a, b);
+}
+constexpr int64_t zx_min_int64(int64_t a, int64_t b) {
+    return std::min(a, b);
+}
+constexpr int64_t zx_max_int64(int64_t a, int64_t b) {
+    return std::max(a, b);
+}
+
+// Saturation to 16 bits.
+constexpr int16_t zx_int32_to_int16(int32_t x) {
+    return static_cast<int16_t>(zx_max_int32(zx_min_int32(x, INT16_MAX), INT16_MIN));
+}
+
+// Saturation to 32 bits.
+constexpr int32_t zx_int64_to_int32(int64_t x) {
+    return static_cast<int32_t>(zx_max_int64(zx_min_int64(x, INT32_MAX), INT32_MIN));
+}
+
+// Saturating sum and difference.
+constexpr int16_t zx_add_int16(int16_t a, int16_t b) {
+    return zx_int32_to_int16(a + b);
+}
+constexpr int16_t zx_sub_int16(int16_t a, int16_t b) {
+    return zx_int32_to_int16(a - b);
+}
+
+// Sum modulo 2^32: the arithmetic of the network's accumulators, which wrap.
+constexpr int32_t zx_wrap_add_int32(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+// saturate32((a b + 2^(shift_right - 1)) >> shift_right), product in 64 bits; shift_right >= 1.
+constexpr int32_t zx_mult_shift_right_int32(int32_t a, int32_t b, int32_t shift_right) {
+    ZX_ASSERT(shift_right > 0);
+    const int64_t half = int64_t{1} << (shift_right - 1);
+    return zx_int64_to_int32((int64_t{a} * b + half) >> shift_right);
+}
+
+// log10(x / 2^63) in Q10 for x >= 0; -32768 for 0. From 2^30 on the lowest bit of x is not looked at.
+int16_t zx_log10(int64_t x);
+
+// Logistic function of `length` >= 1 Q10 values in Q15, by linear interpolation on a grid of 1/16, clamped at -8 and
+// 7.9375. y may equal x.
+void zx_sigmoid(int32_t length, const int16_t *x, int16_t *y);
+
+// tanh(v) = 2 sigmoid(2 v) - 1: Q10 in, Q15 out, from -32746 to 32742. y may equal x.
+void zx_tanh(int32_t length, const int16_t *x, int16_t *y);
+
+// Dot product of two Q10 vectors as a real number; the sum is exact (64 bits).
+float zx_dot(int32_t length, const int16_t *x, const int16_t *y);
+
+// About 1 / sqrt(x) for x > 0: an estimate from the exponent and one correction step, relative error below 7e-4.
+float zx_inverse_sqrt(float x);
+
+// A Q10 value as a real number.
+constexpr float zx_q510_to_float(int16_t x) {
+    return static_cast<float>(x) / 1024.0f;
+}
+
+// Scales a vector to unit length. The vector must not be all zeros: the inverse square root asserts it.
+void zx_normalize_q510(int32_t length, const int16_t *x, float *y);
+void zx_normalize_float(int32_t length, const float *x, float *y);  // y may equal x
+
+// x y / (|x| |y|), or the plain dot product if bit 0 of `is_normalized` says that both have unit length. Sums run in
+// index order by fused multiply-add.
+float zx_cosine_similarity(int32_t length, const float *x, const float *y, uint32_t is_normalized);
+
+#endif

@@ -1,0 +1,119 @@
+#include "zx_rnn.h"
+
+#include <cstring>
+#include <memory>
+
+#include "zx_assert.h"
+#include "zx_heap.h"
+#include "zx_math.h"
+#include "zx_multiversion.h"
+
+zx_status_t zx_rnn_param_load(FILE *file, zx_rnn_param_t **param) {
+    ZX_ASSERT(file);
+    ZX_ASSERT(param);
+    *param = nullptr;
+    std::unique_ptr<zx_rnn_param_t, zx_deleter<zx_rnn_param_delete>> p(zx_heap_zeroed<zx_rnn_param_t>());
+    if (!p) return ZX_STATUS_OUT_OF_MEMORY;
+    zx_status_t status = zx_fc_param_load(file, &p->input_projection);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    status = zx_fc_param_load(file, &p->hidden_projection);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    *param = p.release();
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_rnn_param_delete(zx_rnn_param_t *param) {
+    if (!param) return;
+    zx_fc_param_delete(param->hidden_projection);
+    zx_fc_param_delete(param->input_projection);
+    std::free(param);
+}
+
+int32_t zx_rnn_param_hidden_size(const zx_rnn_param_t *param) {
+    return param->hidden_projection->input_dimension;
+}
+
+zx_status_t zx_rnn_init(zx_memory_t *memory, const zx_rnn_param_t *param, zx_rnn_t **object) {
+    ZX_ASSERT(memory);
+    ZX_ASSERT(param);
+    ZX_ASSERT(object);
+    *object = nullptr;
+    std::unique_ptr<zx_rnn_t, zx_deleter<zx_rnn_delete>> o(zx_memory_zeroed<zx_rnn_t>(memory));
+    if (!o) return ZX_STATUS_OUT_OF_MEMORY;
+    o->memory = memory;
+    o->param = param;
+    const size_t hidden_size = static_cast<size_t>(zx_rnn_param_hidden_size(param));
+    o->hidden_state = zx_memory_zeroed<int16_t>(memory, hidden_size);
+    o->cell_state = zx_memory_zeroed<int16_t>(memory, hidden_size);
+    if (!o->hidden_state || !o->cell_state) return ZX_STATUS_OUT_OF_MEMORY;
+    zx_status_t status = zx_fc_init(memory, param->input_projection, false, &o->input_projection);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    status = zx_fc_init(memory, param->hidden_projection, true, &o->hidden_projection);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    *object = o.release();
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_rnn_delete(zx_rnn_t *object) {
+    if (!object) return;
+    zx_fc_delete(object->hidden_projection);
+    zx_fc_delete(object->input_projection);
+    zx_memory_free(object->memory, object->cell_state);
+    zx_memory_free(object->memory, object->hidden_state);
+    zx_memory_free(object->memory, object);
+}
+
+namespace {
+
+// c = i g + (1 - i) c: Q15 x Q15 = Q30 and Q10 x Q15 = Q25 both rounded to Q10, added in 32 bits, saturated once.
+ZX_MULTIVERSION
+void update_cell(int32_t hidden_size, const int16_t *input_gate, const int16_t *candidate, int16_t *cell) {
+    for (int32_t j = 0; j < hidden_size; j++) {
+        const int16_t forget_gate = zx_sub_int16(INT16_MAX, input_gate[j]);
+        const int32_t taken_up = (input_gate[j] * candidate[j] + (1 << 19)) >> 20;
+        const int32_t kept = (cell[j] * forget_gate + (1 << 14)) >> 15;
+        cell[j] = zx_int32_to_int16(taken_up + kept);
+    }
+}
+
+// h = o tanh(c): Q15 x Q15 = Q30, rounded to Q10. `y` holds tanh(c) and becomes h.
+ZX_MULTIVERSION
+void gate_output(int32_t hidden_size, const int16_t *output_gate, int16_t *y) {
+    for (int32_t j = 0; j < hidden_size; j++) {
+        y[j] = zx_int32_to_int16(zx_mult_shift_right_int32(output_gate[j], y[j], 20));
+    }
+}
+
+}  // namespace
+
+zx_status_t zx_rnn_process(zx_rnn_t *object, const int16_t *x, int16_t *y) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    const int32_t hidden_size = zx_rnn_param_hidden_size(object->param);
+    const auto gates =
+        zx_scratch_allocate<int16_t>(object->memory, 3 * static_cast<size_t>(hidden_size), zx_fill::zero);
+    if (!gates) return ZX_STATUS_OUT_OF_MEMORY;
+    int16_t *input_gate = gates.get();
+    int16_t *candidate = input_gate + hidden_size;
+    int16_t *output_gate = candidate + hidden_size;
+
+    zx_fc_process(object->input_projection, x, gates.get());
+    zx_fc_process(object->hidden_projection, object->hidden_state, gates.get());
+    zx_sigmoid(hidden_size, input_gate, input_gate);
+    zx_tanh(hidden_size, candidate, candidate);
+    zx_sigmoid(hidden_size, output_gate, output_gate);
+
+    update_cell(hidden_size, input_gate, candidate, object->cell_state);
+    zx_tanh(hidden_size, object->cell_state, y);
+    gate_output(hidden_size, output_gate, y);
+    std::memcpy(object->hidden_state, y, static_cast<size_t>(hidden_size) * sizeof(int16_t));
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_rnn_reset(zx_rnn_t *object) {
+    ZX_ASSERT(object);
+    const size_t size = static_cast<size_t>(zx_rnn_param_hidden_size(object->param)) * sizeof(int16_t);
+    std::memset(object->hidden_state, 0, size);
+    std::memset(object->cell_state, 0, size);
+}

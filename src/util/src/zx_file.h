@@ -1,0 +1,29 @@
+// Opening of files, and reading of the packed little-endian values that model files are made of, on hosts of either
+// byte order. A short read is ZX_STATUS_IO_ERROR; the stream's position is then unspecified.
+#ifndef ZX_FILE_H
+#define ZX_FILE_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "zx_base.h"
+
+// fopen with asserted arguments; null on failure.
+[[nodiscard]] FILE *zx_fopen(const char *path, const char *mode);
+
+struct zx_file_closer {
+    void operator()(FILE *file) const { std::fclose(file); }
+};
+using zx_file_ptr = std::unique_ptr<FILE, zx_file_closer>;
+
+// Reads `count` values, in file order.
+[[nodiscard]] zx_status_t zx_file_read_int8(FILE *file, int8_t *values, size_t count);
+[[nodiscard]] zx_status_t zx_file_read_int16(FILE *file, int16_t *values, size_t count);
+[[nodiscard]] zx_status_t zx_file_read_int32(FILE *file, int32_t *values, size_t count);
+[[nodiscard]] zx_status_t zx_file_read_float(FILE *file, float *values, size_t count);
+
+// Reads one signed 32-bit count, which must lie in [1, maximum]; ZX_STATUS_INVALID_ARGUMENT otherwise.
+[[nodiscard]] zx_status_t zx_file_read_count(FILE *file, int32_t *count, int32_t maximum = INT32_MAX);
+
+#endif
