@@ -21,10 +21,12 @@ constexpr int EXIT_USAGE = 2;
 constexpr char USAGE[] =
     "usage: parley [--model FILE] AUDIO...\n"
     "\n"
-    "Prints one line per segment: start and end in seconds, and the speaker. With several files each line begins\n"
+    "Prints one line per segment: start and end in seconds, and the speaker. With several files each line "
+    "begins\n"
     "with the file's name and a tab.\n"
     "\n"
-    "  --model FILE  the model; otherwise $PARLEY_MODEL, the installed one, or models/parley.zx of the source tree\n"
+    "  --model FILE  the model; otherwise $PARLEY_MODEL, the installed one, or models/parley.zx of the "
+    "source tree\n"
     "  --version     print the version\n"
     "  --help        print this text\n"
     "\n"
@@ -35,8 +37,8 @@ struct options {
     std::vector<std::string> files;
 };
 
-// Standard output is for results alone. The library prints notices there, so results go to a copy of it, and the
-// library's own output nowhere: what matters of it comes back as messages.
+// Standard output is for results alone. The library prints notices there, so results go to a copy of it, and
+// the library's own output nowhere: what matters of it comes back as messages.
 std::FILE *take_standard_output() {
     const int results = dup(STDOUT_FILENO);
     const int nowhere = open("/dev/null", O_WRONLY);

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr size_t HEADER_LENGTH = 35;             // bytes that detection looks at
+constexpr size_t HEADER_LENGTH = 35;              // bytes that detection looks at
 constexpr int32_t RESAMPLE_BUFFER_LENGTH = 1024;  // samples
 constexpr int32_t FILTER_ORDER = 50;
 
@@ -45,13 +45,14 @@ zx_status_t zx_audio_file_get_format(const char *path, zx_audio_format_t *audio_
     unsigned char header[HEADER_LENGTH];
     {
         const zx_file_ptr file(zx_fopen(path, "rb"));
-        if (!file || std::fread(header, 1, HEADER_LENGTH, file.get()) != HEADER_LENGTH) return ZX_STATUS_IO_ERROR;
+        if (!file || std::fread(header, 1, HEADER_LENGTH, file.get()) != HEADER_LENGTH)
+            return ZX_STATUS_IO_ERROR;
     }
     const auto has = [&header](size_t offset, const char *text) {
         return std::memcmp(header + offset, text, std::strlen(text)) == 0;
     };
-    // In Ogg the first packet starts at byte 28, behind a page header with one lacing value: "OpusHead", or the packet
-    // type 1 and "vorbis". In EBML the document type usually stands at byte 24.
+    // In Ogg the first packet starts at byte 28, behind a page header with one lacing value: "OpusHead", or
+    // the packet type 1 and "vorbis". In EBML the document type usually stands at byte 24.
     if (has(0, "ID3") || (header[0] == 0xFF && header[1] >= 0xF3)) {
         *audio_format = ZX_AUDIO_FORMAT_MP3;
     } else if (has(0, "fLaC")) {
@@ -84,7 +85,8 @@ zx_status_t zx_audio_file_init(const char *path, zx_audio_file_t **object) {
     status = format->init_fn(path, &o->adapter.object);
     if (status != ZX_STATUS_SUCCESS) return status;
 
-    // Files without samples, and rates and counts that do not fit 31 bits, are refused for every format alike.
+    // Files without samples, and rates and counts that do not fit 31 bits, are refused for every format
+    // alike.
     const int32_t rate = zx_audio_file_sample_rate(o.get());
     if (rate < 1 || zx_audio_file_num_original_samples(o.get()) < 1) return ZX_STATUS_INVALID_ARGUMENT;
     if (rate != zx_sample_rate()) {
@@ -131,9 +133,9 @@ zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int
     if (!object->resampler) return adapter->read_fn(adapter->object, num_samples, pcm);
 
     while (num_samples > 0) {
-        const int32_t num_inputs =
-            zx_min_int32(zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
-                         RESAMPLE_BUFFER_LENGTH);
+        const int32_t num_inputs = zx_min_int32(
+            zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
+            RESAMPLE_BUFFER_LENGTH);
         const zx_status_t status = adapter->read_fn(adapter->object, num_inputs, object->resample_buffer);
         if (status == ZX_STATUS_IO_ERROR && object->num_samples_left <= RESAMPLE_BUFFER_LENGTH) {
             return ZX_STATUS_SUCCESS;  // the promised count was an estimate

@@ -1,6 +1,7 @@
-// The audio file reader: any supported file as signed 16-bit mono samples at the engine's rate. It finds the format from
-// the first 35 bytes (never from the name), opens the adapter of that format, and puts a resampler behind it when the
-// file's rate is another. Adapters deliver mono. A reader is read forwards only, by one thread at a time.
+// The audio file reader: any supported file as signed 16-bit mono samples at the engine's rate. It finds the
+// format from the first 35 bytes (never from the name), opens the adapter of that format, and puts a
+// resampler behind it when the file's rate is another. Adapters deliver mono. A reader is read forwards only,
+// by one thread at a time.
 //
 //   file -> adapter (container, codec, down-mix) -> resampler -> samples
 #ifndef ZX_AUDIO_FILE_H
@@ -23,30 +24,30 @@ enum : zx_audio_format_t {
     ZX_AUDIO_FORMAT_WEBM = 7,
 };
 
-// One format's operations. Each adapter also has an init(path, out object), which asserts both, leaves nothing
-// allocated and a null object on failure, and otherwise hands out the object that these take.
+// One format's operations. Each adapter also has an init(path, out object), which asserts both, leaves
+// nothing allocated and a null object on failure, and otherwise hands out the object that these take.
 struct zx_audio_adapter_t {
     void *object;
-    void (*delete_fn)(void *object);  // null is accepted
+    void (*delete_fn)(void *object);                 // null is accepted
     int32_t (*num_samples_fn)(const void *object);   // mono samples at the file's own rate
     int32_t (*num_channels_fn)(const void *object);  // of the source
     int32_t (*sample_rate_fn)(const void *object);   // Hz
-    // Writes exactly num_samples > 0 mono samples, continuing where the last read stopped. ZX_STATUS_IO_ERROR when the
-    // source has fewer; some may be in `pcm` then.
+    // Writes exactly num_samples > 0 mono samples, continuing where the last read stopped. ZX_STATUS_IO_ERROR
+    // when the source has fewer; some may be in `pcm` then.
     zx_status_t (*read_fn)(void *object, int32_t num_samples, int16_t *pcm);
 };
 
 struct zx_audio_file_t {
     zx_audio_format_t audio_format;
     zx_audio_adapter_t adapter;
-    int16_t *resample_buffer;    // 1024 samples; null without a resampler
-    zx_resampler_t *resampler;   // null when the file's rate is the engine's
-    int32_t num_samples_left;    // outputs still promised; counted only while resampling
+    int16_t *resample_buffer;   // 1024 samples; null without a resampler
+    zx_resampler_t *resampler;  // null when the file's rate is the engine's
+    int32_t num_samples_left;   // outputs still promised; counted only while resampling
 };
 
-// Opens a file. ZX_STATUS_IO_ERROR: it cannot be opened or has fewer than 35 bytes; ZX_STATUS_INVALID_ARGUMENT: no
-// supported format, no samples, or a rate that cannot be converted; ZX_STATUS_OUT_OF_MEMORY; or the adapter's status.
-// On failure *object is null. The caller owns *object.
+// Opens a file. ZX_STATUS_IO_ERROR: it cannot be opened or has fewer than 35 bytes;
+// ZX_STATUS_INVALID_ARGUMENT: no supported format, no samples, or a rate that cannot be converted;
+// ZX_STATUS_OUT_OF_MEMORY; or the adapter's status. On failure *object is null. The caller owns *object.
 [[nodiscard]] zx_status_t zx_audio_file_init(const char *path, zx_audio_file_t **object);
 
 // Closes the file and releases the reader; null is accepted.
@@ -62,9 +63,9 @@ int32_t zx_audio_file_num_samples(const zx_audio_file_t *object);
 int32_t zx_audio_file_num_original_samples(const zx_audio_file_t *object);
 int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object);
 
-// Reads num_samples > 0 samples at the engine's rate. `pcm` needs room for one more, which resampling can write. When
-// the source ends with at most 1024 promised outputs missing, they keep what `pcm` held and the read succeeds;
-// ZX_STATUS_IO_ERROR when more are missing; or the adapter's status.
+// Reads num_samples > 0 samples at the engine's rate. `pcm` needs room for one more, which resampling can
+// write. When the source ends with at most 1024 promised outputs missing, they keep what `pcm` held and the
+// read succeeds; ZX_STATUS_IO_ERROR when more are missing; or the adapter's status.
 [[nodiscard]] zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm);
 
 #endif

@@ -3,6 +3,7 @@
 #include <dr_wav.h>
 
 #include <memory>
+#include <utility>
 
 #include "zx_assert.h"
 #include "zx_audio_util.h"
@@ -29,13 +30,16 @@ zx_status_t zx_container_wav_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<container_wav_t, zx_deleter<zx_container_wav_delete>> o(zx_heap_zeroed<container_wav_t>());
+    std::unique_ptr<container_wav_t, zx_deleter<zx_container_wav_delete>> o(
+        zx_heap_zeroed<container_wav_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->wav = zx_heap_zeroed<drwav>();
     if (!o->wav) return ZX_STATUS_OUT_OF_MEMORY;
-    if (!drwav_init_file(o->wav, path, nullptr) || o->wav->totalPCMFrameCount == 0) {
+    if (!drwav_init_file(o->wav, path, nullptr)) {
+        std::free(std::exchange(o->wav, nullptr));  // closed already: dr_wav must not be asked to do it again
         return ZX_STATUS_INVALID_ARGUMENT;
     }
+    if (o->wav->totalPCMFrameCount == 0) return ZX_STATUS_INVALID_ARGUMENT;
     if (o->wav->channels == 2) {
         o->stereo_buffer = zx_heap_zeroed<int16_t>(2 * STEREO_CHUNK);
         if (!o->stereo_buffer) return ZX_STATUS_OUT_OF_MEMORY;
@@ -74,7 +78,8 @@ zx_status_t zx_container_wav_read(void *object, int32_t num_samples, int16_t *pc
     container_wav_t *o = static_cast<container_wav_t *>(object);
     if (!o->stereo_buffer) {
         const drwav_uint64 wanted = static_cast<drwav_uint64>(num_samples);
-        return drwav_read_pcm_frames_s16(o->wav, wanted, pcm) < wanted ? ZX_STATUS_IO_ERROR : ZX_STATUS_SUCCESS;
+        return drwav_read_pcm_frames_s16(o->wav, wanted, pcm) < wanted ? ZX_STATUS_IO_ERROR
+                                                                       : ZX_STATUS_SUCCESS;
     }
     while (num_samples > 0) {
         const int32_t chunk = zx_min_int32(num_samples, STEREO_CHUNK);

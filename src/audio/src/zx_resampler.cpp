@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr int32_t BLOCK_LENGTH = 2048;  // samples that are filtered at once, history included when downsampling
+constexpr int32_t BLOCK_LENGTH =
+    2048;  // samples that are filtered at once, history included when downsampling
 
 int16_t zx_float_to_int16(float x) {
     if (x >= 32767.0f) return INT16_MAX;
@@ -54,7 +55,8 @@ void generate_kernel_filter(int32_t filter_order, float *filter_kernel, float ra
     for (int32_t i = 0; i < num_taps; i++) filter_kernel[i] /= divisor;
 }
 
-// Sixteen neighbouring outputs at a time, so that their sums, each in its own order of k, fill vector registers.
+// Sixteen neighbouring outputs at a time, so that their sums, each in its own order of k, fill vector
+// registers.
 ZX_MULTIVERSION
 int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, int16_t *output_buffer,
                         const float *filter_kernel, int32_t filter_order) {
@@ -80,7 +82,8 @@ int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, 
     for (; j < num_outputs; j++) {
         const int16_t *newest = input_buffer + 2 * filter_order + j;
         float sum = 0.0f;
-        for (int32_t k = 0; k < num_taps; k++) sum = std::fma(static_cast<float>(newest[-k]), filter_kernel[k], sum);
+        for (int32_t k = 0; k < num_taps; k++)
+            sum = std::fma(static_cast<float>(newest[-k]), filter_kernel[k], sum);
         output_buffer[j] = zx_float_to_int16(sum);
     }
     return num_outputs;
@@ -99,7 +102,8 @@ struct downsampler_t {
     int64_t num_outputs;  // since the start
     int64_t offset;       // index of the first filtered sample still held
     int16_t *filtered;    // ceil(ratio + 1) + 2048 samples
-    int16_t *history;     // 2 N + 2048 + ceil(ratio + 1) samples; the first 2 N + leftover are kept between calls
+    int16_t
+        *history;  // 2 N + 2048 + ceil(ratio + 1) samples; the first 2 N + leftover are kept between calls
     int16_t previous_sample;  // the last right point, for a position before the held filtered samples
 };
 
@@ -136,7 +140,8 @@ zx_status_t downsampler_init(float ratio, int32_t filter_order, void **object) {
     ZX_ASSERT(object);
     if (ratio < 1.0f) return ZX_STATUS_INVALID_ARGUMENT;
     // A block must reach from one output to the next, or the leftovers would leave no room for input.
-    if (2 * static_cast<size_t>(filter_order) + max_leftover(ratio) >= BLOCK_LENGTH) return ZX_STATUS_INVALID_ARGUMENT;
+    if (2 * static_cast<size_t>(filter_order) + max_leftover(ratio) >= BLOCK_LENGTH)
+        return ZX_STATUS_INVALID_ARGUMENT;
     std::unique_ptr<downsampler_t, zx_deleter<downsampler_delete>> o(zx_heap_zeroed<downsampler_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->filter_order = filter_order;
@@ -153,11 +158,12 @@ zx_status_t downsampler_init(float ratio, int32_t filter_order, void **object) {
 
 // Position of the next output relative to the held filtered samples.
 float next_position(const downsampler_t *o) {
-    return static_cast<float>(static_cast<double>(o->num_outputs) * o->ratio - static_cast<double>(o->offset));
+    return static_cast<float>(static_cast<double>(o->num_outputs) * o->ratio -
+                              static_cast<double>(o->offset));
 }
 
-// Interpolates between the `num_filtered` samples held until the next output lies beyond them. Returns the number of
-// outputs; *num_used receives the number of filtered samples up to the last right point.
+// Interpolates between the `num_filtered` samples held until the next output lies beyond them. Returns the
+// number of outputs; *num_used receives the number of filtered samples up to the last right point.
 int32_t interpolate(downsampler_t *o, int32_t num_filtered, int16_t *output, int32_t *num_used) {
     const int16_t *filtered = o->filtered;
     int32_t count = 0;
@@ -198,7 +204,8 @@ int32_t downsampler_process(void *object, const int16_t *input_buffer, int32_t i
         o->leftover = num_filtered - num_used;
         o->offset += num_used;
         const int32_t kept = 2 * o->filter_order + o->leftover;
-        std::memmove(o->history, o->history + held + chunk - kept, static_cast<size_t>(kept) * sizeof(int16_t));
+        std::memmove(o->history, o->history + held + chunk - kept,
+                     static_cast<size_t>(kept) * sizeof(int16_t));
         input_buffer += chunk;
         input_buffer_size -= chunk;
     }
@@ -208,7 +215,8 @@ int32_t downsampler_process(void *object, const int16_t *input_buffer, int32_t i
 int32_t downsampler_to_output(const void *object, int32_t num_samples) {
     const downsampler_t *o = static_cast<const downsampler_t *>(object);
     const double num_filtered = static_cast<double>(o->last_index + num_samples + o->leftover);
-    // In thousandths of the ratio: the order of the operations decides the last output near the end of a file.
+    // In thousandths of the ratio: the order of the operations decides the last output near the end of a
+    // file.
     const double outputs = std::floor(1000.0 * (num_filtered / static_cast<double>(o->ratio * 1000.0f)));
     return zx_int64_to_int32(static_cast<int64_t>(outputs) + 1 - o->num_outputs);
 }
@@ -264,8 +272,8 @@ zx_status_t upsampler_init(float ratio, int32_t filter_order, void **object) {
     return ZX_STATUS_SUCCESS;
 }
 
-// Every block is written from the start of the output buffer, while the returned count adds them up: callers pass at
-// most 1024 samples, which is one block.
+// Every block is written from the start of the output buffer, while the returned count adds them up: callers
+// pass at most 1024 samples, which is one block.
 int32_t upsampler_process(void *object, const int16_t *input_buffer, int32_t input_buffer_size,
                           int16_t *output_buffer) {
     upsampler_t *o = static_cast<upsampler_t *>(object);
@@ -310,12 +318,14 @@ zx_status_t zx_resampler_init(int32_t input_frequency, int32_t output_frequency,
     zx_resampler_t *o = *object;
     const float ratio = static_cast<float>(input_frequency) / static_cast<float>(output_frequency);
     if (ratio >= 1.0f) {
-        *o = {output_frequency,  input_frequency,   nullptr, downsampler_process, downsampler_reset,
-              downsampler_delete, downsampler_to_input, downsampler_to_output};
+        *o = {output_frequency,     input_frequency,      nullptr,
+              downsampler_process,  downsampler_reset,    downsampler_delete,
+              downsampler_to_input, downsampler_to_output};
         return downsampler_init(ratio, filter_order, &o->object);
     }
-    *o = {output_frequency, input_frequency,    nullptr, upsampler_process, upsampler_reset,
-          upsampler_delete, upsampler_to_input, upsampler_to_output};
+    *o = {output_frequency,   input_frequency,    nullptr,
+          upsampler_process,  upsampler_reset,    upsampler_delete,
+          upsampler_to_input, upsampler_to_output};
     return upsampler_init(ratio, filter_order, &o->object);
 }
 
@@ -334,13 +344,15 @@ int32_t zx_resampler_process(zx_resampler_t *object, const int16_t *input_buffer
     return object->process_fn(object->object, input_buffer, input_buffer_size, output_buffer);
 }
 
-int32_t zx_resampler_convert_num_samples_to_input_sample_rate(const zx_resampler_t *object, int32_t num_samples) {
+int32_t zx_resampler_convert_num_samples_to_input_sample_rate(const zx_resampler_t *object,
+                                                              int32_t num_samples) {
     ZX_ASSERT(num_samples > 0);
     ZX_ASSERT(object);
     return object->to_input_fn(object->object, num_samples);
 }
 
-int32_t zx_resampler_convert_num_samples_to_output_sample_rate(const zx_resampler_t *object, int32_t num_samples) {
+int32_t zx_resampler_convert_num_samples_to_output_sample_rate(const zx_resampler_t *object,
+                                                               int32_t num_samples) {
     ZX_ASSERT(num_samples > 0);
     ZX_ASSERT(object);
     return object->to_output_fn(object->object, num_samples);

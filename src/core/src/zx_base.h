@@ -1,6 +1,6 @@
 /*
- * What every caller and every module shares: the status codes, the stack of error messages, the debug log switch
- * and the one sample rate of the engine. Part of the public interface (C99), included by zx_parley.h.
+ * What every caller and every module shares: the status codes, the stack of error messages, the debug log
+ * switch and the one sample rate of the engine. Part of the public interface (C99), included by zx_parley.h.
  */
 #ifndef ZX_BASE_H
 #define ZX_BASE_H
@@ -31,8 +31,8 @@ enum {
     ZX_STATUS_RUNTIME_ERROR = 7
 };
 
-/* The name of a status without its prefix ("SUCCESS", "OUT_OF_MEMORY", ...), a constant string; null for a value
- * outside the enumeration. */
+/* The name of a status without its prefix ("SUCCESS", "OUT_OF_MEMORY", ...), a constant string; null for a
+ * value outside the enumeration. */
 ZX_API const char *zx_status_to_string(zx_status_t status);
 
 /* The sample rate in Hz that the engine works at: 16000. */
@@ -41,9 +41,9 @@ ZX_API int32_t zx_sample_rate(void);
 /*
  * Takes the messages that the calling thread's last failing call left, innermost fault first.
  *
- * message_stack        receives an array of 8 strings, of which the first *message_stack_depth are meaningful. The
- *                      caller owns it and gives it back with zx_free_error_stack.
- * message_stack_depth  receives the number of messages, 0 to 8.
+ * message_stack        receives an array of 8 strings, of which the first *message_stack_depth are
+ * meaningful. The caller owns it and gives it back with zx_free_error_stack. message_stack_depth  receives
+ * the number of messages, 0 to 8.
  *
  * Both outputs are set to null and 0 first. ZX_STATUS_INVALID_STATE: this thread has no messages.
  * ZX_STATUS_OUT_OF_MEMORY: the messages were handed out all the same, but the next thread's cannot be.
@@ -53,8 +53,8 @@ ZX_API zx_status_t zx_get_error_stack(char ***message_stack, int32_t *message_st
 /* Frees an array that zx_get_error_stack handed out; null is ignored. */
 ZX_API void zx_free_error_stack(char **message_stack);
 
-/* Switches the debug lines on standard output on (as they are at start) or off, for the whole process. Notices of
- * errors, which begin with "(zx_error)", are printed in both cases. */
+/* Switches the debug lines on standard output on (as they are at start) or off, for the whole process.
+ * Notices of errors, which begin with "(zx_error)", are printed in both cases. */
 ZX_API void zx_log_enable(void);
 ZX_API void zx_log_disable(void);
 

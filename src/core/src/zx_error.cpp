@@ -22,8 +22,9 @@ struct zx_error_frame {
     char message[MESSAGE_SIZE];
 };
 
-// Only the owner touches `is_prepared`, `depth` and `frames`. The owner alone is read by other threads while they look
-// for their own record, hence atomic; release/acquire hands a returned record's cleared content to its next owner.
+// Only the owner touches `is_prepared`, `depth` and `frames`. The owner alone is read by other threads while
+// they look for their own record, hence atomic; release/acquire hands a returned record's cleared content to
+// its next owner.
 struct zx_error_stack_t {
     std::atomic<pthread_t> owner;
     bool is_prepared;
@@ -32,7 +33,7 @@ struct zx_error_stack_t {
 };
 
 constinit zx_error_stack_t zx_error_stack[NUM_STACKS] = {};
-constinit std::mutex zx_error_mutex;        // guards the assignment of records and the transfer buffer
+constinit std::mutex zx_error_mutex;         // guards the assignment of records and the transfer buffer
 constinit char **transfer_buffer = nullptr;  // what the next zx_get_error_stack hands out
 
 char **create_transfer_buffer() {

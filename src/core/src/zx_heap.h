@@ -1,5 +1,6 @@
-// Ownership inside function bodies: heap blocks and half-built objects that release themselves on every early return.
-// All library memory comes from functions that can return null, so that running out of it is a status.
+// Ownership inside function bodies: heap blocks and half-built objects that release themselves on every early
+// return. All library memory comes from functions that can return null, so that running out of it is a
+// status.
 #ifndef ZX_HEAP_H
 #define ZX_HEAP_H
 

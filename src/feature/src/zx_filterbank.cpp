@@ -34,7 +34,8 @@ zx_status_t zx_filterbank_init(zx_memory_t *memory, int32_t window_shift, zx_fil
     ZX_ASSERT(window_shift > 0);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_filterbank_t, zx_deleter<zx_filterbank_delete>> o(zx_memory_zeroed<zx_filterbank_t>(memory));
+    std::unique_ptr<zx_filterbank_t, zx_deleter<zx_filterbank_delete>> o(
+        zx_memory_zeroed<zx_filterbank_t>(memory));
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->memory = memory;
     o->window_shift = window_shift;
@@ -59,7 +60,8 @@ zx_status_t zx_filterbank_compute(zx_filterbank_t *object, const int16_t *pcm, i
     const auto power = zx_scratch_allocate<float>(object->memory, ZX_FFT_NUM_BINS, zx_fill::none);
     if (!emphasised || !power) return ZX_STATUS_OUT_OF_MEMORY;
     zx_filterbank_preprocess(object, pcm, emphasised.get());
-    const zx_status_t status = zx_stft_forward_float_to_magnitude(object->stft, emphasised.get(), power.get());
+    const zx_status_t status =
+        zx_stft_forward_float_to_magnitude(object->stft, emphasised.get(), power.get());
     if (status != ZX_STATUS_SUCCESS) return status;
     zx_filterbank_postprocess(power.get(), y);
     return ZX_STATUS_SUCCESS;
@@ -74,7 +76,8 @@ ZX_MULTIVERSION
 void zx_filterbank_preprocess(zx_filterbank_t *object, const int16_t *pcm, float *emphasised) {
     constexpr float COEFFICIENT = -0.97f;
     const int32_t shift = object->window_shift;
-    emphasised[0] = std::fma(COEFFICIENT, static_cast<float>(object->preemphasis_sample), static_cast<float>(pcm[0]));
+    emphasised[0] =
+        std::fma(COEFFICIENT, static_cast<float>(object->preemphasis_sample), static_cast<float>(pcm[0]));
     for (int32_t i = 1; i < shift; i++) {
         emphasised[i] = std::fma(COEFFICIENT, static_cast<float>(pcm[i - 1]), static_cast<float>(pcm[i]));
     }

@@ -12,7 +12,8 @@
 namespace {
 
 size_t history_length(const zx_stft_t *object) {
-    return object->window_shift < ZX_FFT_LENGTH ? static_cast<size_t>(ZX_FFT_LENGTH - object->window_shift) : 0;
+    return object->window_shift < ZX_FFT_LENGTH ? static_cast<size_t>(ZX_FFT_LENGTH - object->window_shift)
+                                                : 0;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Short-time power spectrum of a stream: each call appends `window_shift` new samples to the tail of the previous ones,
-// applies a symmetric 512-point Hann window and returns the power of the 257 FFT bins.
+// Short-time power spectrum of a stream: each call appends `window_shift` new samples to the tail of the
+// previous ones, applies a symmetric 512-point Hann window and returns the power of the 257 FFT bins.
 #ifndef ZX_STFT_H
 #define ZX_STFT_H
 
@@ -16,15 +16,15 @@ struct zx_stft_t {
     zx_fft_t *fft;
 };
 
-// Creates a spectrum analysis with a hop of 1 <= window_shift < 512 samples and a history of silence. Longer hops are
-// accepted here but have no frame to analyse. ZX_STATUS_OUT_OF_MEMORY leaves *object null.
+// Creates a spectrum analysis with a hop of 1 <= window_shift < 512 samples and a history of silence. Longer
+// hops are accepted here but have no frame to analyse. ZX_STATUS_OUT_OF_MEMORY leaves *object null.
 [[nodiscard]] zx_status_t zx_stft_init(zx_memory_t *memory, int32_t window_shift, zx_stft_t **object);
 
 // Releases the analysis; null is accepted.
 void zx_stft_delete(zx_stft_t *object);
 
-// x: window_shift samples. y: 257 powers re^2 + im^2 (the name notwithstanding, no square root is taken), with the
-// scaling of zx_fft_forward. ZX_STATUS_OUT_OF_MEMORY leaves y untouched.
+// x: window_shift samples. y: 257 powers re^2 + im^2 (the name notwithstanding, no square root is taken),
+// with the scaling of zx_fft_forward. ZX_STATUS_OUT_OF_MEMORY leaves y untouched.
 [[nodiscard]] zx_status_t zx_stft_forward_float_to_magnitude(zx_stft_t *object, const float *x, float *y);
 
 // Sets the history to silence.

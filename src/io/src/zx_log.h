@@ -1,5 +1,5 @@
-// Debug logging: lines on standard output while the process-wide switch is on. It is on at start; callers switch it
-// with zx_log_enable and zx_log_disable (zx_base.h).
+// Debug logging: lines on standard output while the process-wide switch is on. It is on at start; callers
+// switch it with zx_log_enable and zx_log_disable (zx_base.h).
 #ifndef ZX_LOG_H
 #define ZX_LOG_H
 

@@ -72,7 +72,8 @@ void zx_fft_forward_preprocess(const float *x, float *buffer) {
 ZX_MULTIVERSION
 void zx_fft_complex_DIT_RN(float *buffer, float sign) {
     for (int32_t stage = 0; stage < 8; stage++) {
-        const int32_t half = 1 << stage;  // butterflies per group; partners lie this many complex values apart
+        const int32_t half =
+            1 << stage;  // butterflies per group; partners lie this many complex values apart
         const int32_t num_groups = (NUM_COMPLEX / 2) >> stage;
         const int32_t twiddle_step = NUM_COMPLEX >> stage;
         for (int32_t group = 0; group < num_groups; group++) {
@@ -94,8 +95,8 @@ void zx_fft_complex_DIT_RN(float *buffer, float sign) {
     }
 }
 
-// With Z the transform of the packed pairs, the spectrum of the real signal at bin k combines Z[k] and Z[256 - k]:
-// their sum and difference are the spectra of the even and the odd samples.
+// With Z the transform of the packed pairs, the spectrum of the real signal at bin k combines Z[k] and Z[256
+// - k]: their sum and difference are the spectra of the even and the odd samples.
 ZX_MULTIVERSION
 void zx_fft_forward_postprocess(const float *buffer, float *y) {
     constexpr float SCALE = 1.0f / ZX_FFT_LENGTH;

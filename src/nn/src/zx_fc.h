@@ -1,9 +1,9 @@
-// Fully connected layer in fixed point: y = W x + b with 8-bit weights and 16-bit activations, optionally added to what
-// y holds already. It has no activation function of its own.
+// Fully connected layer in fixed point: y = W x + b with 8-bit weights and 16-bit activations, optionally
+// added to what y holds already. It has no activation function of its own.
 //
 // Formats: x and y Q10; weights and biases Q7 (value / 128); accumulators Q17 in 32 bits that wrap.
-// Block in the model file: input_dimension N, output_dimension M (int32, >= 1, N M within 31 bits), biases (M x int8),
-// weights (N M x int8, the N weights of output 0 first).
+// Block in the model file: input_dimension N, output_dimension M (int32, >= 1, N M within 31 bits), biases (M
+// x int8), weights (N M x int8, the N weights of output 0 first).
 #ifndef ZX_FC_H
 #define ZX_FC_H
 
@@ -26,8 +26,8 @@ struct zx_fc_t {
     bool accumulate;
 };
 
-// Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: a dimension out of range; ZX_STATUS_IO_ERROR:
-// short read; ZX_STATUS_OUT_OF_MEMORY. On failure *param is null. The caller owns *param.
+// Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: a dimension out of range;
+// ZX_STATUS_IO_ERROR: short read; ZX_STATUS_OUT_OF_MEMORY. On failure *param is null. The caller owns *param.
 [[nodiscard]] zx_status_t zx_fc_param_load(FILE *file, zx_fc_param_t **param);
 
 // Releases the block; null is accepted.

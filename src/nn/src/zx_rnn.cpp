@@ -65,7 +65,8 @@ void zx_rnn_delete(zx_rnn_t *object) {
 
 namespace {
 
-// c = i g + (1 - i) c: Q15 x Q15 = Q30 and Q10 x Q15 = Q25 both rounded to Q10, added in 32 bits, saturated once.
+// c = i g + (1 - i) c: Q15 x Q15 = Q30 and Q10 x Q15 = Q25 both rounded to Q10, added in 32 bits, saturated
+// once.
 ZX_MULTIVERSION
 void update_cell(int32_t hidden_size, const int16_t *input_gate, const int16_t *candidate, int16_t *cell) {
     for (int32_t j = 0; j < hidden_size; j++) {

@@ -1,11 +1,11 @@
-// Recurrent layer in fixed point: a memory cell with an input gate i, a candidate g and an output gate o, and the
-// forget gate tied to 1 - i. One call processes one frame.
+// Recurrent layer in fixed point: a memory cell with an input gate i, a candidate g and an output gate o, and
+// the forget gate tied to 1 - i. One call processes one frame.
 //
 //   (i, g, o) = (sigmoid, tanh, sigmoid)(W x + U h + b)        gates in Q15
 //   c = i g + (1 - i) c        h = o tanh(c)                   state in Q10
 //
-// Block in the model file: the input projection (I to 3H), then the hidden projection (H to 3H), both as zx_fc blocks;
-// their outputs are three runs of H: input gate, candidate, output gate.
+// Block in the model file: the input projection (I to 3H), then the hidden projection (H to 3H), both as
+// zx_fc blocks; their outputs are three runs of H: input gate, candidate, output gate.
 #ifndef ZX_RNN_H
 #define ZX_RNN_H
 
@@ -30,8 +30,8 @@ struct zx_rnn_t {
     zx_fc_t *hidden_projection;
 };
 
-// Reads the block at the file's position; fails as zx_fc_param_load does. The two dimensions are not compared. On
-// failure *param is null. The caller owns *param.
+// Reads the block at the file's position; fails as zx_fc_param_load does. The two dimensions are not
+// compared. On failure *param is null. The caller owns *param.
 [[nodiscard]] zx_status_t zx_rnn_param_load(FILE *file, zx_rnn_param_t **param);
 
 // Releases the block; null is accepted.
@@ -46,7 +46,8 @@ int32_t zx_rnn_param_hidden_size(const zx_rnn_param_t *param);
 // Releases the layer; null is accepted.
 void zx_rnn_delete(zx_rnn_t *object);
 
-// x: I values, y: H values (Q10); they must not overlap. ZX_STATUS_OUT_OF_MEMORY leaves y and the state untouched.
+// x: I values, y: H values (Q10); they must not overlap. ZX_STATUS_OUT_OF_MEMORY leaves y and the state
+// untouched.
 [[nodiscard]] zx_status_t zx_rnn_process(zx_rnn_t *object, const int16_t *x, int16_t *y);
 
 // Sets the state to zero.

@@ -29,7 +29,8 @@ zx_status_t report_allocation(const char *what) {
 }
 
 zx_status_t report_init(const char *module, zx_status_t status) {
-    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_module_init_internal, module, zx_status_to_string(status));
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_module_init_internal, module,
+                       zx_status_to_string(status));
     return status;
 }
 
@@ -84,7 +85,8 @@ extern "C" zx_status_t zx_parley_init(const char *model_path, zx_parley_t **obje
     return ZX_STATUS_SUCCESS;
 }
 
-zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction, zx_parley_t **object) {
+zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
+                                    zx_parley_t **object) {
     *object = nullptr;
     std::unique_ptr<zx_parley_param_t, zx_deleter<zx_parley_param_delete>> owned_param(param);
     std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> o(zx_heap_zeroed<zx_parley_t>());
@@ -183,12 +185,13 @@ zx_status_t zx_parley_internal_process(zx_parley_t *object, const int16_t *featu
     zx_heap_ptr<float> d_vector(static_cast<float *>(
         std::calloc(static_cast<size_t>(num_frames), static_cast<size_t>(embedding_size) * sizeof(float))));
     if (!d_vector) return report_allocation("d_vector");
-    zx_status_t status = zx_parley_classifier_process(object->classifier, feature, num_frames, d_vector.get());
+    zx_status_t status =
+        zx_parley_classifier_process(object->classifier, feature, num_frames, d_vector.get());
     if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_classifier_process", status);
 
     uint32_t num_clusters = 0;
-    status = zx_parley_cluster_process(object->cluster, d_vector.get(), embedding_size, num_frames, &num_clusters,
-                                       clusters);
+    status = zx_parley_cluster_process(object->cluster, d_vector.get(), embedding_size, num_frames,
+                                       &num_clusters, clusters);
     d_vector.reset();
     if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_cluster_process", status);
 
@@ -218,8 +221,8 @@ zx_status_t zx_parley_internal_segment(zx_parley_t *object, const uint32_t *clus
     *num_segments += count;
     *segments = s;
 
-    // A segment closes on the last frame of its run and opens on the first frame of the next one, but not before that
-    // frame is visited: a run of a single frame opens late, and one on the last frame not at all.
+    // A segment closes on the last frame of its run and opens on the first frame of the next one, but not
+    // before that frame is visited: a run of a single frame opens late, and one on the last frame not at all.
     int32_t i = 0;
     while (tags[i] == 0) i++;
     zx_parley_segment_t *const end = s + count;
@@ -252,8 +255,8 @@ float zx_parley_frame_to_sec(int32_t frame) {
     return std::roundf(samples / static_cast<float>(zx_sample_rate()) * 1000.0f) / 1000.0f;
 }
 
-extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *audio_path, int32_t *num_segments,
-                                              zx_parley_segment_t **segments) {
+extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *audio_path,
+                                              int32_t *num_segments, zx_parley_segment_t **segments) {
     zx_error_prepare();
     if (!object) return report_null("object");
     if (!audio_path) return report_null("audio_path");
@@ -265,11 +268,13 @@ extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *a
     std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> reader(audio_file);
 
     const int32_t num_samples = zx_audio_file_num_samples(reader.get());
-    const zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(num_samples) + 1));  // see the read
+    const zx_heap_ptr<int16_t> pcm(
+        zx_heap_zeroed<int16_t>(static_cast<size_t>(num_samples) + 1));  // see the read
     if (!pcm) return report_allocation("pcm");
     status = zx_audio_file_read(reader.get(), num_samples, pcm.get());
     if (status != ZX_STATUS_SUCCESS) {
-        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_fread_failure, static_cast<void *>(reader.get()));
+        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_fread_failure,
+                           static_cast<void *>(reader.get()));
         return ZX_STATUS_IO_ERROR;
     }
     reader.reset();

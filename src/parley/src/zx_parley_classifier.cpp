@@ -76,7 +76,8 @@ const char *zx_parley_classifier_param_inconsistency(const zx_parley_classifier_
         if (hidden_size > first_hidden_size) return "hidden size above that of the first layer";
         for (const zx_rnn_param_t *layer : {param->forward[l], param->backward[l]}) {
             if (zx_rnn_param_hidden_size(layer) != hidden_size) return "hidden size of the backward layer";
-            if (layer->input_projection->input_dimension != input_size) return "input size of a recurrent layer";
+            if (layer->input_projection->input_dimension != input_size)
+                return "input size of a recurrent layer";
             // Three outputs per hidden value; the comparison in 64 bits cannot overflow.
             if (layer->input_projection->output_dimension != int64_t{3} * hidden_size ||
                 layer->hidden_projection->output_dimension != int64_t{3} * hidden_size) {
@@ -89,7 +90,8 @@ const char *zx_parley_classifier_param_inconsistency(const zx_parley_classifier_
     return nullptr;
 }
 
-zx_status_t zx_parley_classifier_init(const zx_parley_classifier_param_t *param, zx_parley_classifier_t **object) {
+zx_status_t zx_parley_classifier_init(const zx_parley_classifier_param_t *param,
+                                      zx_parley_classifier_t **object) {
     ZX_ASSERT(param);
     ZX_ASSERT(object);
     *object = nullptr;
@@ -125,7 +127,8 @@ void zx_parley_classifier_delete(zx_parley_classifier_t *object) {
     std::free(object);
 }
 
-void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16_t *feature, int32_t num_frames) {
+void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16_t *feature,
+                                     int32_t num_frames) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(num_frames > 0);
@@ -143,11 +146,13 @@ void reset_layers(zx_parley_classifier_t *object) {
 
 }  // namespace
 
-// A later chunk starts 2 W frames before the end of the one before, K frames long at most. Its first W rows lack
-// context to the left and are thrown away; the W after them replace rows that lacked context to the right:
+// A later chunk starts 2 W frames before the end of the one before, K frames long at most. Its first W rows
+// lack context to the left and are thrown away; the W after them replace rows that lacked context to the
+// right:
 //
 //   chunk 1   |.....................|
-//   chunk 2                 |..wwwwwx...................|      two letters stand for W rows: warm-up, replaced
+//   chunk 2                 |..wwwwwx...................|      two letters stand for W rows: warm-up,
+//   replaced
 //
 // It advances by K - 2 W > W frames.
 zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
@@ -160,7 +165,8 @@ zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const i
     const int64_t warmup_length_frames = object->param->warmup_length_frames;
     ZX_ASSERT(3 * warmup_length_frames < chunk_length_frames);
     const int32_t num_warmup = object->param->warmup_length_frames;
-    const size_t frame_size = static_cast<size_t>(object->param->forward[0]->input_projection->input_dimension);
+    const size_t frame_size =
+        static_cast<size_t>(object->param->forward[0]->input_projection->input_dimension);
     const size_t embedding_size = static_cast<size_t>(object->param->embedding->output_dimension);
 
     // Never longer than the input, so that a model with a huge chunk length costs no memory.
@@ -189,8 +195,9 @@ zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const i
     }
 }
 
-zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object, const int16_t *feature,
-                                                        int32_t num_frames, float *d_vector) {
+zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,
+                                                        const int16_t *feature, int32_t num_frames,
+                                                        float *d_vector) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(d_vector);
@@ -204,7 +211,8 @@ zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *
     const zx_heap_ptr<int16_t> backward_row(zx_heap_zeroed<int16_t>(hidden_size(0)));
     if (!out || !backward_row) return ZX_STATUS_OUT_OF_MEMORY;
 
-    zx_heap_ptr<int16_t> layer_input;  // the previous layer's output; null while the input is the caller's features
+    zx_heap_ptr<int16_t>
+        layer_input;  // the previous layer's output; null while the input is the caller's features
     const int16_t *x = feature;
     size_t x_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
     for (int32_t l = 0; l < param->num_layers; l++) {
@@ -235,7 +243,8 @@ zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *
     if (!embedding) return ZX_STATUS_OUT_OF_MEMORY;
     for (size_t t = 0; t < length; t++) {
         zx_fc_process(object->embedding, x + t * x_size, embedding.get());
-        zx_normalize_q510(embedding_size, embedding.get(), d_vector + t * static_cast<size_t>(embedding_size));
+        zx_normalize_q510(embedding_size, embedding.get(),
+                          d_vector + t * static_cast<size_t>(embedding_size));
     }
     reset_layers(object);
     return ZX_STATUS_SUCCESS;

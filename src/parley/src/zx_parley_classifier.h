@@ -1,9 +1,11 @@
-// The network: turns a run of feature frames into one speaker embedding of unit length per frame. Normalization, a
-// stack of bidirectional recurrent layers whose two directions are added, a linear embedding layer, scaling to unit
-// length. Long input is processed in overlapping chunks, so that recurrent state never runs further than a chunk.
+// The network: turns a run of feature frames into one speaker embedding of unit length per frame.
+// Normalization, a stack of bidirectional recurrent layers whose two directions are added, a linear embedding
+// layer, scaling to unit length. Long input is processed in overlapping chunks, so that recurrent state never
+// runs further than a chunk.
 //
-// Block in the model file: the normalization block (dimension 40), num_layers L (int32, >= 1), L recurrent blocks of
-// the forward direction, L of the backward direction, the embedding layer's block, chunk_length_frames K (int32,
+// Block in the model file: the normalization block (dimension 40), num_layers L (int32, >= 1), L recurrent
+// blocks of the forward direction, L of the backward direction, the embedding layer's block,
+// chunk_length_frames K (int32,
 // >= 1), warmup_length_frames W (int32, 1 to K; processing needs 3 W < K).
 #ifndef ZX_PARLEY_CLASSIFIER_H
 #define ZX_PARLEY_CLASSIFIER_H
@@ -33,18 +35,19 @@ struct zx_parley_classifier_t {
     zx_rnn_t **forward;
 };
 
-// Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: a count out of range; ZX_STATUS_IO_ERROR: short
-// read; ZX_STATUS_OUT_OF_MEMORY. On failure *param is null. The caller owns *param. That the dimensions fit together
-// is not examined here: see zx_parley_classifier_param_inconsistency.
+// Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: a count out of range;
+// ZX_STATUS_IO_ERROR: short read; ZX_STATUS_OUT_OF_MEMORY. On failure *param is null. The caller owns *param.
+// That the dimensions fit together is not examined here: see zx_parley_classifier_param_inconsistency.
 [[nodiscard]] zx_status_t zx_parley_classifier_param_load(FILE *file, zx_parley_classifier_param_t **param);
 
 // Releases the block; null is accepted.
 void zx_parley_classifier_param_delete(zx_parley_classifier_param_t *param);
 
 // Names the first dimension that does not fit the others, a constant string, or null if all do. With
-// `normalization_dimension` and `frame_size` values per row and frame of features: every layer's projections have 3 H
-// outputs; layer 0 takes a frame and layer l + 1 what layer l gives; both directions are alike; H of layer 0 is the
-// largest (the layers share a scratch row); the embedding layer takes what the last layer gives.
+// `normalization_dimension` and `frame_size` values per row and frame of features: every layer's projections
+// have 3 H outputs; layer 0 takes a frame and layer l + 1 what layer l gives; both directions are alike; H of
+// layer 0 is the largest (the layers share a scratch row); the embedding layer takes what the last layer
+// gives.
 const char *zx_parley_classifier_param_inconsistency(const zx_parley_classifier_param_t *param,
                                                      int32_t normalization_dimension, int32_t frame_size);
 
@@ -56,16 +59,18 @@ const char *zx_parley_classifier_param_inconsistency(const zx_parley_classifier_
 void zx_parley_classifier_delete(zx_parley_classifier_t *object);
 
 // Normalizes num_frames > 0 rows of the normalization dimension in place (two rows per network frame).
-void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16_t *feature, int32_t num_frames);
+void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16_t *feature,
+                                     int32_t num_frames);
 
-// feature: num_frames > 0 frames of normalized Q10 values. d_vector: num_frames rows of E floats of unit length.
-// Asserts 3 W < K and, through the inverse square root, that no embedding is all zeros. ZX_STATUS_OUT_OF_MEMORY.
+// feature: num_frames > 0 frames of normalized Q10 values. d_vector: num_frames rows of E floats of unit
+// length. Asserts 3 W < K and, through the inverse square root, that no embedding is all zeros.
+// ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
                                                        int32_t num_frames, float *d_vector);
 
 // The same for one chunk of at most K frames.
 [[nodiscard]] zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,
-                                                                      const int16_t *feature, int32_t num_frames,
-                                                                      float *d_vector);
+                                                                      const int16_t *feature,
+                                                                      int32_t num_frames, float *d_vector);
 
 #endif

@@ -16,8 +16,8 @@ static_assert(offsetof(zx_parley_cluster_pair_t, distance) == 0, "the heap's key
 
 namespace {
 
-constexpr int32_t INITIAL_FRAMES = 100;        // capacity of a new cluster's frame vector
-constexpr float MIN_SEGMENT_FRAMES = 15.0f;    // shorter clusters do not survive the first prune
+constexpr int32_t INITIAL_FRAMES = 100;      // capacity of a new cluster's frame vector
+constexpr float MIN_SEGMENT_FRAMES = 15.0f;  // shorter clusters do not survive the first prune
 
 using zx_vector_ptr = std::unique_ptr<zx_parley_vector_t, zx_deleter<zx_parley_vector_delete>>;
 using zx_heap_of_pairs_ptr = std::unique_ptr<zx_parley_heap_t, zx_deleter<zx_parley_heap_delete>>;
@@ -103,8 +103,10 @@ zx_status_t zx_parley_cluster_process(zx_parley_cluster_t *object, const float *
 
 namespace {
 
-// Opens a cluster of weight 1 at the head of the list, with `frame` as its first member unless it is negative.
-zx_status_t open_cluster(zx_parley_list_t *clusters, const float *centroid, int32_t dimension, int32_t frame) {
+// Opens a cluster of weight 1 at the head of the list, with `frame` as its first member unless it is
+// negative.
+zx_status_t open_cluster(zx_parley_list_t *clusters, const float *centroid, int32_t dimension,
+                         int32_t frame) {
     zx_parley_vector_t *vector = nullptr;
     zx_status_t status = zx_parley_vector_init(INITIAL_FRAMES, &vector);
     if (status != ZX_STATUS_SUCCESS) return status;
@@ -158,12 +160,14 @@ zx_status_t zx_parley_cluster_segmentation(zx_parley_cluster_t *object, const fl
     zx_parley_cluster_node_t *background = clusters->head;
 
     for (int32_t i = 0; i < num_input; i++, input += dimension) {
-        if (zx_parley_cluster_cosine_distance(dimension, background->centroid, input) < param->background_threshold) {
+        if (zx_parley_cluster_cosine_distance(dimension, background->centroid, input) <
+            param->background_threshold) {
             background->weight += 1.0f;  // the centroid stays
             status = zx_parley_vector_insert(background->frames, static_cast<uint32_t>(i));
         } else if (zx_parley_cluster_cosine_distance(dimension, clusters->head->centroid, input) <
                    param->segment_threshold) {
-            // The current cluster is the newest one; before the first speaker that is the background, which moves.
+            // The current cluster is the newest one; before the first speaker that is the background, which
+            // moves.
             status = extend_cluster(clusters->head, input, dimension, i);
         } else {
             status = open_cluster(clusters, input, dimension, i);
@@ -262,7 +266,8 @@ zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimen
 
 namespace {
 
-// The node other than `node` and the background that is nearest to it; the newer one of equals. Null if there is none.
+// The node other than `node` and the background that is nearest to it; the newer one of equals. Null if there
+// is none.
 zx_parley_cluster_node_t *find_nearest(const zx_parley_list_t *clusters, const zx_parley_cluster_node_t *node,
                                        int32_t dimension, float *distance) {
     zx_parley_cluster_node_t *nearest = nullptr;
@@ -280,7 +285,8 @@ zx_parley_cluster_node_t *find_nearest(const zx_parley_list_t *clusters, const z
 
 }  // namespace
 
-zx_status_t zx_parley_cluster_offline_prune(zx_parley_cluster_t *object, int32_t num_frames, int32_t dimension) {
+zx_status_t zx_parley_cluster_offline_prune(zx_parley_cluster_t *object, int32_t num_frames,
+                                            int32_t dimension) {
     ZX_ASSERT(object);
     ZX_ASSERT(num_frames > 0);
     ZX_ASSERT(dimension > 0);

@@ -22,24 +22,26 @@ struct zx_parley_t {
     zx_parley_param_t *param;
     zx_parley_classifier_t *classifier;
     zx_parley_cluster_t *cluster;
-    int32_t num_tags;         // of the clustering run in progress, background included; -1 between runs
-    int32_t *tag_frequency;   // num_tags counters of the run in progress, all zero; null between runs
+    int32_t num_tags;        // of the clustering run in progress, background included; -1 between runs
+    int32_t *tag_frequency;  // num_tags counters of the run in progress, all zero; null between runs
 };
 
-// Builds an engine from loaded parameters, which it owns from then on, also when this fails: ZX_STATUS_INVALID_ARGUMENT
-// for parts that do not fit together, ZX_STATUS_OUT_OF_MEMORY. Leaves messages. On failure *object is null.
+// Builds an engine from loaded parameters, which it owns from then on, also when this fails:
+// ZX_STATUS_INVALID_ARGUMENT for parts that do not fit together, ZX_STATUS_OUT_OF_MEMORY. Leaves messages. On
+// failure *object is null.
 [[nodiscard]] zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
                                                   zx_parley_t **object);
 
 // Normalizes num_frames > 0 filterbank rows (two per network frame) in place.
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames);
 
-// Normalized features of num_frames network frames to one tag per frame. ZX_STATUS_OUT_OF_MEMORY, with a message.
+// Normalized features of num_frames network frames to one tag per frame. ZX_STATUS_OUT_OF_MEMORY, with a
+// message.
 [[nodiscard]] zx_status_t zx_parley_internal_process(zx_parley_t *object, const int16_t *feature,
                                                      int32_t num_frames, uint32_t *clusters);
 
-// Turns runs of equal tags into segments, the caller's to free; *num_segments is 0 on entry. Without a tagged frame the
-// array is null. ZX_STATUS_OUT_OF_MEMORY, with a message, leaves 0 and null.
+// Turns runs of equal tags into segments, the caller's to free; *num_segments is 0 on entry. Without a tagged
+// frame the array is null. ZX_STATUS_OUT_OF_MEMORY, with a message, leaves 0 and null.
 [[nodiscard]] zx_status_t zx_parley_internal_segment(zx_parley_t *object, const uint32_t *clusters,
                                                      int32_t num_frames, int32_t *num_segments,
                                                      zx_parley_segment_t **segments);

@@ -38,7 +38,8 @@ zx_status_t zx_parley_param_load(FILE *file, zx_parley_param_t **param) {
         return ZX_STATUS_INVALID_ARGUMENT;
     }
 
-    std::unique_ptr<zx_parley_param_t, zx_deleter<zx_parley_param_delete>> p(zx_heap_zeroed<zx_parley_param_t>());
+    std::unique_ptr<zx_parley_param_t, zx_deleter<zx_parley_param_delete>> p(
+        zx_heap_zeroed<zx_parley_param_t>());
     if (!p) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_parley_classifier_param_load(file, &p->classifier);
     if (status != ZX_STATUS_SUCCESS) return status;

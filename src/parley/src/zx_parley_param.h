@@ -1,5 +1,5 @@
-// The model file: magic "parley", version "1.0.0", the classifier's block, the cluster block. Packed, little-endian,
-// without padding, lengths or checksums; what follows the cluster block is not read.
+// The model file: magic "parley", version "1.0.0", the classifier's block, the cluster block. Packed,
+// little-endian, without padding, lengths or checksums; what follows the cluster block is not read.
 #ifndef ZX_PARLEY_PARAM_H
 #define ZX_PARLEY_PARAM_H
 
@@ -14,9 +14,10 @@ struct zx_parley_param_t {
     zx_parley_cluster_param_t *cluster;        // owned
 };
 
-// Reads a whole model from the start of an open file, which stays the caller's. ZX_STATUS_INVALID_ARGUMENT: no model,
-// another version, a value out of range; ZX_STATUS_IO_ERROR: short read; ZX_STATUS_OUT_OF_MEMORY. A wrong magic, a
-// wrong version and a file that ends inside the version leave a message. On failure *param is null.
+// Reads a whole model from the start of an open file, which stays the caller's. ZX_STATUS_INVALID_ARGUMENT:
+// no model, another version, a value out of range; ZX_STATUS_IO_ERROR: short read; ZX_STATUS_OUT_OF_MEMORY. A
+// wrong magic, a wrong version and a file that ends inside the version leave a message. On failure *param is
+// null.
 [[nodiscard]] zx_status_t zx_parley_param_load(FILE *file, zx_parley_param_t **param);
 
 // Releases the parameters; null is accepted.

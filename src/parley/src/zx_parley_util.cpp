@@ -56,7 +56,8 @@ zx_status_t zx_parley_vector_merge(zx_parley_vector_t *object, const zx_parley_v
         const zx_status_t status = reserve(object, 2 * size);
         if (status != ZX_STATUS_SUCCESS) return status;
     }
-    std::memcpy(object->data + object->size, other->data, static_cast<size_t>(other->size) * sizeof(uint32_t));
+    std::memcpy(object->data + object->size, other->data,
+                static_cast<size_t>(other->size) * sizeof(uint32_t));
     object->size = static_cast<int32_t>(size);
     return ZX_STATUS_SUCCESS;
 }
@@ -79,7 +80,8 @@ zx_status_t zx_parley_cluster_node_init(const float *centroid, int32_t dimension
     zx_parley_cluster_node_t *o = zx_heap_zeroed<zx_parley_cluster_node_t>();
     if (!o) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
     o->centroid = zx_heap_zeroed<float>(static_cast<size_t>(dimension));
-    if (!o->centroid) return zx_check_status_free_all(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY, o, nullptr);
+    if (!o->centroid)
+        return zx_check_status_free_all(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY, o, nullptr);
     std::memcpy(o->centroid, centroid, static_cast<size_t>(dimension) * sizeof(float));
     o->weight = weight;
     o->id = id;
@@ -187,7 +189,8 @@ zx_status_t zx_parley_heap_insert(zx_parley_heap_t *object, void *node) {
 
 zx_status_t zx_parley_heap_resize(zx_parley_heap_t *object) {
     ZX_ASSERT(object);
-    if (object->capacity > UINT32_MAX / 2) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
+    if (object->capacity > UINT32_MAX / 2)
+        return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
     const uint32_t capacity = object->capacity > 0 ? 2 * object->capacity : 1;
     void *nodes = std::realloc(object->nodes, (static_cast<size_t>(capacity) + 1) * sizeof(void *));
     if (!nodes) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);

@@ -1,6 +1,6 @@
-// Containers of the clustering: the frames of a cluster (vector), the clusters themselves (nodes in a doubly linked
-// list, newest first) and the agenda of pairs to merge (binary min-heap). Null pointers and bad sizes are assertion
-// failures; running out of memory is ZX_STATUS_OUT_OF_MEMORY, reported through zx_check_status.
+// Containers of the clustering: the frames of a cluster (vector), the clusters themselves (nodes in a doubly
+// linked list, newest first) and the agenda of pairs to merge (binary min-heap). Null pointers and bad sizes
+// are assertion failures; running out of memory is ZX_STATUS_OUT_OF_MEMORY, reported through zx_check_status.
 #ifndef ZX_PARLEY_UTIL_H
 #define ZX_PARLEY_UTIL_H
 
@@ -22,8 +22,8 @@ struct zx_parley_vector_t {
 // Appends one index; doubles the capacity when full. On failure the vector is unchanged.
 [[nodiscard]] zx_status_t zx_parley_vector_insert(zx_parley_vector_t *object, uint32_t index);
 
-// Appends all indices of `other`, which stays as it is. When they do not fit, the capacity becomes twice the new size.
-// On failure the vector is unchanged.
+// Appends all indices of `other`, which stays as it is. When they do not fit, the capacity becomes twice the
+// new size. On failure the vector is unchanged.
 [[nodiscard]] zx_status_t zx_parley_vector_merge(zx_parley_vector_t *object, const zx_parley_vector_t *other);
 
 // Releases the vector; null is accepted.
@@ -32,16 +32,16 @@ void zx_parley_vector_delete(zx_parley_vector_t *object);
 // ---- A cluster: one candidate speaker.
 
 struct zx_parley_cluster_node_t {
-    float *centroid;             // owned; of unit length after every update
-    float weight;                // number of frames it stands for
-    int32_t id;                  // >= 0, rising in order of creation within a run
-    zx_parley_vector_t *frames;  // owned
+    float *centroid;                 // owned; of unit length after every update
+    float weight;                    // number of frames it stands for
+    int32_t id;                      // >= 0, rising in order of creation within a run
+    zx_parley_vector_t *frames;      // owned
     zx_parley_cluster_node_t *next;  // older neighbour in the list
     zx_parley_cluster_node_t *prev;  // newer neighbour
 };
 
-// Creates a node with a copy of `centroid` (`dimension` floats, taken as they are). It owns `frames` from then on; on
-// failure `frames` stays with the caller and *object is null.
+// Creates a node with a copy of `centroid` (`dimension` floats, taken as they are). It owns `frames` from
+// then on; on failure `frames` stays with the caller and *object is null.
 [[nodiscard]] zx_status_t zx_parley_cluster_node_init(const float *centroid, int32_t dimension, float weight,
                                                       int32_t id, zx_parley_vector_t *frames,
                                                       zx_parley_cluster_node_t **object);
@@ -49,13 +49,14 @@ struct zx_parley_cluster_node_t {
 // Releases the node with its frames; null is accepted.
 void zx_parley_cluster_node_delete(zx_parley_cluster_node_t *object);
 
-// Absorbs one observation of the given weight: weighted mean of the centroids, scaled to unit length; `frames` are
-// appended and deleted in every case. Returns the status of the append.
-[[nodiscard]] zx_status_t zx_parley_cluster_node_update(zx_parley_cluster_node_t *object, const float *centroid,
-                                                        int32_t dimension, float weight,
-                                                        zx_parley_vector_t *frames);
+// Absorbs one observation of the given weight: weighted mean of the centroids, scaled to unit length;
+// `frames` are appended and deleted in every case. Returns the status of the append.
+[[nodiscard]] zx_status_t zx_parley_cluster_node_update(zx_parley_cluster_node_t *object,
+                                                        const float *centroid, int32_t dimension,
+                                                        float weight, zx_parley_vector_t *frames);
 
-// centroid <- unit length of (centroid w + other w_other) / (w + w_other), with one fused multiply-add per element.
+// centroid <- unit length of (centroid w + other w_other) / (w + w_other), with one fused multiply-add per
+// element.
 void zx_parley_cluster_average(float *centroid, float weight, const float *other, float other_weight,
                                int32_t dimension);
 
@@ -99,7 +100,8 @@ struct zx_parley_heap_t {
 // Doubles the capacity (to at least 1). On failure the heap is unchanged.
 [[nodiscard]] zx_status_t zx_parley_heap_resize(zx_parley_heap_t *object);
 
-// Takes the record in slot 1, which the caller then owns; null when the heap is empty. See bubble_down for the order.
+// Takes the record in slot 1, which the caller then owns; null when the heap is empty. See bubble_down for
+// the order.
 [[nodiscard]] void *zx_parley_heap_pop(zx_parley_heap_t *object);
 
 // 1 if the key of n1 is smaller, -1 if it is larger, 0 otherwise.
@@ -108,8 +110,9 @@ int32_t zx_parley_heap_compare(const void *n1, const void *n2);
 // Moves the record in the last slot up, past parents with strictly larger keys.
 void zx_parley_heap_bubble_up(zx_parley_heap_t *object);
 
-// Moves the record in slot 1 down. The last occupied slot is not compared as a child. Trained thresholds are tuned to
-// the merge order that follows from it, in which a record can be popped before a smaller one: keep it.
+// Moves the record in slot 1 down. The last occupied slot is not compared as a child. Trained thresholds are
+// tuned to the merge order that follows from it, in which a record can be popped before a smaller one: keep
+// it.
 void zx_parley_heap_bubble_down(zx_parley_heap_t *object);
 
 // Releases the heap and the records in it; null is accepted.

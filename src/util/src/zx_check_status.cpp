@@ -9,7 +9,8 @@ zx_status_t zx_check_status(const char *file, uint32_t line, zx_status_t status)
     return status;
 }
 
-zx_status_t zx_check_status_free_all_va(const char *file, uint32_t line, zx_status_t status, va_list pointers) {
+zx_status_t zx_check_status_free_all_va(const char *file, uint32_t line, zx_status_t status,
+                                        va_list pointers) {
     while (void *pointer = va_arg(pointers, void *)) std::free(pointer);
     return zx_check_status(file, line, status);
 }

@@ -1,4 +1,5 @@
-// Reports a failing status in the debug log on its way out of a function. Nothing is pushed on the error stack.
+// Reports a failing status in the debug log on its way out of a function. Nothing is pushed on the error
+// stack.
 #ifndef ZX_CHECK_STATUS_H
 #define ZX_CHECK_STATUS_H
 

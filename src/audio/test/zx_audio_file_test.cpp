@@ -1,0 +1,134 @@
+#include "zx_audio_file.h"
+
+#include "support.h"
+
+namespace {
+
+std::string padded(std::string bytes, size_t length = 64) {
+    bytes.resize(std::max(length, bytes.size()), '\0');
+    return bytes;
+}
+
+std::string at(size_t offset, const std::string &start, const std::string &text) {
+    std::string bytes = padded(start, offset);
+    return padded(bytes + text);
+}
+
+std::string ftyp(uint32_t size, const std::string &brands) {
+    const char length[] = {0, 0, static_cast<char>(size >> 8), static_cast<char>(size)};
+    return std::string(length, 4) + "ftyp" + brands;
+}
+
+auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+    const temporary_file file(bytes, ".mp3");  // a name that says nothing
+    auto *reader = reinterpret_cast<zx_audio_file_t *>(1);
+    EXPECT_EQ(zx_audio_file_init(file.path(), &reader), expected_status);
+    EXPECT_EQ(reader == nullptr, expected_status != ZX_STATUS_SUCCESS);
+    return owned<zx_audio_file_delete>(reader);
+}
+
+}  // namespace
+
+TEST(zx_audio_file, formats_are_found_from_the_first_bytes) {
+    const std::pair<std::string, zx_audio_format_t> table[] = {
+        {padded("ID3"), ZX_AUDIO_FORMAT_MP3},
+        {padded("\xFF\xF3"), ZX_AUDIO_FORMAT_MP3},
+        {padded("\xFF\xFB"), ZX_AUDIO_FORMAT_MP3},
+        {padded("\xFF\xF9"), ZX_AUDIO_FORMAT_MP3},      // ADTS without CRC passes for MP3
+        {padded("\xFF\xF1"), ZX_AUDIO_FORMAT_UNKNOWN},  // ADTS with CRC does not
+        {padded("\xFF\xF2"), ZX_AUDIO_FORMAT_UNKNOWN},
+        {padded("fLaC"), ZX_AUDIO_FORMAT_FLAC},
+        {padded("RIFF"), ZX_AUDIO_FORMAT_WAV},
+        {padded("RIFX"), ZX_AUDIO_FORMAT_UNKNOWN},
+        {at(28, "OggS", "OpusHead"), ZX_AUDIO_FORMAT_OPUS},
+        {at(28, "OggS", "\x01vorbis"), ZX_AUDIO_FORMAT_VORBIS},
+        {at(27, "OggS", "OpusHead"), ZX_AUDIO_FORMAT_UNKNOWN},
+        {at(28, "OggS", "Speex   "), ZX_AUDIO_FORMAT_UNKNOWN},
+        {at(24, "\x1A\x45\xDF\xA3", "webm"), ZX_AUDIO_FORMAT_WEBM},
+        {at(24, "\x1A\x45\xDF\xA3", "matroska"), ZX_AUDIO_FORMAT_UNKNOWN},
+        {padded(ftyp(16, "isom")), ZX_AUDIO_FORMAT_ISOBMFF},
+        {padded(ftyp(24, "M4A xxxxmp42iso2")), ZX_AUDIO_FORMAT_ISOBMFF},
+        {padded(ftyp(20, "M4A xxxxqt  mp42")),
+         ZX_AUDIO_FORMAT_UNKNOWN},  // the list ends before its last brand
+        {padded(ftyp(16, "qt  ")), ZX_AUDIO_FORMAT_UNKNOWN},
+        {padded(ftyp(16, "qt  isom")),
+         ZX_AUDIO_FORMAT_UNKNOWN},                             // the version of the major brand is no brand
+        {padded(ftyp(200, "isom")), ZX_AUDIO_FORMAT_UNKNOWN},  // the box does not fit the file
+        {padded(ftyp(0, "isom")), ZX_AUDIO_FORMAT_ISOBMFF},    // left to the reader to refuse
+        {padded(""), ZX_AUDIO_FORMAT_UNKNOWN},
+    };
+    for (const auto &[bytes, expected] : table) {
+        const temporary_file file(bytes);
+        zx_audio_format_t format = -1;
+        EXPECT_EQ(zx_audio_file_get_format(file.path(), &format), ZX_STATUS_SUCCESS);
+        EXPECT_EQ(format, expected) << testing::PrintToString(bytes);
+    }
+}
+
+TEST(zx_audio_file, files_under_35_bytes_cannot_be_read) {
+    for (size_t length : {0u, 34u}) open(padded("RIFF").substr(0, length), ZX_STATUS_IO_ERROR);
+    open(padded("RIFF", 35), ZX_STATUS_INVALID_ARGUMENT);
+    open(padded("????", 35), ZX_STATUS_INVALID_ARGUMENT);
+    zx_audio_file_t *reader;
+    EXPECT_EQ(zx_audio_file_init("/nonexistent", &reader), ZX_STATUS_IO_ERROR);
+    EXPECT_EQ(zx_audio_file_init("/", &reader), ZX_STATUS_IO_ERROR);  // a folder
+}
+
+TEST(zx_audio_file, the_engines_rate_passes_straight_through) {
+    const auto x = random_int16(3000, 1);
+    const auto reader = open(wav_bytes(x, 16000));
+    EXPECT_EQ(reader->resampler, nullptr);
+    EXPECT_EQ(zx_audio_file_num_samples(reader.get()), 3000);
+    std::vector<int16_t> y(3000);
+    ASSERT_EQ(zx_audio_file_read(reader.get(), 1000, y.data()), ZX_STATUS_SUCCESS);
+    ASSERT_EQ(zx_audio_file_read(reader.get(), 2000, &y[1000]), ZX_STATUS_SUCCESS);
+    EXPECT_EQ(y, x);
+    EXPECT_EQ(zx_audio_file_read(reader.get(), 1, y.data()), ZX_STATUS_IO_ERROR);
+}
+
+TEST(zx_audio_file, rates_that_cannot_be_converted_are_refused) {
+    for (int32_t rate : {4000, 11025, 12000, 15999, 40000000, -16000}) {
+        open(wav_bytes(std::vector<int16_t>(2000), rate), ZX_STATUS_INVALID_ARGUMENT);
+    }
+}
+
+// One promised read gives all samples, and several reads give the same: to the last bit at whole ratios,
+// where no position between two samples is rounded.
+TEST(zx_audio_file, other_rates_are_resampled_whole_and_in_pieces) {
+    const auto x = random_int16(30000, 2, -8000, 8000);
+    for (const auto &[rate, expected] :
+         {std::pair{8000, 60000}, std::pair{48000, 10000}, std::pair{22050, 21768}}) {
+        const auto whole = open(wav_bytes(x, rate));
+        EXPECT_EQ(zx_audio_file_sample_rate(whole.get()), rate);
+        EXPECT_EQ(zx_audio_file_num_original_samples(whole.get()), 30000);
+        const int32_t total = zx_audio_file_num_samples(whole.get());
+        EXPECT_EQ(total, expected);
+        std::vector<int16_t> y(static_cast<size_t>(total) + 1, 0), z(static_cast<size_t>(total) + 1, 0);
+        ASSERT_EQ(zx_audio_file_read(whole.get(), total, y.data()), ZX_STATUS_SUCCESS);
+        const auto pieces = open(wav_bytes(x, rate));
+        for (int32_t i = 0; i < total; i += 500) {
+            const int32_t length = std::min(500, total - i);
+            ASSERT_EQ(zx_audio_file_read(pieces.get(), length, &z[static_cast<size_t>(i)]),
+                      ZX_STATUS_SUCCESS);
+        }
+        const int tolerance = rate == 22050 ? 1 : 0;
+        for (size_t i = 0; i < y.size(); i++) ASSERT_NEAR(y[i], z[i], tolerance) << rate << " at " << i;
+    }
+}
+
+// A header that promises more than the file holds: at most 1024 missing outputs are silence, more are an
+// error.
+TEST(zx_audio_file, a_short_ending_is_silence_up_to_1024_samples) {
+    const std::string bytes = wav_bytes(random_int16(48000, 3), 48000);
+    const auto read_all = [](const std::string &cut, std::vector<int16_t> *y) {
+        const auto reader = open(cut);
+        const int32_t total = zx_audio_file_num_samples(reader.get());
+        y->assign(static_cast<size_t>(total) + 1, 0);
+        return zx_audio_file_read(reader.get(), total, y->data());
+    };
+    std::vector<int16_t> y;
+    EXPECT_EQ(read_all(bytes.substr(0, bytes.size() - 600), &y), ZX_STATUS_SUCCESS);
+    EXPECT_EQ(y[15999], 0);
+    EXPECT_NE(y[15000], 0);
+    EXPECT_EQ(read_all(bytes.substr(0, bytes.size() - 9000), &y), ZX_STATUS_IO_ERROR);
+}

@@ -1,0 +1,84 @@
+#include "zx_rnn.h"
+
+#include "model_builder.h"
+#include "zx_file.h"
+#include "zx_math.h"
+
+namespace {
+
+auto load(const std::string &block) {
+    const temporary_file file(block);
+    const zx_file_ptr stream(zx_fopen(file.path(), "rb"));
+    zx_rnn_param_t *param = nullptr;
+    EXPECT_EQ(zx_rnn_param_load(stream.get(), &param), ZX_STATUS_SUCCESS);
+    return owned<zx_rnn_param_delete>(param);
+}
+
+auto make_rnn(const zx_rnn_param_t *param) {
+    zx_rnn_t *rnn = nullptr;
+    EXPECT_EQ(zx_rnn_init(test_memory(), param, &rnn), ZX_STATUS_SUCCESS);
+    return owned<zx_rnn_delete>(rnn);
+}
+
+// A layer of one unit: every projection weight 0, the three biases chosen.
+std::string constant_layer(int8_t input_gate, int8_t candidate, int8_t output_gate) {
+    return bytes_of(int32_t{1}, int32_t{3}, input_gate, candidate, output_gate, int8_t{0}, int8_t{0},
+                    int8_t{0}) +
+           bytes_of(int32_t{1}, int32_t{3}) + std::string(6, '\0');
+}
+
+}  // namespace
+
+TEST(zx_rnn, zero_input_leaves_zero_state) {
+    const auto param = load(constant_layer(0, 0, 0));
+    const auto rnn = make_rnn(param.get());
+    const int16_t x = 0;
+    int16_t y = 77;
+    for (int t = 0; t < 3; t++) {
+        ASSERT_EQ(zx_rnn_process(rnn.get(), &x, &y), ZX_STATUS_SUCCESS);
+        EXPECT_EQ(y, 0);
+        EXPECT_EQ(rnn->cell_state[0], 0);
+    }
+}
+
+// Gates held constant: i = sigmoid(127/128), g = tanh(127/128), o = sigmoid(127/128); c and h follow the
+// recursion c = i g + (1 - i) c, h = o tanh(c) with the roundings written out in 64 bits.
+TEST(zx_rnn, follows_the_recursion_with_its_roundings) {
+    const auto param = load(constant_layer(127, 127, 127));
+    const auto rnn = make_rnn(param.get());
+    const int16_t bias_q10 = 127 * 8;
+    int16_t gate, candidate;
+    zx_sigmoid(1, &bias_q10, &gate);
+    zx_tanh(1, &bias_q10, &candidate);
+    int64_t cell = 0;
+    const int16_t x = 5;
+    for (int t = 0; t < 50; t++) {
+        int16_t y;
+        ASSERT_EQ(zx_rnn_process(rnn.get(), &x, &y), ZX_STATUS_SUCCESS);
+        cell = ((int64_t{gate} * candidate + 524288) >> 20) + ((cell * (32767 - gate) + 16384) >> 15);
+        const auto cell_q10 = static_cast<int16_t>(cell);
+        int16_t squashed;
+        zx_tanh(1, &cell_q10, &squashed);
+        EXPECT_EQ(rnn->cell_state[0], cell) << t;
+        EXPECT_EQ(y, (int64_t{gate} * squashed + 524288) >> 20) << t;
+        EXPECT_EQ(rnn->hidden_state[0], y) << t;
+    }
+    EXPECT_GT(cell, 700);  // it has converged to about tanh(0.99) in Q10
+}
+
+TEST(zx_rnn, reset_makes_it_new_and_the_hidden_state_feeds_back) {
+    random_numbers random(3);
+    const auto param =
+        load(model_builder::fc_block({5, 27}, random) + model_builder::fc_block({9, 27}, random));
+    EXPECT_EQ(zx_rnn_param_hidden_size(param.get()), 9);
+    const auto rnn = make_rnn(param.get());
+    const auto x = random_int16(5, 8, -4000, 4000);
+    std::vector<int16_t> first(9), second(9), third(9);
+    ASSERT_EQ(zx_rnn_process(rnn.get(), x.data(), first.data()), ZX_STATUS_SUCCESS);
+    ASSERT_EQ(zx_rnn_process(rnn.get(), x.data(), second.data()), ZX_STATUS_SUCCESS);
+    zx_rnn_reset(rnn.get());
+    ASSERT_EQ(zx_rnn_process(rnn.get(), x.data(), third.data()), ZX_STATUS_SUCCESS);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(first, third);
+    EXPECT_ASSERTION(zx_rnn_reset(nullptr), "object");
+}

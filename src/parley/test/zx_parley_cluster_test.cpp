@@ -1,0 +1,215 @@
+#include "zx_parley_cluster.h"
+
+#include <cmath>
+#include <limits>
+
+#include "support.h"
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+
+// Embeddings in a plane, by their angle in degrees; the background lies at 180.
+constexpr float DEGREE = 3.14159265f / 180.0f;
+
+struct clustering {
+    float reference[2] = {-1.0f, 0.0f};
+    zx_parley_cluster_param_t param = {reference, 2, 0.02f, 0.05f, 0.01f, 0.01f};
+    std::vector<float> input;
+    zx_parley_cluster_t *object = nullptr;
+
+    clustering() { EXPECT_EQ(zx_parley_cluster_init(&param, &object), ZX_STATUS_SUCCESS); }
+    ~clustering() { zx_parley_cluster_delete(object); }
+    clustering(const clustering &) = delete;
+    clustering &operator=(const clustering &) = delete;
+
+    void say(float degrees, int num_frames) {
+        for (int i = 0; i < num_frames; i++) {
+            input.push_back(std::cos(degrees * DEGREE));
+            input.push_back(std::sin(degrees * DEGREE));
+        }
+    }
+    int32_t num_frames() const { return static_cast<int32_t>(input.size() / 2); }
+
+    // Tags as runs: {tag, length} pairs, flattened.
+    std::vector<uint32_t> tag_runs(uint32_t *num_clusters = nullptr) {
+        std::vector<uint32_t> tags(input.size() / 2, 999);
+        uint32_t count = 0;
+        EXPECT_EQ(zx_parley_cluster_process(object, input.data(), 2, num_frames(), &count, tags.data()),
+                  ZX_STATUS_SUCCESS);
+        EXPECT_EQ(object->clusters->size, 0u);
+        if (num_clusters) *num_clusters = count;
+        std::vector<uint32_t> runs;
+        for (uint32_t tag : tags) {
+            if (runs.empty() || runs[runs.size() - 2] != tag) {
+                runs.insert(runs.end(), {tag, 0});
+            }
+            runs.back()++;
+        }
+        return runs;
+    }
+};
+
+// Angle between unit vectors at a given distance: d = (1 - cos a) / 2.
+float angle_at(float distance) {
+    return std::acos(1.0f - 2.0f * distance) / DEGREE;
+}
+
+}  // namespace
+
+TEST(zx_parley_cluster_distance, runs_from_0_to_1) {
+    const float x[] = {1, 0}, y[] = {0, 1}, z[] = {-1, 0};
+    EXPECT_EQ(zx_parley_cluster_cosine_distance(2, x, x), 0.0f);
+    EXPECT_EQ(zx_parley_cluster_cosine_distance(2, x, y), 0.5f);
+    EXPECT_EQ(zx_parley_cluster_cosine_distance(2, x, z), 1.0f);
+}
+
+TEST(zx_parley_cluster_adaptive_size, grows_between_80_and_2000_frames) {
+    const std::pair<int32_t, int32_t> sizes[] = {{1, 20},    {79, 20},       {80, 20},   {127, 20},
+                                                 {128, 21},  {1000, 39},     {1040, 40}, {2000, 60},
+                                                 {2001, 60}, {INT32_MAX, 60}};
+    for (const auto &[frames, size] : sizes) {
+        EXPECT_EQ(zx_parley_cluster_adaptive_min_cluster_size(frames), size) << frames;
+    }
+}
+
+TEST(zx_parley_cluster, a_returning_speaker_keeps_its_tag_and_background_gets_0) {
+    clustering c;
+    c.say(180, 10);
+    c.say(0, 60);
+    c.say(90, 60);
+    c.say(180, 5);
+    c.say(0, 60);
+    uint32_t num_clusters;
+    EXPECT_THAT(c.tag_runs(&num_clusters), ElementsAre(0, 10, 1, 60, 2, 60, 0, 5, 1, 60));
+    EXPECT_EQ(num_clusters, 3u);
+    EXPECT_THAT(c.tag_runs(), ElementsAre(0, 10, 1, 60, 2, 60, 0, 5, 1, 60)) << "a second run starts afresh";
+}
+
+TEST(zx_parley_cluster, all_background_is_one_cluster) {
+    clustering c;
+    c.say(180, 300);
+    uint32_t num_clusters;
+    EXPECT_THAT(c.tag_runs(&num_clusters), ElementsAre(0, 300));
+    EXPECT_EQ(num_clusters, 1u);
+}
+
+TEST(zx_parley_cluster, runs_below_15_frames_go_to_the_background) {
+    clustering alternating;
+    for (int i = 0; i < 10; i++) {
+        alternating.say(0, 1);
+        alternating.say(90, 1);
+    }
+    EXPECT_THAT(alternating.tag_runs(), ElementsAre(0, 20));
+
+    clustering boundary;  // 14 frames go, 15 stay; both are then joined by later frames of the same voice
+    boundary.say(0, 15);
+    boundary.say(90, 14);
+    boundary.say(0, 100);
+    boundary.say(90, 100);
+    EXPECT_THAT(boundary.tag_runs(), ElementsAre(1, 15, 0, 14, 1, 100, 2, 100));
+}
+
+TEST(zx_parley_cluster, merges_up_to_the_offline_threshold) {
+    for (const auto &[distance, num_speakers] : {std::pair{0.019f, 1u}, std::pair{0.021f, 2u}}) {
+        clustering c;
+        c.say(0, 100);
+        c.say(angle_at(distance), 100);
+        uint32_t num_clusters;
+        c.tag_runs(&num_clusters);
+        EXPECT_EQ(num_clusters - 1, num_speakers) << distance;
+    }
+}
+
+TEST(zx_parley_cluster, a_speaker_near_the_background_is_swallowed_by_it) {
+    clustering c;  // outside the background threshold, within the offline threshold
+    c.say(0, 100);
+    c.say(180 - angle_at(0.015f), 100);
+    EXPECT_THAT(c.tag_runs(), ElementsAre(1, 100, 0, 100));
+}
+
+TEST(zx_parley_cluster, small_clusters_join_their_nearest_or_the_background) {
+    clustering near;  // 38 frames of 1000 are below the size of 39; the nearest voice lies within the prune
+                      // threshold
+    near.say(0, 962);
+    near.say(angle_at(0.04f), 38);
+    EXPECT_THAT(near.tag_runs(), ElementsAre(1, 1000));
+    clustering far;
+    far.say(0, 962);
+    far.say(90, 38);
+    EXPECT_THAT(far.tag_runs(), ElementsAre(1, 962, 0, 38));
+    clustering kept;
+    kept.say(0, 961);
+    kept.say(90, 39);
+    EXPECT_THAT(kept.tag_runs(), ElementsAre(1, 961, 2, 39));
+    clustering alone;  // no candidate but the background
+    alone.say(90, 19);
+    EXPECT_THAT(alone.tag_runs(), ElementsAre(0, 19));
+}
+
+TEST(zx_parley_cluster, the_background_moves_only_before_the_first_speaker) {
+    clustering c;
+    c.param.segment_threshold = 0.03f;  // between the thresholds: counted into the background, which moves
+    c.say(180 - angle_at(0.02f), 1);
+    ASSERT_EQ(zx_parley_cluster_segmentation(c.object, c.input.data(), 2, 1), ZX_STATUS_SUCCESS);
+    EXPECT_EQ(c.object->clusters->size, 1u);
+    EXPECT_EQ(c.object->clusters->tail->weight, 2.0f);
+    EXPECT_GT(c.object->clusters->tail->centroid[1], 0.1f);
+    zx_parley_list_reset(c.object->clusters);
+
+    c.input.clear();
+    c.say(180 - angle_at(0.005f), 1);  // within the background threshold
+    ASSERT_EQ(zx_parley_cluster_segmentation(c.object, c.input.data(), 2, 1), ZX_STATUS_SUCCESS);
+    EXPECT_EQ(c.object->clusters->tail->centroid[1], 0.0f);
+}
+
+TEST(zx_parley_cluster, output_numbers_survivors_by_age) {
+    clustering c;
+    c.say(0, 50);
+    c.say(90, 50);
+    c.say(0, 50);  // absorbed by the first
+    c.say(-90, 50);
+    EXPECT_THAT(c.tag_runs(), ElementsAre(1, 50, 2, 50, 1, 50, 3, 50));
+}
+
+// Every frame belongs to one cluster, tags are dense and in order of appearance, whatever the input and
+// thresholds.
+TEST(zx_parley_cluster, tags_are_dense_on_random_input) {
+    random_numbers random(21);
+    for (int round = 0; round < 60; round++) {
+        clustering c;
+        c.param.offline_threshold = static_cast<float>(random.between(0, 300)) / 1000.0f;
+        c.param.prune_threshold = static_cast<float>(random.between(0, 400)) / 1000.0f;
+        c.param.segment_threshold = static_cast<float>(random.between(0, 200)) / 1000.0f;
+        c.param.background_threshold = static_cast<float>(random.between(0, 200)) / 1000.0f;
+        const int num_runs = random.between(1, 60);
+        for (int i = 0; i < num_runs; i++)
+            c.say(static_cast<float>(random.between(0, 359)), random.between(1, 60));
+        uint32_t num_clusters;
+        const std::vector<uint32_t> runs = c.tag_runs(&num_clusters);
+        std::vector<bool> is_used(num_clusters, false);
+        for (size_t i = 0; i < runs.size(); i += 2) {
+            ASSERT_LT(runs[i], num_clusters);
+            is_used[runs[i]] = true;
+        }
+        for (uint32_t tag = 1; tag < num_clusters; tag++) EXPECT_TRUE(is_used[tag]) << tag;
+    }
+}
+
+TEST(zx_parley_cluster_param, unusable_values_are_named) {
+    const float nan = std::numeric_limits<float>::quiet_NaN(),
+                infinity = std::numeric_limits<float>::infinity();
+    float reference[2] = {1.0f, 0.0f};
+    const zx_parley_cluster_param_t good = {reference, 2, 0.1f, 0.1f, 0.1f, 0.1f};
+    EXPECT_EQ(zx_parley_cluster_param_inconsistency(&good, 2), nullptr);
+    EXPECT_EQ(zx_parley_cluster_param_inconsistency(&good, 1), nullptr);
+    EXPECT_STREQ(zx_parley_cluster_param_inconsistency(&good, 3), "length of the reference centroid");
+    zx_parley_cluster_param_t bad = good;
+    bad.segment_threshold = nan;
+    EXPECT_STREQ(zx_parley_cluster_param_inconsistency(&bad, 2), "segment threshold");
+    for (float value : {nan, infinity, 1e25f}) {
+        reference[1] = value;
+        EXPECT_STREQ(zx_parley_cluster_param_inconsistency(&good, 2), "reference centroid");
+    }
+}

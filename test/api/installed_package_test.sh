@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs a build into a temporary prefix and uses it as others would: CMAKE BUILD_DIR SOURCE_DIR
+set -euo pipefail
+cmake=$1 build=$2 source=$3
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+"$cmake" --install "$build" --prefix "$tmp/usr" >/dev/null
+
+cat >"$tmp/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(consumer C)
+find_package(parley 1.0 REQUIRED)
+add_executable(consumer "${API_TEST}")
+target_link_libraries(consumer PRIVATE parley::parley)
+enable_testing()
+add_test(NAME consumer COMMAND consumer "${PARLEY_MODEL}")
+CMAKE
+"$cmake" -S "$tmp" -B "$tmp/build" -DCMAKE_PREFIX_PATH="$tmp/usr" -DAPI_TEST="$source/test/api/api_test.c" >/dev/null
+"$cmake" --build "$tmp/build" >/dev/null
+"$tmp/build/consumer" "$tmp/usr/share/parley/parley.zx"
+
+# The pkg-config file names the prefix it was configured for; here it stands elsewhere.
+pc=$(dirname "$(find "$tmp/usr" -name parley.pc)")
+flags=$(PKG_CONFIG_PATH=$pc pkg-config --define-variable=libdir="$(dirname "$pc")" \
+    --define-variable=includedir="$tmp/usr/include" --cflags --libs parley)
+# shellcheck disable=SC2086
+cc -std=c99 "$source/test/api/api_test.c" $flags -o "$tmp/with_pkg_config"
+LD_LIBRARY_PATH=$(dirname "$pc") "$tmp/with_pkg_config" "$tmp/usr/share/parley/parley.zx"
+
+# The installed tool finds the installed model, not the one of the source tree.
+cmp "$source/models/parley.zx" "$tmp/usr/share/parley/parley.zx"
+printf 'broken' >"$tmp/usr/share/parley/parley.zx"
+if env -u PARLEY_MODEL "$tmp/usr/bin/parley" "$source/README.md" 2>"$tmp/errors"; then exit 1; fi
+grep -q "usr/share/parley/parley.zx: INVALID_ARGUMENT\|usr/share/parley/parley.zx: IO_ERROR" "$tmp/errors"

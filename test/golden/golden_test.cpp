@@ -1,0 +1,131 @@
+// Every stage of the engine against what an independent implementation gave, bit for bit: the vectors of the
+// repository and, where they are there, further ones in the same layout.
+
+#include <filesystem>
+
+#include "support.h"
+#include "zx_audio_file.h"
+#include "zx_parley_internal.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct vector_set {
+    std::string name;
+    fs::path model;
+    fs::path input;
+    fs::path expected;
+};
+
+void PrintTo(const vector_set &set, std::ostream *out) {
+    *out << set.expected;
+}
+
+// All <model>-<input> folders below a root.
+std::vector<vector_set> find_sets(const char *origin, const fs::path &root) {
+    std::vector<vector_set> sets;
+    std::error_code error;
+    for (const fs::directory_entry &entry : fs::directory_iterator(root, error)) {
+        const std::string name = entry.path().filename().string();
+        const size_t dash = name.find('-');
+        if (!entry.is_directory() || dash == std::string::npos) continue;
+        const std::string model = name.substr(0, dash);
+        fs::path model_path = root / (model + ".zx");
+        if (!fs::exists(model_path)) model_path = root.parent_path() / "models" / (model + ".zx");
+        sets.push_back({origin + model + "_" + name.substr(dash + 1), model_path,
+                        root / (name.substr(dash + 1) + ".s16"), entry.path()});
+    }
+    std::sort(sets.begin(), sets.end(), [](const auto &a, const auto &b) { return a.name < b.name; });
+    return sets;
+}
+
+std::vector<vector_set> all_sets() {
+    std::vector<vector_set> sets = find_sets("own_", PARLEY_SOURCE_DIR "/test/data/vectors");
+    const std::vector<vector_set> shared = find_sets("shared_", PARLEY_SHARED_DIR "/vectors");
+    sets.insert(sets.end(), shared.begin(), shared.end());
+    return sets;
+}
+
+class golden : public testing::TestWithParam<vector_set> {};
+
+template <class T>
+void expect_equal_bits(const std::vector<T> &actual, const std::vector<T> &expected, const char *stage) {
+    ASSERT_EQ(actual.size(), expected.size()) << stage;
+    for (size_t i = 0; i < actual.size(); i++) {
+        ASSERT_EQ(std::memcmp(&actual[i], &expected[i], sizeof(T)), 0)
+            << stage << " differ at " << i << ": " << actual[i] << " instead of " << expected[i];
+    }
+}
+
+}  // namespace
+
+TEST_P(golden, every_stage_agrees_to_the_last_bit) {
+    const vector_set &set = GetParam();
+    zx_log_disable();
+    zx_parley_t *object = nullptr;
+    ASSERT_EQ(zx_parley_init(set.model.c_str(), &object), ZX_STATUS_SUCCESS) << set.model;
+    const auto engine = owned<zx_parley_delete>(object);
+    const auto pcm = read_file<int16_t>(set.input);
+    const auto num_frames = static_cast<int32_t>(pcm.size() / ZX_PARLEY_FRAME_LENGTH);
+
+    std::vector<int16_t> features(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE);
+    for (size_t hop = 0; hop < 2 * static_cast<size_t>(num_frames); hop++) {
+        ASSERT_EQ(zx_filterbank_compute(engine->filterbank, &pcm[hop * ZX_PARLEY_HOP_LENGTH],
+                                        &features[hop * ZX_FILTERBANK_NUM_BANDS]),
+                  ZX_STATUS_SUCCESS);
+    }
+    zx_filterbank_reset(engine->filterbank);
+    expect_equal_bits(features, read_file<int16_t>(set.expected / "features.i16"), "features");
+    zx_parley_internal_preprocess(engine.get(), features.data(), 2 * num_frames);
+    expect_equal_bits(features, read_file<int16_t>(set.expected / "features_norm.i16"),
+                      "normalized features");
+
+    const int32_t embedding_size = engine->param->classifier->embedding->output_dimension;
+    std::vector<float> embeddings(static_cast<size_t>(num_frames) * static_cast<size_t>(embedding_size));
+    ASSERT_EQ(
+        zx_parley_classifier_process(engine->classifier, features.data(), num_frames, embeddings.data()),
+        ZX_STATUS_SUCCESS);
+    expect_equal_bits(embeddings, read_file<float>(set.expected / "embeddings.f32"), "embeddings");
+
+    std::vector<uint32_t> tags(static_cast<size_t>(num_frames));
+    uint32_t num_tags;
+    ASSERT_EQ(zx_parley_cluster_process(engine->cluster, embeddings.data(), embedding_size, num_frames,
+                                        &num_tags, tags.data()),
+              ZX_STATUS_SUCCESS);
+    expect_equal_bits(tags, read_file<uint32_t>(set.expected / "tags.u32"), "tags");
+
+    int32_t num_segments;
+    zx_parley_segment_t *segments = nullptr;
+    ASSERT_EQ(zx_parley_process(engine.get(), pcm.data(), static_cast<int32_t>(pcm.size()), &num_segments,
+                                &segments),
+              ZX_STATUS_SUCCESS);
+    const auto bytes = reinterpret_cast<const char *>(segments);
+    expect_equal_bits(std::vector<char>(bytes, bytes + static_cast<size_t>(num_segments) * sizeof(*segments)),
+                      read_file<char>(set.expected / "segments.bin"), "segments");
+    zx_parley_segments_delete(segments);
+    zx_log_enable();
+}
+
+INSTANTIATE_TEST_SUITE_P(vectors, golden, testing::ValuesIn(all_sets()),
+                         [](const auto &set) { return set.param.name; });
+
+// Sine and cosine differ between C libraries in their last bit, hence a tolerance of 1.
+TEST(golden_resampler, agrees_within_one) {
+    if (!fs::exists(PARLEY_SHARED_DIR "/vectors"))
+        GTEST_SKIP() << "no vectors at " PARLEY_SHARED_DIR "/vectors";
+    for (int32_t rate : {8000, 22050, 44100, 48000}) {
+        const std::string name = PARLEY_SHARED_DIR "/vectors/rate" + std::to_string(rate);
+        const auto expected = read_file<int16_t>(name + "-to-16000.s16");
+        const temporary_file wav(wav_bytes(read_file<int16_t>(name + ".s16"), rate));
+        zx_audio_file_t *reader = nullptr;
+        ASSERT_EQ(zx_audio_file_init(wav.path(), &reader), ZX_STATUS_SUCCESS);
+        const auto owner = owned<zx_audio_file_delete>(reader);
+        ASSERT_EQ(zx_audio_file_num_samples(reader), static_cast<int32_t>(expected.size())) << rate;
+        std::vector<int16_t> actual(expected.size() + 1);
+        ASSERT_EQ(zx_audio_file_read(reader, static_cast<int32_t>(expected.size()), actual.data()),
+                  ZX_STATUS_SUCCESS);
+        for (size_t i = 0; i < expected.size(); i++)
+            ASSERT_NEAR(actual[i], expected[i], 1) << rate << " at " << i;
+    }
+}
