@@ -4,8 +4,18 @@
 #include <memory>
 
 #include "zx_assert.h"
+#include "zx_codec_flac.h"
+#include "zx_codec_mp3.h"
+#if PARLEY_WITH_OPUS
+#include "zx_codec_opus.h"
+#endif
+#if PARLEY_WITH_VORBIS
+#include "zx_codec_vorbis.h"
+#endif
+#include "zx_audio_util.h"
 #include "zx_container_isobmff.h"
 #include "zx_container_wav.h"
+#include "zx_container_webm.h"
 #include "zx_file.h"
 #include "zx_heap.h"
 #include "zx_math.h"
@@ -23,10 +33,55 @@ struct format_entry {
 };
 
 constexpr format_entry FORMATS[] = {
+    {ZX_AUDIO_FORMAT_ISOBMFF,
+     zx_container_isobmff_init,
+     {nullptr, zx_container_isobmff_delete, zx_container_isobmff_num_samples,
+      zx_container_isobmff_num_channels, zx_container_isobmff_sample_rate, zx_container_isobmff_read}},
     {ZX_AUDIO_FORMAT_WAV,
      zx_container_wav_init,
      {nullptr, zx_container_wav_delete, zx_container_wav_num_samples, zx_container_wav_num_channels,
       zx_container_wav_sample_rate, zx_container_wav_read}},
+#if PARLEY_WITH_FLAC
+    {ZX_AUDIO_FORMAT_FLAC,
+     zx_codec_flac_init,
+     {nullptr, zx_codec_flac_delete, zx_codec_flac_num_samples, zx_codec_flac_num_channels,
+      zx_codec_flac_sample_rate, zx_codec_flac_read}},
+#endif
+#if PARLEY_WITH_MP3
+    {ZX_AUDIO_FORMAT_MP3,
+     zx_codec_mp3_init,
+     {nullptr, zx_codec_mp3_delete, zx_codec_mp3_num_samples, zx_codec_mp3_num_channels,
+      zx_codec_mp3_sample_rate, zx_codec_mp3_read}},
+#endif
+#if PARLEY_WITH_OPUS
+    {ZX_AUDIO_FORMAT_OPUS,
+     zx_codec_opus_init,
+     {nullptr, zx_codec_opus_delete, zx_codec_opus_num_samples, zx_codec_opus_num_channels,
+      zx_codec_opus_sample_rate, zx_codec_opus_read}},
+#endif
+#if PARLEY_WITH_VORBIS
+    {ZX_AUDIO_FORMAT_VORBIS,
+     zx_codec_vorbis_init,
+     {nullptr, zx_codec_vorbis_delete, zx_codec_vorbis_num_samples, zx_codec_vorbis_num_channels,
+      zx_codec_vorbis_sample_rate, zx_codec_vorbis_read}},
+#endif
+#if PARLEY_WITH_WEBM
+    {ZX_AUDIO_FORMAT_WEBM,
+     zx_container_webm_init,
+     {nullptr, zx_container_webm_delete, zx_container_webm_num_samples, zx_container_webm_num_channels,
+      zx_container_webm_sample_rate, zx_container_webm_read}},
+#endif
+};
+
+// The build options of the formats that can be left out.
+struct format_option {
+    zx_audio_format_t format;
+    const char *name;
+};
+constexpr format_option OPTIONS[] = {
+    {ZX_AUDIO_FORMAT_FLAC, "PARLEY_WITH_FLAC"}, {ZX_AUDIO_FORMAT_MP3, "PARLEY_WITH_MP3"},
+    {ZX_AUDIO_FORMAT_OPUS, "PARLEY_WITH_OPUS"}, {ZX_AUDIO_FORMAT_VORBIS, "PARLEY_WITH_VORBIS"},
+    {ZX_AUDIO_FORMAT_WEBM, "PARLEY_WITH_WEBM"},
 };
 
 const format_entry *find_format(zx_audio_format_t format) {
@@ -80,7 +135,12 @@ zx_status_t zx_audio_file_init(const char *path, zx_audio_file_t **object) {
     zx_status_t status = zx_audio_file_get_format(path, &o->audio_format);
     if (status != ZX_STATUS_SUCCESS) return status;
     const format_entry *format = find_format(o->audio_format);
-    if (!format) return ZX_STATUS_INVALID_ARGUMENT;
+    if (!format) {
+        for (const format_option &option : OPTIONS) {
+            if (option.format == o->audio_format) return zx_audio_util_refuse_left_out(option.name);
+        }
+        return ZX_STATUS_INVALID_ARGUMENT;
+    }
     o->adapter = format->adapter;
     status = format->init_fn(path, &o->adapter.object);
     if (status != ZX_STATUS_SUCCESS) return status;

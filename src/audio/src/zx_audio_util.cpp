@@ -1,6 +1,9 @@
 #include "zx_audio_util.h"
 
+#include <cstdio>
+
 #include "zx_assert.h"
+#include "zx_error.h"
 #include "zx_multiversion.h"
 
 ZX_MULTIVERSION
@@ -22,4 +25,19 @@ void zx_audio_util_stereo_to_mono_lr_float(float *output_buffer, const float *l_
     ZX_ASSERT(r_buffer);
     ZX_ASSERT(output_buffer_length >= 0);
     for (int32_t i = 0; i < output_buffer_length; i++) output_buffer[i] = (l_buffer[i] + r_buffer[i]) / 2.0f;
+}
+
+zx_status_t zx_audio_util_stereo_buffer_init(uint32_t num_channels, int16_t **stereo_buffer) {
+    *stereo_buffer = nullptr;
+    if (num_channels == 1) return ZX_STATUS_SUCCESS;
+    if (num_channels != 2) return ZX_STATUS_INVALID_ARGUMENT;
+    *stereo_buffer = zx_heap_zeroed<int16_t>(2 * ZX_AUDIO_STEREO_CHUNK);
+    return *stereo_buffer ? ZX_STATUS_SUCCESS : ZX_STATUS_OUT_OF_MEMORY;
+}
+
+zx_status_t zx_audio_util_refuse_left_out(const char *option) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "built without %s", option);
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_state_internal, text);
+    return ZX_STATUS_INVALID_ARGUMENT;
 }
