@@ -2,26 +2,38 @@
 
 #include <dr_wav.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <utility>
 
 #include "zx_assert.h"
 #include "zx_audio_util.h"
 #include "zx_heap.h"
-#include "zx_math.h"
 
 namespace {
 
-constexpr int32_t STEREO_CHUNK = 1024;  // frames
-
 struct container_wav_t {
     drwav *wav;
-    int16_t *stereo_buffer;  // STEREO_CHUNK frames; null for mono
+    int16_t *stereo_buffer;    // null for mono
+    drwav_read_proc own_read;  // dr_wav's, while read_adpcm stands in for it
 };
 
 const container_wav_t *get(const void *object) {
     ZX_ASSERT(object);
     return static_cast<const container_wav_t *>(object);
+}
+
+// Stands in for dr_wav's own read from a file while Microsoft ADPCM is decoded: a block begins with one
+// predictor index per channel, 0 to 6, and with a larger one dr_wav 0.13 reads past its table. Block headers
+// are 7 bytes per channel; everything else is read byte by byte.
+size_t read_adpcm(void *file, void *output, size_t length) {
+    constexpr uint8_t MAX_PREDICTOR = 6;
+    uint8_t *bytes = static_cast<uint8_t *>(output);
+    const size_t count = std::fread(bytes, 1, length, static_cast<FILE *>(file));
+    const size_t num_predictors = std::min(length / 7, count);
+    for (size_t i = 0; i < num_predictors; i++) bytes[i] = std::min(bytes[i], MAX_PREDICTOR);
+    return count;
 }
 
 }  // namespace
@@ -39,13 +51,12 @@ zx_status_t zx_container_wav_init(const char *path, void **object) {
         std::free(std::exchange(o->wav, nullptr));  // closed already: dr_wav must not be asked to do it again
         return ZX_STATUS_INVALID_ARGUMENT;
     }
-    if (o->wav->totalPCMFrameCount == 0) return ZX_STATUS_INVALID_ARGUMENT;
-    if (o->wav->channels == 2) {
-        o->stereo_buffer = zx_heap_zeroed<int16_t>(2 * STEREO_CHUNK);
-        if (!o->stereo_buffer) return ZX_STATUS_OUT_OF_MEMORY;
-    } else if (o->wav->channels != 1) {
-        return ZX_STATUS_INVALID_ARGUMENT;
+    if (o->wav->translatedFormatTag == DR_WAVE_FORMAT_ADPCM) {
+        o->own_read = std::exchange(o->wav->onRead, read_adpcm);
     }
+    if (o->wav->totalPCMFrameCount == 0) return ZX_STATUS_INVALID_ARGUMENT;
+    const zx_status_t status = zx_audio_util_stereo_buffer_init(o->wav->channels, &o->stereo_buffer);
+    if (status != ZX_STATUS_SUCCESS) return status;
     *object = o.release();
     return ZX_STATUS_SUCCESS;
 }
@@ -54,13 +65,16 @@ void zx_container_wav_delete(void *object) {
     if (!object) return;
     container_wav_t *o = static_cast<container_wav_t *>(object);
     std::free(o->stereo_buffer);
-    if (o->wav) drwav_uninit(o->wav);
+    if (o->wav) {
+        if (o->own_read) o->wav->onRead = o->own_read;  // by which dr_wav knows that the file is its to close
+        drwav_uninit(o->wav);
+    }
     std::free(o->wav);
     std::free(o);
 }
 
 int32_t zx_container_wav_num_samples(const void *object) {
-    return static_cast<int32_t>(get(object)->wav->totalPCMFrameCount);
+    return zx_audio_util_count(get(object)->wav->totalPCMFrameCount);
 }
 
 int32_t zx_container_wav_num_channels(const void *object) {
@@ -76,18 +90,7 @@ zx_status_t zx_container_wav_read(void *object, int32_t num_samples, int16_t *pc
     ZX_ASSERT(num_samples > 0);
     ZX_ASSERT(pcm);
     container_wav_t *o = static_cast<container_wav_t *>(object);
-    if (!o->stereo_buffer) {
-        const drwav_uint64 wanted = static_cast<drwav_uint64>(num_samples);
-        return drwav_read_pcm_frames_s16(o->wav, wanted, pcm) < wanted ? ZX_STATUS_IO_ERROR
-                                                                       : ZX_STATUS_SUCCESS;
-    }
-    while (num_samples > 0) {
-        const int32_t chunk = zx_min_int32(num_samples, STEREO_CHUNK);
-        const drwav_uint64 wanted = static_cast<drwav_uint64>(chunk);
-        if (drwav_read_pcm_frames_s16(o->wav, wanted, o->stereo_buffer) < wanted) return ZX_STATUS_IO_ERROR;
-        zx_audio_util_stereo_to_mono_interleaved(pcm, o->stereo_buffer, chunk);
-        pcm += chunk;
-        num_samples -= chunk;
-    }
-    return ZX_STATUS_SUCCESS;
+    return zx_audio_util_read_mono(num_samples, pcm, o->stereo_buffer, [o](uint64_t count, int16_t *output) {
+        return drwav_read_pcm_frames_s16(o->wav, count, output);
+    });
 }
