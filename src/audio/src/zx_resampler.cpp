@@ -55,7 +55,7 @@ void generate_kernel_filter(int32_t filter_order, float *filter_kernel, float ra
     for (int32_t i = 0; i < num_taps; i++) filter_kernel[i] /= divisor;
 }
 
-// Sixteen neighbouring outputs at a time, so that their sums, each in its own order of k, fill vector
+// Neighbouring outputs are computed side by side, each in its own order of k, so that their sums fill vector
 // registers.
 ZX_MULTIVERSION
 int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, int16_t *output_buffer,
@@ -65,24 +65,26 @@ int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, 
     ZX_ASSERT(output_buffer);
     ZX_ASSERT(filter_kernel);
     ZX_ASSERT(filter_order > 1);
-    constexpr int32_t WIDTH = 16;
-    const int32_t num_taps = 2 * filter_order + 1;
-    const int32_t num_outputs = input_buffer_size - 2 * filter_order;
+    constexpr int32_t WIDTH = 64;
+    constexpr int32_t MAX_HISTORY = 512;
+    const int32_t history = 2 * filter_order;
+    const int32_t num_outputs = input_buffer_size - history;
     int32_t j = 0;
-    for (; j + WIDTH <= num_outputs; j += WIDTH) {
-        const int16_t *newest = input_buffer + 2 * filter_order + j;
+    for (; history <= MAX_HISTORY && j + WIDTH <= num_outputs; j += WIDTH) {
+        float x[MAX_HISTORY + WIDTH];
+        for (int32_t i = 0; i < history + WIDTH; i++) x[i] = static_cast<float>(input_buffer[j + i]);
         float sums[WIDTH] = {};
-        for (int32_t k = 0; k < num_taps; k++) {
-            for (int32_t b = 0; b < WIDTH; b++) {
-                sums[b] = std::fma(static_cast<float>(newest[b - k]), filter_kernel[k], sums[b]);
-            }
+        for (int32_t k = 0; k <= history; k++) {
+            const float *newest = x + history - k;
+            const float tap = filter_kernel[k];
+            for (int32_t b = 0; b < WIDTH; b++) sums[b] = std::fma(newest[b], tap, sums[b]);
         }
         for (int32_t b = 0; b < WIDTH; b++) output_buffer[j + b] = zx_float_to_int16(sums[b]);
     }
     for (; j < num_outputs; j++) {
-        const int16_t *newest = input_buffer + 2 * filter_order + j;
+        const int16_t *newest = input_buffer + j + history;
         float sum = 0.0f;
-        for (int32_t k = 0; k < num_taps; k++)
+        for (int32_t k = 0; k <= history; k++)
             sum = std::fma(static_cast<float>(newest[-k]), filter_kernel[k], sum);
         output_buffer[j] = zx_float_to_int16(sum);
     }

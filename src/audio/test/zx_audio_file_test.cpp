@@ -1,6 +1,8 @@
 #include "zx_audio_file.h"
 
+#include "mp4_builder.h"
 #include "support.h"
+#include "zx_error.h"
 
 namespace {
 
@@ -62,6 +64,25 @@ TEST(zx_audio_file, formats_are_found_from_the_first_bytes) {
         zx_audio_format_t format = -1;
         EXPECT_EQ(zx_audio_file_get_format(file.path(), &format), ZX_STATUS_SUCCESS);
         EXPECT_EQ(format, expected) << testing::PrintToString(bytes);
+    }
+}
+
+TEST(zx_audio_file, formats_that_were_left_out_name_their_option) {
+    const std::tuple<const char *, bool, std::string> table[] = {
+        {"PARLEY_WITH_FLAC", PARLEY_WITH_FLAC, padded("fLaC")},
+        {"PARLEY_WITH_MP3", PARLEY_WITH_MP3, padded("ID3")},
+        {"PARLEY_WITH_OPUS", PARLEY_WITH_OPUS, at(28, "OggS", "OpusHead")},
+        {"PARLEY_WITH_VORBIS", PARLEY_WITH_VORBIS, at(28, "OggS", "\x01vorbis")},
+        {"PARLEY_WITH_WEBM", PARLEY_WITH_WEBM, at(24, "\x1A\x45\xDF\xA3", "webm")},
+        {"PARLEY_WITH_AMR", PARLEY_WITH_AMR, amr_file_builder().bytes()},
+    };
+    for (const auto &[option, is_built, bytes] : table) {
+        if (is_built) continue;
+        zx_error_prepare();
+        open(bytes, ZX_STATUS_INVALID_ARGUMENT);
+        EXPECT_THAT(take_messages(),
+                    testing::ElementsAre("Internal argument misconfiguration: `built without " +
+                                         std::string(option) + "`."));
     }
 }
 

@@ -1,0 +1,149 @@
+#include "zx_codec_opus.h"
+
+#include "support.h"
+#include "zx_codec_vorbis.h"
+
+namespace {
+
+// Writes packets as pages of Ogg streams, one page a packet.
+class ogg_writer {
+public:
+    void begin_stream(int serial) {
+        ogg_stream_init(&stream_, serial);
+        number_ = 0;
+    }
+    void end_stream() { ogg_stream_clear(&stream_); }
+
+    void packet(const std::string &content) {
+        ogg_packet packet = {};
+        packet.packet = reinterpret_cast<unsigned char *>(const_cast<char *>(content.data()));
+        packet.bytes = static_cast<long>(content.size());
+        packet.b_o_s = number_ == 0;
+        packet.packetno = number_++;
+        ogg_stream_packetin(&stream_, &packet);
+        ogg_page page;
+        while (ogg_stream_flush(&stream_, &page) != 0) {
+            bytes.append(reinterpret_cast<char *>(page.header), static_cast<size_t>(page.header_len));
+            bytes.append(reinterpret_cast<char *>(page.body), static_cast<size_t>(page.body_len));
+        }
+    }
+
+    std::string bytes;
+
+private:
+    ogg_stream_state stream_;
+    int64_t number_ = 0;
+};
+
+std::string opus_head(char channels, int32_t rate) {
+    return std::string("OpusHead\x01") + channels + bytes_of(int16_t{312}, rate, int16_t{0}) + '\0';
+}
+
+// Packets of 20 ms of a tone.
+std::vector<std::string> opus_packets(int count, int rate, int channels) {
+    int error;
+    OpusEncoder *encoder = opus_encoder_create(rate, channels, OPUS_APPLICATION_AUDIO, &error);
+    EXPECT_EQ(error, OPUS_OK);
+    std::vector<std::string> packets;
+    for (int p = 0; p < count; p++) {
+        std::vector<int16_t> pcm(static_cast<size_t>(rate / 50 * channels));
+        for (size_t i = 0; i < pcm.size(); i++) pcm[i] = static_cast<int16_t>(i % 100 * 100);
+        std::string packet(1500, '\0');
+        packet.resize(static_cast<size_t>(opus_encode(
+            encoder, pcm.data(), rate / 50, reinterpret_cast<unsigned char *>(packet.data()), 1500)));
+        packets.push_back(packet);
+    }
+    opus_encoder_destroy(encoder);
+    return packets;
+}
+
+std::string opus_file(const std::vector<std::string> &packets) {
+    ogg_writer writer;
+    writer.begin_stream(1);
+    for (const std::string &packet : packets) writer.packet(packet);
+    writer.end_stream();
+    return writer.bytes;
+}
+
+auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+    const temporary_file file(bytes);
+    void *decoder = reinterpret_cast<void *>(1);
+    EXPECT_EQ(zx_codec_opus_init(file.path(), &decoder), expected_status);
+    EXPECT_EQ(decoder == nullptr, expected_status != ZX_STATUS_SUCCESS);
+    return std::unique_ptr<void, zx_deleter<zx_codec_opus_delete>>(decoder);
+}
+
+const std::string TAGS = "OpusTags" + bytes_of(int32_t{0}, int32_t{0});
+
+class zx_codec_opus : public testing::Test {
+protected:
+    void SetUp() override { zx_log_disable(); }
+    void TearDown() override { zx_log_enable(); }
+};
+
+}  // namespace
+
+TEST_F(zx_codec_opus, every_decoded_sample_counts_and_reads_continue) {
+    for (int channels : {1, 2}) {
+        std::vector<std::string> packets = {opus_head(static_cast<char>(channels), 48000), TAGS};
+        for (const std::string &packet : opus_packets(10, 48000, channels)) packets.push_back(packet);
+        const std::string bytes = opus_file(packets);
+        const auto whole = open(bytes), pieces = open(bytes);
+        ASSERT_EQ(zx_codec_opus_num_samples(whole.get()), 9600);
+        EXPECT_EQ(zx_codec_opus_num_channels(whole.get()), channels);
+        EXPECT_EQ(zx_codec_opus_sample_rate(whole.get()), 48000);
+        std::vector<int16_t> expected(9600), actual(9600);
+        ASSERT_EQ(zx_codec_opus_read(whole.get(), 9600, expected.data()), ZX_STATUS_SUCCESS);
+        for (int32_t i = 0; i < 9600; i += 320) {
+            ASSERT_EQ(zx_codec_opus_read(pieces.get(), 320, &actual[static_cast<size_t>(i)]),
+                      ZX_STATUS_SUCCESS);
+        }
+        EXPECT_EQ(actual, expected);
+        EXPECT_EQ(zx_codec_opus_read(whole.get(), 1, actual.data()), ZX_STATUS_IO_ERROR);
+    }
+}
+
+TEST_F(zx_codec_opus, headers_that_make_no_sense_are_refused) {
+    const std::string audio = opus_packets(1, 48000, 1)[0];
+    const std::tuple<const char *, std::vector<std::string>, zx_status_t> table[] = {
+        {"six channels", {opus_head(6, 48000), TAGS, audio}, ZX_STATUS_INVALID_ARGUMENT},
+        {"no channels", {opus_head(0, 48000), TAGS, audio}, ZX_STATUS_INVALID_STATE},
+        {"a rate that Opus does not know", {opus_head(1, 44100), TAGS, audio}, ZX_STATUS_INVALID_STATE},
+        {"a header cut short", {opus_head(1, 48000).substr(0, 15), TAGS, audio}, ZX_STATUS_INVALID_ARGUMENT},
+        {"audio before the header", {TAGS, audio, opus_head(1, 48000)}, ZX_STATUS_INVALID_STATE},
+        {"no audio", {opus_head(1, 48000), TAGS}, ZX_STATUS_INVALID_ARGUMENT},
+        {"a damaged packet", {opus_head(1, 48000), TAGS, std::string(50, '\xFF')}, ZX_STATUS_INVALID_STATE},
+    };
+    for (const auto &[what, packets, status] : table) {
+        SCOPED_TRACE(what);
+        open(opus_file(packets), status);
+    }
+}
+
+// Two files behind each other play one after the other.
+TEST_F(zx_codec_opus, chained_streams_follow_each_other) {
+    ogg_writer writer;
+    for (int serial : {1, 2}) {
+        writer.begin_stream(serial);
+        writer.packet(opus_head(1, 16000));
+        writer.packet(TAGS);
+        for (const std::string &packet : opus_packets(5, 16000, 1)) writer.packet(packet);
+        writer.end_stream();
+    }
+    const auto decoder = open(writer.bytes);
+    ASSERT_EQ(zx_codec_opus_num_samples(decoder.get()), 3200);
+    std::vector<int16_t> pcm(3200);
+    EXPECT_EQ(zx_codec_opus_read(decoder.get(), 3200, pcm.data()), ZX_STATUS_SUCCESS);
+}
+
+TEST(zx_codec_vorbis, packets_that_are_not_its_headers_are_refused) {
+    void *decoder = nullptr;
+    const temporary_file no_identification(opus_file({"\x03vorbis", "x", "y"}));
+    EXPECT_EQ(zx_codec_vorbis_init(no_identification.path(), &decoder), ZX_STATUS_INVALID_ARGUMENT);
+    const temporary_file empty_header(opus_file({"\x01vorbis", "x", "y"}));
+    EXPECT_EQ(zx_codec_vorbis_init(empty_header.path(), &decoder), ZX_STATUS_INVALID_STATE);
+    const temporary_file other(opus_file({opus_head(1, 48000), TAGS}));
+    EXPECT_EQ(zx_codec_vorbis_init(other.path(), &decoder), ZX_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(zx_codec_vorbis_init("/nonexistent", &decoder), ZX_STATUS_IO_ERROR);
+    EXPECT_EQ(decoder, nullptr);
+}
