@@ -36,8 +36,8 @@ zx_status_t start_stream(codec_opus_t *o) {
     if (o->packet.bytes < 16) return ZX_STATUS_INVALID_ARGUMENT;
     const unsigned char *header = o->packet.packet;
     o->num_channels = header[9];
-    o->sample_rate =
-        header[12] | header[13] << 8 | header[14] << 16 | static_cast<uint32_t>(header[15]) << 24;
+    o->sample_rate = 0;
+    for (int i = 15; i >= 12; i--) o->sample_rate = o->sample_rate << 8 | header[i];
     if (o->num_channels > 2) return ZX_STATUS_INVALID_ARGUMENT;
     return zx_codec_opus_decoder_init(o->sample_rate, o->num_channels, &o->decoder);
 }

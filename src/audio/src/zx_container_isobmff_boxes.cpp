@@ -418,10 +418,10 @@ zx_status_t zx_container_isobmff_audio_sample_entry_init(const uint8_t *box_data
     if (!fields.is_good()) return ZX_STATUS_INVALID_ARGUMENT;
     if (has_type(box->header.type, "mp4a")) {
         return finish_container(
-            box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
+            box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
                 if (!has_type(type, "esds")) return ZX_STATUS_SUCCESS;
                 return set_child<zx_container_isobmff_esds_box_init, zx_container_isobmff_esds_box_delete>(
-                    &box->esds, child);
+                    &parsed->esds, child);
             });
     }
     return finish_box(box, fields, object);
@@ -576,25 +576,27 @@ zx_status_t zx_container_isobmff_stbl_box_init(const uint8_t *box_data, const ch
     ZX_ASSERT(handler_type);
     auto [box, fields, status] = open_box<zx_container_isobmff_stbl_box_delete>(box_data, "stbl", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (has_type(type, "stsd")) {
-            return set_child<zx_container_isobmff_stsd_box_init, zx_container_isobmff_stsd_box_delete>(
-                &box->stsd, child, handler_type);
-        }
-        if (has_type(type, "stsc")) {
-            return set_child<zx_container_isobmff_stsc_box_init, zx_container_isobmff_stsc_box_delete>(
-                &box->stsc, child);
-        }
-        if (has_type(type, "stsz") || has_type(type, "stz2")) {
-            return set_child<zx_container_isobmff_stsz_box_init, zx_container_isobmff_stsz_box_delete>(
-                &box->stsz, child);
-        }
-        if (has_type(type, "stco") || has_type(type, "co64")) {
-            return set_child<zx_container_isobmff_stco_box_init, zx_container_isobmff_stco_box_delete>(
-                &box->stco, child);
-        }
-        return ZX_STATUS_SUCCESS;
-    });
+    return finish_container(
+        box, fields, object,
+        [parsed = box.get(), handler_type](const char *type, const uint8_t *child) -> zx_status_t {
+            if (has_type(type, "stsd")) {
+                return set_child<zx_container_isobmff_stsd_box_init, zx_container_isobmff_stsd_box_delete>(
+                    &parsed->stsd, child, handler_type);
+            }
+            if (has_type(type, "stsc")) {
+                return set_child<zx_container_isobmff_stsc_box_init, zx_container_isobmff_stsc_box_delete>(
+                    &parsed->stsc, child);
+            }
+            if (has_type(type, "stsz") || has_type(type, "stz2")) {
+                return set_child<zx_container_isobmff_stsz_box_init, zx_container_isobmff_stsz_box_delete>(
+                    &parsed->stsz, child);
+            }
+            if (has_type(type, "stco") || has_type(type, "co64")) {
+                return set_child<zx_container_isobmff_stco_box_init, zx_container_isobmff_stco_box_delete>(
+                    &parsed->stco, child);
+            }
+            return ZX_STATUS_SUCCESS;
+        });
 }
 
 void zx_container_isobmff_stbl_box_delete(zx_container_isobmff_stbl_box_t *object) {
@@ -613,11 +615,13 @@ zx_status_t zx_container_isobmff_minf_box_init(const uint8_t *box_data, const ch
     ZX_ASSERT(handler_type);
     auto [box, fields, status] = open_box<zx_container_isobmff_minf_box_delete>(box_data, "minf", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (!has_type(type, "stbl")) return ZX_STATUS_SUCCESS;
-        return set_child<zx_container_isobmff_stbl_box_init, zx_container_isobmff_stbl_box_delete>(
-            &box->stbl, child, handler_type);
-    });
+    return finish_container(
+        box, fields, object,
+        [parsed = box.get(), handler_type](const char *type, const uint8_t *child) -> zx_status_t {
+            if (!has_type(type, "stbl")) return ZX_STATUS_SUCCESS;
+            return set_child<zx_container_isobmff_stbl_box_init, zx_container_isobmff_stbl_box_delete>(
+                &parsed->stbl, child, handler_type);
+        });
 }
 
 void zx_container_isobmff_minf_box_delete(zx_container_isobmff_minf_box_t *object) {
@@ -671,22 +675,23 @@ zx_status_t zx_container_isobmff_mdia_box_init(const uint8_t *box_data,
                                                zx_container_isobmff_mdia_box_t **object) {
     auto [box, fields, status] = open_box<zx_container_isobmff_mdia_box_delete>(box_data, "mdia", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (has_type(type, "mdhd")) {
-            return set_child<zx_container_isobmff_mdhd_box_init, zx_container_isobmff_mdhd_box_delete>(
-                &box->mdhd, child);
-        }
-        if (has_type(type, "hdlr")) {
-            return set_child<zx_container_isobmff_hdlr_box_init, zx_container_isobmff_hdlr_box_delete>(
-                &box->hdlr, child);
-        }
-        if (has_type(type, "minf")) {
-            if (!box->hdlr) return ZX_STATUS_RUNTIME_ERROR;
-            return set_child<zx_container_isobmff_minf_box_init, zx_container_isobmff_minf_box_delete>(
-                &box->minf, child, static_cast<const char *>(box->hdlr->handler_type));
-        }
-        return ZX_STATUS_SUCCESS;
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (has_type(type, "mdhd")) {
+                return set_child<zx_container_isobmff_mdhd_box_init, zx_container_isobmff_mdhd_box_delete>(
+                    &parsed->mdhd, child);
+            }
+            if (has_type(type, "hdlr")) {
+                return set_child<zx_container_isobmff_hdlr_box_init, zx_container_isobmff_hdlr_box_delete>(
+                    &parsed->hdlr, child);
+            }
+            if (has_type(type, "minf")) {
+                if (!parsed->hdlr) return ZX_STATUS_RUNTIME_ERROR;
+                return set_child<zx_container_isobmff_minf_box_init, zx_container_isobmff_minf_box_delete>(
+                    &parsed->minf, child, static_cast<const char *>(parsed->hdlr->handler_type));
+            }
+            return ZX_STATUS_SUCCESS;
+        });
 }
 
 void zx_container_isobmff_mdia_box_delete(zx_container_isobmff_mdia_box_t *object) {
@@ -730,11 +735,12 @@ zx_status_t zx_container_isobmff_edts_box_init(const uint8_t *box_data,
                                                zx_container_isobmff_edts_box_t **object) {
     auto [box, fields, status] = open_box<zx_container_isobmff_edts_box_delete>(box_data, "edts", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (!has_type(type, "elst")) return ZX_STATUS_SUCCESS;
-        return set_child<zx_container_isobmff_elst_box_init, zx_container_isobmff_elst_box_delete>(&box->elst,
-                                                                                                   child);
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (!has_type(type, "elst")) return ZX_STATUS_SUCCESS;
+            return set_child<zx_container_isobmff_elst_box_init, zx_container_isobmff_elst_box_delete>(
+                &parsed->elst, child);
+        });
 }
 
 void zx_container_isobmff_edts_box_delete(zx_container_isobmff_edts_box_t *object) {
@@ -771,21 +777,22 @@ zx_status_t zx_container_isobmff_trak_box_init(const uint8_t *box_data,
                                                zx_container_isobmff_trak_box_t **object) {
     auto [box, fields, status] = open_box<zx_container_isobmff_trak_box_delete>(box_data, "trak", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (has_type(type, "tkhd")) {
-            return set_child<zx_container_isobmff_tkhd_box_init, zx_container_isobmff_tkhd_box_delete>(
-                &box->tkhd, child);
-        }
-        if (has_type(type, "edts")) {
-            return set_child<zx_container_isobmff_edts_box_init, zx_container_isobmff_edts_box_delete>(
-                &box->edts, child);
-        }
-        if (has_type(type, "mdia")) {
-            return set_child<zx_container_isobmff_mdia_box_init, zx_container_isobmff_mdia_box_delete>(
-                &box->mdia, child);
-        }
-        return ZX_STATUS_SUCCESS;
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (has_type(type, "tkhd")) {
+                return set_child<zx_container_isobmff_tkhd_box_init, zx_container_isobmff_tkhd_box_delete>(
+                    &parsed->tkhd, child);
+            }
+            if (has_type(type, "edts")) {
+                return set_child<zx_container_isobmff_edts_box_init, zx_container_isobmff_edts_box_delete>(
+                    &parsed->edts, child);
+            }
+            if (has_type(type, "mdia")) {
+                return set_child<zx_container_isobmff_mdia_box_init, zx_container_isobmff_mdia_box_delete>(
+                    &parsed->mdia, child);
+            }
+            return ZX_STATUS_SUCCESS;
+        });
 }
 
 void zx_container_isobmff_trak_box_delete(zx_container_isobmff_trak_box_t *object) {
@@ -840,11 +847,12 @@ zx_status_t zx_container_isobmff_mvex_box_init(const uint8_t *box_data,
                                                zx_container_isobmff_mvex_box_t **object) {
     auto [box, fields, status] = open_box<zx_container_isobmff_mvex_box_delete>(box_data, "mvex", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (!has_type(type, "trex")) return ZX_STATUS_SUCCESS;
-        return append_child<zx_container_isobmff_trex_box_init, zx_container_isobmff_trex_box_delete>(
-            &box->trexs, &box->num_trexs, child);
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (!has_type(type, "trex")) return ZX_STATUS_SUCCESS;
+            return append_child<zx_container_isobmff_trex_box_init, zx_container_isobmff_trex_box_delete>(
+                &parsed->trexs, &parsed->num_trexs, child);
+        });
 }
 
 void zx_container_isobmff_mvex_box_delete(zx_container_isobmff_mvex_box_t *object) {
@@ -857,21 +865,22 @@ zx_status_t zx_container_isobmff_moov_box_init(const uint8_t *box_data,
                                                zx_container_isobmff_moov_box_t **object) {
     auto [box, fields, status] = open_box<zx_container_isobmff_moov_box_delete>(box_data, "moov", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (has_type(type, "mvhd")) {
-            return set_child<zx_container_isobmff_mvhd_box_init, zx_container_isobmff_mvhd_box_delete>(
-                &box->mvhd, child);
-        }
-        if (has_type(type, "trak")) {
-            return append_child<zx_container_isobmff_trak_box_init, zx_container_isobmff_trak_box_delete>(
-                &box->traks, &box->num_traks, child);
-        }
-        if (has_type(type, "mvex")) {
-            return set_child<zx_container_isobmff_mvex_box_init, zx_container_isobmff_mvex_box_delete>(
-                &box->mvex, child);
-        }
-        return ZX_STATUS_SUCCESS;
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (has_type(type, "mvhd")) {
+                return set_child<zx_container_isobmff_mvhd_box_init, zx_container_isobmff_mvhd_box_delete>(
+                    &parsed->mvhd, child);
+            }
+            if (has_type(type, "trak")) {
+                return append_child<zx_container_isobmff_trak_box_init, zx_container_isobmff_trak_box_delete>(
+                    &parsed->traks, &parsed->num_traks, child);
+            }
+            if (has_type(type, "mvex")) {
+                return set_child<zx_container_isobmff_mvex_box_init, zx_container_isobmff_mvex_box_delete>(
+                    &parsed->mvex, child);
+            }
+            return ZX_STATUS_SUCCESS;
+        });
 }
 
 void zx_container_isobmff_moov_box_delete(zx_container_isobmff_moov_box_t *object) {
@@ -975,17 +984,18 @@ zx_status_t zx_container_isobmff_traf_box_init(const uint8_t *box_data,
                                                zx_container_isobmff_traf_box_t **object) {
     auto [box, fields, status] = open_box<zx_container_isobmff_traf_box_delete>(box_data, "traf", object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (has_type(type, "tfhd")) {
-            return set_child<zx_container_isobmff_tfhd_box_init, zx_container_isobmff_tfhd_box_delete>(
-                &box->tfhd, child);
-        }
-        if (has_type(type, "trun")) {
-            return append_child<zx_container_isobmff_trun_box_init, zx_container_isobmff_trun_box_delete>(
-                &box->truns, &box->num_truns, child);
-        }
-        return ZX_STATUS_SUCCESS;
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (has_type(type, "tfhd")) {
+                return set_child<zx_container_isobmff_tfhd_box_init, zx_container_isobmff_tfhd_box_delete>(
+                    &parsed->tfhd, child);
+            }
+            if (has_type(type, "trun")) {
+                return append_child<zx_container_isobmff_trun_box_init, zx_container_isobmff_trun_box_delete>(
+                    &parsed->truns, &parsed->num_truns, child);
+            }
+            return ZX_STATUS_SUCCESS;
+        });
 }
 
 void zx_container_isobmff_traf_box_delete(zx_container_isobmff_traf_box_t *object) {
@@ -1000,17 +1010,18 @@ zx_status_t zx_container_isobmff_moof_box_init(const uint8_t *box_data, uint64_t
     auto [box, fields, status] = open_box<zx_container_isobmff_moof_box_delete>(box_data, "moof", object);
     if (status != ZX_STATUS_SUCCESS) return status;
     box->file_position = file_position;
-    return finish_container(box, fields, object, [&](const char *type, const uint8_t *child) -> zx_status_t {
-        if (has_type(type, "mfhd")) {
-            return set_child<zx_container_isobmff_mfhd_box_init, zx_container_isobmff_mfhd_box_delete>(
-                &box->mfhd, child);
-        }
-        if (has_type(type, "traf")) {
-            return append_child<zx_container_isobmff_traf_box_init, zx_container_isobmff_traf_box_delete>(
-                &box->trafs, &box->num_trafs, child);
-        }
-        return ZX_STATUS_SUCCESS;
-    });
+    return finish_container(
+        box, fields, object, [parsed = box.get()](const char *type, const uint8_t *child) -> zx_status_t {
+            if (has_type(type, "mfhd")) {
+                return set_child<zx_container_isobmff_mfhd_box_init, zx_container_isobmff_mfhd_box_delete>(
+                    &parsed->mfhd, child);
+            }
+            if (has_type(type, "traf")) {
+                return append_child<zx_container_isobmff_traf_box_init, zx_container_isobmff_traf_box_delete>(
+                    &parsed->trafs, &parsed->num_trafs, child);
+            }
+            return ZX_STATUS_SUCCESS;
+        });
 }
 
 void zx_container_isobmff_moof_box_delete(zx_container_isobmff_moof_box_t *object) {
