@@ -44,6 +44,25 @@ expect 1 'speaker 1' 'nowhere.wav: IO_ERROR' nowhere.wav "$sample" # the other f
 expect 1 '' 'INVALID_ARGUMENT' "$source/README.md"
 expect 1 '' 'IO_ERROR' -- --version
 
+expect 2 '' 'unknown format mp3' --format mp3 "$sample"
+
+expect 0 '^SPEAKER three-voices 1 0\.800 [0-9.]+ <NA> <NA> speaker_1 <NA> <NA>$' '' --format rttm "$sample"
+cp "$tmp/out" "$tmp/hypothesis.rttm"
+reference=$source/examples/three-voices.rttm
+# A broken model or pipeline does not get the sample of three clear voices nearly right.
+expect 0 'total +[0-9]\.[0-9]+ ' '' score --collar 0.25 "$reference" "$tmp/hypothesis.rttm"
+expect 0 'speakers counted right in 1 of 1' '' score --each "$reference" "$tmp/hypothesis.rttm"
+expect 0 'total +0\.00 ' '' score "$reference" "$reference"
+expect 0 'collar 0\.00 s to either side, overlaps left out' '' score --skip-overlap --collar 0 "$reference" "$reference"
+printf 'three-voices 1 0 10\n' >"$tmp/part.uem"
+expect 0 'parts that the UEM lists' '' score --uem "$tmp/part.uem" "$reference" "$tmp/hypothesis.rttm"
+expect 1 '' 'nowhere.rttm: cannot be opened' score "$reference" nowhere.rttm
+printf 'SPEAKER broken\n' >"$tmp/broken.rttm"
+expect 1 '' 'broken.rttm:1: cannot be read' score "$reference" "$tmp/broken.rttm"
+expect 2 '' 'a reference and a hypothesis' score "$reference"
+expect 2 '' 'collar takes a number' score --collar x "$reference" "$reference"
+expect 0 'usage: parley score' '' score --help
+
 PARLEY_MODEL=nowhere.zx expect 1 '' 'nowhere.zx' "$sample"
 PARLEY_MODEL=nowhere.zx expect 0 'speaker 1' '' --model "$source/models/parley.zx" "$sample"
 "$parley" "$sample" >/dev/full 2>"$tmp/err" && failures=$((failures + 1))

@@ -1,4 +1,4 @@
-// parley: who spoke when in audio files, one line per segment.
+// parley: who spoke when in audio files, one line per segment; and scores of such lines against a reference.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "rttm.h"
+#include "score_command.h"
 #include "zx_parley.h"
 
 namespace {
@@ -19,7 +21,8 @@ namespace {
 constexpr int EXIT_USAGE = 2;
 
 constexpr char USAGE[] =
-    "usage: parley [--model FILE] AUDIO...\n"
+    "usage: parley [--model FILE] [--format text|rttm] AUDIO...\n"
+    "       parley score [OPTION]... REFERENCE.rttm HYPOTHESIS.rttm\n"
     "\n"
     "Prints one line per segment: start and end in seconds, and the speaker. With several files each line "
     "begins\n"
@@ -27,13 +30,18 @@ constexpr char USAGE[] =
     "\n"
     "  --model FILE  the model; otherwise $PARLEY_MODEL, the installed one, or models/parley.zx of the "
     "source tree\n"
+    "  --format F    text (default), or rttm: SPEAKER lines, in which a segment includes its last frame of "
+    "32 ms\n"
     "  --version     print the version\n"
     "  --help        print this text\n"
     "\n"
     "Exit status: 0 all files were diarized, 1 the model or a file failed, 2 the command line is wrong.\n";
 
+enum class output_format { text, rttm };
+
 struct options {
     std::string model;
+    output_format format = output_format::text;
     std::vector<std::string> files;
 };
 
@@ -84,6 +92,13 @@ int parse_arguments(int argc, char **argv, options *result) {
             return EXIT_SUCCESS;
         } else if (argument == "--model" && i + 1 < argc) {
             result->model = argv[++i];
+        } else if (argument == "--format" && i + 1 < argc) {
+            const std::string_view name = argv[++i];
+            if (name != "text" && name != "rttm") {
+                std::fprintf(stderr, "parley: unknown format %s\n\n%s", argv[i], USAGE);
+                return EXIT_USAGE;
+            }
+            result->format = name == "rttm" ? output_format::rttm : output_format::text;
         } else if (argument.starts_with("--model=")) {
             result->model = argument.substr(std::strlen("--model="));
         } else {
@@ -99,6 +114,19 @@ int parse_arguments(int argc, char **argv, options *result) {
     return -1;
 }
 
+void print_segment(std::FILE *out, const options &arguments, const std::string &file,
+                   const zx_parley_segment_t &segment) {
+    constexpr double FRAME_SECONDS = 0.032;
+    const double start = static_cast<double>(segment.start_sec), end = static_cast<double>(segment.end_sec);
+    if (arguments.format == output_format::rttm) {
+        const turn spoken = {start, end + FRAME_SECONDS, "speaker_" + std::to_string(segment.speaker_tag)};
+        std::fputs(format_rttm(std::filesystem::path(file).stem().string(), spoken).c_str(), out);
+        return;
+    }
+    if (arguments.files.size() > 1) std::fprintf(out, "%s\t", file.c_str());
+    std::fprintf(out, "%9.3f %9.3f  speaker %d\n", start, end, segment.speaker_tag);
+}
+
 struct engine_deleter {
     void operator()(zx_parley_t *engine) const { zx_parley_delete(engine); }
 };
@@ -106,6 +134,7 @@ struct engine_deleter {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc > 1 && std::string_view(argv[1]) == "score") return score_command(argc - 2, argv + 2);
     options arguments;
     if (const int status = parse_arguments(argc, argv, &arguments); status >= 0) return status;
     std::FILE *out = take_standard_output();
@@ -134,10 +163,7 @@ int main(int argc, char **argv) {
             continue;
         }
         for (int32_t i = 0; i < num_segments; i++) {
-            if (segments[i].speaker_tag == 0) continue;
-            if (arguments.files.size() > 1) std::fprintf(out, "%s\t", file.c_str());
-            std::fprintf(out, "%9.3f %9.3f  speaker %d\n", static_cast<double>(segments[i].start_sec),
-                         static_cast<double>(segments[i].end_sec), segments[i].speaker_tag);
+            if (segments[i].speaker_tag != 0) print_segment(out, arguments, file, segments[i]);
         }
         zx_parley_segments_delete(segments);
     }
