@@ -21,6 +21,20 @@ constexpr std::array<uint8_t, 16> AMR_PACKED_SIZES = {12, 13, 15, 17, 19, 20, 26
                                                       5,  6,  5,  5,  0,  0,  0,  0};  // bytes
 constexpr std::array<uint8_t, NUM_SPEECH_MODES> SPEECH_BITS = {95, 103, 118, 134, 148, 159, 204, 244};
 
+// Which packed bits carry speech in each mode; the rest of the last byte is padding.
+constexpr std::array<zx_amr_packed_bits_t, NUM_SPEECH_MODES> make_speech_masks() {
+    std::array<zx_amr_packed_bits_t, NUM_SPEECH_MODES> masks{};
+    for (size_t mode = 0; mode < masks.size(); mode++) {
+        for (uint32_t bit = 0; bit < SPEECH_BITS[mode]; bit++) {
+            uint8_t &byte = masks[mode][bit / 8];
+            byte = static_cast<uint8_t>(byte | 0x80 >> bit % 8);
+        }
+    }
+    return masks;
+}
+
+constexpr std::array<zx_amr_packed_bits_t, NUM_SPEECH_MODES> SPEECH_MASKS = make_speech_masks();
+
 struct codec_amr_t {
     void *decoder;
     bool was_reset;  // by the frame before: the decoder is homed
@@ -36,12 +50,7 @@ bool equals_homing_frame(uint32_t frame_type, const uint8_t *bits, const zx_amr_
 }
 
 bool is_homing_frame(uint32_t frame_type, const uint8_t *bits) {
-    if (frame_type >= NUM_SPEECH_MODES) return false;
-    zx_amr_packed_bits_t all{};
-    for (uint32_t bit = 0; bit < SPEECH_BITS[frame_type]; bit++) {
-        all[bit / 8] = static_cast<uint8_t>(all[bit / 8] | 0x80 >> bit % 8);
-    }
-    return equals_homing_frame(frame_type, bits, all);
+    return frame_type < NUM_SPEECH_MODES && equals_homing_frame(frame_type, bits, SPEECH_MASKS[frame_type]);
 }
 
 bool is_homing_frame_first_subframe(uint32_t frame_type, const uint8_t *bits) {

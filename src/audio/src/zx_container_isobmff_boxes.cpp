@@ -155,6 +155,14 @@ struct open_record {
     zx_status_t status;
 };
 
+// Makes the zeroed record; its status says whether there was memory for it.
+template <auto delete_function, class T>
+bool allocate_record(open_record<delete_function, T> *record) {
+    record->box.reset(zx_heap_zeroed<T>());
+    record->status = record->box ? ZX_STATUS_SUCCESS : ZX_STATUS_OUT_OF_MEMORY;
+    return record->status == ZX_STATUS_SUCCESS;
+}
+
 // Asserts what every init asserts, makes the zeroed record and reads its header, which must have the given
 // type, or any if that is null.
 template <auto delete_function, class T>
@@ -168,9 +176,7 @@ open_record<delete_function, T> open_box(const uint8_t *box_data, const char *ty
     zx_container_isobmff_box_header_init(box_data, &header);
     if (type && !has_type(header.type, type)) return record;
     if (header.size < header.header_length + (is_full ? 4 : 0)) return record;
-    record.box.reset(zx_heap_zeroed<T>());
-    record.status = record.box ? ZX_STATUS_SUCCESS : ZX_STATUS_OUT_OF_MEMORY;
-    if (!record.box) return record;
+    if (!allocate_record(&record)) return record;
     if constexpr (is_full) {
         zx_container_isobmff_fullbox_header_init(box_data, &record.box->header);
     } else {
@@ -239,7 +245,7 @@ void delete_children(T **list, int32_t count) {
     std::free(list);
 }
 
-// A table of `count` values, at least one byte long so that an empty one is not null.
+// A zeroed table of `count` values and a spare one, so that an empty table is not null either.
 template <class T>
 bool allocate_table(T **table, uint64_t count) {
     *table = zx_heap_zeroed<T>(static_cast<size_t>(count) + 1);
@@ -303,13 +309,11 @@ open_record<delete_function, T> open_descriptor(const uint8_t *data, uint64_t le
     *object = nullptr;
     open_record<delete_function, T> record = {nullptr, field_reader(data, 0), ZX_STATUS_INVALID_ARGUMENT};
     zx_container_isobmff_base_descriptor_t descriptor;
-    record.status = zx_container_isobmff_base_descriptor_init(data, length, &descriptor);
-    if (record.status != ZX_STATUS_SUCCESS) return record;
-    record.status = ZX_STATUS_INVALID_ARGUMENT;
-    if (descriptor.tag != tag) return record;
-    record.box.reset(zx_heap_zeroed<T>());
-    record.status = record.box ? ZX_STATUS_SUCCESS : ZX_STATUS_OUT_OF_MEMORY;
-    if (!record.box) return record;
+    if (zx_container_isobmff_base_descriptor_init(data, length, &descriptor) != ZX_STATUS_SUCCESS ||
+        descriptor.tag != tag) {
+        return record;
+    }
+    if (!allocate_record(&record)) return record;
     record.box->descriptor = descriptor;
     record.fields = field_reader(data, length, descriptor.header_length);
     return record;
@@ -470,7 +474,7 @@ zx_status_t read_compact_sizes(field_reader *fields, zx_container_isobmff_stsz_b
     const uint64_t count = box->sample_count;
     if (field_size != 4 && field_size != 8 && field_size != 16) return ZX_STATUS_INVALID_ARGUMENT;
     if (!fields->holds((count * field_size + 7) / 8, 1)) return ZX_STATUS_INVALID_ARGUMENT;
-    if (!allocate_table(&box->entry_sizes, count + 1)) return ZX_STATUS_OUT_OF_MEMORY;
+    if (!allocate_table(&box->entry_sizes, count)) return ZX_STATUS_OUT_OF_MEMORY;
     for (uint64_t i = 0; i < count; i++) {
         if (field_size == 16) {
             box->entry_sizes[i] = fields->u16();
@@ -478,8 +482,8 @@ zx_status_t read_compact_sizes(field_reader *fields, zx_container_isobmff_stsz_b
             box->entry_sizes[i] = fields->u8();
         } else {
             // A byte makes two entries: itself shifted left by 4, and itself. Not the two halves that the
-            // standard has: that is how these boxes have always been read here. An odd count writes one entry
-            // too many.
+            // standard has: that is how these boxes have always been read here. An odd count writes into
+            // the spare entry.
             const uint8_t byte = fields->u8();
             box->entry_sizes[i] = static_cast<uint32_t>(byte << 4);
             box->entry_sizes[++i] = byte;
