@@ -126,6 +126,8 @@ score &score::operator+=(const score &other) {
     num_recordings += other.num_recordings;
     num_counted_right += other.num_counted_right;
     count_error += other.count_error;
+    num_small += other.num_small;
+    num_small_right += other.num_small_right;
     return *this;
 }
 
@@ -155,6 +157,8 @@ score score_recording(const std::vector<turn> &reference, const std::vector<turn
     result.num_recordings = 1;
     result.num_counted_right = result.num_found == result.num_speakers;
     result.count_error = std::abs(result.num_found - result.num_speakers);
+    result.num_small = result.num_speakers >= 2 && result.num_speakers <= 4 ? 1 : 0;
+    result.num_small_right = result.num_small * result.num_counted_right;
     return result;
 }
 

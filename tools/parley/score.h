@@ -40,6 +40,8 @@ struct score {
     int num_recordings = 0;
     int num_counted_right = 0;  // recordings with as many speakers in both
     int count_error = 0;        // |found - there|, summed over recordings
+    int num_small = 0;          // recordings with 2 to 4 speakers,
+    int num_small_right = 0;    // and those of them with as many in both
 
     double der() const;  // percent; infinite when there is no speech but an error
     double jer() const;  // percent

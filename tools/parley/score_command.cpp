@@ -110,8 +110,10 @@ void print_scores(const rttm &reference, const rttm &hypothesis, const uem *part
             total += s;
         }
         print_row("total", total);
-        std::printf("speakers counted right in %d of %d recordings, off by %.2f on average\n\n",
-                    total.num_counted_right, total.num_recordings,
+        std::printf("speakers counted right in %d of %d recordings", total.num_counted_right,
+                    total.num_recordings);
+        std::printf(" (%d of %d with 2 to 4 speakers), off by %.2f on average\n\n", total.num_small_right,
+                    total.num_small,
                     total.num_recordings > 0 ? double(total.count_error) / total.num_recordings : 0.0);
     }
 }

@@ -36,6 +36,8 @@ TEST(score, agrees_with_an_example_worked_by_hand) {
     EXPECT_EQ(all.num_found, 3);
     EXPECT_EQ(all.count_error, 1);
     EXPECT_EQ(all.num_counted_right, 0);
+    EXPECT_EQ(all.num_small, 1);
+    EXPECT_EQ(all.num_small_right, 0);
 
     EXPECT_NEAR(score_recording(REFERENCE, HYPOTHESIS, nullptr, {.skip_overlap = true}).der(), 46.34, 0.005);
     EXPECT_NEAR(score_recording(REFERENCE, HYPOTHESIS, nullptr, {.collar = 0.2}).der(), 35.48, 0.005);
@@ -55,6 +57,7 @@ TEST(score, perfect_empty_and_hopeless_hypotheses) {
     EXPECT_EQ(perfect.der(), 0);
     EXPECT_NEAR(perfect.jer(), 0, 1e-9);
     EXPECT_EQ(perfect.num_counted_right, 1);
+    EXPECT_EQ(perfect.num_small_right, 1);
 
     const score empty = score_recording(REFERENCE, {}, nullptr, {});
     EXPECT_NEAR(empty.der(), 100, 1e-9);

@@ -1,0 +1,1 @@
+"""Training, tuning and measuring of Parley's network. See training/README.md."""

@@ -1,0 +1,279 @@
+"""Checks of the training pipeline: training/test/run, or python3 -m unittest with training/ in PYTHONPATH."""
+
+import argparse
+import tempfile
+import unittest
+from pathlib import Path
+
+import numpy as np
+import torch
+import torch.nn.functional as F
+
+from parley_training import export, losses, native, network, prepare, simulate, train, tune
+
+SAMPLE = native.ROOT / "examples/three-voices.wav"
+SAMPLE_RTTM = SAMPLE.with_suffix(".rttm")
+
+
+def write_wav(path, samples):
+    import wave
+    with wave.open(str(path), "wb") as f:
+        f.setnchannels(1)
+        f.setsampwidth(2)
+        f.setframerate(native.RATE)
+        f.writeframes(np.asarray(samples, "<i2").tobytes())
+
+
+def make_corpus(folder):
+    """The sample's three voices as a corpus of three speakers, a clip per turn, and a folder of noise."""
+    samples = native.read_audio(SAMPLE)
+    times, speakers = tune.read_rttm(SAMPLE_RTTM)
+    for i, ((start, end), speaker) in enumerate(zip(times, speakers)):
+        clip = Path(folder) / "sample" / str(speaker) / "chapter" / f"{i}.wav"
+        clip.parent.mkdir(parents=True, exist_ok=True)
+        write_wav(clip, samples[int(start * native.RATE):int(end * native.RATE)])
+    (Path(folder) / "_noise").mkdir()
+    write_wav(Path(folder) / "_noise/hiss.wav", np.random.default_rng(0).normal(0, 300, 3 * native.RATE))
+
+
+class Workspace(unittest.TestCase):
+    """Features of the small corpus, made once."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.held = tempfile.TemporaryDirectory()
+        cls.folder = Path(cls.held.name)
+        (cls.folder / "corpus").mkdir()
+        make_corpus(cls.folder / "corpus")
+        cls.index = prepare.prepare([cls.folder / "corpus"], cls.folder / "features", [1.0, 1.25], 400, [], 1)
+        cls.speech = simulate.Speech(cls.folder / "features")
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.held.cleanup()
+
+
+class Native(unittest.TestCase):
+    def test_recurrent_layer_and_gradient_agree_with_pytorch(self):
+        for frames, batch, inputs, units in [(1, 1, 1, 1), (7, 3, 4, 5), (20, 2, 80, 33)]:
+            with self.subTest(frames=frames, batch=batch, inputs=inputs, units=units):
+                torch.manual_seed(frames)
+                shapes = [(inputs, 3 * units), (units, 3 * units), (3 * units,)] * 2
+                results = []
+                values = [torch.randn(frames, batch, inputs), *(torch.randn(s) * 0.5 for s in shapes)]
+                wanted = torch.randn(frames, batch, units)
+                for layer in (lambda x, w: network.BothDirections.apply(x, *w),
+                              lambda x, w: network.one_direction(x, *w[:3], False) + network.one_direction(x, *w[3:], True)):
+                    tensors = [v.clone().requires_grad_() for v in values]
+                    y = layer(tensors[0], tensors[1:])
+                    (y * wanted).sum().backward()
+                    results.append([y.detach(), *(t.grad for t in tensors)])
+                for compiled, reference in zip(*results):
+                    torch.testing.assert_close(compiled, reference, rtol=1e-4, atol=1e-5)
+
+    def test_saturated_gates_stay_finite(self):
+        y = network.BothDirections.apply(torch.full((3, 1, 2), -1e4), *[torch.ones(2, 12), torch.ones(4, 12), torch.ones(12)] * 2)
+        self.assertTrue(torch.isfinite(y).all())
+
+    def test_speed_moves_length_and_pitch(self):
+        tone = 8000 * np.sin(2 * np.pi * 1000 * np.arange(4 * native.RATE) / native.RATE)
+        for speed in (0.8, 1.25):
+            with self.subTest(speed=speed):
+                changed = native.change_speed(tone.astype(np.int16), speed)
+                self.assertAlmostEqual(len(changed) / len(tone), 1 / speed, delta=0.01)
+                spectrum = np.abs(np.fft.rfft(changed[4000:4000 + native.RATE]))  # 1 Hz a bin
+                self.assertAlmostEqual(int(spectrum.argmax()), round(1000 * speed), delta=2)
+
+    def test_reverberation_decays_as_asked(self):
+        energy = np.zeros((200, 40), np.float32)
+        energy[10] = 1
+        decay, tail = np.full(40, 0.9, np.float32), np.full(40, 0.5, np.float32)
+        native.reverberate(energy, decay, tail, np.ones_like(energy))
+        expected = np.where(np.arange(200) > 10, 0.5 * 0.9 ** (np.arange(200) - 10.0), 0)
+        expected[10] = 1
+        np.testing.assert_allclose(energy, np.repeat(expected[:, None], 40, 1), rtol=1e-4, atol=1e-12)
+
+    def test_unreadable_audio_names_the_file(self):
+        with self.assertRaisesRegex(native.EngineError, "no-such-file"):
+            native.read_audio("no-such-file.wav")
+
+
+class Preparing(Workspace):
+    def test_short_runs_are_flipped(self):
+        for text, value, shortest, edges, expected in [
+                ("0011000", 1, 3, True, "0000000"), ("0011100", 1, 3, True, "0011100"), ("1100000", 1, 3, False, "1100000"),
+                ("1100000", 1, 3, True, "0000000"), ("1101011", 0, 2, False, "1111111"), ("0110", 0, 2, False, "0110")]:
+            mask = np.array([c == "1" for c in text])
+            flipped = prepare.flip_short_runs(mask, bool(value), shortest, edges)
+            self.assertEqual("".join("01"[int(v)] for v in flipped), expected, text)
+
+    def test_activity_finds_speech_and_closes_short_gaps(self):
+        rng = np.random.default_rng(1)
+        level = np.full(6 * native.RATE, 8.0)
+        for start, end in [(1.0, 2.0), (2.15, 3.0), (4.0, 5.0)]:  # seconds
+            level[int(start * native.RATE):int(end * native.RATE)] = 3000
+        active = prepare.speech_activity(native.features((rng.normal(0, 1, len(level)) * level).astype(np.int16)))
+        edges = np.flatnonzero(np.diff(active.astype(int))) * native.HOP / native.RATE
+        np.testing.assert_allclose(edges, [1, 3, 4, 5], atol=0.06)
+
+    def test_corpus_becomes_voices_by_speed(self):
+        self.assertEqual(sorted((e["speaker"], e["speed"]) for e in self.index if e["dataset"] == "sample"),
+                         [(s, v) for s in "123" for v in (1.0, 1.25)])
+        self.assertEqual((len(self.speech.voices), self.speech.num_people, len(self.speech.background)), (6, 3, 1))
+
+    def test_skipped_datasets_and_strangers_stay_out(self):
+        self.assertEqual(len(simulate.Speech(self.folder / "features", skip=["sample"]).voices), 0)
+        self.assertEqual(simulate.Speech(self.folder / "features", only={"sample/2"}).num_people, 1)
+
+
+class Simulating(Workspace):
+    def test_a_seed_gives_one_batch(self):
+        first, again, other = (simulate.batch(self.speech, 2, 2, 64, np.random.default_rng(seed)) for seed in (5, 5, 6))
+        for a, b in zip(first, again):
+            np.testing.assert_array_equal(a, b)
+        self.assertFalse(np.array_equal(first[0], other[0]))
+
+    def test_shapes_and_ranges(self):
+        for seed in range(30):
+            x, label, weight, voices = simulate.batch(self.speech, 2, 3, 50, np.random.default_rng(seed))
+            self.assertEqual((x.shape, label.shape, weight.shape), ((50, 6, 80), (50, 6), (50, 6)))
+            self.assertTrue(np.isfinite(x).all() and (weight > 0).all() and (weight <= 1).all())
+            for chunk in range(6):
+                spoken = set(label[:, chunk]) - {-1}
+                present = voices[chunk // 3]
+                self.assertTrue(all(present[s] >= 0 for s in spoken))
+
+    def test_people_of_a_recording_differ(self):
+        for seed in range(50):
+            chosen = simulate.choose_voices(self.speech, 3, np.random.default_rng(seed))
+            self.assertEqual(len({self.speech.voices[v][1] for v in chosen}), 3)
+
+    def test_labels_follow_the_sound(self):
+        # Speech is louder than what lies between it, whatever room, channel and noise: in nearly all conversations.
+        louder = 0
+        for seed in range(40):
+            x, label, weight, _ = simulate.conversation(self.speech, 600, np.random.default_rng(seed))
+            energy = np.log10((10.0 ** x.astype(float)).sum(1) + 1e-15)
+            clear = weight > 0.9
+            if (label[clear] < 0).sum() > 20 and (label[clear] >= 0).sum() > 20:
+                louder += np.median(energy[clear & (label >= 0)]) > np.median(energy[clear & (label < 0)])
+            else:
+                louder += 1
+        self.assertGreaterEqual(louder, 36)
+
+    def test_warping_moves_a_peak(self):
+        energy = np.zeros(40)
+        energy[20] = 1
+        self.assertEqual((energy @ simulate.warp(1.0)).argmax(), 20)
+        self.assertLess((energy @ simulate.warp(1.1)).argmax(), 20)
+        self.assertGreater((energy @ simulate.warp(0.9)).argmax(), 20)
+
+
+class LossTerms(unittest.TestCase):
+    def test_runs_span_pauses_and_end_at_changes(self):
+        label = torch.tensor([[0, 0, -1, 0, 1, 1, -1, 0], [-1, 2, 2, 2, 2, 2, -1, -1]]).t()
+        runs = losses.number_runs(label).t().tolist()
+        first, second = runs
+        self.assertEqual([first[i] for i in (0, 1, 3)], [first[0]] * 3)
+        self.assertEqual((first[2], first[6], second[0], second[7]), (-1,) * 4)
+        self.assertEqual(len({first[0], first[4], first[7], second[1]}), 4)
+
+    def test_perfect_embeddings_cost_little_and_mixed_ones_much(self):
+        label = torch.tensor([0, 1, -1, 1, 0, 1]).repeat_interleave(40)[:, None].repeat(1, 4)
+        voices = torch.tensor([[0, 1, -1, -1, -1, -1], [2, 3, -1, -1, -1, -1]])
+        directions = torch.eye(5)
+        background = directions[4]
+        of_voice = torch.cat([directions, background[None]])
+        voice = torch.stack([torch.where(label[:, b] >= 0, voices[b // 2][label[:, b]], torch.tensor(5)) for b in range(4)], 1)
+        good = of_voice[voice]
+        terms = losses.Losses(4, 5)
+        terms.voices.data = directions[:4].clone()
+        ask = lambda e: {k: float(v) for k, v in terms(e, background, label, torch.ones(label.shape), voices, 2)[0].items()}
+        # Half of the time the first speaker sounds like the second, and all speech a little like the background.
+        mixed = torch.where((label == 0)[..., None] & (torch.arange(240) < 120)[:, None, None], of_voice[voices[0, 1]], good)
+        right, wrong = ask(good), ask(F.normalize(mixed + background, dim=2))
+        for term in losses.TERMS:
+            self.assertLess(right[term], 0.2, term)
+            self.assertGreater(wrong[term], right[term] + 0.3, term)
+
+
+class Models(Workspace):
+    def options(self, out, steps):
+        return argparse.Namespace(features=self.folder / "features", out=out, steps=steps, units=12, layers=2, embedding=8,
+                                  rate=2e-3, seed=3, skip=[], start_from=None, workers=2, save_every=1e9, device="cpu")
+
+    def test_exported_model_computes_what_training_does(self):
+        torch.manual_seed(4)
+        net = network.Network(2, 48, 16)
+        for p in net.recurrent:
+            p.data += torch.randn_like(p) * 0.1
+        net.clamp_weights()
+        mean, scale = train.feature_statistics(self.speech, 1)
+        model = self.folder / "exported.zx"
+        model.write_bytes(export.model_bytes(dict(averaged=net.state_dict(), sizes=net.sizes, mean=mean, scale=scale), 100, 20))
+        rows = native.features(native.read_audio(SAMPLE)[:3 * native.RATE])
+        frames = len(rows) // 2
+        with native.Engine(model) as engine:
+            engine.set_chunks(1000, 20)
+            fixed = engine.embed(rows)
+        x = torch.from_numpy(rows[:2 * frames].reshape(frames, 1, 80) / 1024).float()
+        with torch.no_grad():
+            floating = F.normalize(net(train.normalize(x, mean, scale))[:, 0], dim=1).numpy()
+        cosine = (fixed * floating).sum(1)
+        self.assertGreater(cosine.mean(), 0.995)
+        self.assertGreater(cosine.min(), 0.95)
+
+    def test_a_stopped_run_goes_on_as_if_it_had_not_stopped(self):
+        whole, parts = self.options(self.folder / "whole", 4), self.options(self.folder / "parts", 4)
+        stages, train.STAGES = train.STAGES, [(0.0, (3, 2, 32)), (0.5, (2, 2, 64))]
+        try:
+            train.train(whole)
+            run = train.Run(parts)  # two steps by hand, saved, then the rest
+            for step in range(2):
+                shape = train.stage_of(step, 4)
+                run.one_step(*simulate.batch(run.speech, *shape, np.random.default_rng([3, step])), shape[1])
+            run.save()
+            train.train(parts)
+        finally:
+            train.STAGES = stages
+        a, b = (torch.load(o.out / "checkpoint.pt") for o in (whole, parts))
+        self.assertEqual((a["step"], b["step"]), (4, 4))
+        for name, value in a["averaged"].items():
+            torch.testing.assert_close(value, b["averaged"][name], rtol=0, atol=1e-6)
+
+    def test_tuning_finds_thresholds_and_changes_nothing_else(self):
+        recordings = self.folder / "recordings"
+        recordings.mkdir()
+        for source in (SAMPLE, SAMPLE_RTTM):
+            (recordings / source.name).write_bytes(source.read_bytes())
+        shipped = native.ROOT / "models/parley.zx"
+        spoiled, tuned = self.folder / "spoiled.zx", self.folder / "tuned.zx"
+        tune.write_tunables(shipped, spoiled, (400, 50), (0.02, 0.02, 0.02, 0.02))
+        before, after = shipped.read_bytes(), spoiled.read_bytes()
+        at, thresholds = tune.read_tunables(shipped)
+        self.assertEqual((len(before), thresholds - at), (len(after), 8))
+        self.assertEqual(before[:at] + before[at + 24:], after[:at] + after[at + 24:])
+        cost, found = tune.search((str(spoiled), [recordings], (640, 80), 60, 1, None))
+        self.assertLess(cost, 0.15)
+        tune.write_tunables(spoiled, tuned, (640, 80), found)
+        with native.Engine(tuned) as engine:
+            held = tune.Recordings([recordings])
+            held.embed(engine, 640, 80)
+            self.assertAlmostEqual(tune.der(held.errors(engine, found)), 0, delta=0.15)
+
+
+class Scoring(unittest.TestCase):
+    def test_worked_example(self):
+        reference = np.array([(0, 2), (1.5, 3.5), (4, 5.1)]), np.array([1, 2, 1], np.int32)
+        hypothesis = np.array([(0, 0.8), (0.6, 2.3), (2.1, 3.9), (3.8, 5.2)]), np.array([1, 2, 3, 1], np.int32)
+        for collar, skip, expected in [(0, False, (5.1, 0.5, 1.1, 1.3)), (0, True, None), (0.2, False, None)]:
+            speech, missed, false_alarm, confusion, there, found = native.score(reference, hypothesis, collar, skip)
+            self.assertEqual((there, found), (2, 3))
+            if expected:
+                np.testing.assert_allclose((speech, missed, false_alarm, confusion), expected, atol=1e-9)
+            rate = (missed + false_alarm + confusion) / speech
+            self.assertAlmostEqual(rate, {(0, False): 0.5686, (0, True): 0.4634, (0.2, False): 0.3548}[collar, skip], 3)
+
+
+if __name__ == "__main__":
+    unittest.main()
