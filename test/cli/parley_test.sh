@@ -32,11 +32,11 @@ fi
 expect 0 'three-voices.wav'$'\t'' +[0-9]' '' "$sample" "$sample"
 [ "$(wc -l <"$tmp/out")" = $((2 * $(wc -l <"$tmp/one"))) ] || failures=$((failures + 1))
 
-expect 0 'usage: parley' '' --help
+expect 0 'Usage: parley' '' --help
 expect 0 '^parley 1\.0\.0$' '' --version
 expect 2 '' 'no audio file'
-expect 2 '' 'unknown or incomplete option --modle' --modle x "$sample"
-expect 2 '' 'unknown or incomplete option --model' --model
+expect 2 '' 'not expected: --modle' --modle x "$sample"
+expect 2 '' '--model: 1 required FILE missing' --model
 expect 1 '' 'nowhere.zx: IO_ERROR' --model nowhere.zx "$sample"
 expect 1 '' 'Failed to open file `nowhere.zx`' --model=nowhere.zx "$sample"
 expect 1 '' '`zx_audio_file` failed to init with status `IO_ERROR`' nowhere.wav
@@ -62,6 +62,58 @@ expect 1 '' 'broken.rttm:1: cannot be read' score "$reference" "$tmp/broken.rttm
 expect 2 '' 'a reference and a hypothesis' score "$reference"
 expect 2 '' 'collar takes a number' score --collar x "$reference" "$reference"
 expect 0 'usage: parley score' '' score --help
+
+# What users ask for beyond who spoke when
+expect 0 '^ +[0-9.]+ +[0-9.]+  Ann$' '' --names Ann,Bob "$sample"
+speakers() { "$parley" "$@" "$sample" | awk '{print $NF}' | sort -u | wc -l; }
+for n in 1 2 3; do
+    [ "$(speakers -n $n)" = $n ] || { echo "-n $n: $(speakers -n $n) speakers"; failures=$((failures + 1)); }
+done
+[ "$(speakers --min-speakers 3 --max-speakers 5)" = 3 ] || failures=$((failures + 1))
+[ "$(speakers --threshold 0,0,0,1)" = 0 ] || failures=$((failures + 1)) # everything is background
+expect 0 '"note": "only [0-9]+ speakers can be told apart"' '' -n 40 --format json "$sample"
+expect 2 '' '--speakers goes without' -n 2 --max-speakers 3 "$sample"
+expect 2 '' 'above --max-speakers' --min-speakers 4 --max-speakers 3 "$sample"
+expect 2 '' 'four numbers' --threshold 0.1,0.2 "$sample"
+expect 2 '' '--output-dir' --format rttm,json "$sample"
+expect 2 '' '--resume needs' --resume "$sample"
+"$parley" - <"$sample" >"$tmp/from_stdin"
+cmp "$tmp/one" "$tmp/from_stdin" || failures=$((failures + 1))
+expect 1 '' 'INVALID_ARGUMENT' - <"$source/README.md"
+
+# Voices of two recordings: the second is the first, its speakers in another order of appearance
+"$parley" --format json --embeddings "$sample" >"$tmp/a.json"
+"$parley" --format json --embeddings --names C,A,B "$sample" >"$tmp/b.json"
+expect 0 '^speaker 2'$'	''A'$'	''1\.000$' '' match "$tmp/a.json" "$tmp/b.json"
+expect 1 '' 'is not what' match "$tmp/a.json" "$reference"
+printf 'WEBVTT\n\n00:01.000 --> 00:02.000\nHello\n' >"$tmp/words.vtt"
+expect 0 '^<v Ann>Hello$' '' assign --words "$tmp/words.vtt" --names Ann "$sample"
+expect 0 '^<v [a-z]+>Hello$' '' assign --words "$tmp/words.vtt" "$reference"
+expect 1 '' 'README.md: line 1 is none of a CTM' assign --words "$source/README.md" "$reference"
+
+# Many files: the good ones come out, the bad ones are named, and a second run only does what is missing
+mkdir -p "$tmp/in/deep"
+for i in $(seq 30); do cp "$sample" "$tmp/in/deep/$i.wav"; done
+head -c 1000 "$sample" >"$tmp/in/short.wav" # a header that promises more
+printf 'no audio' >"$tmp/in/bad.mp3"
+expect 1 '' '2 of 32 recordings failed' -j 3 -f rttm,json -o "$tmp/outputs" "$tmp/in"
+[ "$(find "$tmp/outputs" -name '*.rttm' | wc -l)" = 30 ] && [ "$(find "$tmp/outputs" -type f | wc -l)" = 60 ] ||
+    { echo "wrong outputs"; failures=$((failures + 1)); }
+for i in $(seq 30); do
+    sed "s/^SPEAKER [0-9]* /SPEAKER three-voices /" "$tmp/outputs/deep/$i.rttm" | cmp - "$tmp/hypothesis.rttm" || failures=$((failures + 1))
+done
+rm "$tmp/outputs/deep/7.json"
+touch "$tmp/before"
+expect 1 '' '2 of 32' --resume -f rttm,json -o "$tmp/outputs" "$tmp/in"
+[ "$(find "$tmp/outputs" -newer "$tmp/before" -type f | wc -l)" = 2 ] || { echo "resumed too much"; failures=$((failures + 1)); }
+# A run that is killed leaves whole files under their names
+"$parley" -f html -o "$tmp/killed" "$tmp/in/deep" &
+sleep 0.3
+kill -9 $!
+wait $! 2>/dev/null
+for page in "$tmp"/killed/*.html; do
+    [ ! -e "$page" ] || tail -c 8 "$page" | grep -q '</html>' || { echo "$page is half"; failures=$((failures + 1)); }
+done
 
 PARLEY_MODEL=nowhere.zx expect 1 '' 'nowhere.zx' "$sample"
 PARLEY_MODEL=nowhere.zx expect 0 'speaker 1' '' --model "$source/models/parley.zx" "$sample"

@@ -3,7 +3,8 @@
 The clustering averages runs of frames of one speaker, merges runs by their cosine against one threshold for all recordings,
 and sends frames near the reference vector to the background. So:
 
-  voice       the mean of every run names its voice among all voices of the training (additive margin softmax)
+  voice       the mean of every run names its voice among all voices of the training, each represented by where it was heard
+              in earlier recordings (additive margin softmax)
   frame       every frame is nearest to its speaker's mean over the other chunks of the recording, among the recording's
               speakers and the background
   pair        two runs of a recording belong together or not: logistic on their cosine, one slope and offset for all
@@ -56,11 +57,18 @@ def mean_or_zero(values):
 class Losses(nn.Module):
     def __init__(self, num_voices, embedding):
         super().__init__()
-        # Only directions count. Short vectors turn faster, and each voice is met but once in a hundred steps.
-        self.voices = nn.Parameter(torch.randn(num_voices, embedding) * 0.02)
+        # Where each voice was last heard, a running mean. It is met once in a hundred steps: an optimizer that scales
+        # steps by past gradients would move it by noise in between.
+        self.register_buffer("voices", F.normalize(torch.randn(num_voices, embedding), dim=1))
         self.frame_scale = nn.Parameter(torch.tensor(2.5))  # logarithm
         self.pair = nn.Parameter(torch.tensor([2.3, 0.5]))  # logarithm of the slope, offset
         self.near = nn.Parameter(torch.tensor([2.3, 0.4]))
+
+    @torch.no_grad()
+    def remember(self, voice, sums):
+        heard, index = torch.unique(voice, return_inverse=True)
+        now = F.normalize(torch.zeros(len(heard), sums.shape[1], device=sums.device).index_add(0, index, sums), dim=1)
+        self.voices[heard] = F.normalize(self.voices[heard] + now, dim=1)
 
     def forward(self, embedding, background, label, weight, voices, chunks):
         """embedding (frames, B, E) as the network gives it; the rest as simulate.batch does. {term: loss}, {name: share}."""
@@ -86,11 +94,12 @@ class Losses(nn.Module):
         in_recording, speaker = in_recording[keep], speaker[keep]
 
         voice = voices[in_recording, speaker]
-        cosine = mean @ F.normalize(self.voices, dim=1).t()
+        cosine = mean @ self.voices.clone().t()
         logits = 20.0 * cosine.scatter_add(1, voice[:, None], torch.full((len(voice), 1), -0.2, device=e.device))
         importance = length.clamp(max=60).sqrt()
         losses["voice"] = (F.cross_entropy(logits, voice, reduction="none") * importance).sum() / importance.sum()
-        shares["voice"] = (logits.argmax(1) == voice).float().mean()
+        shares["voice"] = (cosine.argmax(1) == voice).float().mean()
+        self.remember(voice, mean.detach() * length[:, None])
 
         # Pairs of runs
         slope, offset = self.pair[0].exp(), self.pair[1]

@@ -187,8 +187,11 @@ class LossTerms(unittest.TestCase):
         voice = torch.stack([torch.where(label[:, b] >= 0, voices[b // 2][label[:, b]], torch.tensor(5)) for b in range(4)], 1)
         good = of_voice[voice]
         terms = losses.Losses(4, 5)
-        terms.voices.data = directions[:4].clone()
-        ask = lambda e: {k: float(v) for k, v in terms(e, background, label, torch.ones(label.shape), voices, 2)[0].items()}
+
+        def ask(e):
+            terms.voices.copy_(directions[:4])
+            return {k: float(v) for k, v in terms(e, background, label, torch.ones(label.shape), voices, 2)[0].items()}
+
         # Half of the time the first speaker sounds like the second, and all speech a little like the background.
         mixed = torch.where((label == 0)[..., None] & (torch.arange(240) < 120)[:, None, None], of_voice[voices[0, 1]], good)
         right, wrong = ask(good), ask(F.normalize(mixed + background, dim=2))

@@ -146,26 +146,35 @@ extern "C" zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm
     const zx_heap_ptr<int16_t> feature(
         zx_heap_zeroed<int16_t>(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE));
     if (!feature) return report_allocation("feature");
-    zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
-    int16_t *row = feature.get();
-    for (int64_t hop = 0; hop < 2 * int64_t{num_frames}; hop++) {
-        const zx_status_t status = zx_filterbank_compute(object->filterbank, pcm, row);
-        if (status != ZX_STATUS_SUCCESS) return report_failure("zx_filterbank_compute", status);
-        pcm += ZX_PARLEY_HOP_LENGTH;
-        row += ZX_FILTERBANK_NUM_BANDS;
-    }
-    zx_filterbank_reset(object->filterbank);
+    zx_status_t status = zx_parley_internal_features(object, pcm, num_frames, feature.get());
+    if (status != ZX_STATUS_SUCCESS) return report_failure("zx_filterbank_compute", status);
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
 
     const zx_heap_ptr<uint32_t> clusters(zx_heap_zeroed<uint32_t>(static_cast<size_t>(num_frames)));
     if (!clusters) return report_allocation("clusters");
-    zx_status_t status = zx_parley_internal_process(object, feature.get(), num_frames, clusters.get());
+    status = zx_parley_internal_process(object, feature.get(), num_frames, clusters.get());
     if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_internal_process", status);
 
     status = zx_parley_internal_segment(object, clusters.get(), num_frames, num_segments, segments);
     zx_parley_internal_reset(object);
     // Callers know this step under the name of the one before it.
     if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_internal_process", status);
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm, int32_t num_frames,
+                                        int16_t *feature) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(pcm);
+    ZX_ASSERT(num_frames > 0);
+    ZX_ASSERT(feature);
+    zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
+    for (int64_t hop = 0; hop < 2 * int64_t{num_frames}; hop++) {
+        const zx_status_t status = zx_filterbank_compute(object->filterbank, pcm + hop * ZX_PARLEY_HOP_LENGTH,
+                                                         feature + hop * ZX_FILTERBANK_NUM_BANDS);
+        if (status != ZX_STATUS_SUCCESS) return status;
+    }
+    zx_filterbank_reset(object->filterbank);
     return ZX_STATUS_SUCCESS;
 }
 

@@ -32,6 +32,11 @@ struct zx_parley_t {
 [[nodiscard]] zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
                                                   zx_parley_t **object);
 
+// 512 * num_frames > 0 samples to num_frames frames of 80 values: two filterbank rows each, before
+// normalization. ZX_STATUS_OUT_OF_MEMORY.
+[[nodiscard]] zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm,
+                                                      int32_t num_frames, int16_t *feature);
+
 // Normalizes num_frames > 0 filterbank rows (two per network frame) in place.
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames);
 

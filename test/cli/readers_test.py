@@ -1,0 +1,138 @@
+#!/usr/bin/env python3
+"""What the tool writes, read by programs that are not ours: readers_test.py PARLEY AUDIO
+
+All formats must agree with each other. A reader that is not installed is named and its format left out."""
+
+import csv
+import json
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+import xml.etree.ElementTree as xml
+from pathlib import Path
+
+try:
+    import srt
+    import webvtt
+except ImportError:
+    srt = webvtt = None
+try:
+    from PIL import Image
+except ImportError:
+    Image = None
+
+PARLEY, AUDIO = sys.argv[1:3]
+FORMATS = "json,csv,vtt,srt,audacity,textgrid,eaf,ctm,uem,rttm,html,text,table" + (",svg,png" if "png" in subprocess.run(
+    [PARLEY, "--help"], capture_output=True, text=True).stdout else "")
+
+
+class Readers(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.held = tempfile.TemporaryDirectory()
+        cls.folder = Path(cls.held.name)
+        subprocess.run([PARLEY, "-f", FORMATS, "-o", cls.folder, "--names", 'Ann "A" <b>,Bob & co', "--confidence", AUDIO],
+                       check=True)
+        cls.stem = Path(AUDIO).stem
+        cls.json = json.loads(cls.file(".json").read_text())
+        cls.expected = [(s["start"], s["end"], s["speaker"]) for s in cls.json["segments"]]
+        assert len(cls.expected) > 5
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.held.cleanup()
+
+    @classmethod
+    def file(cls, extension):
+        return cls.folder / (cls.stem + extension)
+
+    def assert_same(self, found, tolerance=0.0011):
+        self.assertEqual(len(found), len(self.expected))
+        for (a, b, who), (c, d, name) in zip(sorted(found), sorted(self.expected)):
+            self.assertAlmostEqual(a, c, delta=tolerance)
+            self.assertAlmostEqual(b, d, delta=tolerance)
+            self.assertEqual(who, name)
+
+    def test_json_adds_up(self):
+        for speaker in self.json["speakers"]:
+            own = sum(s["end"] - s["start"] for s in self.json["segments"] if s["speaker"] == speaker["name"])
+            self.assertAlmostEqual(own, speaker["seconds"], delta=0.05)
+        self.assertTrue(all(0 <= s["confidence"] <= 1 for s in self.json["segments"]))
+
+    def test_csv(self):
+        with open(self.file(".csv"), newline="") as file:
+            self.assert_same([(float(r["start"]), float(r["end"]), r["speaker"]) for r in csv.DictReader(file)])
+
+    @unittest.skipUnless(webvtt, "python3-webvtt and python3-srt are not installed")
+    def test_captions(self):
+        seconds = lambda t: sum(float(p) * f for p, f in zip(t.split(":"), (3600, 60, 1)))
+        import html
+        self.assert_same([(seconds(c.start), seconds(c.end), html.unescape(c.text)) for c in webvtt.read(self.file(".vtt"))])
+        with open(self.file(".srt")) as file:
+            self.assert_same([(c.start.total_seconds(), c.end.total_seconds(), c.content) for c in srt.parse(file)])
+
+    def test_labels(self):
+        rows = [line.split("\t") for line in self.file(".labels.txt").read_text().splitlines()]
+        self.assert_same([(float(a), float(b), name) for a, b, name in rows])
+
+    @unittest.skipUnless(shutil.which("praat"), "praat is not installed")
+    def test_textgrid_in_praat(self):
+        script = self.folder / "read.praat"
+        script.write_text(f'''Read from file: "{self.file(".TextGrid")}"
+tiers = Get number of tiers
+for t to tiers
+    name$ = Get tier name: t
+    n = Get number of intervals: t
+    for i to n
+        text$ = Get label of interval: t, i
+        if text$ <> ""
+            a = Get start time of interval: t, i
+            b = Get end time of interval: t, i
+            writeInfo: ""
+            appendFileLine: "{self.folder}/praat.txt", a, tab$, b, tab$, name$
+        endif
+    endfor
+endfor
+''')
+        subprocess.run(["praat", "--run", script], check=True, stdout=subprocess.DEVNULL)
+        rows = [line.split("\t") for line in (self.folder / "praat.txt").read_text().splitlines()]
+        self.assert_same([(float(a), float(b), name) for a, b, name in rows])
+
+    def test_eaf_is_the_xml_that_elan_reads(self):
+        root = xml.parse(self.file(".eaf")).getroot()
+        slots = [(s.get("TIME_SLOT_ID"), int(s.get("TIME_VALUE"))) for s in root.iter("TIME_SLOT")]
+        self.assertEqual([v for _, v in slots], sorted(v for _, v in slots))
+        at = dict(slots)
+        types = {t.get("LINGUISTIC_TYPE_ID") for t in root.iter("LINGUISTIC_TYPE")}
+        found = []
+        for tier in root.iter("TIER"):
+            self.assertIn(tier.get("LINGUISTIC_TYPE_REF"), types)
+            for a in tier.iter("ALIGNABLE_ANNOTATION"):
+                found.append((at[a.get("TIME_SLOT_REF1")] / 1000, at[a.get("TIME_SLOT_REF2")] / 1000, tier.get("TIER_ID")))
+        self.assert_same(found)
+
+    def test_nist_files(self):
+        nist = lambda name: "_".join(name.split())
+        expected = sorted((a, b, nist(name)) for a, b, name in self.expected)
+        for extension, column in ((".rttm", 7), (".ctm", 4)):
+            start = 3 if extension == ".rttm" else 2
+            rows = [line.split() for line in self.file(extension).read_text().splitlines()]
+            found = sorted((float(r[start]), float(r[start]) + float(r[start + 1]), r[column]) for r in rows)
+            for (a, b, who), (c, d, name) in zip(found, expected):
+                self.assertEqual((round(a, 2), round(b, 2), who), (round(c, 2), round(d, 2), name))
+        name, channel, start, end = self.file(".uem").read_text().split()
+        self.assertEqual((float(start), float(end)), (0, self.json["duration"]))
+
+    @unittest.skipUnless(Image and "png" in FORMATS, "python3-pil is not installed, or no cairo")
+    def test_pictures(self):
+        picture = Image.open(self.file(".png")).convert("RGB")
+        colours = {c for _, c in picture.getcolors(1 << 20)}
+        self.assertLessEqual({(0, 0x72, 0xB2), (0xE6, 0x9F, 0)}, colours)
+        svg = xml.parse(self.file(".svg")).getroot()
+        self.assertTrue(svg.tag.endswith("svg"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
