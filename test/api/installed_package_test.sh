@@ -19,13 +19,18 @@ CMAKE
 "$cmake" --build "$tmp/build" >/dev/null
 "$tmp/build/consumer" "$tmp/usr/share/parley/parley.zx"
 
-# The pkg-config file names the prefix it was configured for; here it stands elsewhere.
+# The examples, as their folder builds them.
+"$cmake" -S "$source/examples" -B "$tmp/examples" -DCMAKE_PREFIX_PATH="$tmp/usr" >/dev/null
+"$cmake" --build "$tmp/examples" >/dev/null
+"$tmp/examples/diarize" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" | grep -q 'speaker 3$'
+tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/talk_time" "$tmp/usr/share/parley/parley.zx" |
+    grep -q '^speaker 3: '
+
 pc=$(dirname "$(find "$tmp/usr" -name parley.pc)")
-flags=$(PKG_CONFIG_PATH=$pc pkg-config --define-variable=libdir="$(dirname "$pc")" \
-    --define-variable=includedir="$tmp/usr/include" --cflags --libs parley)
+flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs parley)
 # shellcheck disable=SC2086
 cc -std=c99 "$source/test/api/api_test.c" $flags -o "$tmp/with_pkg_config"
-LD_LIBRARY_PATH=$(dirname "$pc") "$tmp/with_pkg_config" "$tmp/usr/share/parley/parley.zx"
+LD_LIBRARY_PATH=$(dirname "$pc") "$tmp/with_pkg_config" "$(PKG_CONFIG_PATH=$pc pkg-config --variable=model parley)"
 
 # The installed tool finds the installed model, not the one of the source tree.
 cmp "$source/models/parley.zx" "$tmp/usr/share/parley/parley.zx"

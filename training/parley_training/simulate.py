@@ -226,7 +226,7 @@ def conversation(speech, frames, rng):
     if rng.random() < 0.97:
         for _ in range(1 + (rng.random() < 0.2)):
             total += background(speech, rows, rng) * np.float32(10 ** (-rng.uniform(3, 40) / 10))
-    total *= np.float32(10 ** rng.normal(-3.6, 0.9))  # level of the recording
+    total *= np.float32(10 ** rng.uniform(-6.3, -2.2))  # level of the recording
     total += np.float32(10 ** rng.uniform(-12, -8.5)) * speech.fluctuation(rows, rng)  # of the converter
     log_energy = np.log10(np.maximum(total, 1e-15))
     u = rng.random()

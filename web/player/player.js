@@ -128,10 +128,13 @@ function parleyPlayer(root, data, audio) {
     show(seconds);
     if (!audio) return;
     audio.currentTime = position;
-    if (listen) audio.play();
+    if (listen) start();
+  }
+  function start() {
+    audio.play().catch(() => {});  // interrupted by a pause; a file that cannot be played tells so itself
   }
   function toggle() {
-    if (audio) audio.paused ? audio.play() : audio.pause();
+    if (audio) audio.paused ? start() : audio.pause();
   }
   function follow() {
     show(audio.currentTime);
@@ -151,6 +154,7 @@ function parleyPlayer(root, data, audio) {
   }
   const keys = (event) => {
     if (event.target.closest("input, textarea, select") || event.ctrlKey || event.metaKey || event.altKey) return;
+    if (event.key === " " && event.target.closest("button")) return;  // which the browser presses
     const starts = data.segments.map((s) => s.start);
     if (event.key === " ") toggle();
     else if (event.key === "ArrowRight") seek(position + 5);

@@ -1,0 +1,31 @@
+# bash completion for parley
+_parley() {
+    local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]}
+    case $before in
+    -f | --format)
+        local done=${current%"${current##*,}"}
+        COMPREPLY=($(compgen -P "$done" -W "table text rttm json csv vtt srt audacity textgrid eaf ctm uem html svg png" \
+            -- "${current##*,}"))
+        compopt -o nospace
+        return ;;
+    --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
+    -o | --output-dir) COMPREPLY=($(compgen -d -- "$current")); return ;;
+    -m | --model | --manifest | --words | --uem) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
+    esac
+    if [[ $current == -* ]]; then
+        local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers
+            --max-speakers --threshold --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings
+            --model --color --quiet --verbose"
+        case $command in
+        score) options="--help --collar --skip-overlap --uem --each" ;;
+        assign) options="--help --words --reach --speakers --names --model" ;;
+        match) options="--help --threshold" ;;
+        esac
+        COMPREPLY=($(compgen -W "$options" -- "$current"))
+        return
+    fi
+    COMPREPLY=($(compgen -f -- "$current"))
+    compopt -o filenames
+    [ "$COMP_CWORD" != 1 ] || COMPREPLY+=($(compgen -W "score assign match" -- "$current"))
+}
+complete -F _parley parley
