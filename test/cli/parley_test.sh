@@ -81,6 +81,17 @@ expect 2 '' '--resume needs' --resume "$sample"
 cmp "$tmp/one" "$tmp/from_stdin" || failures=$((failures + 1))
 expect 1 '' 'INVALID_ARGUMENT' - <"$source/README.md"
 
+# A speaker per channel: the first half of the sample on one, the second on the other, each leaking into the other.
+if command -v ffmpeg >/dev/null && ! "$parley" --channels split "$sample" 2>&1 | grep -q 'left out'; then
+    first='lt(t\,34)' second='gte(t\,34)'
+    ffmpeg -nostdin -v error -i "$sample" -af \
+        "aeval=val(0)*($first+0.05*$second)|val(0)*($second+0.05*$first):c=stereo,aresample=44100" "$tmp/two.flac"
+    "$parley" --channels split -f rttm "$tmp/two.flac" >"$tmp/two.rttm"
+    awk '{wrong += ($8 == "speaker_1") != ($4 < 34) ? $5 : 0; all += $5} END {exit !(all > 50 && wrong < 1.5)}' "$tmp/two.rttm" ||
+        { echo "channels are mixed up"; failures=$((failures + 1)); }
+fi
+expect 2 '' 'channels are the speakers' --channels split -n 2 "$sample"
+
 # Voices of two recordings: the second is the first, its speakers in another order of appearance
 "$parley" --format json --embeddings "$sample" >"$tmp/a.json"
 "$parley" --format json --embeddings --names C,A,B "$sample" >"$tmp/b.json"

@@ -8,13 +8,14 @@ _parley() {
             -- "${current##*,}"))
         compopt -o nospace
         return ;;
+    --channels) COMPREPLY=($(compgen -W "mix split" -- "$current")); return ;;
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     -o | --output-dir) COMPREPLY=($(compgen -d -- "$current")); return ;;
     -m | --model | --manifest | --words | --uem) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
         local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers
-            --max-speakers --threshold --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings
+            --max-speakers --channels --threshold --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings
             --model --color --quiet --verbose"
         case $command in
         score) options="--help --collar --skip-overlap --uem --each" ;;

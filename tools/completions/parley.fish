@@ -13,6 +13,7 @@ complete -c parley -n $diarizing -s n -l speakers -x -d 'Exactly that many speak
 complete -c parley -n $diarizing -l min-speakers -x
 complete -c parley -n $diarizing -l max-speakers -x
 complete -c parley -n $diarizing -l threshold -x -d 'offline,prune,segment,background'
+complete -c parley -n $diarizing -l channels -x -a 'mix split'
 complete -c parley -n $diarizing -l merge-gap -x -d 'Seconds'
 complete -c parley -n $diarizing -l min-duration -x -d 'Seconds'
 complete -c parley -n $diarizing -l pad -x -d 'Seconds'

@@ -25,7 +25,7 @@ namespace {
 
 struct arguments {
     std::vector<std::string> files, manifests, formats;
-    std::string model, output_dir, color = "auto";
+    std::string model, output_dir, color = "auto", channels = "mix";
     int speakers = 0;
     int jobs = 1;
     bool resume = false, verbose = false, quiet = false, confidence = false, embeddings = false;
@@ -62,6 +62,9 @@ void define(CLI::App *app, arguments *a) {
         ->delimiter(',')
         ->check(within(0, 1))
         ->type_name("O,P,S,B");
+    app->add_option("--channels", a->channels, "mix them (default), or split: each is a speaker")
+        ->check(CLI::IsMember({"mix", "split"}).description(""))
+        ->type_name("HOW");
     const auto seconds = [app](const char *name, double *value, const char *what) {
         app->add_option(name, *value, what)->check(within(0, 3600))->type_name("SECONDS");
     };
@@ -257,6 +260,9 @@ std::vector<const output_format *> check(arguments *a) {
     }
     if (a->wishes.max_speakers > 0 && a->wishes.min_speakers > a->wishes.max_speakers)
         throw CLI::ValidationError("--min-speakers is above --max-speakers");
+    a->wishes.split_channels = a->channels == "split";
+    if (a->wishes.split_channels && a->wishes.max_speakers + a->wishes.min_speakers > 0)
+        throw CLI::ValidationError("with --channels split the channels are the speakers");
     if (!a->thresholds.empty()) {
         if (a->thresholds.size() != 4) throw CLI::ValidationError("--threshold takes four numbers");
         a->wishes.thresholds = a->thresholds;

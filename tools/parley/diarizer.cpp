@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 
+#include "channels.h"
 #include "zx_audio_file.h"
 #include "zx_error.h"
 #include "zx_heap.h"
@@ -201,6 +202,10 @@ struct diarizer::state {
         set_thresholds(thresholds);
         return tags;
     }
+
+    // With tags in place of speakers.
+    std::vector<segment> segments(const frames &all, const std::vector<uint32_t> &tags,
+                                  const std::map<uint32_t, std::vector<float>> &centroids);
 };
 
 diarizer::diarizer(const std::string &model_path) : state_(std::make_unique<state>()) {
@@ -214,31 +219,63 @@ diarizer::diarizer(const std::string &model_path) : state_(std::make_unique<stat
 
 diarizer::~diarizer() = default;
 
-diarization diarizer::run(const std::string &path, const controls &wishes) {
-    diarization result;
-    result.path = path;
-    result.recording = std::filesystem::path(path).stem().string();
-    const std::vector<int16_t> samples = read_samples(path);
-    result.duration = static_cast<double>(samples.size()) / 16000;
-    result.waveform = draw_waveform(samples);
+namespace {
 
-    zx_error_prepare();
-    if (samples.size() < ZX_PARLEY_FRAME_LENGTH) {
-        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_min, "num_samples",
-                           static_cast<int32_t>(samples.size()), ZX_PARLEY_FRAME_LENGTH);
-        fail(ZX_STATUS_INVALID_ARGUMENT);
+// Fills speakers and their talk time; segments carry tags until then. Tags are numbered in the order in which
+// they are heard, unless they stand for channels.
+void number_speakers(const controls &wishes, const std::map<uint32_t, std::vector<float>> &centroids,
+                     diarization *result) {
+    std::map<int, int> numbers;
+    if (wishes.split_channels) {
+        for (const auto &[tag, centroid] : centroids)
+            numbers.try_emplace(static_cast<int>(tag), static_cast<int>(tag) - 1);
     }
-    const frames all = state_->embed(samples);
-    const std::vector<uint32_t> tags = state_->cluster_as_asked(all, wishes, &result.note);
+    for (segment &s : result->segments)
+        s.speaker = numbers.try_emplace(s.speaker, static_cast<int>(numbers.size())).first->second;
+    result->speakers.resize(numbers.size());
+    for (const auto &[tag, number] : numbers) {
+        const auto at = static_cast<size_t>(number);
+        result->speakers[at].embedding = centroids.at(static_cast<uint32_t>(tag));
+        result->speakers[at].name =
+            at < wishes.names.size() ? wishes.names[at] : wishes.speaker_prefix + std::to_string(number + 1);
+    }
+    for (const segment &s : result->segments)
+        result->speakers[static_cast<size_t>(s.speaker)].seconds += s.end - s.start;
+}
 
+void refuse_short(size_t num_samples) {
+    zx_error_prepare();
+    if (num_samples >= ZX_PARLEY_FRAME_LENGTH) return;
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_min, "num_samples",
+                       static_cast<int32_t>(num_samples), ZX_PARLEY_FRAME_LENGTH);
+    fail(ZX_STATUS_INVALID_ARGUMENT);
+}
+
+// Energy around every frame, over about a second, so that a word's own dips do not count.
+std::vector<double> loudness(const std::vector<int16_t> &samples) {
+    constexpr size_t REACH = 15;  // frames to either side
+    const size_t count = samples.size() / ZX_PARLEY_FRAME_LENGTH;
+    std::vector<double> sums(count + 1);
+    for (size_t i = 0; i < count * ZX_PARLEY_FRAME_LENGTH; i++)
+        sums[i / ZX_PARLEY_FRAME_LENGTH + 1] += static_cast<double>(samples[i]) * samples[i];
+    for (size_t f = 0; f < count; f++) sums[f + 1] += sums[f];
+    std::vector<double> result(count);
+    for (size_t f = 0; f < count; f++)
+        result[f] = sums[std::min(count, f + REACH + 1)] - sums[f > REACH ? f - REACH : 0];
+    return result;
+}
+
+}  // namespace
+
+std::vector<segment> diarizer::state::segments(const frames &all, const std::vector<uint32_t> &tags,
+                                               const std::map<uint32_t, std::vector<float>> &centroids) {
     int32_t count = 0;
     zx_parley_segment_t *found = nullptr;
-    check(zx_parley_internal_segment(state_->engine.get(), tags.data(), all.count, &count, &found));
+    check(zx_parley_internal_segment(engine.get(), tags.data(), all.count, &count, &found));
     const zx_heap_ptr<zx_parley_segment_t> owned(found);
-
-    auto centroids = centroids_of(all, tags);
-    const float *reference = state_->cluster_param()->reference_centroid;
+    const float *reference = cluster_param()->reference_centroid;
     const std::vector<float> background(reference, reference + all.size);
+    std::vector<segment> result;
     for (int32_t i = 0; i < count; i++) {
         const int32_t tag = found[i].speaker_tag;
         if (tag == 0) continue;
@@ -251,28 +288,73 @@ diarization diarizer::run(const std::string &path, const controls &wishes) {
         }
         const std::vector<float> mean = mean_of(all, inside);
         const auto key = static_cast<uint32_t>(tag);
-        const double own = std::max(0.0, distance(mean, centroids[key]));
+        const double own = std::max(0.0, distance(mean, centroids.at(key)));
         double other = std::max(0.0, distance(mean, background));
         for (const auto &[rival, centroid] : centroids)
             if (rival != key) other = std::min(other, std::max(0.0, distance(mean, centroid)));
         const double confidence = own + other > 0 ? std::max(0.0, (other - own) / (other + own)) : 0.0;
-        result.segments.push_back({start, std::min(end, result.duration), tag, confidence});
+        result.push_back({start, end, tag, confidence});
     }
-    tidy_segments(&result.segments, result.duration, wishes);
-
-    std::map<int, int> numbers;  // of tags, in the order in which they are heard
-    for (segment &s : result.segments)
-        s.speaker = numbers.try_emplace(s.speaker, static_cast<int>(numbers.size())).first->second;
-    result.speakers.resize(numbers.size());
-    for (const auto &[tag, number] : numbers) {
-        const auto at = static_cast<size_t>(number);
-        result.speakers[at].embedding = centroids[static_cast<uint32_t>(tag)];
-        result.speakers[at].name =
-            at < wishes.names.size() ? wishes.names[at] : wishes.speaker_prefix + std::to_string(number + 1);
-    }
-    for (const segment &s : result.segments)
-        result.speakers[static_cast<size_t>(s.speaker)].seconds += s.end - s.start;
     return result;
+}
+
+diarization diarizer::run(const std::string &path, const controls &wishes) {
+    diarization result;
+    result.path = path;
+    result.recording = std::filesystem::path(path).stem().string();
+    if (wishes.split_channels) {
+        run_channels(path, wishes, &result);
+        return result;
+    }
+    const std::vector<int16_t> samples = read_samples(path);
+    refuse_short(samples.size());
+    result.duration = static_cast<double>(samples.size()) / 16000;
+    result.waveform = draw_waveform(samples);
+    const frames all = state_->embed(samples);
+    const std::vector<uint32_t> tags = state_->cluster_as_asked(all, wishes, &result.note);
+    const auto centroids = centroids_of(all, tags);
+    result.segments = state_->segments(all, tags, centroids);
+    for (segment &s : result.segments) s.end = std::min(s.end, result.duration);
+    tidy_segments(&result.segments, result.duration, wishes);
+    number_speakers(wishes, centroids, &result);
+    return result;
+}
+
+// Everything that is speech on a channel is its speaker's, but not what a louder channel leaks into it.
+void diarizer::run_channels(const std::string &path, const controls &wishes, diarization *result) {
+    constexpr double LEAK = 16;  // 12 dB
+    const std::vector<std::vector<int16_t>> channels = read_channels(path);
+    refuse_short(channels.front().size());
+    result->duration = static_cast<double>(channels.front().size()) / 16000;
+    std::vector<std::vector<double>> loud;
+    for (const auto &samples : channels) loud.push_back(loudness(samples));
+    std::map<uint32_t, std::vector<float>> centroids;
+    for (size_t c = 0; c < channels.size(); c++) {
+        const std::vector<float> wave = draw_waveform(channels[c]);
+        result->waveform.resize(wave.size());
+        for (size_t i = 0; i < wave.size(); i++) result->waveform[i] = std::max(result->waveform[i], wave[i]);
+        const frames all = state_->embed(channels[c]);
+        const std::vector<float> values = wishes.thresholds.value_or(state_->thresholds);
+        std::vector<uint32_t> tags = state_->cluster(all, values, values[0]);
+        state_->set_thresholds(state_->thresholds);
+        for (size_t f = 0; f < tags.size(); f++) {
+            double loudest = 0;
+            for (const auto &other : loud) loudest = std::max(loudest, other[f]);
+            if (tags[f] != 0) tags[f] = loud[c][f] * LEAK < loudest ? 0 : static_cast<uint32_t>(c + 1);
+        }
+        const auto own = centroids_of(all, tags);
+        if (own.empty()) {
+            centroids[static_cast<uint32_t>(c + 1)].resize(static_cast<size_t>(all.size));
+            continue;
+        }
+        std::vector<segment> found = state_->segments(all, tags, own);
+        for (segment &s : found) s.end = std::min(s.end, result->duration);
+        tidy_segments(&found, result->duration, wishes);
+        result->segments.insert(result->segments.end(), found.begin(), found.end());
+        centroids.merge(std::map(own));
+    }
+    std::ranges::stable_sort(result->segments, {}, &segment::start);
+    number_speakers(wishes, centroids, result);
 }
 
 void tidy_segments(std::vector<segment> *segments, double duration, const controls &wishes) {

@@ -17,7 +17,10 @@ struct controls {
     std::optional<std::vector<float>>
         thresholds;  // offline, prune, segment, background; the model's if absent
     int min_speakers = 0;
-    int max_speakers = 0;     // 0: as many as are found
+    int max_speakers = 0;  // 0: as many as are found
+    // Each channel is a speaker of its own: what is speech on it, unless another channel is 12 dB louder
+    // there. The numbers of speakers above do not apply.
+    bool split_channels = false;
     double merge_gap = 0;     // seconds: a speaker's segments that far apart become one
     double min_duration = 0;  // seconds: shorter segments are dropped
     double pad = 0;           // seconds added to either end, as far as neighbours leave room
@@ -45,6 +48,8 @@ public:
 
 private:
     struct state;
+    void run_channels(const std::string &path, const controls &wishes, diarization *result);
+
     std::unique_ptr<state> state_;
 };
 
