@@ -15,7 +15,6 @@ from . import native
 from .prepare import AUDIO
 
 COLLAR = 0.25  # seconds to either side; overlaps are scored
-COUNT_WEIGHT = 0.05  # of the share of recordings with a wrong number of speakers, beside DER
 SHIFT = 0.012  # of a threshold
 RANGES = np.array([(0.05, 0.45), (0.05, 0.6), (0.05, 0.45), (0.05, 0.5)])  # offline, prune, segment, background
 
@@ -32,12 +31,12 @@ def read_rttm(path):
     return np.array(times, np.float64).reshape(-1, 2), np.array(speakers, np.int32)
 
 
-def find_recordings(folders):
-    """[(name, audio, reference)]: audio files that have an RTTM file of the same name beside them."""
+def find_recordings(folders, without=()):
+    """[(name, audio, reference)]: audio files that have an RTTM file of the same name beside them, but for some names."""
     found = []
     for folder in folders:
         for audio in sorted(Path(folder).iterdir()):
-            if audio.suffix.lower() in AUDIO and audio.with_suffix(".rttm").exists():
+            if audio.suffix.lower() in AUDIO and audio.with_suffix(".rttm").exists() and audio.stem not in without:
                 found.append((audio.stem, audio, audio.with_suffix(".rttm")))
     return found
 
@@ -45,9 +44,9 @@ def find_recordings(folders):
 class Recordings:
     """Features and references of recordings, and their embeddings by a model at some chunk lengths."""
 
-    def __init__(self, folders):
+    def __init__(self, folders, without=()):
         self.names, self.rows, self.references = [], [], []
-        for name, audio, reference in find_recordings(folders):
+        for name, audio, reference in find_recordings(folders, without):
             self.names.append(name)
             self.rows.append(native.features(native.read_audio(audio)))
             self.references.append(read_rttm(reference))
@@ -74,35 +73,33 @@ def counted_right(errors):
     return (errors[some, 4] == errors[some, 5]).mean() if some.any() else 1.0
 
 
-def cost(recordings, engine, thresholds):
+def cost(recordings, engine, thresholds, count_weight):
     errors = recordings.errors(engine, thresholds)
-    return der(errors) + COUNT_WEIGHT * (1 - counted_right(errors))
+    return der(errors) + count_weight * (1 - counted_right(errors))
 
 
-def steady_cost(recordings, engine, thresholds, rng):
-    shifts = rng.normal(0, SHIFT, (4, 4))
-    return np.mean([cost(recordings, engine, np.clip(thresholds + s, 0.01, 0.9)) for s in [0, *shifts]])
+def steady_cost(recordings, engine, thresholds, count_weight, rng):
+    shifts = rng.normal(0, SHIFT, (6, 4))
+    return np.mean([cost(recordings, engine, np.clip(thresholds + s, 0.01, 0.9), count_weight) for s in [0, *shifts]])
 
 
 def search(job):
     """Best (cost, thresholds) for one pair of lengths."""
-    model, folders, (chunk, warmup), trials, seed, start = job
+    model, folders, without, count_weight, (chunk, warmup), trials, seed = job
     rng = np.random.default_rng(seed)
     with native.Engine(model) as engine:
-        recordings = Recordings(folders)
+        recordings = Recordings(folders, without)
         recordings.embed(engine, chunk, warmup)
         tried = []
         for trial in range(trials):
-            if trial == 0 and start is not None:
-                candidate = np.array(start)
-            elif trial < trials // 3 or not tried:
+            if trial < trials // 3 or not tried:
                 candidate = rng.uniform(*RANGES.T)
             else:
                 around = min(tried, key=lambda t: t[0])[1]
                 candidate = np.clip(around + rng.normal(0, 0.06 * (1 - trial / trials) + 0.008, 4), 0.01, 0.9)
-            tried.append((cost(recordings, engine, candidate), candidate))
+            tried.append((cost(recordings, engine, candidate, count_weight), candidate))
         tried.sort(key=lambda t: t[0])
-        return min(((steady_cost(recordings, engine, c, rng), c) for _, c in tried[:12]), key=lambda t: t[0])
+        return min(((steady_cost(recordings, engine, c, count_weight, rng), c) for _, c in tried[:20]), key=lambda t: t[0])
 
 
 def read_tunables(model):
@@ -125,6 +122,9 @@ def main():
     parser.add_argument("model", help="the .zx file")
     parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
     parser.add_argument("--out", help="where the tuned model goes; otherwise only the table is printed")
+    parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
+    parser.add_argument("--count-weight", type=float, default=0.05,
+                        help="what a wrong number of speakers in all recordings would cost, in DER (1 is 100 %%)")
     parser.add_argument("--lengths", nargs="*", default=["640/80"], metavar="CHUNK/WARMUP", help="frames to try")
     parser.add_argument("--trials", type=int, default=400)
     parser.add_argument("--seed", type=int, default=1)
@@ -132,10 +132,11 @@ def main():
     parser.add_argument("--each", action="store_true", help="print every recording")
     options = parser.parse_args()
     lengths = [tuple(map(int, pair.split("/"))) for pair in options.lengths]
-    jobs = [(options.model, options.folders, pair, options.trials, options.seed, None) for pair in lengths]
+    jobs = [(options.model, options.folders, options.without, options.count_weight, pair, options.trials, options.seed)
+            for pair in lengths]
     with multiprocessing.Pool(min(options.workers, len(jobs))) as pool:
         results = list(zip(pool.map(search, jobs, chunksize=1), lengths))
-    recordings = Recordings(options.folders)
+    recordings = Recordings(options.folders, options.without)
     with native.Engine(options.model) as engine:
         for (value, thresholds), pair in results:
             recordings.embed(engine, *pair)

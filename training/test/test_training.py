@@ -256,7 +256,7 @@ class Models(Workspace):
         at, thresholds = tune.read_tunables(shipped)
         self.assertEqual((len(before), thresholds - at), (len(after), 8))
         self.assertEqual(before[:at] + before[at + 24:], after[:at] + after[at + 24:])
-        cost, found = tune.search((str(spoiled), [recordings], (640, 80), 60, 1, None))
+        cost, found = tune.search((str(spoiled), [recordings], [], 0.05, (640, 80), 60, 1))
         self.assertLess(cost, 0.15)
         tune.write_tunables(spoiled, tuned, (640, 80), found)
         with native.Engine(tuned) as engine:
