@@ -3,7 +3,9 @@
 import argparse
 import json
 import multiprocessing
+import subprocess
 import sys
+import zlib
 from pathlib import Path
 
 import numpy as np
@@ -13,6 +15,14 @@ from . import native
 AUDIO = {".wav", ".flac", ".opus", ".ogg", ".mp3", ".m4a", ".mp4", ".3gp", ".webm"}
 ROWS_PER_SECOND = native.RATE / native.HOP
 SILENT = 1e-12  # energies below are as good as none
+# ffmpeg's encoder, container and settings of low-rate codecs, as calls and old recorders use them.
+CODECS = [
+    ("libgsm", "gsm", "-ar 8000"),
+    ("libopus", "ogg", "-b:a 9k -application voip"),
+    ("libmp3lame", "mp3", "-b:a 24k"),
+    ("g722", "wav", ""),
+    ("pcm_mulaw", "wav", "-ar 8000"),
+]
 SHORTEST = 4  # seconds of speech without which a speaker is left out
 
 
@@ -60,9 +70,23 @@ def speech_activity(rows):
     return flip_short_runs(flip_short_runs(active, True, 5, True), False, 19, False)
 
 
+def through_codec(samples, codec):
+    """Samples as they come out of one of CODECS, of the same length."""
+    encoder, container, settings = codec
+    raw = ["-f", "s16le", "-ar", str(native.RATE), "-ac", "1"]
+
+    def ffmpeg(arguments, data):
+        command = ["ffmpeg", "-nostdin", "-v", "error", *arguments, "-"]
+        return subprocess.run(command, input=data, stdout=subprocess.PIPE, check=True).stdout
+
+    coded = ffmpeg([*raw, "-i", "-", "-c:a", encoder, *settings.split(), "-f", container], samples.tobytes())
+    back = np.frombuffer(ffmpeg(["-i", "-", *raw], coded), np.int16)
+    return np.pad(back, (0, max(0, len(samples) - len(back))))[:len(samples)]
+
+
 def speaker_tables(job):
     """[(dataset, speaker, speed, rows, activity, lengths of its clips)] of one speaker, an entry for every speed."""
-    (dataset, speaker), files, speeds, longest = job
+    (dataset, speaker), files, speeds, longest, coded = job
     background = dataset.startswith("_")
     tables = []
     clips = []
@@ -82,16 +106,21 @@ def speaker_tables(job):
     if not clips or (not background and total < SHORTEST * native.RATE):
         return []
     for speed in [1.0] if background else speeds:
-        rows = [native.features(c if speed == 1 else native.change_speed(c, speed)) for c in clips]
+        heard = [c if speed == 1 else native.change_speed(c, speed) for c in clips]
+        for i, clip in enumerate(heard):
+            draw = zlib.crc32(f"{dataset}/{speaker}/{i}/{speed}".encode())  # the same in every run
+            if not background and draw % 1000 < 1000 * coded:
+                heard[i] = through_codec(clip, CODECS[draw // 1000 % len(CODECS)])
+        rows = [native.features(clip) for clip in heard]
         rows = [np.maximum(r, -32767) for r in rows]
         activity = [speech_activity(r) for r in rows]
         tables.append((dataset, speaker, speed, np.concatenate(rows), np.concatenate(activity), [len(r) for r in rows]))
     return tables
 
 
-def prepare(corpora, out, speeds, longest, skip, workers):
-    """Writes rows.npy (N, 40) int16, activity.npy (N,) bool and index.json below `out`."""
-    jobs = [(key, files, speeds, longest) for corpus in corpora for key, files in find_speakers(corpus).items()
+def prepare(corpora, out, speeds, longest, coded, skip, workers):
+    """Writes rows.raw (N, 40) int16, activity.npy (N,) bool and index.json below `out`."""
+    jobs = [(key, files, speeds, longest, coded) for corpus in corpora for key, files in find_speakers(corpus).items()
             if key[0] not in skip]
     out = Path(out)
     out.mkdir(parents=True, exist_ok=True)
@@ -119,10 +148,13 @@ def main():
     parser.add_argument("--speeds", type=float, nargs="*", default=[0.84, 0.92, 1.0, 1.09, 1.19],
                         help="each speed makes another speaker of every speaker")
     parser.add_argument("--longest", type=float, default=400, help="seconds of a speaker that are used")
+    parser.add_argument("--coded", type=float, default=0.0, metavar="SHARE",
+                        help="of the clips go through a low-rate codec first (needs ffmpeg; ten times as slow)")
     parser.add_argument("--skip", nargs="*", default=[], help="datasets to leave out")
     parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     options = parser.parse_args()
-    index = prepare(options.corpora, options.out, options.speeds, options.longest, options.skip, options.workers)
+    index = prepare(options.corpora, options.out, options.speeds, options.longest, options.coded, options.skip,
+                    options.workers)
     people = {(e["dataset"], e["speaker"]) for e in index if not e["dataset"].startswith("_")}
     print(f"{len(people)} speakers, {len(index)} with their speeds, in {options.out}")
 

@@ -1,6 +1,7 @@
 """Checks of the training pipeline: training/test/run, or python3 -m unittest with training/ in PYTHONPATH."""
 
 import argparse
+import shutil
 import tempfile
 import unittest
 from pathlib import Path
@@ -45,7 +46,7 @@ class Workspace(unittest.TestCase):
         cls.folder = Path(cls.held.name)
         (cls.folder / "corpus").mkdir()
         make_corpus(cls.folder / "corpus")
-        cls.index = prepare.prepare([cls.folder / "corpus"], cls.folder / "features", [1.0, 1.25], 400, [], 1)
+        cls.index = prepare.prepare([cls.folder / "corpus"], cls.folder / "features", [1.0, 1.25], 400, 0.0, [], 1)
         cls.speech = simulate.Speech(cls.folder / "features")
 
     @classmethod
@@ -120,6 +121,18 @@ class Preparing(Workspace):
         self.assertEqual(sorted((e["speaker"], e["speed"]) for e in self.index if e["dataset"] == "sample"),
                          [(s, v) for s in "123" for v in (1.0, 1.25)])
         self.assertEqual((len(self.speech.voices), self.speech.num_people, len(self.speech.background)), (6, 3, 1))
+
+    @unittest.skipUnless(shutil.which("ffmpeg"), "ffmpeg is not installed")
+    def test_codecs_keep_length_and_loudness(self):
+        samples = native.read_audio(SAMPLE)[:3 * native.RATE]
+        for codec in prepare.CODECS:
+            with self.subTest(codec=codec[0]):
+                coded = prepare.through_codec(samples, codec)
+                self.assertEqual(len(coded), len(samples))
+                ratio = np.std(coded.astype(float)) / np.std(samples.astype(float))
+                self.assertGreater(ratio, 0.6)
+                self.assertLess(ratio, 1.4)
+                self.assertFalse(np.array_equal(coded, samples))
 
     def test_skipped_datasets_and_strangers_stay_out(self):
         self.assertEqual(len(simulate.Speech(self.folder / "features", skip=["sample"]).voices), 0)
