@@ -156,6 +156,7 @@ class Page(unittest.TestCase):
         self.wait(f"return document.getElementById('audio').currentTime < {following} - 0.5")
         second = next(s["start"] for s in self.data["segments"] if s["speaker"] == self.data["speakers"][1]["name"])
         self.browser.run("document.getElementById('audio').currentTime = 0")
+        self.wait("return document.querySelector('.clock').textContent.startsWith('0:00.0')")
         self.browser.key("2")
         self.wait(f"return Math.abs(document.getElementById('audio').currentTime - {second}) < 1")
         self.browser.run("document.getElementById('audio').pause()")
