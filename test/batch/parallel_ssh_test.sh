@@ -38,8 +38,8 @@ mkdir archive
 for i in 1 2 3 4 5 6; do cp "$source/examples/three-voices.wav" archive/meeting-$i.wav; done
 printf 'no audio' >archive/broken.mp3
 
-# The commands between the second pair of fences.
-awk '/^```/ {n++; next} n == 5' "$source/docs/batch.md" >recipe
+# The commands in the last fences.
+awk '/^```/ {n++; next} n == 7' "$source/docs/batch.md" >recipe
 grep -q 'parallel --sshloginfile' recipe
 sed -i 's/-n 20/-n 2/' recipe # so that seven files make several jobs
 status=0
