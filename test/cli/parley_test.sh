@@ -108,6 +108,7 @@ for i in $(seq 8); do cp "$sample" "$tmp/in/deep/$i.wav"; done
 head -c 1000 "$sample" >"$tmp/in/short.wav" # a header that promises more
 printf 'no audio' >"$tmp/in/bad.mp3"
 expect 1 '' '2 of 10 recordings failed' -j 3 -f rttm,json -o "$tmp/outputs" "$tmp/in"
+[ "$(wc -l <"$tmp/err")" = 3 ] || { cat "$tmp/err"; failures=$((failures + 1)); } # a line for each, and the sum
 [ "$(find "$tmp/outputs" -name '*.rttm' | wc -l)" = 8 ] && [ "$(find "$tmp/outputs" -type f | wc -l)" = 16 ] ||
     { echo "wrong outputs"; failures=$((failures + 1)); }
 for i in $(seq 8); do

@@ -46,16 +46,24 @@ terminal terminal_of(std::FILE *stream, const std::string &color) {
     return result;
 }
 
-void print_error(const std::string &subject, const engine_error &error) {
-    std::string text = "parley: " + subject + ": " + error.what() + "\n";
-    for (const std::string &message : error.messages) text += "  " + message + "\n";
+void print_error(const std::string &subject, const engine_error &error, bool brief) {
+    std::string hint;
     std::error_code ignored;
     if (subject != "-" && !std::filesystem::exists(subject, ignored)) {
-        text += "  There is no such file.\n";
+        hint = "There is no such file.";
     } else if (error.status == ZX_STATUS_INVALID_ARGUMENT) {
-        text +=
-            "  Audio comes as WAV, FLAC, MP3, Ogg (Opus, Vorbis), MP4 (AAC), 3GP (AMR) or WebM; ffmpeg "
-            "converts others.\n";
+        hint =
+            "Audio comes as WAV, FLAC, MP3, Ogg (Opus, Vorbis), MP4 (AAC), 3GP (AMR) or WebM; ffmpeg "
+            "converts others.";
+    }
+    std::string text = "parley: " + subject + ": " + error.what();
+    if (brief) {
+        if (!error.messages.empty()) text += ": " + error.messages.back();
+        text += "\n";
+    } else {
+        text += "\n";
+        for (const std::string &message : error.messages) text += "  " + message + "\n";
+        if (!hint.empty()) text += "  " + hint + "\n";
     }
     std::fputs(text.c_str(), stderr);
 }

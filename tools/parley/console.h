@@ -21,8 +21,9 @@ void close_standard_output(std::FILE *stream);
 terminal terminal_of(std::FILE *stream, const std::string &color);
 bool is_terminal(std::FILE *stream);
 
-// "parley: subject: IO_ERROR" with the engine's messages below, and what to do about it where that is known.
-void print_error(const std::string &subject, const engine_error &error);
+// "parley: subject: IO_ERROR" with the engine's messages below, and what to do about it where that is known;
+// in one line, with the innermost message, if `brief`.
+void print_error(const std::string &subject, const engine_error &error, bool brief = false);
 
 // $PARLEY_MODEL, the installed model, or the source tree's.
 std::string find_model();

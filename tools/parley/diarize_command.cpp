@@ -184,7 +184,7 @@ private:
         } catch (const engine_error &error) {
             const std::lock_guard lock(mutex_);
             progress_.clear();
-            print_error(recording.path, error);
+            print_error(recording.path, error, recordings_.size() > 1);
         } catch (const std::exception &error) {
             const std::lock_guard lock(mutex_);
             progress_.clear();
