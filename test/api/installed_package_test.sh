@@ -34,6 +34,7 @@ LD_LIBRARY_PATH=$(dirname "$pc") "$tmp/with_pkg_config" "$(PKG_CONFIG_PATH=$pc p
 
 # The installed tool finds the installed model, not the one of the source tree.
 cmp "$source/models/parley.zx" "$tmp/usr/share/parley/parley.zx"
+[ -e "$tmp/usr/bin/parley" ] || exit 0 # built without it
 printf 'broken' >"$tmp/usr/share/parley/parley.zx"
 if env -u PARLEY_MODEL "$tmp/usr/bin/parley" "$source/README.md" 2>"$tmp/errors"; then exit 1; fi
 grep -q "usr/share/parley/parley.zx: INVALID_ARGUMENT\|usr/share/parley/parley.zx: IO_ERROR" "$tmp/errors"
