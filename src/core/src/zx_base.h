@@ -42,8 +42,8 @@ ZX_API int32_t zx_sample_rate(void);
  * Takes the messages that the calling thread's last failing call left, innermost fault first.
  *
  * message_stack        receives an array of 8 strings, of which the first *message_stack_depth are
- * meaningful. The caller owns it and gives it back with zx_free_error_stack. message_stack_depth  receives
- * the number of messages, 0 to 8.
+ *                      meaningful; the caller owns it and gives it back with zx_free_error_stack
+ * message_stack_depth  receives the number of messages, 0 to 8
  *
  * Both outputs are set to null and 0 first. ZX_STATUS_INVALID_STATE: this thread has no messages.
  * ZX_STATUS_OUT_OF_MEMORY: the messages were handed out all the same, but the next thread's cannot be.

@@ -8,7 +8,7 @@
  *     if (zx_parley_process_file(engine, "meeting.wav", &num_segments, &segments) == ZX_STATUS_SUCCESS) {
  *         for (int32_t i = 0; i < num_segments; i++) {
  *             printf("%.3f %.3f speaker %d\n", segments[i].start_sec, segments[i].end_sec,
- * segments[i].speaker_tag);
+ *                    segments[i].speaker_tag);
  *         }
  *         zx_parley_segments_delete(segments);
  *     }
@@ -49,7 +49,9 @@ typedef struct {
  * Creates an engine from a model file. The caller owns *object and releases it with zx_parley_delete.
  *
  * ZX_STATUS_INVALID_ARGUMENT  an argument is null; or the file is no model of this version, or its parts do
- * not fit ZX_STATUS_IO_ERROR          the file cannot be opened or ends too early ZX_STATUS_OUT_OF_MEMORY
+ *                             not fit
+ * ZX_STATUS_IO_ERROR          the file cannot be opened or ends too early
+ * ZX_STATUS_OUT_OF_MEMORY
  */
 ZX_API zx_status_t zx_parley_init(const char *model_path, zx_parley_t **object);
 
@@ -70,7 +72,8 @@ ZX_API zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm, in
  * the file's first bytes; its name plays no part. Results as zx_parley_process gives them.
  *
  * ZX_STATUS_INVALID_ARGUMENT  an argument is null; the format is not supported; the audio is shorter than 512
- * samples ZX_STATUS_IO_ERROR          the file cannot be opened or ends before its audio does
+ *                             samples
+ * ZX_STATUS_IO_ERROR          the file cannot be opened or ends before its audio does
  * ZX_STATUS_OUT_OF_MEMORY
  */
 ZX_API zx_status_t zx_parley_process_file(zx_parley_t *object, const char *audio_path, int32_t *num_segments,

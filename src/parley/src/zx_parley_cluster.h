@@ -2,9 +2,11 @@
 // clusters.
 //
 //   segmentation     one pass in frame order: a frame joins the background, the current cluster, or opens a
-//   new one first prune      clusters of fewer than 15 frames go to the background agglomeration    the
-//   closest pair merges until it is farther apart than the offline threshold final prune      clusters below
-//   a size that grows with the input join their nearest cluster or the background
+//                    new one
+//   first prune      clusters of fewer than 15 frames go to the background
+//   agglomeration    the closest pair merges until it is farther apart than the offline threshold
+//   final prune      clusters below a size that grows with the input join their nearest cluster or the
+//                    background
 //
 // The background cluster stands for "no speaker": it is seeded with a reference vector of the model, is the
 // oldest node of the list (its tail) throughout, and its frames get tag 0. Distances are (1 - x y) / 2 of
