@@ -1,0 +1,142 @@
+// Fingerprints of everything that the engine computes, a line each, for comparison between machines: features,
+// embeddings, tags and segments of the models and audio given, and of the stages alone on numbers of their own. Needs
+// nothing but the library, so that it also runs where no test framework is to be had (scripts/same-bits).
+//
+//     bits FOLDER MODEL...       FOLDER: test/data/vectors
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zx_audio_file.h"
+#include "zx_fft.h"
+#include "zx_file.h"
+#include "zx_heap.h"
+#include "zx_math.h"
+#include "zx_parley_internal.h"
+#include "zx_resampler.h"
+
+namespace {
+
+// FNV-1a over the values' bytes in little-endian order.
+template <class T>
+uint64_t fingerprint(const T *values, size_t count) {
+    uint64_t hash = 14695981039346656037u;
+    for (size_t i = 0; i < count; i++) {
+        uint32_t bits = 0;
+        if constexpr (sizeof(T) == 4) {
+            std::memcpy(&bits, &values[i], 4);
+        } else {
+            bits = static_cast<uint16_t>(values[i]);
+        }
+        for (size_t b = 0; b < sizeof(T); b++) hash = (hash ^ ((bits >> (8 * b)) & 255)) * 1099511628211u;
+    }
+    return hash;
+}
+
+template <class T>
+void print(const std::string &what, const std::vector<T> &values) {
+    std::printf("%-28s %016llx\n", what.c_str(),
+                static_cast<unsigned long long>(fingerprint(values.data(), values.size())));
+}
+
+std::vector<int16_t> read_pcm(const std::string &path) {
+    const zx_file_ptr file(zx_fopen(path.c_str(), "rb"));
+    if (!file) return {};
+    std::fseek(file.get(), 0, SEEK_END);
+    std::vector<int16_t> pcm(static_cast<size_t>(std::ftell(file.get())) / 2);
+    std::rewind(file.get());
+    if (zx_file_read_int16(file.get(), pcm.data(), pcm.size()) != ZX_STATUS_SUCCESS) return {};
+    return pcm;
+}
+
+bool print_model(const char *path, const std::vector<int16_t> &pcm) {
+    zx_parley_t *object = nullptr;
+    if (zx_parley_init(path, &object) != ZX_STATUS_SUCCESS) return false;
+    const std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> engine(object);
+    const char *slash = std::strrchr(path, '/');
+    const std::string name = slash ? slash + 1 : path;
+    const auto num_frames = static_cast<int32_t>(pcm.size() / ZX_PARLEY_FRAME_LENGTH);
+
+    std::vector<int16_t> features(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE);
+    if (zx_parley_internal_features(object, pcm.data(), num_frames, features.data()) != ZX_STATUS_SUCCESS)
+        return false;
+    zx_parley_internal_preprocess(object, features.data(), 2 * num_frames);
+    print(name + " features", features);
+
+    const int32_t embedding_size = object->param->classifier->embedding->output_dimension;
+    std::vector<float> embeddings(static_cast<size_t>(num_frames) * static_cast<size_t>(embedding_size));
+    if (zx_parley_classifier_process(object->classifier, features.data(), num_frames, embeddings.data()) !=
+        ZX_STATUS_SUCCESS) {
+        return false;
+    }
+    print(name + " embeddings", embeddings);
+
+    std::vector<uint32_t> tags(static_cast<size_t>(num_frames));
+    uint32_t num_tags = 0;
+    if (zx_parley_cluster_process(object->cluster, embeddings.data(), embedding_size, num_frames, &num_tags,
+                                  tags.data()) != ZX_STATUS_SUCCESS) {
+        return false;
+    }
+    print(name + " tags", tags);
+
+    int32_t count = 0;
+    zx_parley_segment_t *segments = nullptr;
+    if (zx_parley_process(object, pcm.data(), static_cast<int32_t>(pcm.size()), &count, &segments) !=
+        ZX_STATUS_SUCCESS)
+        return false;
+    std::vector<uint32_t> words(3 * static_cast<size_t>(count));
+    if (count > 0) std::memcpy(words.data(), segments, words.size() * sizeof(uint32_t));
+    zx_parley_segments_delete(segments);
+    print(name + " segments", words);
+    return true;
+}
+
+// The stages alone. A kernel of the resampler is not among them: sine and cosine are the C library's.
+void print_stages(const std::vector<int16_t> &pcm) {
+    std::vector<int16_t> all(65536), out(all.size());
+    for (size_t i = 0; i < all.size(); i++) all[i] = static_cast<int16_t>(i);
+    zx_sigmoid(65536, all.data(), out.data());
+    print("sigmoid", out);
+    zx_tanh(65536, all.data(), out.data());
+    print("tanh", out);
+    for (size_t i = 0; i < 63; i++) out[i] = zx_log10(static_cast<int64_t>((uint64_t{1} << i) * 3 / 2));
+    out.resize(63);
+    print("log10", out);
+    std::vector<float> roots(2000);
+    for (size_t i = 0; i < roots.size(); i++) {
+        const uint64_t n = i;
+        roots[i] = zx_inverse_sqrt(static_cast<float>(n * n * n + 1) * 0.001f);
+    }
+    print("inverse square root", roots);
+
+    std::vector<float> kernel(101);
+    for (size_t i = 0; i < kernel.size(); i++) kernel[i] = static_cast<float>((i * 37) % 101) / 5000.0f;
+    std::vector<int16_t> filtered(4000 - 100);
+    (void) low_pass_filter(pcm.data(), 4000, filtered.data(), kernel.data(), 50);
+    print("low-pass filter", filtered);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: bits FOLDER MODEL...\n");
+        return 2;
+    }
+    zx_log_disable();
+    const std::vector<int16_t> pcm = read_pcm(std::string(argv[1]) + "/extremes.s16");
+    if (pcm.size() < 4000) {
+        std::fprintf(stderr, "bits: no audio in %s\n", argv[1]);
+        return 1;
+    }
+    print_stages(pcm);
+    for (int i = 2; i < argc; i++) {
+        if (!print_model(argv[i], pcm)) {
+            std::fprintf(stderr, "bits: %s cannot be run\n", argv[i]);
+            return 1;
+        }
+    }
+    return 0;
+}
