@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <utility>
 
 #include "zx_assert.h"
 #include "zx_audio_util.h"
+#include "zx_file.h"
 #include "zx_heap.h"
 
 namespace {
@@ -36,12 +38,29 @@ size_t read_adpcm(void *file, void *output, size_t length) {
     return count;
 }
 
+// Whether a "fact" chunk in front of the audio is too small for its one field. dr_wav 0.13 subtracts the field's 4 bytes
+// from such a size in 64 unsigned bits and then seeks forward by what comes out in steps of 2 GiB, for hours where the file system allows such positions.
+bool has_short_fact_chunk(const char *path) {
+    const zx_file_ptr file(zx_fopen(path, "rb"));
+    if (!file || std::fseek(file.get(), 12, SEEK_SET) != 0) return false;
+    unsigned char header[8];
+    while (std::fread(header, 1, sizeof(header), file.get()) == sizeof(header)) {
+        uint32_t size = 0;
+        for (int i = 7; i >= 4; i--) size = size << 8 | header[i];
+        if (std::memcmp(header, "data", 4) == 0) return false;
+        if (std::memcmp(header, "fact", 4) == 0 && size < 4) return true;
+        if (fseeko(file.get(), off_t{size} + (size & 1), SEEK_CUR) != 0) return false;
+    }
+    return false;
+}
+
 }  // namespace
 
 zx_status_t zx_container_wav_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
+    if (has_short_fact_chunk(path)) return ZX_STATUS_INVALID_ARGUMENT;
     std::unique_ptr<container_wav_t, zx_deleter<zx_container_wav_delete>> o(
         zx_heap_zeroed<container_wav_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "zx_assert.h"
+#include "zx_fc_kernels.h"
 #include "zx_file.h"
 #include "zx_heap.h"
 #include "zx_math.h"
@@ -44,23 +45,42 @@ zx_status_t zx_fc_init(zx_memory_t *memory, const zx_fc_param_t *param, bool acc
     ZX_ASSERT(memory);
     ZX_ASSERT(param);
     ZX_ASSERT(object);
-    *object = zx_memory_zeroed<zx_fc_t>(memory);
-    if (!*object) return ZX_STATUS_OUT_OF_MEMORY;
-    (*object)->memory = memory;
-    (*object)->param = param;
-    (*object)->accumulate = accumulate;
+    *object = nullptr;
+    std::unique_ptr<zx_fc_t, zx_deleter<zx_fc_delete>> o(zx_memory_zeroed<zx_fc_t>(memory));
+    if (!o) return ZX_STATUS_OUT_OF_MEMORY;
+    o->memory = memory;
+    o->param = param;
+    o->accumulate = accumulate;
+    o->kernel = zx_fc_best_kernel();
+    if (o->kernel->needs_packing) {
+        o->packed = zx_memory_zeroed<int8_t>(memory, zx_fc_packed_size(param));
+        if (!o->packed) return ZX_STATUS_OUT_OF_MEMORY;
+        zx_fc_pack(param, o->packed);
+    }
+    *object = o.release();
     return ZX_STATUS_SUCCESS;
 }
 
 void zx_fc_delete(zx_fc_t *object) {
-    if (object) zx_memory_free(object->memory, object);
+    if (!object) return;
+    zx_memory_free(object->memory, object->packed);
+    zx_memory_free(object->memory, object);
 }
 
 void zx_fc_process(const zx_fc_t *object, const int16_t *x, int16_t *y) {
     ZX_ASSERT(object);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    zx_fc_process_generic(object, x, y);
+    object->kernel->process(object, 1, x, 0, y, 0);
+}
+
+void zx_fc_process_rows(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
+                        int16_t *y, ptrdiff_t y_stride) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(num_rows > 0);
+    ZX_ASSERT(x);
+    ZX_ASSERT(y);
+    object->kernel->process(object, num_rows, x, x_stride, y, y_stride);
 }
 
 namespace {

@@ -53,4 +53,20 @@ void zx_rnn_delete(zx_rnn_t *object);
 // Sets the state to zero.
 void zx_rnn_reset(zx_rnn_t *object);
 
+// A run of frames and where its outputs go.
+struct zx_rnn_sequence_t {
+    const int16_t *x;    // num_frames x I values
+    int16_t *y;          // num_frames x H values; not the memory of x
+    int32_t num_frames;  // > 0
+};
+
+// Runs the layer over several sequences, each from zero state, and leaves its own state alone. The results are those of
+// zx_rnn_process frame by frame; all frames' input projections and all sequences' steps being known, they are computed
+// together, which is several times as fast. Forwards in time outputs are stored; backwards, from the last frame to the
+// first, they are added to what y holds, saturating at 16 bits. Sequences must come in falling order of num_frames.
+// ZX_STATUS_OUT_OF_MEMORY leaves some outputs.
+enum class zx_rnn_direction { forward, backward };
+[[nodiscard]] zx_status_t zx_rnn_process_sequences(const zx_rnn_t *object, zx_rnn_direction direction,
+                                                   int32_t num_sequences, const zx_rnn_sequence_t *sequences);
+
 #endif

@@ -66,6 +66,42 @@ TEST(zx_rnn, follows_the_recursion_with_its_roundings) {
     EXPECT_GT(cell, 700);  // it has converged to about tanh(0.99) in Q10
 }
 
+// Sequences of falling lengths, shorter and longer than a tile of steps, equal ones among them.
+TEST(zx_rnn, sequences_side_by_side_give_what_frames_one_by_one_give) {
+    random_numbers random(21);
+    const auto param =
+        load(model_builder::fc_block({7, 60}, random) + model_builder::fc_block({20, 60}, random));
+    const auto rnn = make_rnn(param.get());
+    for (const std::vector<int32_t> &lengths :
+         {std::vector<int32_t>{1}, {40}, {33, 33, 5}, {50, 32, 31, 17, 16, 15, 3, 1}}) {
+        for (const auto direction : {zx_rnn_direction::forward, zx_rnn_direction::backward}) {
+            std::vector<std::vector<int16_t>> x, y, expected;
+            std::vector<zx_rnn_sequence_t> sequences;
+            for (const int32_t length : lengths) {
+                const auto n = static_cast<size_t>(length);
+                x.push_back(random_int16(n * 7, random.next(), -3000, 3000));
+                y.push_back(random_int16(n * 20, random.next()));
+                expected.push_back(y.back());
+                zx_rnn_reset(rnn.get());
+                for (size_t i = 0; i < n; i++) {
+                    const size_t t = direction == zx_rnn_direction::forward ? i : n - 1 - i;
+                    std::vector<int16_t> row(20);
+                    ASSERT_EQ(zx_rnn_process(rnn.get(), &x.back()[t * 7], row.data()), ZX_STATUS_SUCCESS);
+                    for (size_t j = 0; j < 20; j++) {
+                        int16_t &value = expected.back()[t * 20 + j];
+                        value = direction == zx_rnn_direction::forward ? row[j] : zx_add_int16(value, row[j]);
+                    }
+                }
+            }
+            for (size_t s = 0; s < x.size(); s++) sequences.push_back({x[s].data(), y[s].data(), lengths[s]});
+            ASSERT_EQ(zx_rnn_process_sequences(rnn.get(), direction, static_cast<int32_t>(x.size()),
+                                               sequences.data()),
+                      ZX_STATUS_SUCCESS);
+            EXPECT_EQ(y, expected);
+        }
+    }
+}
+
 TEST(zx_rnn, reset_makes_it_new_and_the_hidden_state_feeds_back) {
     random_numbers random(3);
     const auto param =

@@ -1,7 +1,7 @@
 #include "zx_parley_classifier.h"
 
-#include <cstring>
 #include <memory>
+#include <utility>
 
 #include "zx_assert.h"
 #include "zx_check_status.h"
@@ -137,22 +137,84 @@ void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16
 
 namespace {
 
-void reset_layers(zx_parley_classifier_t *object) {
-    for (int32_t l = 0; l < object->param->num_layers; l++) {
-        zx_rnn_reset(object->forward[l]);
-        zx_rnn_reset(object->backward[l]);
+// Chunks that are computed side by side. Each load of a recurrent layer's weights then serves as many steps.
+constexpr int32_t MAX_SIDE_BY_SIDE = 8;
+
+// A stretch of frames that is run through the layers from zero state, and which of its rows are kept.
+struct chunk {
+    int32_t start;       // first frame
+    int32_t length;      // frames
+    int32_t first_kept;  // counted from the start of the input, as is
+    int32_t end_kept;    // the end of those
+};
+
+// Runs chunks, in falling order of length, through the network. Row 0 of d_vector is that of frame 0.
+zx_status_t process_chunks(zx_parley_classifier_t *object, const int16_t *feature, const chunk *chunks,
+                           int32_t num_chunks, float *d_vector) {
+    const zx_parley_classifier_param_t *param = object->param;
+    const size_t frame_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
+    const auto hidden_size = [param](int32_t layer) {
+        return static_cast<size_t>(zx_rnn_param_hidden_size(param->forward[layer]));
+    };
+    size_t num_frames = 0;
+    for (int32_t c = 0; c < num_chunks; c++) num_frames += static_cast<size_t>(chunks[c].length);
+
+    // What a layer reads and what it writes; the first layer reads the features. It is the widest of all.
+    zx_heap_ptr<int16_t> x, y;
+    size_t x_size = frame_size;
+    zx_rnn_sequence_t sequences[MAX_SIDE_BY_SIDE];
+    for (int32_t l = 0; l < param->num_layers; l++) {
+        if (!y) y.reset(static_cast<int16_t *>(std::malloc(num_frames * hidden_size(0) * sizeof(int16_t))));
+        if (!y) return ZX_STATUS_OUT_OF_MEMORY;
+        size_t done = 0;
+        for (int32_t c = 0; c < num_chunks; c++) {
+            sequences[c] = {l == 0 ? feature + static_cast<size_t>(chunks[c].start) * frame_size
+                                   : x.get() + done * x_size,
+                            y.get() + done * hidden_size(l), chunks[c].length};
+            done += static_cast<size_t>(chunks[c].length);
+        }
+        zx_status_t status =
+            zx_rnn_process_sequences(object->forward[l], zx_rnn_direction::forward, num_chunks, sequences);
+        if (status != ZX_STATUS_SUCCESS) return status;
+        status =
+            zx_rnn_process_sequences(object->backward[l], zx_rnn_direction::backward, num_chunks, sequences);
+        if (status != ZX_STATUS_SUCCESS) return status;
+        std::swap(x, y);
+        x_size = hidden_size(l);
     }
+
+    constexpr int32_t BATCH = 32;  // rows
+    const int32_t embedding_size = param->embedding->output_dimension;
+    const size_t row_size = static_cast<size_t>(embedding_size);
+    const zx_heap_ptr<int16_t> embeddings(
+        static_cast<int16_t *>(std::malloc(BATCH * row_size * sizeof(int16_t))));
+    if (!embeddings) return ZX_STATUS_OUT_OF_MEMORY;
+    const int16_t *chunk_rows = x.get();
+    for (int32_t c = 0; c < num_chunks; c++) {
+        for (int32_t t = chunks[c].first_kept; t < chunks[c].end_kept; t += BATCH) {
+            const int32_t count = zx_min_int32(BATCH, chunks[c].end_kept - t);
+            zx_fc_process_rows(object->embedding, count,
+                               chunk_rows + static_cast<size_t>(t - chunks[c].start) * x_size,
+                               static_cast<ptrdiff_t>(x_size), embeddings.get(), embedding_size);
+            for (int32_t i = 0; i < count; i++) {
+                zx_normalize_q510(embedding_size, embeddings.get() + static_cast<size_t>(i) * row_size,
+                                  d_vector + static_cast<size_t>(t + i) * row_size);
+            }
+        }
+        chunk_rows += static_cast<size_t>(chunks[c].length) * x_size;
+    }
+    return ZX_STATUS_SUCCESS;
 }
 
 }  // namespace
 
 // A later chunk starts 2 W frames before the end of the one before, K frames long at most. Its first W rows
-// lack context to the left and are thrown away; the W after them replace rows that lacked context to the
-// right:
+// lack context to the left and are not used; the W after them are used instead of rows that lacked context to
+// the right:
 //
 //   chunk 1   |.....................|
-//   chunk 2                 |..wwwwwx...................|      two letters stand for W rows: warm-up,
-//   replaced
+//   chunk 2                 |..wwwwwx...................|      two letters stand for W rows: not used,
+//   used instead
 //
 // It advances by K - 2 W > W frames.
 zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
@@ -165,34 +227,24 @@ zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const i
     const int64_t warmup_length_frames = object->param->warmup_length_frames;
     ZX_ASSERT(3 * warmup_length_frames < chunk_length_frames);
     const int32_t num_warmup = object->param->warmup_length_frames;
-    const size_t frame_size =
-        static_cast<size_t>(object->param->forward[0]->input_projection->input_dimension);
-    const size_t embedding_size = static_cast<size_t>(object->param->embedding->output_dimension);
 
-    // Never longer than the input, so that a model with a huge chunk length costs no memory.
-    const size_t buffer_frames = static_cast<size_t>(zx_min_int32(num_frames, chunk_length_frames));
-    const zx_heap_ptr<float> rows(
-        static_cast<float *>(std::calloc(buffer_frames, embedding_size * sizeof(float))));
-    if (!rows) return ZX_STATUS_OUT_OF_MEMORY;
-
-    int32_t start = 0;
-    int32_t num_skipped = 0;
-    for (;;) {
-        const int32_t length = zx_min_int32(num_frames - start, chunk_length_frames);
-        const zx_status_t status = zx_parley_classifier_internal_process_chunk(
-            object, feature + static_cast<size_t>(start) * frame_size, length, rows.get());
-        if (status != ZX_STATUS_SUCCESS) {
-            reset_layers(object);  // half a chunk's state must not leak into the next call
-            return status;
+    chunk next = {0, zx_min_int32(num_frames, chunk_length_frames), 0, 0};
+    for (bool is_last = false; !is_last;) {
+        chunk chunks[MAX_SIDE_BY_SIDE];
+        int32_t num_chunks = 0;
+        while (!is_last && num_chunks < MAX_SIDE_BY_SIDE) {
+            const int32_t end = next.start + next.length;
+            is_last = end == num_frames;
+            next.end_kept = is_last ? end : end - num_warmup;
+            chunks[num_chunks++] = next;
+            next.start = end - 2 * num_warmup;
+            next.length = zx_min_int32(num_frames - next.start, chunk_length_frames);
+            next.first_kept = next.start + num_warmup;
         }
-        std::memcpy(d_vector + static_cast<size_t>(start + num_skipped) * embedding_size,
-                    rows.get() + static_cast<size_t>(num_skipped) * embedding_size,
-                    static_cast<size_t>(length - num_skipped) * embedding_size * sizeof(float));
-        const int32_t end = start + length;
-        if (end == num_frames) return ZX_STATUS_SUCCESS;
-        start = end - 2 * num_warmup;
-        num_skipped = num_warmup;
+        const zx_status_t status = process_chunks(object, feature, chunks, num_chunks, d_vector);
+        if (status != ZX_STATUS_SUCCESS) return status;
     }
+    return ZX_STATUS_SUCCESS;
 }
 
 zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,
@@ -201,51 +253,6 @@ zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(d_vector);
-    const zx_parley_classifier_param_t *param = object->param;
-    const size_t length = static_cast<size_t>(num_frames);
-    const auto hidden_size = [param](int32_t layer) {
-        return static_cast<size_t>(zx_rnn_param_hidden_size(param->forward[layer]));
-    };
-
-    zx_heap_ptr<int16_t> out(static_cast<int16_t *>(std::calloc(length, hidden_size(0) * sizeof(int16_t))));
-    const zx_heap_ptr<int16_t> backward_row(zx_heap_zeroed<int16_t>(hidden_size(0)));
-    if (!out || !backward_row) return ZX_STATUS_OUT_OF_MEMORY;
-
-    zx_heap_ptr<int16_t>
-        layer_input;  // the previous layer's output; null while the input is the caller's features
-    const int16_t *x = feature;
-    size_t x_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
-    for (int32_t l = 0; l < param->num_layers; l++) {
-        const size_t size = hidden_size(l);
-        for (size_t t = 0; t < length; t++) {
-            const zx_status_t status =
-                zx_rnn_process(object->forward[l], x + t * x_size, out.get() + t * size);
-            if (status != ZX_STATUS_SUCCESS) return status;
-        }
-        for (size_t t = length; t-- > 0;) {
-            const zx_status_t status =
-                zx_rnn_process(object->backward[l], x + t * x_size, backward_row.get());
-            if (status != ZX_STATUS_SUCCESS) return status;
-            int16_t *row = out.get() + t * size;
-            for (size_t j = 0; j < size; j++) row[j] = zx_add_int16(row[j], backward_row.get()[j]);
-        }
-        layer_input = std::move(out);
-        x = layer_input.get();
-        x_size = size;
-        if (l + 1 < param->num_layers) {
-            out.reset(static_cast<int16_t *>(std::malloc(length * hidden_size(l + 1) * sizeof(int16_t))));
-            if (!out) return ZX_STATUS_OUT_OF_MEMORY;
-        }
-    }
-
-    const int32_t embedding_size = param->embedding->output_dimension;
-    const zx_heap_ptr<int16_t> embedding(zx_heap_zeroed<int16_t>(static_cast<size_t>(embedding_size)));
-    if (!embedding) return ZX_STATUS_OUT_OF_MEMORY;
-    for (size_t t = 0; t < length; t++) {
-        zx_fc_process(object->embedding, x + t * x_size, embedding.get());
-        zx_normalize_q510(embedding_size, embedding.get(),
-                          d_vector + t * static_cast<size_t>(embedding_size));
-    }
-    reset_layers(object);
-    return ZX_STATUS_SUCCESS;
+    const chunk whole = {0, num_frames, 0, num_frames};
+    return process_chunks(object, feature, &whole, 1, d_vector);
 }

@@ -2,7 +2,6 @@
 
 #include <cfloat>
 #include <cmath>
-#include <cstddef>
 #include <memory>
 
 #include "zx_assert.h"
@@ -11,8 +10,8 @@
 #include "zx_heap.h"
 #include "zx_log.h"
 #include "zx_math.h"
-
-static_assert(offsetof(zx_parley_cluster_pair_t, distance) == 0, "the heap's key comes first");
+#include "zx_multiversion.h"
+#include "zx_parley_pair_heap.h"
 
 namespace {
 
@@ -20,7 +19,6 @@ constexpr int32_t INITIAL_FRAMES = 100;      // capacity of a new cluster's fram
 constexpr float MIN_SEGMENT_FRAMES = 15.0f;  // shorter clusters do not survive the first prune
 
 using zx_vector_ptr = std::unique_ptr<zx_parley_vector_t, zx_deleter<zx_parley_vector_delete>>;
-using zx_heap_of_pairs_ptr = std::unique_ptr<zx_parley_heap_t, zx_deleter<zx_parley_heap_delete>>;
 
 }  // namespace
 
@@ -193,72 +191,135 @@ zx_status_t zx_parley_cluster_segmentation_prune(zx_parley_cluster_t *object, in
 
 namespace {
 
-zx_status_t insert_pair(zx_parley_heap_t *heap, int32_t dimension, zx_parley_cluster_node_t *a,
-                        zx_parley_cluster_node_t *b) {
-    zx_heap_ptr<zx_parley_cluster_pair_t> pair(zx_heap_zeroed<zx_parley_cluster_pair_t>());
-    if (!pair) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
-    *pair = {
-        .distance = zx_parley_cluster_cosine_distance(dimension, a->centroid, b->centroid),
-        .id_a = a->id,
-        .weight_a = a->weight,
-        .id_b = b->id,
-        .weight_b = b->weight,
-        .a = a,
-        .b = b,
-    };
-    const zx_status_t status = zx_parley_heap_insert(heap, pair.get());
-    if (status != ZX_STATUS_SUCCESS) return zx_check_status(__FILE__, __LINE__, status);
-    (void) pair.release();  // the heap owns it now
-    return ZX_STATUS_SUCCESS;
+// What the agglomeration knows of the clusters, by their places in the list at its start. Centroids are kept a second
+// time, in groups of GROUP clusters whose values of one dimension lie side by side: then the distances of a cluster from
+// a whole group are computed at once, each with its sum in order of the dimensions.
+struct agglomeration {
+    static constexpr int32_t GROUP = 16;
+    int32_t dimension;
+    int32_t num_clusters;
+    zx_parley_cluster_node_t **nodes;  // null for those merged away
+    uint16_t *num_merges;              // that a cluster has survived
+    float *centroids;                  // ceil(num_clusters / GROUP) x dimension x GROUP
+    float *distances;                  // room for a distance from every cluster, in whole groups
+};
+
+void agglomeration_delete(agglomeration *object) {
+    if (!object) return;
+    std::free(object->distances);
+    std::free(object->centroids);
+    std::free(object->num_merges);
+    std::free(object->nodes);
+    std::free(object);
+}
+
+using agglomeration_ptr = std::unique_ptr<agglomeration, zx_deleter<agglomeration_delete>>;
+
+void copy_centroid(agglomeration *object, int32_t place) {
+    const float *centroid = object->nodes[place]->centroid;
+    float *to = object->centroids +
+                static_cast<size_t>(place / agglomeration::GROUP * agglomeration::GROUP) *
+                    static_cast<size_t>(object->dimension) +
+                place % agglomeration::GROUP;
+    for (int32_t d = 0; d < object->dimension; d++, to += agglomeration::GROUP) *to = centroid[d];
+}
+
+// Null for lack of memory.
+agglomeration_ptr make_agglomeration(const zx_parley_list_t *clusters, int32_t dimension) {
+    agglomeration_ptr o(zx_heap_zeroed<agglomeration>());
+    if (!o) return nullptr;
+    const size_t count = clusters->size;
+    const size_t whole_groups = (count - 1) / agglomeration::GROUP + 1;
+    o->dimension = dimension;
+    o->num_clusters = static_cast<int32_t>(count);
+    o->nodes = zx_heap_zeroed<zx_parley_cluster_node_t *>(count);
+    o->num_merges = zx_heap_zeroed<uint16_t>(count);
+    o->centroids =
+        zx_heap_zeroed<float>(whole_groups * agglomeration::GROUP * static_cast<size_t>(dimension));
+    o->distances = zx_heap_zeroed<float>(whole_groups * agglomeration::GROUP);
+    if (!o->nodes || !o->num_merges || !o->centroids || !o->distances) return nullptr;
+    int32_t place = 0;
+    for (zx_parley_cluster_node_t *node = clusters->head; node; node = node->next, place++) {
+        o->nodes[place] = node;
+        copy_centroid(o.get(), place);
+    }
+    return o;
+}
+
+// The distances of a centroid from all clusters of the groups from that of `first` on, as
+// zx_parley_cluster_cosine_distance gives them.
+ZX_MULTIVERSION
+void compute_distances(const agglomeration *object, const float *centroid, int32_t first) {
+    constexpr int32_t GROUP = agglomeration::GROUP;
+    const size_t dimension = static_cast<size_t>(object->dimension);
+    for (int32_t place = first / GROUP * GROUP; place < object->num_clusters; place += GROUP) {
+        const float *group = object->centroids + static_cast<size_t>(place) * dimension;
+        float sums[GROUP] = {};
+        for (size_t d = 0; d < dimension; d++, group += GROUP) {
+            for (int32_t k = 0; k < GROUP; k++) sums[k] = std::fma(centroid[d], group[k], sums[k]);
+        }
+        float *distances = object->distances + place;
+        for (int32_t k = 0; k < GROUP; k++) distances[k] = (1.0f - sums[k]) / 2.0f;
+    }
+}
+
+void insert_pair(zx_parley_pair_heap_t *heap, const agglomeration *object, int32_t a, int32_t b) {
+    zx_parley_pair_heap_insert(heap, {
+                                         .distance = object->distances[b],
+                                         .a = static_cast<uint16_t>(a),
+                                         .b = static_cast<uint16_t>(b),
+                                         .num_merges_a = object->num_merges[a],
+                                         .num_merges_b = object->num_merges[b],
+                                     });
 }
 
 }  // namespace
 
+// With n clusters there are n (n - 1) / 2 pairs at first and at most (n - 1)(n - 2) / 2 more, one with each other cluster
+// after each merge: one array of n (n - 1) pairs holds them all. Places and numbers of merges are below n.
 zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension) {
     ZX_ASSERT(object);
     ZX_ASSERT(dimension > 0);
     zx_parley_list_t *clusters = object->clusters;
-
-    // Room for twice the initial pairs. A heap counts to 2^31: more could not be held in memory anyway.
     const uint64_t capacity = uint64_t{clusters->size} * (clusters->size - 1);
     if (capacity > INT32_MAX) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
-    zx_parley_heap_t *pairs = nullptr;
-    zx_status_t status = zx_parley_heap_init(static_cast<uint32_t>(capacity), &pairs);
+    static_assert(46341ull * 46340ull <= INT32_MAX && 46342ull * 46341ull > INT32_MAX && 46341 <= UINT16_MAX);
+
+    zx_parley_pair_heap_t *pairs = nullptr;
+    zx_status_t status = zx_parley_pair_heap_init(static_cast<uint32_t>(capacity), &pairs);
     if (status != ZX_STATUS_SUCCESS) return zx_check_status(__FILE__, __LINE__, status);
-    const zx_heap_of_pairs_ptr heap(pairs);
-    for (zx_parley_cluster_node_t *a = clusters->head; a; a = a->next) {
-        for (zx_parley_cluster_node_t *b = a->next; b; b = b->next) {
-            status = insert_pair(heap.get(), dimension, a, b);
-            if (status != ZX_STATUS_SUCCESS) return status;
-        }
+    const std::unique_ptr<zx_parley_pair_heap_t, zx_deleter<zx_parley_pair_heap_delete>> heap(pairs);
+    const agglomeration_ptr state = make_agglomeration(clusters, dimension);
+    if (!state) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
+    const int32_t num_clusters = state->num_clusters;
+    for (int32_t a = 0; a + 1 < num_clusters; a++) {
+        compute_distances(state.get(), state->nodes[a]->centroid, a + 1);
+        for (int32_t b = a + 1; b < num_clusters; b++) insert_pair(heap.get(), state.get(), a, b);
     }
 
-    // Which ids have been merged away. Ids rise with creation, so the newest node has the largest.
-    const zx_heap_ptr<bool> is_removed(zx_heap_zeroed<bool>(static_cast<size_t>(clusters->head->id) + 1));
-    if (!is_removed) return ZX_STATUS_OUT_OF_MEMORY;
-
     while (clusters->size >= 2) {
-        const zx_heap_ptr<zx_parley_cluster_pair_t> pair(
-            static_cast<zx_parley_cluster_pair_t *>(zx_parley_heap_pop(heap.get())));
-        if (!pair) {
+        zx_parley_pair_t pair;
+        if (!zx_parley_pair_heap_pop(heap.get(), &pair)) {
             zx_log("[DEBUG] heap is empty\n");
             break;
         }
-        // A removed node no longer exists: its id is all that may be looked at.
-        if (is_removed.get()[pair->id_a] || is_removed.get()[pair->id_b]) continue;
-        if (pair->weight_a != pair->a->weight || pair->weight_b != pair->b->weight) continue;
-        if (pair->distance > object->param->offline_threshold) break;
+        zx_parley_cluster_node_t *a = state->nodes[pair.a], *b = state->nodes[pair.b];
+        if (!a || !b) continue;
+        if (pair.num_merges_a != state->num_merges[pair.a] || pair.num_merges_b != state->num_merges[pair.b])
+            continue;
+        if (pair.distance > object->param->offline_threshold) break;
 
-        zx_parley_cluster_node_t *survivor = pair->id_a < pair->id_b ? pair->a : pair->b;
-        zx_parley_cluster_node_t *absorbed = survivor == pair->a ? pair->b : pair->a;
-        status = zx_parley_cluster_merge(dimension, survivor, absorbed);
+        const int32_t survivor = a->id < b->id ? pair.a : pair.b;
+        const int32_t absorbed = survivor == pair.a ? pair.b : pair.a;
+        status = zx_parley_cluster_merge(dimension, state->nodes[survivor], state->nodes[absorbed]);
         if (status != ZX_STATUS_SUCCESS) return status;
-        is_removed.get()[absorbed->id] = true;
-        zx_parley_list_remove(clusters, absorbed);
-        for (zx_parley_cluster_node_t *x = clusters->head; x; x = x->next) {
-            if (x == survivor) continue;
-            status = insert_pair(heap.get(), dimension, survivor, x);
-            if (status != ZX_STATUS_SUCCESS) return status;
+        zx_parley_list_remove(clusters, state->nodes[absorbed]);
+        state->nodes[absorbed] = nullptr;
+        state->num_merges[survivor]++;
+        copy_centroid(state.get(), survivor);
+        compute_distances(state.get(), state->nodes[survivor]->centroid, 0);
+        for (int32_t x = 0; x < num_clusters; x++) {
+            if (x != survivor && state->nodes[x]) insert_pair(heap.get(), state.get(), survivor, x);
         }
     }
     return ZX_STATUS_SUCCESS;

@@ -37,18 +37,6 @@ struct zx_parley_cluster_t {
     zx_parley_list_t *clusters;              // empty between runs
 };
 
-// A candidate merge, as it was when the record was made. It is stale once either cluster has been merged away
-// or has grown, which its weight shows.
-struct zx_parley_cluster_pair_t {
-    float distance;  // the heap's key
-    int32_t id_a;
-    float weight_a;
-    int32_t id_b;
-    float weight_b;
-    zx_parley_cluster_node_t *a;
-    zx_parley_cluster_node_t *b;
-};
-
 // Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: count below 1; ZX_STATUS_IO_ERROR:
 // short read; ZX_STATUS_OUT_OF_MEMORY. On failure *param is null. The caller owns *param.
 [[nodiscard]] zx_status_t zx_parley_cluster_param_load(FILE *stream, zx_parley_cluster_param_t **param);

@@ -2,8 +2,11 @@
 
 #include <cmath>
 #include <limits>
+#include <set>
 
 #include "support.h"
+#include "zx_math.h"
+#include "zx_parley_pair_heap.h"
 
 namespace {
 
@@ -194,6 +197,142 @@ TEST(zx_parley_cluster, tags_are_dense_on_random_input) {
             is_used[runs[i]] = true;
         }
         for (uint32_t tag = 1; tag < num_clusters; tag++) EXPECT_TRUE(is_used[tag]) << tag;
+    }
+}
+
+namespace {
+
+// The plain form of the agglomeration: records of their own in the general heap, recognised as stale by id and weight.
+struct plain_pair {
+    float distance;
+    int32_t id_a, id_b;
+    float weight_a, weight_b;
+    zx_parley_cluster_node_t *a, *b;
+};
+
+void insert_plain_pair(zx_parley_heap_t *heap, zx_parley_cluster_node_t *a, zx_parley_cluster_node_t *b,
+                       int32_t dimension) {
+    auto *pair = zx_heap_zeroed<plain_pair>();
+    *pair = {zx_parley_cluster_cosine_distance(dimension, a->centroid, b->centroid),
+             a->id,
+             b->id,
+             a->weight,
+             b->weight,
+             a,
+             b};
+    ASSERT_EQ(zx_parley_heap_insert(heap, pair), ZX_STATUS_SUCCESS);
+}
+
+void plain_offline(zx_parley_cluster_t *object, int32_t dimension) {
+    zx_parley_list_t *clusters = object->clusters;
+    zx_parley_heap_t *pairs = nullptr;
+    ASSERT_EQ(zx_parley_heap_init(0, &pairs), ZX_STATUS_SUCCESS);
+    const auto heap = owned<zx_parley_heap_delete>(pairs);
+    for (zx_parley_cluster_node_t *a = clusters->head; a; a = a->next) {
+        for (zx_parley_cluster_node_t *b = a->next; b; b = b->next) insert_plain_pair(pairs, a, b, dimension);
+    }
+    std::vector<bool> is_removed(static_cast<size_t>(clusters->head->id) + 1);
+    while (clusters->size >= 2) {
+        const zx_heap_ptr<plain_pair> pair(static_cast<plain_pair *>(zx_parley_heap_pop(pairs)));
+        if (!pair) break;
+        if (is_removed[static_cast<size_t>(pair->id_a)] || is_removed[static_cast<size_t>(pair->id_b)])
+            continue;
+        if (pair->weight_a != pair->a->weight || pair->weight_b != pair->b->weight) continue;
+        if (pair->distance > object->param->offline_threshold) break;
+        zx_parley_cluster_node_t *survivor = pair->id_a < pair->id_b ? pair->a : pair->b;
+        zx_parley_cluster_node_t *absorbed = survivor == pair->a ? pair->b : pair->a;
+        ASSERT_EQ(zx_parley_cluster_merge(dimension, survivor, absorbed), ZX_STATUS_SUCCESS);
+        is_removed[static_cast<size_t>(absorbed->id)] = true;
+        zx_parley_list_remove(clusters, absorbed);
+        for (zx_parley_cluster_node_t *x = clusters->head; x; x = x->next) {
+            if (x != survivor) insert_plain_pair(pairs, survivor, x, dimension);
+        }
+    }
+}
+
+// The tags after segmentation, first prune and a form of the agglomeration.
+template <class Offline>
+std::vector<uint32_t> tags_after(const clustering &c, const std::vector<float> &input, int32_t dimension,
+                                 Offline offline) {
+    const auto num_frames = static_cast<int32_t>(input.size() / static_cast<size_t>(dimension));
+    EXPECT_EQ(zx_parley_cluster_segmentation(c.object, input.data(), dimension, num_frames),
+              ZX_STATUS_SUCCESS);
+    EXPECT_EQ(zx_parley_cluster_segmentation_prune(c.object, dimension), ZX_STATUS_SUCCESS);
+    offline(c.object, dimension);
+    std::vector<uint32_t> tags(static_cast<size_t>(num_frames), 999);
+    uint32_t count;
+    EXPECT_EQ(zx_cluster_generate_output(c.object, tags.data(), &count), ZX_STATUS_SUCCESS);
+    zx_parley_list_reset(c.object->clusters);
+    return tags;
+}
+
+}  // namespace
+
+// Many voices at few directions, so that equal distances abound and the order among them matters.
+TEST(zx_parley_cluster, agglomeration_merges_as_its_plain_form_does) {
+    random_numbers random(22);
+    int num_merged = 0;
+    for (int round = 0; round < 120; round++) {
+        const int32_t dimension = random.between(2, 40);
+        clustering c;
+        std::vector<float> reference(static_cast<size_t>(dimension), 0.0f);
+        reference[0] = -1.0f;
+        c.param = {reference.data(), dimension, static_cast<float>(random.between(0, 500)) / 1000.0f, 0.1f,
+                   0.001f,           0.0f};
+        const int num_directions = random.between(1, 40);
+        std::vector<std::vector<float>> directions(static_cast<size_t>(num_directions));
+        for (std::vector<float> &direction : directions) {
+            for (int32_t d = 0; d < dimension; d++)
+                direction.push_back(static_cast<float>(random.between(-2, 9)));
+            direction[1] += 0.5f;
+            zx_normalize_float(dimension, direction.data(), direction.data());
+        }
+        std::vector<float> input;
+        for (int run = random.between(2, 150); run > 0; run--) {
+            const auto &direction = directions[random.next() % directions.size()];
+            for (int i = random.between(15, 20); i > 0; i--)
+                input.insert(input.end(), direction.begin(), direction.end());
+        }
+        const auto expected = tags_after(c, input, dimension, plain_offline);
+        const auto actual = tags_after(c, input, dimension, [](zx_parley_cluster_t *object, int32_t d) {
+            ASSERT_EQ(zx_parley_cluster_offline(object, d), ZX_STATUS_SUCCESS);
+        });
+        ASSERT_EQ(actual, expected) << "round " << round;
+        num_merged += std::set<uint32_t>(actual.begin(), actual.end()).size() > 2;
+    }
+    EXPECT_GT(num_merged, 40);  // many rounds leave several clusters: the order had something to decide
+}
+
+// Keys with many ties, inserted and taken in turn.
+TEST(zx_parley_pair_heap, takes_pairs_in_the_order_of_the_general_heap) {
+    struct record {
+        float key;
+        uint16_t number;
+    };
+    random_numbers random(23);
+    for (int round = 0; round < 50; round++) {
+        const int num_keys = random.between(1, 300);
+        zx_parley_heap_t *general_object = nullptr;
+        zx_parley_pair_heap_t *object = nullptr;
+        ASSERT_EQ(zx_parley_heap_init(1, &general_object), ZX_STATUS_SUCCESS);
+        ASSERT_EQ(zx_parley_pair_heap_init(2000, &object), ZX_STATUS_SUCCESS);
+        const auto general = owned<zx_parley_heap_delete>(general_object);
+        const auto heap = owned<zx_parley_pair_heap_delete>(object);
+        for (int step = 0; step < 2000; step++) {
+            if (random.between(0, 2) > 0 && step < 1500) {
+                auto *r = zx_heap_zeroed<record>();
+                *r = {static_cast<float>(random.between(0, num_keys)), static_cast<uint16_t>(step)};
+                zx_parley_pair_heap_insert(object, {r->key, r->number, 0, 0, 0});
+                ASSERT_EQ(zx_parley_heap_insert(general_object, r), ZX_STATUS_SUCCESS);
+                continue;
+            }
+            const zx_heap_ptr<record> expected(static_cast<record *>(zx_parley_heap_pop(general_object)));
+            zx_parley_pair_t pair;
+            ASSERT_EQ(zx_parley_pair_heap_pop(object, &pair), expected != nullptr);
+            if (expected) {
+                ASSERT_EQ(pair.a, expected->number) << "round " << round << ", step " << step;
+            }
+        }
     }
 }
 

@@ -1,0 +1,272 @@
+#include "zx_fc_kernels.h"
+
+#include <cstring>
+
+#include "zx_math.h"
+
+#if defined(PARLEY_VECTOR_KERNELS) && defined(__x86_64__) && defined(__GNUC__)
+#define ZX_FC_X86 1
+#include <immintrin.h>
+#else
+#define ZX_FC_X86 0
+#endif
+
+namespace {
+
+int32_t num_blocks(const zx_fc_param_t *param) {
+    return (param->output_dimension - 1) / ZX_FC_BLOCK + 1;
+}
+
+int32_t num_pairs(const zx_fc_param_t *param) {
+    return (param->input_dimension - 1) / 2 + 1;
+}
+
+void process_plain(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
+                   ptrdiff_t y_stride) {
+    for (int32_t r = 0; r < num_rows; r++, x += x_stride, y += y_stride) zx_fc_process_generic(object, x, y);
+}
+
+bool always() {
+    return true;
+}
+
+}  // namespace
+
+size_t zx_fc_packed_size(const zx_fc_param_t *param) {
+    return static_cast<size_t>(num_blocks(param)) * static_cast<size_t>(num_pairs(param)) * 2 * ZX_FC_BLOCK;
+}
+
+void zx_fc_pack(const zx_fc_param_t *param, int8_t *packed) {
+    const int32_t num_inputs = param->input_dimension;
+    for (int32_t b = 0; b < num_blocks(param); b++) {
+        for (int32_t i = 0; i < 2 * num_pairs(param); i += 2) {
+            for (int32_t o = b * ZX_FC_BLOCK; o < (b + 1) * ZX_FC_BLOCK; o++) {
+                const bool is_there = o < param->output_dimension;
+                const int8_t *row = param->weights + (is_there ? ptrdiff_t{o} * num_inputs : 0);
+                *packed++ = is_there ? row[i] : int8_t{0};
+                *packed++ = is_there && i + 1 < num_inputs ? row[i + 1] : int8_t{0};
+            }
+        }
+    }
+}
+
+#if ZX_FC_X86
+
+namespace {
+
+// The inputs 2 p and 2 p + 1 as the two halves of 32 bits; an input behind the last one counts as 0.
+inline int32_t load_pair(const int16_t *x, int32_t p, int32_t num_inputs) {
+    if (2 * p + 1 == num_inputs) return static_cast<uint16_t>(x[2 * p]);
+    int32_t pair;
+    std::memcpy(&pair, x + 2 * p, sizeof(pair));
+    return pair;
+}
+
+// Rounding and bias of output o, Q17.
+inline int32_t start_sum(const zx_fc_param_t *param, int32_t o) {
+    return o < param->output_dimension ? param->biases[o] * 1024 + 64 : 0;
+}
+
+// The last block of outputs may be only partly there: it goes through this buffer.
+struct partial_block {
+    alignas(32) int16_t values[ZX_FC_BLOCK];
+};
+
+inline void load_partial(const zx_fc_t *object, int32_t o, const int16_t *y, partial_block *block) {
+    const size_t count = static_cast<size_t>(zx_min_int32(object->param->output_dimension - o, ZX_FC_BLOCK));
+    std::memset(block->values, 0, sizeof(block->values));
+    if (object->accumulate) std::memcpy(block->values, y + o, count * sizeof(int16_t));
+}
+
+inline void store_partial(const zx_fc_t *object, int32_t o, const partial_block &block, int16_t *y) {
+    const size_t count = static_cast<size_t>(zx_min_int32(object->param->output_dimension - o, ZX_FC_BLOCK));
+    std::memcpy(y + o, block.values, count * sizeof(int16_t));
+}
+
+// What both versions share: they go through the rows in groups, and for each group through all blocks of outputs,
+// several of both at a time, so that enough sums are under way to hide the latency of an addition. `Tile` computes one
+// group of rows by one group of blocks.
+template <class Tile>
+struct tiles {
+    template <int ROWS, int BLOCKS>
+    static void through_blocks(const zx_fc_t *object, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
+                               ptrdiff_t y_stride, int32_t block) {
+        const int32_t end = num_blocks(object->param);
+        for (; block + BLOCKS <= end; block += BLOCKS) {
+            Tile::template compute<ROWS, BLOCKS>(object, block, x, x_stride, y, y_stride);
+        }
+        if constexpr (BLOCKS > 1) {
+            if (block < end) through_blocks<ROWS, BLOCKS / 2>(object, x, x_stride, y, y_stride, block);
+        }
+    }
+
+    template <int ROWS>
+    static void through_rows(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
+                             int16_t *y, ptrdiff_t y_stride) {
+        constexpr int BLOCKS = Tile::MAX_SUMS / ROWS;
+        for (; num_rows >= ROWS; num_rows -= ROWS, x += ROWS * x_stride, y += ROWS * y_stride) {
+            through_blocks<ROWS, BLOCKS>(object, x, x_stride, y, y_stride, 0);
+        }
+        if constexpr (ROWS > 1) {
+            if (num_rows > 0) through_rows<ROWS - 1>(object, num_rows, x, x_stride, y, y_stride);
+        }
+    }
+};
+
+#define ZX_TARGET_VNNI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni")))
+#define ZX_TARGET_AVX2 __attribute__((target("avx2")))
+
+// 512 bits: a block of outputs is one register, multiplied, paired and added by one instruction.
+struct vnni_tile {
+    static constexpr int MAX_SUMS = 16;
+    static constexpr int MAX_ROWS = 8;
+
+    template <int ROWS, int BLOCKS>
+    ZX_TARGET_VNNI static void compute(const zx_fc_t *object, int32_t block, const int16_t *x,
+                                       ptrdiff_t x_stride, int16_t *y, ptrdiff_t y_stride) {
+        const zx_fc_param_t *param = object->param;
+        const int32_t pairs = num_pairs(param);
+        const ptrdiff_t block_size = ptrdiff_t{pairs} * 2 * ZX_FC_BLOCK;
+        const int8_t *weights = object->packed + block * block_size;
+        __m512i sums[ROWS][BLOCKS];
+        for (int b = 0; b < BLOCKS; b++) {
+            alignas(64) int32_t start[ZX_FC_BLOCK];
+            for (int32_t k = 0; k < ZX_FC_BLOCK; k++)
+                start[k] = start_sum(param, (block + b) * ZX_FC_BLOCK + k);
+            for (int r = 0; r < ROWS; r++) sums[r][b] = _mm512_load_si512(start);
+        }
+        for (int32_t p = 0; p < pairs; p++, weights += 2 * ZX_FC_BLOCK) {
+            __m512i w[BLOCKS];
+#pragma GCC unroll 16
+            for (int b = 0; b < BLOCKS; b++) {
+                const void *at = weights + b * block_size;
+                w[b] = _mm512_cvtepi8_epi16(_mm256_loadu_si256(static_cast<const __m256i *>(at)));
+            }
+#pragma GCC unroll 16
+            for (int r = 0; r < ROWS; r++) {
+                const __m512i pair =
+                    _mm512_set1_epi32(load_pair(x + r * x_stride, p, param->input_dimension));
+#pragma GCC unroll 16
+                for (int b = 0; b < BLOCKS; b++) sums[r][b] = _mm512_dpwssd_epi32(sums[r][b], w[b], pair);
+            }
+        }
+        for (int r = 0; r < ROWS; r++, y += y_stride) {
+            for (int b = 0; b < BLOCKS; b++) {
+                const int32_t o = (block + b) * ZX_FC_BLOCK;
+                partial_block partial;
+                const bool is_whole = o + ZX_FC_BLOCK <= param->output_dimension;
+                if (!is_whole) load_partial(object, o, y, &partial);
+                auto *at = reinterpret_cast<__m256i *>(is_whole ? y + o : partial.values);
+                __m512i sum = _mm512_srai_epi32(sums[r][b], 7);
+                if (object->accumulate)
+                    sum = _mm512_add_epi32(sum, _mm512_cvtepi16_epi32(_mm256_loadu_si256(at)));
+                _mm256_storeu_si256(at, _mm512_cvtsepi32_epi16(sum));
+                if (!is_whole) store_partial(object, o, partial, y);
+            }
+        }
+    }
+};
+
+// 256 bits: a block of outputs is two registers; a product and a sum are two instructions.
+struct avx2_tile {
+    static constexpr int MAX_SUMS = 4;
+    static constexpr int MAX_ROWS = 4;
+
+    template <int ROWS, int BLOCKS>
+    ZX_TARGET_AVX2 static void compute(const zx_fc_t *object, int32_t block, const int16_t *x,
+                                       ptrdiff_t x_stride, int16_t *y, ptrdiff_t y_stride) {
+        const zx_fc_param_t *param = object->param;
+        const int32_t pairs = num_pairs(param);
+        const ptrdiff_t block_size = ptrdiff_t{pairs} * 2 * ZX_FC_BLOCK;
+        const int8_t *weights = object->packed + block * block_size;
+        __m256i sums[ROWS][BLOCKS][2];
+        for (int b = 0; b < BLOCKS; b++) {
+            alignas(32) int32_t start[ZX_FC_BLOCK];
+            for (int32_t k = 0; k < ZX_FC_BLOCK; k++)
+                start[k] = start_sum(param, (block + b) * ZX_FC_BLOCK + k);
+            for (int r = 0; r < ROWS; r++) {
+                sums[r][b][0] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start));
+                sums[r][b][1] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start + 8));
+            }
+        }
+        for (int32_t p = 0; p < pairs; p++, weights += 2 * ZX_FC_BLOCK) {
+            __m256i pair[ROWS];
+#pragma GCC unroll 16
+            for (int r = 0; r < ROWS; r++) {
+                pair[r] = _mm256_set1_epi32(load_pair(x + r * x_stride, p, param->input_dimension));
+            }
+#pragma GCC unroll 16
+            for (int b = 0; b < BLOCKS; b++) {
+#pragma GCC unroll 2
+                for (int half = 0; half < 2; half++) {
+                    const void *at = weights + b * block_size + half * ZX_FC_BLOCK;
+                    const __m256i w = _mm256_cvtepi8_epi16(_mm_loadu_si128(static_cast<const __m128i *>(at)));
+#pragma GCC unroll 16
+                    for (int r = 0; r < ROWS; r++) {
+                        sums[r][b][half] = _mm256_add_epi32(sums[r][b][half], _mm256_madd_epi16(w, pair[r]));
+                    }
+                }
+            }
+        }
+        for (int r = 0; r < ROWS; r++, y += y_stride) {
+            for (int b = 0; b < BLOCKS; b++) {
+                const int32_t o = (block + b) * ZX_FC_BLOCK;
+                partial_block partial;
+                const bool is_whole = o + ZX_FC_BLOCK <= param->output_dimension;
+                if (!is_whole) load_partial(object, o, y, &partial);
+                auto *at = reinterpret_cast<__m128i *>(is_whole ? y + o : partial.values);
+                __m256i low = _mm256_srai_epi32(sums[r][b][0], 7), high = _mm256_srai_epi32(sums[r][b][1], 7);
+                if (object->accumulate) {
+                    low = _mm256_add_epi32(low, _mm256_cvtepi16_epi32(_mm_loadu_si128(at)));
+                    high = _mm256_add_epi32(high, _mm256_cvtepi16_epi32(_mm_loadu_si128(at + 1)));
+                }
+                // Packing works in each half of 128 bits: the quarters come out as 0 2 1 3.
+                const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), 0xD8);
+                _mm256_storeu_si256(reinterpret_cast<__m256i *>(at), packed);
+                if (!is_whole) store_partial(object, o, partial, y);
+            }
+        }
+    }
+};
+
+template <class Tile>
+void process_tiles(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
+                   ptrdiff_t y_stride) {
+    tiles<Tile>::template through_rows<Tile::MAX_ROWS>(object, num_rows, x, x_stride, y, y_stride);
+}
+
+bool has_vnni() {
+    return __builtin_cpu_supports("avx512vnni") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl");
+}
+
+bool has_avx2() {
+    return __builtin_cpu_supports("avx2");
+}
+
+}  // namespace
+
+#endif
+
+namespace {
+
+constexpr zx_fc_kernel_t KERNELS[] = {
+#if ZX_FC_X86
+    {"AVX-512 VNNI", true, has_vnni, process_tiles<vnni_tile>},
+    {"AVX2", true, has_avx2, process_tiles<avx2_tile>},
+#endif
+    {"plain", false, always, process_plain},
+};
+
+}  // namespace
+
+const zx_fc_kernel_t *zx_fc_kernels(size_t *count) {
+    *count = std::size(KERNELS);
+    return KERNELS;
+}
+
+const zx_fc_kernel_t *zx_fc_best_kernel() {
+    const zx_fc_kernel_t *kernel = KERNELS;
+    while (!kernel->is_supported()) kernel++;
+    return kernel;
+}
