@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "zx_assert.h"
 #include "zx_audio_file.h"
@@ -123,11 +124,40 @@ extern "C" void zx_parley_delete(zx_parley_t *object) {
     zx_memory_free(object->memory, object);
 }
 
-extern "C" zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
-                                         int32_t *num_segments, zx_parley_segment_t **segments) {
-    zx_error_prepare();
-    if (!object) return report_null("object");
-    if (!pcm) return report_null("pcm");
+namespace {
+
+// Embeddings of normalized features.
+zx_status_t compute_embeddings(zx_parley_t *object, const int16_t *feature, int32_t num_frames,
+                               zx_heap_ptr<float> *d_vector) {
+    const size_t embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
+    d_vector->reset(
+        static_cast<float *>(std::calloc(static_cast<size_t>(num_frames), embedding_size * sizeof(float))));
+    if (!*d_vector) return report_allocation("d_vector");
+    const zx_status_t status =
+        zx_parley_classifier_process(object->classifier, feature, num_frames, d_vector->get());
+    if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_classifier_process", status);
+    return ZX_STATUS_SUCCESS;
+}
+
+// Tags of embeddings, which are released on the way.
+zx_status_t compute_tags(zx_parley_t *object, zx_heap_ptr<float> d_vector, int32_t num_frames,
+                         uint32_t *clusters) {
+    uint32_t num_clusters = 0;
+    const zx_status_t status = zx_parley_cluster_process(
+        object->cluster, d_vector.get(), object->param->classifier->embedding->output_dimension, num_frames,
+        &num_clusters, clusters);
+    d_vector.reset();
+    if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_cluster_process", status);
+    object->num_tags = static_cast<int32_t>(num_clusters);
+    object->tag_frequency = zx_heap_zeroed<int32_t>(num_clusters);
+    if (!object->tag_frequency) return report_allocation("object->tag_frequency");
+    return ZX_STATUS_SUCCESS;
+}
+
+// The pipeline behind both public functions. `own_pcm` is null, or owns the samples: then they are released as soon as
+// the features are there. Of samples, features, embeddings and the agenda of merges each is large for long audio.
+zx_status_t process(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
+                    zx_heap_ptr<int16_t> *own_pcm, int32_t *num_segments, zx_parley_segment_t **segments) {
     if (num_samples < ZX_PARLEY_FRAME_LENGTH) {
         zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_min, "num_samples", num_samples,
                            ZX_PARLEY_FRAME_LENGTH);
@@ -143,23 +173,38 @@ extern "C" zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm
     *segments = nullptr;
     const int32_t num_frames = num_samples / ZX_PARLEY_FRAME_LENGTH;
 
-    const zx_heap_ptr<int16_t> feature(
+    zx_heap_ptr<int16_t> feature(
         zx_heap_zeroed<int16_t>(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE));
     if (!feature) return report_allocation("feature");
     zx_status_t status = zx_parley_internal_features(object, pcm, num_frames, feature.get());
     if (status != ZX_STATUS_SUCCESS) return report_failure("zx_filterbank_compute", status);
+    if (own_pcm) own_pcm->reset();
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
 
     const zx_heap_ptr<uint32_t> clusters(zx_heap_zeroed<uint32_t>(static_cast<size_t>(num_frames)));
     if (!clusters) return report_allocation("clusters");
-    status = zx_parley_internal_process(object, feature.get(), num_frames, clusters.get());
-    if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_internal_process", status);
-
-    status = zx_parley_internal_segment(object, clusters.get(), num_frames, num_segments, segments);
-    zx_parley_internal_reset(object);
-    // Callers know this step under the name of the one before it.
+    zx_heap_ptr<float> d_vector;
+    status = compute_embeddings(object, feature.get(), num_frames, &d_vector);
+    feature.reset();
+    if (status == ZX_STATUS_SUCCESS)
+        status = compute_tags(object, std::move(d_vector), num_frames, clusters.get());
+    if (status == ZX_STATUS_SUCCESS) {
+        status = zx_parley_internal_segment(object, clusters.get(), num_frames, num_segments, segments);
+        zx_parley_internal_reset(object);
+    }
+    // Callers know these steps under one name.
     if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_internal_process", status);
     return ZX_STATUS_SUCCESS;
+}
+
+}  // namespace
+
+extern "C" zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
+                                         int32_t *num_segments, zx_parley_segment_t **segments) {
+    zx_error_prepare();
+    if (!object) return report_null("object");
+    if (!pcm) return report_null("pcm");
+    return process(object, pcm, num_samples, nullptr, num_segments, segments);
 }
 
 zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm, int32_t num_frames,
@@ -190,24 +235,10 @@ zx_status_t zx_parley_internal_process(zx_parley_t *object, const int16_t *featu
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(clusters);
-    const int32_t embedding_size = object->param->classifier->embedding->output_dimension;
-    zx_heap_ptr<float> d_vector(static_cast<float *>(
-        std::calloc(static_cast<size_t>(num_frames), static_cast<size_t>(embedding_size) * sizeof(float))));
-    if (!d_vector) return report_allocation("d_vector");
-    zx_status_t status =
-        zx_parley_classifier_process(object->classifier, feature, num_frames, d_vector.get());
-    if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_classifier_process", status);
-
-    uint32_t num_clusters = 0;
-    status = zx_parley_cluster_process(object->cluster, d_vector.get(), embedding_size, num_frames,
-                                       &num_clusters, clusters);
-    d_vector.reset();
-    if (status != ZX_STATUS_SUCCESS) return report_failure("zx_parley_cluster_process", status);
-
-    object->num_tags = static_cast<int32_t>(num_clusters);
-    object->tag_frequency = zx_heap_zeroed<int32_t>(num_clusters);
-    if (!object->tag_frequency) return report_allocation("object->tag_frequency");
-    return ZX_STATUS_SUCCESS;
+    zx_heap_ptr<float> d_vector;
+    const zx_status_t status = compute_embeddings(object, feature, num_frames, &d_vector);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    return compute_tags(object, std::move(d_vector), num_frames, clusters);
 }
 
 zx_status_t zx_parley_internal_segment(zx_parley_t *object, const uint32_t *clusters, int32_t num_frames,
@@ -277,8 +308,7 @@ extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *a
     std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> reader(audio_file);
 
     const int32_t num_samples = zx_audio_file_num_samples(reader.get());
-    const zx_heap_ptr<int16_t> pcm(
-        zx_heap_zeroed<int16_t>(static_cast<size_t>(num_samples) + 1));  // see the read
+    zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(num_samples) + 1));  // see the read
     if (!pcm) return report_allocation("pcm");
     status = zx_audio_file_read(reader.get(), num_samples, pcm.get());
     if (status != ZX_STATUS_SUCCESS) {
@@ -287,5 +317,5 @@ extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *a
         return ZX_STATUS_IO_ERROR;
     }
     reader.reset();
-    return zx_parley_process(object, pcm.get(), num_samples, num_segments, segments);
+    return process(object, pcm.get(), num_samples, &pcm, num_segments, segments);
 }

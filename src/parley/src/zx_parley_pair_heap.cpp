@@ -1,11 +1,15 @@
 #include "zx_parley_pair_heap.h"
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 #include <memory>
 
 #include "zx_assert.h"
 #include "zx_heap.h"
 
-static_assert(sizeof(zx_parley_pair_t) == 12, "the bound on the memory of the agglomeration counts on it");
+static_assert(sizeof(zx_parley_pair_t) == 8, "the bound on the memory of the agglomeration counts on it");
 
 zx_status_t zx_parley_pair_heap_init(uint32_t capacity, zx_parley_pair_heap_t **object) {
     ZX_ASSERT(object);
@@ -13,9 +17,16 @@ zx_status_t zx_parley_pair_heap_init(uint32_t capacity, zx_parley_pair_heap_t **
     std::unique_ptr<zx_parley_pair_heap_t, zx_deleter<zx_parley_pair_heap_delete>> o(
         zx_heap_zeroed<zx_parley_pair_heap_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
-    const size_t num_slots = static_cast<size_t>(capacity) + 1;
-    o->pairs = static_cast<zx_parley_pair_t *>(std::malloc(num_slots * sizeof(zx_parley_pair_t)));
+    // Whole pages of the large kind where the agenda is large: its accesses are far apart.
+    constexpr size_t LARGE_PAGE = size_t{1} << 21, LINE = 64;
+    size_t size = (static_cast<size_t>(capacity) + 1) * sizeof(zx_parley_pair_t);
+    const size_t alignment = size >= LARGE_PAGE ? LARGE_PAGE : LINE;
+    size = (size + alignment - 1) / alignment * alignment;
+    o->pairs = static_cast<zx_parley_pair_t *>(std::aligned_alloc(alignment, size));
     if (!o->pairs) return ZX_STATUS_OUT_OF_MEMORY;
+#if defined(__linux__)
+    if (alignment == LARGE_PAGE) (void) madvise(o->pairs, size, MADV_HUGEPAGE);
+#endif
     o->capacity = capacity;
     *object = o.release();
     return ZX_STATUS_SUCCESS;
@@ -49,6 +60,8 @@ bool zx_parley_pair_heap_pop(zx_parley_pair_heap_t *object, zx_parley_pair_t *pa
     const uint64_t size = object->size;
     uint64_t i = 1;
     for (uint64_t child = 2; child < size; child = 2 * i) {
+        // Three levels below lie eight pairs in one line of the cache, of which one will be looked at.
+        __builtin_prefetch(pairs + 8 * i);
         if (child + 1 < size && pairs[child + 1].distance < pairs[child].distance) child++;
         if (!(pairs[child].distance < moved.distance)) break;
         pairs[i] = pairs[child];

@@ -1,6 +1,6 @@
 // The agenda of the agglomeration: candidate merges, taken in the order in which zx_parley_heap takes records of the same
-// keys inserted in the same order, its peculiarities included. The records lie in the heap's one array instead of being
-// blocks of their own, which takes 12 bytes a candidate where those take 64, and no allocation but the first.
+// keys inserted in the same order, its peculiarities included. A candidate is 8 bytes in the heap's one array, where a
+// record of its own takes 64 with its pointer and its block; there is no allocation but the first.
 #ifndef ZX_PARLEY_PAIR_HEAP_H
 #define ZX_PARLEY_PAIR_HEAP_H
 
@@ -8,20 +8,15 @@
 
 #include "zx_base.h"
 
-// Two clusters by their places in the list at the start, with the number of merges that each had taken part in when the
-// candidate was made: it is stale when either has gone, or has grown since.
 struct zx_parley_pair_t {
-    float distance;  // the key
-    uint16_t a;
-    uint16_t b;
-    uint16_t num_merges_a;
-    uint16_t num_merges_b;
+    float distance;   // the key
+    uint32_t number;  // of the candidate; what it stands for is the caller's to know
 };
 
 struct zx_parley_pair_heap_t {
     uint32_t capacity;
     uint32_t size;
-    zx_parley_pair_t *pairs;  // capacity + 1 slots, used from 1
+    zx_parley_pair_t *pairs;  // capacity + 1 slots, used from 1; at a multiple of 64 bytes
 };
 
 // Creates an empty heap for `capacity` pairs, of whose memory only what is used is touched. ZX_STATUS_OUT_OF_MEMORY

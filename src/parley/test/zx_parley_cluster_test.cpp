@@ -307,7 +307,7 @@ TEST(zx_parley_cluster, agglomeration_merges_as_its_plain_form_does) {
 TEST(zx_parley_pair_heap, takes_pairs_in_the_order_of_the_general_heap) {
     struct record {
         float key;
-        uint16_t number;
+        uint32_t number;
     };
     random_numbers random(23);
     for (int round = 0; round < 50; round++) {
@@ -321,8 +321,8 @@ TEST(zx_parley_pair_heap, takes_pairs_in_the_order_of_the_general_heap) {
         for (int step = 0; step < 2000; step++) {
             if (random.between(0, 2) > 0 && step < 1500) {
                 auto *r = zx_heap_zeroed<record>();
-                *r = {static_cast<float>(random.between(0, num_keys)), static_cast<uint16_t>(step)};
-                zx_parley_pair_heap_insert(object, {r->key, r->number, 0, 0, 0});
+                *r = {static_cast<float>(random.between(0, num_keys)), static_cast<uint32_t>(step)};
+                zx_parley_pair_heap_insert(object, {r->key, r->number});
                 ASSERT_EQ(zx_parley_heap_insert(general_object, r), ZX_STATUS_SUCCESS);
                 continue;
             }
@@ -330,7 +330,7 @@ TEST(zx_parley_pair_heap, takes_pairs_in_the_order_of_the_general_heap) {
             zx_parley_pair_t pair;
             ASSERT_EQ(zx_parley_pair_heap_pop(object, &pair), expected != nullptr);
             if (expected) {
-                ASSERT_EQ(pair.a, expected->number) << "round " << round << ", step " << step;
+                ASSERT_EQ(pair.number, expected->number) << "round " << round << ", step " << step;
             }
         }
     }
