@@ -1,7 +1,7 @@
-// One hour of conversation through the public interface: seconds of processor time, times real time, peak
+// An hour (or any time) of conversation through the public interface: seconds of processor time, times real time, peak
 // memory.
 //
-//   hour_bench MODEL [HOURS]
+//   bench_hour MODEL [HOURS]
 //
 // The audio is made here: four voices, each a buzz of its own pitch through two resonators of its own, take
 // turns of 1 to 6 seconds with pauses in between, over faint noise. It is written to a temporary WAV file and
@@ -84,7 +84,7 @@ std::vector<int16_t> make_conversation(double seconds) {
 
 void put(std::FILE *file, const void *bytes, size_t size) {
     if (std::fwrite(bytes, 1, size, file) != size) {
-        std::perror("hour_bench: temporary file");
+        std::perror("bench_hour: temporary file");
         std::exit(1);
     }
 }
@@ -113,7 +113,7 @@ double processor_seconds() {
 
 int main(int argc, char **argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: hour_bench MODEL [HOURS]\n");
+        std::fprintf(stderr, "usage: bench_hour MODEL [HOURS]\n");
         return 2;
     }
     const double hours = argc > 2 ? std::atof(argv[2]) : 1;
@@ -126,7 +126,7 @@ int main(int argc, char **argv) {
         write_wav(path, make_conversation(3600 * hours));
         _exit(0);
     } else if (int status = 1; child < 0 || waitpid(child, &status, 0) < 0 || status != 0) {
-        std::fprintf(stderr, "hour_bench: could not make the audio\n");
+        std::fprintf(stderr, "bench_hour: could not make the audio\n");
         unlink(path);
         return 1;
     }
@@ -146,7 +146,12 @@ int main(int argc, char **argv) {
 
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
-    std::printf("%.2f h of audio: %.2f s, %.0f times real time, peak memory %.1f MB, %d segments\n", hours,
-                seconds, 3600 * hours / seconds, static_cast<double>(usage.ru_maxrss) / 1024, num_segments);
+    const double peak = static_cast<double>(usage.ru_maxrss) / 1024,
+                 samples = 3600 * hours * RATE * 2 / (1 << 20);
+    std::printf(
+        "%.3f h of audio: %.3f s, %.0f times real time, peak memory %.1f MB, %.1f of them beside the "
+        "samples, "
+        "%d segments\n",
+        hours, seconds, 3600 * hours / seconds, peak, peak - samples, num_segments);
     return 0;
 }

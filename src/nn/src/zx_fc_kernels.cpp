@@ -1,5 +1,6 @@
 #include "zx_fc_kernels.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "zx_math.h"
@@ -88,6 +89,9 @@ inline void store_partial(const zx_fc_t *object, int32_t o, const partial_block 
 // group of rows by one group of blocks.
 template <class Tile>
 struct tiles {
+    // Each block is a stream of weights from the second level of the cache, which fetches only so many ahead.
+    static constexpr int MAX_BLOCKS = 5;
+
     template <int ROWS, int BLOCKS>
     static void through_blocks(const zx_fc_t *object, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
                                ptrdiff_t y_stride, int32_t block) {
@@ -103,7 +107,7 @@ struct tiles {
     template <int ROWS>
     static void through_rows(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
                              int16_t *y, ptrdiff_t y_stride) {
-        constexpr int BLOCKS = Tile::MAX_SUMS / ROWS;
+        constexpr int BLOCKS = std::min(Tile::MAX_SUMS / ROWS, MAX_BLOCKS);
         for (; num_rows >= ROWS; num_rows -= ROWS, x += ROWS * x_stride, y += ROWS * y_stride) {
             through_blocks<ROWS, BLOCKS>(object, x, x_stride, y, y_stride, 0);
         }

@@ -298,7 +298,8 @@ zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimen
     zx_parley_list_t *clusters = object->clusters;
     const uint64_t capacity = uint64_t{clusters->size} * (clusters->size - 1);
     if (capacity > INT32_MAX) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
-    static_assert((2ull * 46341 - 1) * 46341 <= UINT32_MAX && 46342ull * 46341 > INT32_MAX, "numbers fit 32 bits");
+    static_assert((2ull * 46341 - 1) * 46341 <= UINT32_MAX && 46342ull * 46341 > INT32_MAX,
+                  "numbers fit 32 bits");
 
     zx_parley_pair_heap_t *pairs = nullptr;
     zx_status_t status = zx_parley_pair_heap_init(static_cast<uint32_t>(capacity), &pairs);
