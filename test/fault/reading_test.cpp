@@ -23,7 +23,7 @@ struct {
 
 using open_function = FILE *(*) (const char *, const char *);
 open_function real_open() {
-    static const auto function = reinterpret_cast<open_function>(dlsym(RTLD_NEXT, "fopen"));
+    static const auto function = reinterpret_cast<open_function>(dlsym(RTLD_NEXT, "fopen64"));
     return function;
 }
 
@@ -54,7 +54,9 @@ int close(void *cookie) {
 
 }  // namespace
 
-extern "C" FILE *fopen(const char *path, const char *mode) {
+namespace {
+
+FILE *open_with_fault(const char *path, const char *mode) {
     FILE *file = real_open()(path, mode);
     if (!file || current.kind == fault::none) return file;
     cookie_io_functions_t functions = {};
@@ -62,6 +64,16 @@ extern "C" FILE *fopen(const char *path, const char *mode) {
     functions.seek = seek;
     functions.close = close;
     return fopencookie(file, mode, functions);
+}
+
+}  // namespace
+
+// The C library's two names for it; which one is called depends on the type of file positions.
+extern "C" FILE *fopen(const char *path, const char *mode) {
+    return open_with_fault(path, mode);
+}
+extern "C" FILE *fopen64(const char *path, const char *mode) {
+    return open_with_fault(path, mode);
 }
 
 namespace {
