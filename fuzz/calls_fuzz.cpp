@@ -104,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 break;
             }
             case 3: {
-                const size_t length = std::min<size_t>(bytes.take<uint16_t>() % 4096, bytes.size());
+                const size_t wanted = bytes.take<uint16_t>() % 4096;
+                const size_t length = std::min(wanted, bytes.size());
                 const char *path = file.with(bytes.data(), length);
                 for (size_t i = 0; i < length; i++) bytes.take<uint8_t>();
                 (void) run([&](int32_t *count, zx_parley_segment_t **segments) {

@@ -100,8 +100,7 @@ std::string footer() {
 // Standard input as a file, for as long as it is needed.
 class spooled_input {
 public:
-    spooled_input() {
-        path_ = (fs::temp_directory_path() / "parley.XXXXXX").string();
+    spooled_input() : path_((fs::temp_directory_path() / "parley.XXXXXX").string()) {
         const int file = mkstemp(path_.data());
         if (file < 0) throw std::system_error(errno, std::generic_category(), path_);
         char block[1 << 16];

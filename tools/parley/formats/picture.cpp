@@ -72,7 +72,8 @@ void draw(cairo_t *c, const diarization &result) {
 
     const double tick = tick_of(result.duration);
     cairo_set_line_width(c, 1);
-    for (double t = 0; t <= result.duration; t += tick) {
+    for (int i = 0; i * tick <= result.duration; i++) {
+        const double t = i * tick;
         const double x = std::round(x_of(t)) + 0.5;
         set_color(c, 0xdddddd);
         cairo_move_to(c, x, TITLE);

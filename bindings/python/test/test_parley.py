@@ -1,0 +1,174 @@
+"""The package as users have it: an installed wheel. PARLEY_TOOL names the command line tool, whose results are the same."""
+import concurrent.futures
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import threading
+import time
+import wave
+
+import numpy as np
+import pytest
+
+import parley
+
+ROOT = pathlib.Path(os.environ["PARLEY_SOURCE"])  # set by run: the tests run far from the sources
+RECORDING = ROOT / "examples" / "three-voices.wav"
+
+
+@pytest.fixture(scope="module")
+def diarizer():
+    with parley.Diarizer() as diarizer:
+        yield diarizer
+
+
+@pytest.fixture(scope="module")
+def samples():
+    with wave.open(str(RECORDING)) as reader:
+        assert reader.getframerate() == parley.SAMPLE_RATE
+        return np.frombuffer(reader.readframes(reader.getnframes()), dtype="<i2")
+
+
+@pytest.fixture(scope="module")
+def expected(diarizer):
+    result = diarizer.diarize(RECORDING)
+    assert result.speakers == [1, 2, 3]
+    return result
+
+
+def test_segments_are_those_of_the_tool(expected):
+    tool = os.environ.get("PARLEY_TOOL")
+    if not tool:
+        pytest.skip("PARLEY_TOOL is not set")
+    result = subprocess.run([tool, "--format", "json", RECORDING], check=True, stdout=subprocess.PIPE)
+    segments = json.loads(result.stdout)["segments"]
+    assert [(s["start"], s["end"]) for s in segments] == [(s.start, s.end) for s in expected]
+    names = list(dict.fromkeys(s["speaker"] for s in segments))
+    assert [names.index(s["speaker"]) + 1 for s in segments] == [s.speaker for s in expected]
+
+
+@pytest.mark.parametrize("convert", [
+    lambda x: x,
+    lambda x: x.astype(np.float32) / 32768,
+    lambda x: x.astype(np.float64) / 32768,
+    lambda x: np.stack([x, x], axis=1),
+    lambda x: np.stack([x, x], axis=1).astype(np.float32) / 32768,
+    lambda x: np.repeat(x, 2)[::2],
+], ids=["int16", "float32", "float64", "stereo", "float stereo", "not contiguous"])
+def test_samples_of_any_kind_give_what_the_file_gives(diarizer, samples, expected, convert):
+    assert diarizer.diarize(convert(samples), 16000) == expected
+
+
+def test_other_rates_are_converted_by_the_engine(diarizer, samples, expected):
+    upsampled = np.interp(np.arange(3 * len(samples)) / 3, np.arange(len(samples)), samples).astype(np.int16)
+    result = diarizer.diarize(upsampled, 48000)
+    assert result.speakers == expected.speakers
+    assert sum(result.talk_time().values()) == pytest.approx(sum(expected.talk_time().values()), rel=0.1)
+
+
+@pytest.mark.parametrize("source, rate, error", [
+    (np.zeros((2, 2, 2), np.int16), 16000, ValueError),
+    (np.zeros((2, 16000), np.int16), 16000, ValueError),
+    (np.zeros(16000, np.int32), 16000, TypeError),
+    (np.full(16000, np.nan), 16000, ValueError),
+    (np.zeros(16000, np.int16), None, TypeError),
+    (str(RECORDING), 16000, TypeError),
+])
+def test_unusable_arguments_are_refused(diarizer, source, rate, error):
+    with pytest.raises(error):
+        diarizer.diarize(source, rate)
+
+
+def test_failures_carry_status_and_messages(diarizer, tmp_path):
+    with pytest.raises(parley.ParleyError) as failure:
+        diarizer.diarize(tmp_path / "missing.wav")
+    assert failure.value.status is parley.Status.IO_ERROR
+    assert any("IO_ERROR" in message for message in failure.value.messages)
+    with pytest.raises(parley.ParleyError) as failure:
+        diarizer.diarize(np.zeros(511, np.int16), 16000)
+    assert failure.value.status is parley.Status.INVALID_ARGUMENT
+    assert "511" in str(failure.value) and "512" in str(failure.value)
+    text = tmp_path / "model.zx"
+    text.write_text("not a model, but long enough to be looked at")
+    with pytest.raises(parley.ParleyError, match="incorrect format"):
+        parley.Diarizer(text)
+
+
+def test_a_closed_diarizer_says_so():
+    diarizer = parley.Diarizer()
+    diarizer.close()
+    diarizer.close()
+    with pytest.raises(ValueError, match="closed"):
+        diarizer.diarize(RECORDING)
+
+
+def test_silence_has_no_segments(diarizer):
+    result = diarizer.diarize(np.zeros(16000, np.int16), 16000)
+    assert result == () and result.to_rttm() == "" and "Nobody" in result._repr_html_()
+
+
+def test_conversions(expected):
+    first = expected[0]
+    line = expected.to_rttm("a file").splitlines()[0].split()
+    assert line == ["SPEAKER", "a_file", "1", f"{first.start:.3f}", f"{first.duration:.3f}", "<NA>", "<NA>",
+                    f"speaker_{first.speaker}", "<NA>", "<NA>"]
+    assert expected._repr_html_().count("<rect") == len(expected)
+    pandas = pytest.importorskip("pandas")
+    table = expected.to_dataframe()
+    assert isinstance(table, pandas.DataFrame) and len(table) == len(expected)
+    assert table.groupby("speaker")["duration"].sum().to_dict() == pytest.approx(expected.talk_time())
+
+
+def test_words_get_the_speaker_of_most_of_their_time():
+    segments = [parley.Segment(0.0, 2.0, 1), parley.Segment(2.0, 4.0, 2)]
+    words = [{"start": 0.5, "end": 0.9, "word": "a"}, {"start": 1.9, "end": 2.6, "word": "b"},
+             {"start": 1.5, "end": 2.5, "word": "even"}, {"start": 9.0, "end": 9.5, "word": "late"}]
+    assert [w["speaker"] for w in parley.assign_speakers(words, segments)] == [1, 2, 1, 2]
+    whisper = {"segments": [{"start": 0, "end": 2, "text": "x", "words": words[:1]}, {"start": 3, "end": 4, "text": "y"}]}
+    assert [w["speaker"] for w in parley.assign_speakers(whisper, segments)] == [1, 2]
+    assert parley.assign_speakers(words[:1], [])[0]["speaker"] is None
+    assert "speaker" not in words[0]
+
+
+def test_other_threads_run_on(diarizer, samples):
+    """Python's lock is released: while a long recording is processed a counter in another thread counts on."""
+    counts, is_done = [], threading.Event()
+
+    def count():
+        while not is_done.is_set():
+            counts.append(time.perf_counter())
+            time.sleep(0.001)
+
+    thread = threading.Thread(target=count)
+    long_audio = np.tile(samples, 30)
+    thread.start()
+    begin = time.perf_counter()
+    diarizer.diarize(long_audio, 16000)
+    end = time.perf_counter()
+    is_done.set()
+    thread.join()
+    inside = [t for t in counts if begin < t < end]
+    assert len(inside) > 10 and max(np.diff(inside)) < (end - begin) / 2
+
+
+def test_threads_with_a_diarizer_each_and_with_one_for_all(diarizer, samples, expected):
+    def own(_):
+        with parley.Diarizer() as mine:
+            return mine.diarize(samples, 16000)
+
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
+        for result in list(pool.map(own, range(4))) + list(pool.map(lambda _: diarizer.diarize(samples, 16000), range(4))):
+            assert result == expected
+
+
+def test_as_a_program(expected):
+    def run(*arguments):
+        return subprocess.run([sys.executable, "-m", "parley", *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              text=True)
+
+    assert run("--format", "rttm", str(RECORDING)).stdout == expected.to_rttm("three-voices")
+    assert len(run(str(RECORDING)).stdout.splitlines()) == len(expected)
+    failed = run("/missing.wav", str(RECORDING))
+    assert failed.returncode == 1 and "IO_ERROR" in failed.stderr and "speaker 1" in failed.stdout
