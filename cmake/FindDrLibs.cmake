@@ -2,7 +2,9 @@
 #
 #   DR_LIBS_INCLUDE_DIR   cache variable: the folder that holds dr_wav.h, for a copy in an unusual place
 #   DrLibs::DrLibs        imported target with that include folder
-find_path(DR_LIBS_INCLUDE_DIR dr_wav.h PATH_SUFFIXES dr_libs DOC "Folder that holds dr_wav.h")
+# Headers alone, the same for every machine: the host's serve cross builds too.
+find_path(DR_LIBS_INCLUDE_DIR dr_wav.h PATHS /usr/local/include /usr/include PATH_SUFFIXES dr_libs
+  CMAKE_FIND_ROOT_PATH_BOTH DOC "Folder that holds dr_wav.h")
 mark_as_advanced(DR_LIBS_INCLUDE_DIR)
 
 include(FindPackageHandleStandardArgs)

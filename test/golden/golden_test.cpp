@@ -94,6 +94,11 @@ TEST_P(golden, every_stage_agrees_to_the_last_bit) {
                                         &num_tags, tags.data()),
               ZX_STATUS_SUCCESS);
     expect_equal_bits(tags, read_file<uint32_t>(set.expected / "tags.u32"), "tags");
+    std::vector<uint32_t> tags_at_once(tags.size());
+    ASSERT_EQ(zx_parley_internal_process(engine.get(), features.data(), num_frames, tags_at_once.data()),
+              ZX_STATUS_SUCCESS);
+    zx_parley_internal_reset(engine.get());
+    expect_equal_bits(tags_at_once, tags, "tags of both steps at once");
 
     int32_t num_segments;
     zx_parley_segment_t *segments = nullptr;

@@ -78,11 +78,21 @@ float zx_dot(int32_t length, const int16_t *x, const int16_t *y) {
     return static_cast<float>(sum_q20) / 1048576.0f;
 }
 
+namespace {
+
+// std::bit_cast, which the standard library of WebAssembly's compiler lacks.
+template <class To, class From>
+constexpr To bits_as(From value) {
+    return __builtin_bit_cast(To, value);
+}
+
+}  // namespace
+
 float zx_inverse_sqrt(float x) {
     ZX_ASSERT(x > 0.0f);
-    constexpr float C1 = std::bit_cast<float>(0x3F343637u);  // 0.70395225
-    constexpr float C2 = std::bit_cast<float>(0x4018E962u);  // 2.3892446
-    const float y = std::bit_cast<float>(0x5F1FFFF9u - (std::bit_cast<uint32_t>(x) >> 1));
+    constexpr float C1 = bits_as<float>(0x3F343637u);  // 0.70395225
+    constexpr float C2 = bits_as<float>(0x4018E962u);  // 2.3892446
+    const float y = bits_as<float>(0x5F1FFFF9u - (bits_as<uint32_t>(x) >> 1));
     return y * (C1 * std::fma(-(x * y), y, C2));
 }
 

@@ -212,9 +212,8 @@ zx_status_t process_chunks(zx_parley_classifier_t *object, const int16_t *featur
 // lack context to the left and are not used; the W after them are used instead of rows that lacked context to
 // the right:
 //
-//   chunk 1   |.....................|
-//   chunk 2                 |..wwwwwx...................|      two letters stand for W rows: not used,
-//   used instead
+//   chunk 1   |.....................---|
+//   chunk 2                      |---......................|      --- W rows that are not used
 //
 // It advances by K - 2 W > W frames.
 zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,

@@ -1,0 +1,68 @@
+"""Headless Chromium driven through chromedriver: the WebDriver protocol is JSON over HTTP, so this needs no package."""
+
+import base64
+import json
+import os
+import subprocess
+import tempfile
+import urllib.request
+
+SKIPPED = 77  # CTest's status for a test that could not run
+
+
+class Browser:
+    def __init__(self, shots=None):
+        self.shots = shots  # folder for screenshots
+        self.profile = tempfile.TemporaryDirectory()
+        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
+        for line in self.driver.stdout:
+            if "started successfully on port" in line:
+                self.root = "http://127.0.0.1:" + line.split("port")[1].strip(" .\n")
+                break
+        arguments = ["--headless=new", "--disable-gpu", "--no-first-run", "--disable-background-networking",
+                     "--disable-component-update", "--disable-sync", "--autoplay-policy=no-user-gesture-required",
+                     "--mute-audio", f"--user-data-dir={self.profile.name}"]
+        if os.geteuid() == 0:
+            arguments.append("--no-sandbox")
+        options = {"args": arguments}
+        capabilities = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
+        self.session = "/session/" + self.send("POST", "/session", {"capabilities": {"alwaysMatch": capabilities}})["sessionId"]
+
+    def send(self, method, path, body=None):
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(self.root + path, data, {"Content-Type": "application/json"}, method=method)
+        with urllib.request.urlopen(request, timeout=60) as reply:
+            return json.load(reply)["value"]
+
+    def go(self, url):
+        self.send("POST", self.session + "/url", {"url": url})
+
+    def run(self, script, *arguments):
+        return self.send("POST", self.session + "/execute/sync", {"script": script, "args": list(arguments)})
+
+    def key(self, key):
+        actions = [{"type": "keyDown", "value": key}, {"type": "keyUp", "value": key}]
+        self.send("POST", self.session + "/actions", {"actions": [{"type": "key", "id": "k", "actions": actions}]})
+
+    def click(self, x, y):
+        actions = [{"type": "pointerMove", "x": int(x), "y": int(y)}, {"type": "pointerDown", "button": 0},
+                   {"type": "pointerUp", "button": 0}]
+        self.send("POST", self.session + "/actions", {"actions": [{"type": "pointer", "id": "p", "actions": actions}]})
+
+    def resize(self, width, height):
+        self.send("POST", self.session + "/window/rect", {"width": width, "height": height})
+
+    def shot(self, name):
+        if self.shots:
+            self.shots.mkdir(parents=True, exist_ok=True)
+            (self.shots / name).write_bytes(base64.b64decode(self.send("GET", self.session + "/screenshot")))
+
+    def complaints(self):
+        return [e["message"] for e in self.send("POST", self.session + "/se/log", {"type": "browser"}) if e["level"] == "SEVERE"]
+
+    def close(self):
+        self.send("DELETE", self.session)
+        self.driver.terminate()
+        self.driver.wait()
+        self.driver.stdout.close()
+        self.profile.cleanup()

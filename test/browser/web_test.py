@@ -1,0 +1,106 @@
+#!/usr/bin/env python3
+"""The page of build/web in a real browser: web_test.py WEB-FOLDER PARLEY AUDIO [FOLDER for screenshots]
+
+AUDIO is a WAV file at 16 kHz, so that the browser's decoder gives the samples that the tool reads."""
+
+import functools
+import http.server
+import json
+import shutil
+import subprocess
+import sys
+import threading
+import time
+import unittest
+from pathlib import Path
+
+from browser import SKIPPED, Browser
+
+WEB, PARLEY, AUDIO = sys.argv[1:4]
+SHOTS = Path(sys.argv[4]) if len(sys.argv) > 4 else None
+
+
+class Handler(http.server.SimpleHTTPRequestHandler):
+    requests = []
+
+    def log_message(self, *arguments):
+        self.requests.append(self.path)
+
+
+class Web(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), functools.partial(Handler, directory=WEB))
+        threading.Thread(target=cls.server.serve_forever, daemon=True).start()
+        cls.expected = json.loads(subprocess.run([PARLEY, "--format", "json", AUDIO], check=True, stdout=subprocess.PIPE).stdout)
+        cls.browser = Browser(SHOTS)
+        cls.browser.resize(1100, 1000)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        cls.server.shutdown()
+        cls.server.server_close()
+
+    def setUp(self):
+        self.browser.go(f"http://127.0.0.1:{self.server.server_port}/")
+
+    def wait(self, script, seconds=90):
+        end = time.time() + seconds
+        while not self.browser.run(script):
+            self.assertLess(time.time(), end, script + ": " + self.browser.run("return document.getElementById('status').textContent"))
+            time.sleep(0.05)
+
+    def choose(self, path):
+        found = self.browser.send("POST", self.browser.session + "/element", {"using": "css selector", "value": "#file"})
+        element = next(iter(found.values()))
+        self.browser.send("POST", f"{self.browser.session}/element/{element}/value", {"text": str(Path(path).resolve())})
+
+    def test_a_file_gives_what_the_tool_gives(self):
+        # How long the page's own thread was held up, and the progress shown.
+        self.browser.run("""window.gaps = [0]; window.shares = []; let last = performance.now();
+            setInterval(() => { gaps.push(performance.now() - last); last = performance.now();
+                                const p = document.getElementById('progress'); if (!p.hidden) shares.push(p.value); }, 10);""")
+        self.choose(AUDIO)
+        self.wait("return document.querySelectorAll('.lane').length > 0")
+        data = json.loads(self.browser.run("return parleyExport('json')"))
+        self.assertEqual(data["segments"], self.expected["segments"])
+        self.assertEqual([s["name"] for s in data["speakers"]], [s["name"] for s in self.expected["speakers"]])
+        lanes = self.browser.run("return [...document.querySelectorAll('.lane')].map(l => l.querySelectorAll('.part').length)")
+        self.assertEqual(lanes, [sum(s["speaker"] == k["name"] for s in self.expected["segments"]) for k in self.expected["speakers"]])
+        shares = self.browser.run("return shares")
+        self.assertGreater(len(set(shares)), 2, "progress moves")
+        self.assertEqual(shares, sorted(shares))
+        print("status:", self.browser.run("return document.getElementById('status').textContent"))
+        self.assertEqual(self.browser.complaints(), [])
+        self.browser.shot("web.png")
+
+        rttm = self.browser.run("return parleyExport('rttm')")
+        tool = subprocess.run([PARLEY, "--format", "rttm", AUDIO], check=True, stdout=subprocess.PIPE, text=True).stdout
+        self.assertEqual([line.split()[3:5] + line.split()[7:8] for line in rttm.splitlines()],
+                         [line.split()[3:5] + line.split()[7:8] for line in tool.splitlines()])
+        srt = self.browser.run("return parleyExport('srt')")
+        self.assertRegex(srt, r"^1\n00:00:00,800 --> 00:00:\d\d,\d{3}\nspeaker 1\n\n2\n")
+        self.assertEqual(srt.count("-->"), len(data["segments"]))
+
+        # The player follows the file that was chosen.
+        self.browser.run("document.querySelectorAll('tbody tr')[2].click()")
+        self.wait("return document.getElementById('audio').currentTime >= %f" % data["segments"][2]["start"])
+        self.browser.run("document.getElementById('audio').pause()")
+
+        # Only the page's own parts were asked for, and nothing was sent.
+        self.assertTrue(all(Path(WEB, path.split("?")[0].strip("/") or "index.html").exists() or path == "/favicon.ico"
+                            for path in Handler.requests), Handler.requests)
+
+    def test_what_is_no_audio_is_said_and_the_next_file_works(self):
+        self.choose(Path(WEB) / "app.css")
+        self.wait("return document.getElementById('status').textContent.startsWith('app.css: ')")
+        self.choose(AUDIO)
+        self.wait("return document.querySelectorAll('.lane').length > 0")
+
+
+if __name__ == "__main__":
+    if not shutil.which("chromedriver") or not Path(WEB, "index.html").exists():
+        print("chromedriver is not installed, or bindings/wasm/build was not run")
+        sys.exit(SKIPPED)
+    unittest.main(argv=sys.argv[:1])
