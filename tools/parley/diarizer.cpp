@@ -282,8 +282,8 @@ std::vector<segment> diarizer::state::segments(const frames &all, const std::vec
         const double start = static_cast<double>(found[i].start_sec);
         const double end = static_cast<double>(found[i].end_sec) + FRAME_SECONDS;
         std::vector<int32_t> inside;
-        for (auto f = static_cast<int32_t>(start / FRAME_SECONDS + 0.5);
-             f < std::min(all.count, static_cast<int32_t>(end / FRAME_SECONDS + 0.5)); f++) {
+        for (auto f = static_cast<int32_t>(std::lround(start / FRAME_SECONDS));
+             f < std::min(all.count, static_cast<int32_t>(std::lround(end / FRAME_SECONDS))); f++) {
             inside.push_back(f);
         }
         const std::vector<float> mean = mean_of(all, inside);
@@ -327,6 +327,7 @@ void diarizer::run_channels(const std::string &path, const controls &wishes, dia
     refuse_short(channels.front().size());
     result->duration = static_cast<double>(channels.front().size()) / 16000;
     std::vector<std::vector<double>> loud;
+    loud.reserve(channels.size());
     for (const auto &samples : channels) loud.push_back(loudness(samples));
     std::map<uint32_t, std::vector<float>> centroids;
     for (size_t c = 0; c < channels.size(); c++) {
