@@ -22,9 +22,10 @@ CMAKE
 # The examples, as their folder builds them.
 "$cmake" -S "$source/examples" -B "$tmp/examples" -DCMAKE_PREFIX_PATH="$tmp/usr" >/dev/null
 "$cmake" --build "$tmp/examples" >/dev/null
-"$tmp/examples/diarize" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" | grep -q 'speaker 3$'
-tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/talk_time" "$tmp/usr/share/parley/parley.zx" |
-    grep -q '^speaker 3: '
+segments=$("$tmp/examples/diarize" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav")
+grep -q 'speaker 3$' <<<"$segments"
+shares=$(tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/talk_time" "$tmp/usr/share/parley/parley.zx")
+grep -q '^speaker 3: ' <<<"$shares"
 
 pc=$(dirname "$(find "$tmp/usr" -name parley.pc)")
 flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs parley)

@@ -3,7 +3,7 @@
 # the server; 77 (skipped) without it, GNU parallel or sshd.
 set -euo pipefail
 parley=$(realpath "$1") source=$2
-[ "$(id -u)" = 0 ] && [ -x /usr/sbin/sshd ] && parallel --version 2>/dev/null | grep -q 'GNU parallel' || exit 77
+[ "$(id -u)" = 0 ] && [ -x /usr/sbin/sshd ] && [[ $(parallel --version 2>/dev/null) == "GNU parallel"* ]] || exit 77
 tmp=$(mktemp -d)
 server=
 cleanup() { [ -z "$server" ] || kill "$server" 2>/dev/null || true; rm -rf "$tmp"; }
