@@ -39,16 +39,18 @@ size_t read_adpcm(void *file, void *output, size_t length) {
 }
 
 // Whether a "fact" chunk in front of the audio is too small for its one field. dr_wav 0.13 subtracts the field's 4 bytes
-// from such a size in 64 unsigned bits and then seeks forward by what comes out in steps of 2 GiB, for hours where the file system allows such positions.
+// from such a size in 64 unsigned bits and then seeks forward by what comes out in steps of 2 GiB, for hours where the
+// file system allows such positions.
 bool has_short_fact_chunk(const char *path) {
     const zx_file_ptr file(zx_fopen(path, "rb"));
     if (!file || std::fseek(file.get(), 12, SEEK_SET) != 0) return false;
-    unsigned char header[8];
-    while (std::fread(header, 1, sizeof(header), file.get()) == sizeof(header)) {
-        uint32_t size = 0;
-        for (int i = 7; i >= 4; i--) size = size << 8 | header[i];
-        if (std::memcmp(header, "data", 4) == 0) return false;
-        if (std::memcmp(header, "fact", 4) == 0 && size < 4) return true;
+    int8_t name[4];
+    int32_t signed_size;
+    while (zx_file_read_int8(file.get(), name, sizeof(name)) == ZX_STATUS_SUCCESS &&
+           zx_file_read_int32(file.get(), &signed_size, 1) == ZX_STATUS_SUCCESS) {
+        const uint32_t size = static_cast<uint32_t>(signed_size);
+        if (std::memcmp(name, "data", 4) == 0) return false;
+        if (std::memcmp(name, "fact", 4) == 0 && size < 4) return true;
         if (fseeko(file.get(), off_t{size} + (size & 1), SEEK_CUR) != 0) return false;
     }
     return false;

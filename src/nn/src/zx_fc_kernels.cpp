@@ -63,10 +63,16 @@ inline int32_t load_pair(const int16_t *x, int32_t p, int32_t num_inputs) {
     return pair;
 }
 
-// Rounding and bias of output o, Q17.
-inline int32_t start_sum(const zx_fc_param_t *param, int32_t o) {
-    return o < param->output_dimension ? param->biases[o] * 1024 + 64 : 0;
-}
+// Where the sums of a block of outputs start: rounding and bias, Q17; 0 for outputs that are not there.
+struct block_start {
+    block_start(const zx_fc_param_t *param, int32_t block) {
+        const int32_t first = block * ZX_FC_BLOCK;
+        for (int32_t k = 0; k < ZX_FC_BLOCK; k++) {
+            sums[k] = first + k < param->output_dimension ? param->biases[first + k] * 1024 + 64 : 0;
+        }
+    }
+    alignas(64) int32_t sums[ZX_FC_BLOCK];
+};
 
 // The last block of outputs may be only partly there: it goes through this buffer.
 struct partial_block {
@@ -134,10 +140,8 @@ struct vnni_tile {
         const int8_t *weights = object->packed + block * block_size;
         __m512i sums[ROWS][BLOCKS];
         for (int b = 0; b < BLOCKS; b++) {
-            alignas(64) int32_t start[ZX_FC_BLOCK];
-            for (int32_t k = 0; k < ZX_FC_BLOCK; k++)
-                start[k] = start_sum(param, (block + b) * ZX_FC_BLOCK + k);
-            for (int r = 0; r < ROWS; r++) sums[r][b] = _mm512_load_si512(start);
+            const block_start start(param, block + b);
+            for (int r = 0; r < ROWS; r++) sums[r][b] = _mm512_load_si512(start.sums);
         }
         for (int32_t p = 0; p < pairs; p++, weights += 2 * ZX_FC_BLOCK) {
             __m512i w[BLOCKS];
@@ -185,12 +189,10 @@ struct avx2_tile {
         const int8_t *weights = object->packed + block * block_size;
         __m256i sums[ROWS][BLOCKS][2];
         for (int b = 0; b < BLOCKS; b++) {
-            alignas(32) int32_t start[ZX_FC_BLOCK];
-            for (int32_t k = 0; k < ZX_FC_BLOCK; k++)
-                start[k] = start_sum(param, (block + b) * ZX_FC_BLOCK + k);
+            const block_start start(param, block + b);
             for (int r = 0; r < ROWS; r++) {
-                sums[r][b][0] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start));
-                sums[r][b][1] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start + 8));
+                sums[r][b][0] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start.sums));
+                sums[r][b][1] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start.sums + 8));
             }
         }
         for (int32_t p = 0; p < pairs; p++, weights += 2 * ZX_FC_BLOCK) {
