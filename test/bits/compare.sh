@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The fingerprints of this build against those that every build gives: compare.sh BITS SOURCE-FOLDER
+# The fingerprints that a build's `bits` prints against those that every build gives:
+#   compare.sh SOURCE-FOLDER [RUNNER...] BITS
 set -euo pipefail
-cd "$2"
-diff <("$1" test/data/vectors test/data/vectors/{small,medium,deep}.zx models/parley.zx) test/bits/expected.txt
+cd "$1"
+diff <("${@:2}" test/data/vectors test/data/vectors/{small,medium,deep}.zx models/parley.zx) test/bits/expected.txt

@@ -12,7 +12,7 @@
 
 #include "model_builder.h"
 #include "mp4_builder.h"
-#include "zx_parley.h"
+#include "segments.h"
 
 extern "C" {
 void *__libc_malloc(size_t size);
@@ -70,16 +70,6 @@ bool with_failure(int64_t n, Call call) {
     return num_allocations >= n;
 }
 
-std::vector<zx_parley_segment_t> take(zx_parley_segment_t *segments, int32_t count) {
-    const std::vector<zx_parley_segment_t> result(segments, segments + count);
-    zx_parley_segments_delete(segments);
-    return result;
-}
-
-bool same(const std::vector<zx_parley_segment_t> &a, const std::vector<zx_parley_segment_t> &b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0;
-}
-
 const char MODEL[] = PARLEY_SOURCE_DIR "/test/data/vectors/small.zx";
 
 std::vector<int16_t> audio() {
@@ -105,7 +95,7 @@ protected:
         int32_t count = 0;
         zx_parley_segment_t *segments = nullptr;
         ASSERT_EQ(process(&count, &segments), ZX_STATUS_SUCCESS);
-        const auto expected = take(segments, count);
+        const auto expected = take_segments(segments, count);
         // All of the first 300; behind them frames take the same blocks over and over.
         for (int64_t n = 1;; n += n < 300 ? 1 : 13) {
             count = 0;
@@ -115,7 +105,7 @@ protected:
             if (!with_failure(n, [&] { status = process(&count, &segments); })) break;
             if (status == ZX_STATUS_SUCCESS) {
                 EXPECT_FALSE(is_ours) << "allocation " << n;
-                take(segments, count);
+                take_segments(segments, count);
             } else {
                 ASSERT_TRUE(!is_ours || status == ZX_STATUS_OUT_OF_MEMORY) << "allocation " << n;
                 EXPECT_EQ(segments, nullptr);
@@ -125,7 +115,7 @@ protected:
             segments = nullptr;
             if (n % 8 != 1) continue;
             ASSERT_EQ(process(&count, &segments), ZX_STATUS_SUCCESS) << "after allocation " << n;
-            ASSERT_TRUE(same(take(segments, count), expected)) << "after allocation " << n;
+            ASSERT_TRUE(take_segments(segments, count) == expected) << "after allocation " << n;
         }
     }
 

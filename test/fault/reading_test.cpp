@@ -8,7 +8,7 @@
 
 #include "model_builder.h"
 #include "mp4_builder.h"
-#include "zx_parley.h"
+#include "segments.h"
 
 namespace {
 
@@ -104,9 +104,7 @@ result process_file(zx_parley_t *engine, const char *path) {
     int32_t count = 0;
     zx_parley_segment_t *segments = nullptr;
     result r = {zx_parley_process_file(engine, path, &count, &segments), {}};
-    r.segments.assign(reinterpret_cast<const char *>(segments),
-                      static_cast<size_t>(count) * sizeof(*segments));
-    zx_parley_segments_delete(segments);
+    r.segments = take_segments(segments, count);
     return r;
 }
 

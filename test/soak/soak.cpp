@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "segments.h"
 #include "zx_audio_file.h"
 #include "zx_heap.h"
-#include "zx_parley.h"
 
 namespace {
 
@@ -95,9 +95,7 @@ result process(zx_parley_t *engine, const pcm_vector &pcm) {
     zx_parley_segment_t *segments = nullptr;
     result r = {zx_parley_process(engine, pcm.data(), static_cast<int32_t>(pcm.size()), &count, &segments),
                 {}};
-    r.segments.assign(reinterpret_cast<const char *>(segments),
-                      static_cast<size_t>(count) * sizeof(*segments));
-    zx_parley_segments_delete(segments);
+    r.segments = take_segments(segments, count);
     return r;
 }
 

@@ -54,15 +54,22 @@ private:
     std::string path_;
 };
 
-// The calling thread's messages, which are gone from the stack afterwards.
-inline std::vector<std::string> take_messages() {
+// The calling thread's messages, which are gone from the stack afterwards, and the status of asking for them.
+inline std::vector<std::string> take_messages(zx_status_t *status) {
     char **messages = nullptr;
     int32_t depth = 0;
-    testing::internal::CaptureStdout();  // the notice that there are none
-    (void) zx_get_error_stack(&messages, &depth);
-    testing::internal::GetCapturedStdout();
+    *status = zx_get_error_stack(&messages, &depth);
     std::vector<std::string> result(messages, messages + depth);
     zx_free_error_stack(messages);
+    return result;
+}
+
+// The same without the library's notice that there are none.
+inline std::vector<std::string> take_messages() {
+    zx_status_t status;
+    testing::internal::CaptureStdout();
+    std::vector<std::string> result = take_messages(&status);
+    testing::internal::GetCapturedStdout();
     return result;
 }
 

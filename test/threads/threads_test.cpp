@@ -7,8 +7,8 @@
 #include <set>
 #include <thread>
 
+#include "segments.h"
 #include "support.h"
-#include "zx_parley.h"
 
 namespace {
 
@@ -19,10 +19,7 @@ std::string process(zx_parley_t *engine, const std::vector<int16_t> &pcm) {
     zx_parley_segment_t *segments = nullptr;
     EXPECT_EQ(zx_parley_process(engine, pcm.data(), static_cast<int32_t>(pcm.size()), &count, &segments),
               ZX_STATUS_SUCCESS);
-    std::string bytes(reinterpret_cast<const char *>(segments),
-                      static_cast<size_t>(count) * sizeof(*segments));
-    zx_parley_segments_delete(segments);
-    return bytes;
+    return take_segments(segments, count);
 }
 
 std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> make_engine() {
@@ -42,16 +39,6 @@ void on_threads(int count, Body body) {
 // A path that does not exist, in the messages of the thread that tried it and of no other.
 std::string missing_path(int thread, int round) {
     return "/missing/" + std::to_string(thread) + "-" + std::to_string(round) + ".zx";
-}
-
-// The calling thread's messages; the silence of the library's notices is the fixture's.
-std::vector<std::string> messages_of_this_thread(zx_status_t *status) {
-    char **messages = nullptr;
-    int32_t depth = 0;
-    *status = zx_get_error_stack(&messages, &depth);
-    std::vector<std::string> result(messages, messages + depth);
-    zx_free_error_stack(messages);
-    return result;
 }
 
 class threads : public testing::Test {
@@ -87,7 +74,7 @@ TEST_F(threads, engines_side_by_side_give_what_one_gives_and_messages_stay_apart
             zx_parley_t *none = nullptr;
             EXPECT_EQ(zx_parley_init(missing_path(t, r).c_str(), &none), ZX_STATUS_IO_ERROR);
             zx_status_t status;
-            EXPECT_THAT(messages_of_this_thread(&status),
+            EXPECT_THAT(take_messages(&status),
                         testing::ElementsAre("Failed to open file `" + missing_path(t, r) + "`."));
         }
     });
@@ -105,7 +92,7 @@ TEST_F(threads, two_hundred_failing_at_once) {
             EXPECT_EQ(zx_parley_init(missing_path(t, round).c_str(), &none), ZX_STATUS_IO_ERROR);
             all_failed.arrive_and_wait();
             zx_status_t status;
-            const std::vector<std::string> messages = messages_of_this_thread(&status);
+            const std::vector<std::string> messages = take_messages(&status);
             if (status == ZX_STATUS_SUCCESS) {
                 num_kept++;
                 EXPECT_THAT(messages,

@@ -15,7 +15,7 @@ from . import native
 from .prepare import AUDIO
 
 COLLAR = 0.25  # seconds to either side; overlaps are scored
-COLLARS = (0.25, 0.0)  # whose DER is averaged: who speaks counts most, when is to be right too
+COLLARS = (COLLAR, 0.0)  # whose DER is averaged: who speaks counts most, when is to be right too
 SHIFT = 0.012  # of a threshold
 RANGES = np.array([(0.05, 0.45), (0.05, 0.6), (0.05, 0.45), (0.05, 0.5)])  # offline, prune, segment, background
 
