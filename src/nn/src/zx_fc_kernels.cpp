@@ -18,8 +18,15 @@ int32_t num_blocks(const zx_fc_param_t *param) {
     return (param->output_dimension - 1) / ZX_FC_BLOCK + 1;
 }
 
-int32_t num_pairs(const zx_fc_param_t *param) {
-    return (param->input_dimension - 1) / 2 + 1;
+int32_t num_groups(const zx_fc_param_t *param) {
+    return (param->input_dimension - 1) / ZX_FC_GROUP + 1;
+}
+
+constexpr ptrdiff_t STARTS_SIZE = ZX_FC_BLOCK * sizeof(int32_t);
+constexpr ptrdiff_t GROUP_SIZE = ZX_FC_BLOCK * ZX_FC_GROUP;
+
+ptrdiff_t block_size(const zx_fc_param_t *param) {
+    return STARTS_SIZE + num_groups(param) * GROUP_SIZE;
 }
 
 void process_plain(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
@@ -34,18 +41,23 @@ bool always() {
 }  // namespace
 
 size_t zx_fc_packed_size(const zx_fc_param_t *param) {
-    return static_cast<size_t>(num_blocks(param)) * static_cast<size_t>(num_pairs(param)) * 2 * ZX_FC_BLOCK;
+    return static_cast<size_t>(num_blocks(param)) * static_cast<size_t>(block_size(param));
 }
 
 void zx_fc_pack(const zx_fc_param_t *param, int8_t *packed) {
-    const int32_t num_inputs = param->input_dimension;
-    for (int32_t b = 0; b < num_blocks(param); b++) {
-        for (int32_t i = 0; i < 2 * num_pairs(param); i += 2) {
-            for (int32_t o = b * ZX_FC_BLOCK; o < (b + 1) * ZX_FC_BLOCK; o++) {
-                const bool is_there = o < param->output_dimension;
-                const int8_t *row = param->weights + (is_there ? ptrdiff_t{o} * num_inputs : 0);
-                *packed++ = is_there ? row[i] : int8_t{0};
-                *packed++ = is_there && i + 1 < num_inputs ? row[i + 1] : int8_t{0};
+    const int32_t num_inputs = param->input_dimension, num_outputs = param->output_dimension;
+    for (int32_t first = 0; first < num_outputs; first += ZX_FC_BLOCK) {
+        const int32_t end = first + ZX_FC_BLOCK;
+        for (int32_t o = first; o < end; o++, packed += sizeof(int32_t)) {
+            const int32_t start = o < num_outputs ? param->biases[o] * 1024 + 64 : 0;
+            std::memcpy(packed, &start, sizeof(start));
+        }
+        for (int32_t group = 0; group < num_inputs; group += ZX_FC_GROUP) {
+            for (int32_t o = first; o < end; o++) {
+                for (const int32_t i : {group, group + 2, group + 1, group + 3}) {
+                    const bool is_there = o < num_outputs && i < num_inputs;
+                    *packed++ = is_there ? param->weights[ptrdiff_t{o} * num_inputs + i] : int8_t{0};
+                }
             }
         }
     }
@@ -55,23 +67,21 @@ void zx_fc_pack(const zx_fc_param_t *param, int8_t *packed) {
 
 namespace {
 
-// The inputs 2 p and 2 p + 1 as the two halves of 32 bits; an input behind the last one counts as 0.
-inline int32_t load_pair(const int16_t *x, int32_t p, int32_t num_inputs) {
-    if (2 * p + 1 == num_inputs) return static_cast<uint16_t>(x[2 * p]);
+inline int32_t load_pair(const int16_t *x) {
     int32_t pair;
-    std::memcpy(&pair, x + 2 * p, sizeof(pair));
+    std::memcpy(&pair, x, sizeof(pair));
     return pair;
 }
 
-// Where the sums of a block of outputs start: rounding and bias, Q17; 0 for outputs that are not there.
-struct block_start {
-    block_start(const zx_fc_param_t *param, int32_t block) {
-        const int32_t first = block * ZX_FC_BLOCK;
-        for (int32_t k = 0; k < ZX_FC_BLOCK; k++) {
-            sums[k] = first + k < param->output_dimension ? param->biases[first + k] * 1024 + 64 : 0;
+// The last inputs of each row when they are fewer than a group, followed by zeros.
+template <int ROWS>
+struct partial_groups {
+    partial_groups(const int16_t *x, ptrdiff_t x_stride, int32_t count) {
+        for (int r = 0; r < ROWS; r++, x += x_stride) {
+            for (int32_t i = 0; i < ZX_FC_GROUP; i++) values[r][i] = i < count ? x[i] : int16_t{0};
         }
     }
-    alignas(64) int32_t sums[ZX_FC_BLOCK];
+    int16_t values[ROWS][ZX_FC_GROUP];
 };
 
 // The last block of outputs may be only partly there: it goes through this buffer.
@@ -131,32 +141,47 @@ struct vnni_tile {
     static constexpr int MAX_SUMS = 16;
     static constexpr int MAX_ROWS = 8;
 
+    // Adds the products of a group of inputs.
+    template <int ROWS, int BLOCKS>
+    ZX_TARGET_VNNI static inline void add_group(__m512i (&sums)[ROWS][BLOCKS], const int8_t *weights,
+                                                ptrdiff_t stride, const int16_t *x, ptrdiff_t x_stride) {
+        __m512i low[BLOCKS], high[BLOCKS];
+#pragma GCC unroll 16
+        for (int b = 0; b < BLOCKS; b++) {
+            const __m512i w = _mm512_loadu_si512(weights + b * stride);
+            low[b] = _mm512_srai_epi16(_mm512_slli_epi16(w, 8), 8);
+            high[b] = _mm512_srai_epi16(w, 8);
+        }
+#pragma GCC unroll 16
+        for (int r = 0; r < ROWS; r++, x += x_stride) {
+            const __m512i first = _mm512_set1_epi32(load_pair(x)),
+                          second = _mm512_set1_epi32(load_pair(x + 2));
+#pragma GCC unroll 16
+            for (int b = 0; b < BLOCKS; b++) {
+                sums[r][b] = _mm512_dpwssd_epi32(sums[r][b], low[b], first);
+                sums[r][b] = _mm512_dpwssd_epi32(sums[r][b], high[b], second);
+            }
+        }
+    }
+
     template <int ROWS, int BLOCKS>
     ZX_TARGET_VNNI static void compute(const zx_fc_t *object, int32_t block, const int16_t *x,
                                        ptrdiff_t x_stride, int16_t *y, ptrdiff_t y_stride) {
         const zx_fc_param_t *param = object->param;
-        const int32_t pairs = num_pairs(param);
-        const ptrdiff_t block_size = ptrdiff_t{pairs} * 2 * ZX_FC_BLOCK;
-        const int8_t *weights = object->packed + block * block_size;
+        const ptrdiff_t stride = block_size(param);
+        const int8_t *weights = object->packed + block * stride;
         __m512i sums[ROWS][BLOCKS];
         for (int b = 0; b < BLOCKS; b++) {
-            const block_start start(param, block + b);
-            for (int r = 0; r < ROWS; r++) sums[r][b] = _mm512_load_si512(start.sums);
+            for (int r = 0; r < ROWS; r++) sums[r][b] = _mm512_loadu_si512(weights + b * stride);
         }
-        for (int32_t p = 0; p < pairs; p++, weights += 2 * ZX_FC_BLOCK) {
-            __m512i w[BLOCKS];
-#pragma GCC unroll 16
-            for (int b = 0; b < BLOCKS; b++) {
-                const void *at = weights + b * block_size;
-                w[b] = _mm512_cvtepi8_epi16(_mm256_loadu_si256(static_cast<const __m256i *>(at)));
-            }
-#pragma GCC unroll 16
-            for (int r = 0; r < ROWS; r++) {
-                const __m512i pair =
-                    _mm512_set1_epi32(load_pair(x + r * x_stride, p, param->input_dimension));
-#pragma GCC unroll 16
-                for (int b = 0; b < BLOCKS; b++) sums[r][b] = _mm512_dpwssd_epi32(sums[r][b], w[b], pair);
-            }
+        weights += STARTS_SIZE;
+        int32_t num_left = param->input_dimension;
+        for (; num_left >= ZX_FC_GROUP; num_left -= ZX_FC_GROUP, weights += GROUP_SIZE, x += ZX_FC_GROUP) {
+            add_group(sums, weights, stride, x, x_stride);
+        }
+        if (num_left > 0) {
+            const partial_groups<ROWS> last(x, x_stride, num_left);
+            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
         }
         for (int r = 0; r < ROWS; r++, y += y_stride) {
             for (int b = 0; b < BLOCKS; b++) {
@@ -177,42 +202,59 @@ struct vnni_tile {
 
 // 256 bits: a block of outputs is two registers; a product and a sum are two instructions.
 struct avx2_tile {
-    static constexpr int MAX_SUMS = 4;
+    static constexpr int MAX_SUMS = 8;
     static constexpr int MAX_ROWS = 4;
+
+    // Adds the products of a group of inputs.
+    template <int ROWS, int BLOCKS>
+    ZX_TARGET_AVX2 static inline void add_group(__m256i (&sums)[ROWS][BLOCKS][2], const int8_t *weights,
+                                                ptrdiff_t stride, const int16_t *x, ptrdiff_t x_stride) {
+        __m256i first[ROWS], second[ROWS];
+#pragma GCC unroll 16
+        for (int r = 0; r < ROWS; r++, x += x_stride) {
+            first[r] = _mm256_set1_epi32(load_pair(x));
+            second[r] = _mm256_set1_epi32(load_pair(x + 2));
+        }
+#pragma GCC unroll 16
+        for (int b = 0; b < BLOCKS; b++) {
+#pragma GCC unroll 2
+            for (int half = 0; half < 2; half++) {
+                const void *at = weights + b * stride + half * GROUP_SIZE / 2;
+                const __m256i w = _mm256_loadu_si256(static_cast<const __m256i *>(at));
+                const __m256i low = _mm256_srai_epi16(_mm256_slli_epi16(w, 8), 8);
+                const __m256i high = _mm256_srai_epi16(w, 8);
+#pragma GCC unroll 16
+                for (int r = 0; r < ROWS; r++) {
+                    const __m256i products = _mm256_add_epi32(_mm256_madd_epi16(low, first[r]),
+                                                              _mm256_madd_epi16(high, second[r]));
+                    sums[r][b][half] = _mm256_add_epi32(sums[r][b][half], products);
+                }
+            }
+        }
+    }
 
     template <int ROWS, int BLOCKS>
     ZX_TARGET_AVX2 static void compute(const zx_fc_t *object, int32_t block, const int16_t *x,
                                        ptrdiff_t x_stride, int16_t *y, ptrdiff_t y_stride) {
         const zx_fc_param_t *param = object->param;
-        const int32_t pairs = num_pairs(param);
-        const ptrdiff_t block_size = ptrdiff_t{pairs} * 2 * ZX_FC_BLOCK;
-        const int8_t *weights = object->packed + block * block_size;
+        const ptrdiff_t stride = block_size(param);
+        const int8_t *weights = object->packed + block * stride;
         __m256i sums[ROWS][BLOCKS][2];
         for (int b = 0; b < BLOCKS; b++) {
-            const block_start start(param, block + b);
+            const auto *starts = reinterpret_cast<const __m256i *>(weights + b * stride);
             for (int r = 0; r < ROWS; r++) {
-                sums[r][b][0] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start.sums));
-                sums[r][b][1] = _mm256_load_si256(reinterpret_cast<const __m256i *>(start.sums + 8));
+                sums[r][b][0] = _mm256_loadu_si256(starts);
+                sums[r][b][1] = _mm256_loadu_si256(starts + 1);
             }
         }
-        for (int32_t p = 0; p < pairs; p++, weights += 2 * ZX_FC_BLOCK) {
-            __m256i pair[ROWS];
-#pragma GCC unroll 16
-            for (int r = 0; r < ROWS; r++) {
-                pair[r] = _mm256_set1_epi32(load_pair(x + r * x_stride, p, param->input_dimension));
-            }
-#pragma GCC unroll 16
-            for (int b = 0; b < BLOCKS; b++) {
-#pragma GCC unroll 2
-                for (int half = 0; half < 2; half++) {
-                    const void *at = weights + b * block_size + half * ZX_FC_BLOCK;
-                    const __m256i w = _mm256_cvtepi8_epi16(_mm_loadu_si128(static_cast<const __m128i *>(at)));
-#pragma GCC unroll 16
-                    for (int r = 0; r < ROWS; r++) {
-                        sums[r][b][half] = _mm256_add_epi32(sums[r][b][half], _mm256_madd_epi16(w, pair[r]));
-                    }
-                }
-            }
+        weights += STARTS_SIZE;
+        int32_t num_left = param->input_dimension;
+        for (; num_left >= ZX_FC_GROUP; num_left -= ZX_FC_GROUP, weights += GROUP_SIZE, x += ZX_FC_GROUP) {
+            add_group(sums, weights, stride, x, x_stride);
+        }
+        if (num_left > 0) {
+            const partial_groups<ROWS> last(x, x_stride, num_left);
+            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
         }
         for (int r = 0; r < ROWS; r++, y += y_stride) {
             for (int b = 0; b < BLOCKS; b++) {
