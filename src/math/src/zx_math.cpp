@@ -7,10 +7,10 @@
 
 #include "zx_math_tables.h"
 #include "zx_multiversion.h"
+#include "zx_sigmoid_kernels.h"
 
 static_assert(FLT_EVAL_METHOD == 0, "single-precision results must not carry excess precision");
 static_assert(ZX_LOG10_TABLE[0] == -617 && ZX_LOG10_TABLE[512] == -308);
-static_assert(ZX_SIGMOID_TABLE[0] == 16384 && ZX_SIGMOID_TABLE[128] == 11 && ZX_SIGMOID_TABLE[256] == 16384);
 
 int16_t zx_log10(int64_t x) {
     ZX_ASSERT(x >= 0);
@@ -29,43 +29,18 @@ int16_t zx_log10(int64_t x) {
                         static_cast<int16_t>((shift * LOG10_2_Q26) >> 16));
 }
 
-namespace {
-
-// The function for each of the 2^14 inputs that clamping leaves, by interpolation in ZX_SIGMOID_TABLE: one look-up in 32
-// KiB, of which few lines are in use, takes a quarter of the time of computing it.
-constexpr auto make_sigmoid_values() {
-    std::array<int16_t, 1 << 14> values{};
-    for (uint32_t u = 0; u < values.size(); u++) {  // 8 bits of index, 6 bits of fraction
-        const int32_t fraction = static_cast<int32_t>(u & 63);
-        const int32_t low = ZX_SIGMOID_TABLE[u >> 6];
-        const int32_t high = ZX_SIGMOID_TABLE[(u + 63) >> 6];  // the same entry when the fraction is 0
-        values[u] = static_cast<int16_t>((low * (64 - fraction) + fraction * high) >> 6);
-    }
-    return values;
-}
-
-constexpr auto SIGMOID_VALUES = make_sigmoid_values();
-
-inline int16_t sigmoid_value(int32_t x) {
-    const int32_t clamped = zx_max_int32(zx_min_int32(x, 8128), -8192);
-    return SIGMOID_VALUES[static_cast<uint32_t>(clamped) & 0x3FFF];
-}
-
-}  // namespace
-
 void zx_sigmoid(int32_t length, const int16_t *x, int16_t *y) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    for (int32_t i = 0; i < length; i++) y[i] = sigmoid_value(x[i]);
+    zx_sigmoid_best_kernel()->sigmoid(length, x, y);
 }
 
 void zx_tanh(int32_t length, const int16_t *x, int16_t *y) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    // Doubling needs no saturation of its own: the clamp is tighter.
-    for (int32_t i = 0; i < length; i++) y[i] = zx_int32_to_int16(2 * sigmoid_value(2 * x[i]) - 32768);
+    zx_sigmoid_best_kernel()->tanh(length, x, y);
 }
 
 ZX_MULTIVERSION

@@ -4,13 +4,7 @@
 #include <cstring>
 
 #include "zx_math.h"
-
-#if defined(PARLEY_VECTOR_KERNELS) && defined(__x86_64__) && defined(__GNUC__)
-#define ZX_FC_X86 1
-#include <immintrin.h>
-#else
-#define ZX_FC_X86 0
-#endif
+#include "zx_processor.h"
 
 namespace {
 
@@ -32,10 +26,6 @@ ptrdiff_t block_size(const zx_fc_param_t *param) {
 void process_plain(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
                    ptrdiff_t y_stride) {
     for (int32_t r = 0; r < num_rows; r++, x += x_stride, y += y_stride) zx_fc_process_generic(object, x, y);
-}
-
-bool always() {
-    return true;
 }
 
 }  // namespace
@@ -63,7 +53,7 @@ void zx_fc_pack(const zx_fc_param_t *param, int8_t *packed) {
     }
 }
 
-#if ZX_FC_X86
+#if ZX_X86_KERNELS
 
 namespace {
 
@@ -132,9 +122,6 @@ struct tiles {
         }
     }
 };
-
-#define ZX_TARGET_VNNI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni")))
-#define ZX_TARGET_AVX2 __attribute__((target("avx2")))
 
 // 512 bits: a block of outputs is one register, multiplied, paired and added by one instruction.
 struct vnni_tile {
@@ -283,15 +270,6 @@ void process_tiles(const zx_fc_t *object, int32_t num_rows, const int16_t *x, pt
     tiles<Tile>::template through_rows<Tile::MAX_ROWS>(object, num_rows, x, x_stride, y, y_stride);
 }
 
-bool has_vnni() {
-    return __builtin_cpu_supports("avx512vnni") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("avx512vl");
-}
-
-bool has_avx2() {
-    return __builtin_cpu_supports("avx2");
-}
-
 }  // namespace
 
 #endif
@@ -299,11 +277,11 @@ bool has_avx2() {
 namespace {
 
 constexpr zx_fc_kernel_t KERNELS[] = {
-#if ZX_FC_X86
-    {"AVX-512 VNNI", true, has_vnni, process_tiles<vnni_tile>},
-    {"AVX2", true, has_avx2, process_tiles<avx2_tile>},
+#if ZX_X86_KERNELS
+    {"AVX-512 VNNI", true, zx_has_vnni, process_tiles<vnni_tile>},
+    {"AVX2", true, zx_has_avx2, process_tiles<avx2_tile>},
 #endif
-    {"plain", false, always, process_plain},
+    {"plain", false, zx_has_nothing_special, process_plain},
 };
 
 }  // namespace
