@@ -8,11 +8,16 @@
 #include <immintrin.h>
 
 #define ZX_TARGET_AVX2 __attribute__((target("avx2")))
+#define ZX_TARGET_AVX2_FMA __attribute__((target("avx2,fma")))
 #define ZX_TARGET_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl")))
 #define ZX_TARGET_VNNI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni")))
 
 inline bool zx_has_avx2() {
     return __builtin_cpu_supports("avx2");
+}
+
+inline bool zx_has_avx2_fma() {
+    return zx_has_avx2() && __builtin_cpu_supports("fma");
 }
 
 inline bool zx_has_avx512() {
