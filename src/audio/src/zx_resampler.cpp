@@ -44,7 +44,7 @@ void generate_kernel_filter(int32_t filter_order, float *filter_kernel, float ra
         }
         const float cosine1 = std::cos(static_cast<float>((TWO_PI * i) / (2 * filter_order)));
         const float cosine2 = std::cos(static_cast<float>((FOUR_PI * i) / (2 * filter_order)));
-        const float window = std::fma(0.08f, cosine2, std::fma(-0.5f, cosine1, 0.42f));
+        const float window = zx_fma(0.08f, cosine2, zx_fma(-0.5f, cosine1, 0.42f));
         const int32_t t = i - filter_order;
         const float sine = std::sin(static_cast<float>((TWO_PI * cutoff) * t));
         filter_kernel[i] = sine / static_cast<float>(t) * window;
@@ -77,7 +77,7 @@ int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, 
         for (int32_t k = 0; k <= history; k++) {
             const float *newest = x + history - k;
             const float tap = filter_kernel[k];
-            for (int32_t b = 0; b < WIDTH; b++) sums[b] = std::fma(newest[b], tap, sums[b]);
+            for (int32_t b = 0; b < WIDTH; b++) sums[b] = zx_fma(newest[b], tap, sums[b]);
         }
         for (int32_t b = 0; b < WIDTH; b++) output_buffer[j + b] = zx_float_to_int16(sums[b]);
     }
@@ -85,7 +85,7 @@ int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, 
         const int16_t *newest = input_buffer + j + history;
         float sum = 0.0f;
         for (int32_t k = 0; k <= history; k++)
-            sum = std::fma(static_cast<float>(newest[-k]), filter_kernel[k], sum);
+            sum = zx_fma(static_cast<float>(newest[-k]), filter_kernel[k], sum);
         output_buffer[j] = zx_float_to_int16(sum);
     }
     return num_outputs;
@@ -178,7 +178,7 @@ int32_t interpolate(downsampler_t *o, int32_t num_filtered, int16_t *output, int
         const int16_t right = filtered[right_index];
         const float fraction = position - static_cast<float>(left_index);
         output[count++] = static_cast<int16_t>(
-            std::fma(static_cast<float>(right - left), fraction, static_cast<float>(left)));
+            zx_fma(static_cast<float>(right - left), fraction, static_cast<float>(left)));
         o->num_outputs++;
         o->previous_sample = right;
         o->last_index = right_index + o->offset;

@@ -1,7 +1,7 @@
 // One binary for every x86-64 processor: a function marked ZX_MULTIVERSION is compiled for the baseline
 // (SSE2), for AVX2 with FMA and for AVX-512, and the right version is chosen when the library is loaded. The
 // source is the same plain loop for all of them. Results do not depend on the choice: integer sums wrap, and
-// floating-point chains keep their written order, with fused multiply-add only where std::fma says so (the
+// floating-point chains keep their written order, with fused multiply-add only where zx_fma says so (the
 // baseline computes it in software).
 //
 // Build with -DPARLEY_MULTIVERSION=OFF for the baseline alone; sanitizer builds do so.

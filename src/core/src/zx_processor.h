@@ -33,6 +33,13 @@ inline bool zx_has_vnni() {
 #define ZX_X86_KERNELS 0
 #endif
 
+#if defined(PARLEY_VECTOR_KERNELS) && defined(__wasm_simd128__)
+#define ZX_WASM_KERNELS 1
+#include <wasm_simd128.h>
+#else
+#define ZX_WASM_KERNELS 0
+#endif
+
 inline bool zx_has_nothing_special() {
     return true;
 }

@@ -1,6 +1,5 @@
 #include "zx_filterbank.h"
 
-#include <cmath>
 #include <memory>
 
 #include "zx_assert.h"
@@ -77,9 +76,9 @@ void zx_filterbank_preprocess(zx_filterbank_t *object, const int16_t *pcm, float
     constexpr float COEFFICIENT = -0.97f;
     const int32_t shift = object->window_shift;
     emphasised[0] =
-        std::fma(COEFFICIENT, static_cast<float>(object->preemphasis_sample), static_cast<float>(pcm[0]));
+        zx_fma(COEFFICIENT, static_cast<float>(object->preemphasis_sample), static_cast<float>(pcm[0]));
     for (int32_t i = 1; i < shift; i++) {
-        emphasised[i] = std::fma(COEFFICIENT, static_cast<float>(pcm[i - 1]), static_cast<float>(pcm[i]));
+        emphasised[i] = zx_fma(COEFFICIENT, static_cast<float>(pcm[i - 1]), static_cast<float>(pcm[i]));
     }
     object->preemphasis_sample = pcm[shift - 1];
 }
@@ -92,11 +91,11 @@ void zx_filterbank_postprocess(const float *power, int16_t *y) {
         float energy = 0.0f;
         float weight = 0.0f;
         for (int32_t k = FILTERBANK_BAND_EDGES[b]; k < FILTERBANK_BAND_EDGES[b + 1]; k++) {
-            energy = std::fma(power[k], weight, energy);
+            energy = zx_fma(power[k], weight, energy);
             weight += FILTERBANK_RISING_SLOPES[b];
         }
         for (int32_t k = FILTERBANK_BAND_EDGES[b + 1]; k < FILTERBANK_BAND_EDGES[b + 2]; k++) {
-            energy = std::fma(power[k], weight, energy);
+            energy = zx_fma(power[k], weight, energy);
             weight -= FILTERBANK_FALLING_SLOPES[b];
         }
         y[b] = zx_log10(zx_float_to_int64(energy * TWO_TO_33));

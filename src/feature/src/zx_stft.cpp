@@ -1,11 +1,11 @@
 #include "zx_stft.h"
 
-#include <cmath>
 #include <cstring>
 #include <memory>
 
 #include "zx_assert.h"
 #include "zx_heap.h"
+#include "zx_math.h"
 #include "zx_multiversion.h"
 #include "zx_stft_tables.h"
 
@@ -83,6 +83,6 @@ ZX_MULTIVERSION
 void zx_stft_complex_to_magnitude(const float *spectrum, float *y) {
     for (int32_t k = 0; k < ZX_FFT_NUM_BINS; k++) {
         const float re = spectrum[2 * k], im = spectrum[2 * k + 1];
-        y[k] = std::fma(re, re, im * im);
+        y[k] = zx_fma(re, re, im * im);
     }
 }

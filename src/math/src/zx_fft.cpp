@@ -1,10 +1,10 @@
 #include "zx_fft.h"
 
 #include <array>
-#include <cmath>
 
 #include "zx_assert.h"
 #include "zx_fft_tables.h"
+#include "zx_math.h"
 #include "zx_multiversion.h"
 #include "zx_processor.h"
 
@@ -85,8 +85,8 @@ void zx_fft_complex_DIT_RN_generic(float *buffer, float sign) {
                 const float cosine = SIN_TABLE[static_cast<size_t>(k * twiddle_step + QUARTER_PERIOD)];
                 const float b_re = b[2 * k], b_im = b[2 * k + 1];
                 const float a_re = a[2 * k], a_im = a[2 * k + 1];
-                const float t_re = std::fma(b_re, cosine, -(sign * b_im * sine));
-                const float t_im = std::fma(b_im, cosine, sign * b_re * sine);
+                const float t_re = zx_fma(b_re, cosine, -(sign * b_im * sine));
+                const float t_im = zx_fma(b_im, cosine, sign * b_re * sine);
                 a[2 * k] = a_re + t_re;
                 a[2 * k + 1] = a_im + t_im;
                 b[2 * k] = a_re - t_re;
@@ -194,8 +194,8 @@ void zx_fft_forward_postprocess(const float *buffer, float *y) {
         const float cosine = SIN_TABLE[static_cast<size_t>(k + QUARTER_PERIOD)];
         const float sum_re = re + mirror_re, sum_im = im + mirror_im;
         const float difference_re = mirror_re - re, difference_im = im - mirror_im;
-        y[2 * k] = std::fma(sine, difference_re, std::fma(cosine, sum_im, sum_re)) * SCALE;
-        y[2 * k + 1] = std::fma(-sine, sum_im, std::fma(cosine, difference_re, difference_im)) * SCALE;
+        y[2 * k] = zx_fma(sine, difference_re, zx_fma(cosine, sum_im, sum_re)) * SCALE;
+        y[2 * k + 1] = zx_fma(-sine, sum_im, zx_fma(cosine, difference_re, difference_im)) * SCALE;
     }
     y[2 * NUM_COMPLEX] = (buffer[0] - buffer[1]) * SCALE;
     y[2 * NUM_COMPLEX + 1] = 0.0f;

@@ -3,7 +3,6 @@
 #include <array>
 #include <bit>
 #include <cfloat>
-#include <cmath>
 
 #include "zx_math_tables.h"
 #include "zx_multiversion.h"
@@ -53,22 +52,12 @@ float zx_dot(int32_t length, const int16_t *x, const int16_t *y) {
     return static_cast<float>(sum_q20) / 1048576.0f;
 }
 
-namespace {
-
-// std::bit_cast, which the standard library of WebAssembly's compiler lacks.
-template <class To, class From>
-constexpr To bits_as(From value) {
-    return __builtin_bit_cast(To, value);
-}
-
-}  // namespace
-
 float zx_inverse_sqrt(float x) {
     ZX_ASSERT(x > 0.0f);
-    constexpr float C1 = bits_as<float>(0x3F343637u);  // 0.70395225
-    constexpr float C2 = bits_as<float>(0x4018E962u);  // 2.3892446
-    const float y = bits_as<float>(0x5F1FFFF9u - (bits_as<uint32_t>(x) >> 1));
-    return y * (C1 * std::fma(-(x * y), y, C2));
+    constexpr float C1 = zx_bits_as<float>(0x3F343637u);  // 0.70395225
+    constexpr float C2 = zx_bits_as<float>(0x4018E962u);  // 2.3892446
+    const float y = zx_bits_as<float>(0x5F1FFFF9u - (zx_bits_as<uint32_t>(x) >> 1));
+    return y * (C1 * zx_fma(-(x * y), y, C2));
 }
 
 void zx_normalize_q510(int32_t length, const int16_t *x, float *y) {
@@ -85,7 +74,7 @@ void zx_normalize_float(int32_t length, const float *x, float *y) {
     ZX_ASSERT(x);
     ZX_ASSERT(y);
     float sum = 0.0f;
-    for (int32_t i = 0; i < length; i++) sum = std::fma(x[i], x[i], sum);
+    for (int32_t i = 0; i < length; i++) sum = zx_fma(x[i], x[i], sum);
     const float inverse_length = zx_inverse_sqrt(sum);
     for (int32_t i = 0; i < length; i++) y[i] = x[i] * inverse_length;
 }
@@ -97,14 +86,14 @@ float zx_cosine_similarity(int32_t length, const float *x, const float *y, uint3
     ZX_ASSERT(y);
     float dot = 0.0f;
     if (is_normalized & 1) {
-        for (int32_t i = 0; i < length; i++) dot = std::fma(x[i], y[i], dot);
+        for (int32_t i = 0; i < length; i++) dot = zx_fma(x[i], y[i], dot);
         return dot;
     }
     float x_x = 0.0f, y_y = 0.0f;
     for (int32_t i = 0; i < length; i++) {
-        dot = std::fma(x[i], y[i], dot);
-        x_x = std::fma(x[i], x[i], x_x);
-        y_y = std::fma(y[i], y[i], y_y);
+        dot = zx_fma(x[i], y[i], dot);
+        x_x = zx_fma(x[i], x[i], x_x);
+        y_y = zx_fma(y[i], y[i], y_y);
     }
     return dot * (zx_inverse_sqrt(x_x) * zx_inverse_sqrt(y_y));
 }

@@ -125,6 +125,34 @@ TEST(zx_sigmoid_and_tanh, every_version_gives_what_the_plain_one_gives) {
     }
 }
 
+// Bit for bit what the processor or the C library computes: arbitrary bits, and sums near ties, where rounding twice shows.
+TEST(zx_fma, in_double_precision_rounds_once) {
+    random_numbers random(3);
+    const auto any = [&] { return std::bit_cast<float>(random.next()); };
+    for (int i = 0; i < 1000000; i++) {
+        float a = any(), b = any(), c = any();
+        if (i % 4 != 0) {  // terms of similar size, down to where results are subnormal
+            const int32_t exponent = i % 4 == 1 ? 0 : random.between(-200, 50);
+            a = std::ldexp(static_cast<float>(random.between(-(1 << 24), 1 << 24)), exponent / 2);
+            b = std::ldexp(static_cast<float>(random.between(-(1 << 24), 1 << 24)), exponent - exponent / 2);
+            c = std::ldexp(static_cast<float>(random.between(-(1 << 24), 1 << 24)),
+                           exponent + random.between(-30, 60));
+        }
+        if (i % 4 == 3) {  // half a unit of the sum, and a little more or less
+            a = std::ldexp(1.0f + std::ldexp(static_cast<float>(random.between(-1, 1)), -23),
+                           std::ilogb(c) - 24);
+            b = 1.0f + std::ldexp(static_cast<float>(random.between(-1, 1)), -23);
+        }
+        const float expected = std::fma(a, b, c), got = zx_fma_in_double(a, b, c);
+        if (std::isnan(expected)) {
+            ASSERT_TRUE(std::isnan(got)) << a << " * " << b << " + " << c;
+        } else {
+            ASSERT_EQ(std::bit_cast<uint32_t>(got), std::bit_cast<uint32_t>(expected))
+                << std::hexfloat << a << " * " << b << " + " << c;
+        }
+    }
+}
+
 TEST(zx_dot, sums_exactly_in_64_bits) {
     const std::vector<int16_t> x(100000, -32768);
     EXPECT_EQ(zx_dot(100000, x.data(), x.data()), 1024.0f * 100000.0f);

@@ -53,7 +53,7 @@ void zx_fc_pack(const zx_fc_param_t *param, int8_t *packed) {
     }
 }
 
-#if ZX_X86_KERNELS
+#if ZX_X86_KERNELS || ZX_WASM_KERNELS
 
 namespace {
 
@@ -122,6 +122,8 @@ struct tiles {
         }
     }
 };
+
+#if ZX_X86_KERNELS
 
 // 512 bits: a block of outputs is one register, multiplied, paired and added by one instruction.
 struct vnni_tile {
@@ -264,6 +266,82 @@ struct avx2_tile {
     }
 };
 
+#elif ZX_WASM_KERNELS
+
+// 128 bits: a block of outputs is four registers.
+struct wasm_tile {
+    static constexpr int MAX_SUMS = 2;
+    static constexpr int MAX_ROWS = 2;
+
+    // Adds the products of a group of inputs.
+    template <int ROWS, int BLOCKS>
+    static inline void add_group(v128_t (&sums)[ROWS][BLOCKS][4], const int8_t *weights, ptrdiff_t stride,
+                                 const int16_t *x, ptrdiff_t x_stride) {
+        v128_t first[ROWS], second[ROWS];
+        for (int r = 0; r < ROWS; r++, x += x_stride) {
+            first[r] = wasm_i32x4_splat(load_pair(x));
+            second[r] = wasm_i32x4_splat(load_pair(x + 2));
+        }
+        for (int b = 0; b < BLOCKS; b++) {
+            for (int quarter = 0; quarter < 4; quarter++) {
+                const v128_t w = wasm_v128_load(weights + b * stride + quarter * GROUP_SIZE / 4);
+                const v128_t low = wasm_i16x8_shr(wasm_i16x8_shl(w, 8), 8);
+                const v128_t high = wasm_i16x8_shr(w, 8);
+                for (int r = 0; r < ROWS; r++) {
+                    const v128_t products = wasm_i32x4_add(wasm_i32x4_dot_i16x8(low, first[r]),
+                                                           wasm_i32x4_dot_i16x8(high, second[r]));
+                    sums[r][b][quarter] = wasm_i32x4_add(sums[r][b][quarter], products);
+                }
+            }
+        }
+    }
+
+    template <int ROWS, int BLOCKS>
+    static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
+                        int16_t *y, ptrdiff_t y_stride) {
+        const zx_fc_param_t *param = object->param;
+        const ptrdiff_t stride = block_size(param);
+        const int8_t *weights = object->packed + block * stride;
+        v128_t sums[ROWS][BLOCKS][4];
+        for (int b = 0; b < BLOCKS; b++) {
+            for (int quarter = 0; quarter < 4; quarter++) {
+                const v128_t start = wasm_v128_load(weights + b * stride + quarter * 16);
+                for (int r = 0; r < ROWS; r++) sums[r][b][quarter] = start;
+            }
+        }
+        weights += STARTS_SIZE;
+        int32_t num_left = param->input_dimension;
+        for (; num_left >= ZX_FC_GROUP; num_left -= ZX_FC_GROUP, weights += GROUP_SIZE, x += ZX_FC_GROUP) {
+            add_group(sums, weights, stride, x, x_stride);
+        }
+        if (num_left > 0) {
+            const partial_groups<ROWS> last(x, x_stride, num_left);
+            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
+        }
+        for (int r = 0; r < ROWS; r++, y += y_stride) {
+            for (int b = 0; b < BLOCKS; b++) {
+                const int32_t o = (block + b) * ZX_FC_BLOCK;
+                partial_block partial;
+                const bool is_whole = o + ZX_FC_BLOCK <= param->output_dimension;
+                if (!is_whole) load_partial(object, o, y, &partial);
+                int16_t *at = is_whole ? y + o : partial.values;
+                for (int half = 0; half < 2; half++, at += 8) {
+                    v128_t low = wasm_i32x4_shr(sums[r][b][2 * half], 7);
+                    v128_t high = wasm_i32x4_shr(sums[r][b][2 * half + 1], 7);
+                    if (object->accumulate) {
+                        low = wasm_i32x4_add(low, wasm_i32x4_load16x4(at));
+                        high = wasm_i32x4_add(high, wasm_i32x4_load16x4(at + 4));
+                    }
+                    wasm_v128_store(at, wasm_i16x8_narrow_i32x4(low, high));
+                }
+                if (!is_whole) store_partial(object, o, partial, y);
+            }
+        }
+    }
+};
+
+#endif
+
 template <class Tile>
 void process_tiles(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
                    ptrdiff_t y_stride) {
@@ -280,6 +358,8 @@ constexpr zx_fc_kernel_t KERNELS[] = {
 #if ZX_X86_KERNELS
     {"AVX-512 VNNI", true, zx_has_vnni, process_tiles<vnni_tile>},
     {"AVX2", true, zx_has_avx2, process_tiles<avx2_tile>},
+#elif ZX_WASM_KERNELS
+    {"WebAssembly", true, zx_has_nothing_special, process_tiles<wasm_tile>},
 #endif
     {"plain", false, zx_has_nothing_special, process_plain},
 };

@@ -261,7 +261,7 @@ void compute_distances(const agglomeration *object, const float *centroid, int32
         const float *group = object->centroids + static_cast<size_t>(place) * dimension;
         float sums[GROUP] = {};
         for (size_t d = 0; d < dimension; d++, group += GROUP) {
-            for (int32_t k = 0; k < GROUP; k++) sums[k] = std::fma(centroid[d], group[k], sums[k]);
+            for (int32_t k = 0; k < GROUP; k++) sums[k] = zx_fma(centroid[d], group[k], sums[k]);
         }
         float *distances = object->distances + place;
         for (int32_t k = 0; k < GROUP; k++) distances[k] = (1.0f - sums[k]) / 2.0f;

@@ -1,6 +1,5 @@
 #include "zx_parley_util.h"
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -116,7 +115,7 @@ void zx_parley_cluster_average(float *centroid, float weight, const float *other
                                int32_t dimension) {
     const float sum = weight + other_weight;
     for (int32_t k = 0; k < dimension; k++) {
-        centroid[k] = std::fma(centroid[k], weight, other[k] * other_weight) / sum;
+        centroid[k] = zx_fma(centroid[k], weight, other[k] * other_weight) / sum;
     }
     zx_normalize_float(dimension, centroid, centroid);
 }
