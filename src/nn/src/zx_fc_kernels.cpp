@@ -90,9 +90,10 @@ inline void store_partial(const zx_fc_t *object, int32_t o, const partial_block 
     std::memcpy(y + o, block.values, count * sizeof(int16_t));
 }
 
-// What both versions share: they go through the rows in groups, and for each group through all blocks of outputs,
+// What the versions share: they go through the rows in groups, and for each group through all blocks of outputs,
 // several of both at a time, so that enough sums are under way to hide the latency of an addition. `Tile` computes one
-// group of rows by one group of blocks.
+// group of rows by one group of blocks, with loops of its own: code for one kind of processor cannot be inlined into
+// code for all of them.
 template <class Tile>
 struct tiles {
     // Each block is a stream of weights from the second level of the cache, which fetches only so many ahead.
