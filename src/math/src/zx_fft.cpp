@@ -100,9 +100,9 @@ void zx_fft_complex_DIT_RN_generic(float *buffer, float sign) {
 
 namespace {
 
-// Factors of the forward transform in the order in which vectors of four complex values take them. The stage whose partners
-// lie `half` complex values apart has 2 half factors from entry 2 half on: each cosine twice, each sine as (s, -s), by
-// which the imaginary and the real part are multiplied. Stages of fewer than four butterflies repeat theirs.
+// Factors of the stages with four and more butterflies, in the order in which vectors of four complex values take them. The
+// stage whose partners lie `half` complex values apart has 2 half factors from entry 2 half on: each cosine twice, each
+// sine as (s, -s), by which the imaginary and the real part are multiplied in the forward transform.
 struct fft_factors {
     alignas(32) std::array<float, ZX_FFT_LENGTH> cosines, sines;
 };

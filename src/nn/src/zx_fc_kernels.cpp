@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
-#include "zx_math.h"
 #include "zx_processor.h"
 
 namespace {
@@ -74,26 +74,10 @@ struct partial_groups {
     int16_t values[ROWS][ZX_FC_GROUP];
 };
 
-// The last block of outputs may be only partly there: it goes through this buffer.
-struct partial_block {
-    alignas(32) int16_t values[ZX_FC_BLOCK];
-};
-
-inline void load_partial(const zx_fc_t *object, int32_t o, const int16_t *y, partial_block *block) {
-    const size_t count = static_cast<size_t>(zx_min_int32(object->param->output_dimension - o, ZX_FC_BLOCK));
-    std::memset(block->values, 0, sizeof(block->values));
-    if (object->accumulate) std::memcpy(block->values, y + o, count * sizeof(int16_t));
-}
-
-inline void store_partial(const zx_fc_t *object, int32_t o, const partial_block &block, int16_t *y) {
-    const size_t count = static_cast<size_t>(zx_min_int32(object->param->output_dimension - o, ZX_FC_BLOCK));
-    std::memcpy(y + o, block.values, count * sizeof(int16_t));
-}
-
 // What the versions share: they go through the rows in groups, and for each group through all blocks of outputs,
 // several of both at a time, so that enough sums are under way to hide the latency of an addition. `Tile` computes one
-// group of rows by one group of blocks, with loops of its own: code for one kind of processor cannot be inlined into
-// code for all of them.
+// group of rows by one group of blocks, whose first output is at y, with loops of its own: code for one kind of
+// processor cannot be inlined into code for all of them.
 template <class Tile>
 struct tiles {
     // Each block is a stream of weights from the second level of the cache, which fetches only so many ahead.
@@ -102,13 +86,30 @@ struct tiles {
     template <int ROWS, int BLOCKS>
     static void through_blocks(const zx_fc_t *object, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
                                ptrdiff_t y_stride, int32_t block) {
-        const int32_t end = num_blocks(object->param);
+        const int32_t end = object->param->output_dimension / ZX_FC_BLOCK;
         for (; block + BLOCKS <= end; block += BLOCKS) {
-            Tile::template compute<ROWS, BLOCKS>(object, block, x, x_stride, y, y_stride);
+            Tile::template compute<ROWS, BLOCKS>(object, block, x, x_stride, y + block * ZX_FC_BLOCK,
+                                                 y_stride);
         }
         if constexpr (BLOCKS > 1) {
             if (block < end) through_blocks<ROWS, BLOCKS / 2>(object, x, x_stride, y, y_stride, block);
         }
+    }
+
+    // The last block where it is only partly there: it goes through a buffer.
+    template <int ROWS>
+    static void partial_block(const zx_fc_t *object, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
+                              ptrdiff_t y_stride) {
+        const int32_t block = object->param->output_dimension / ZX_FC_BLOCK;
+        const int32_t count = object->param->output_dimension % ZX_FC_BLOCK;
+        if (count == 0) return;
+        y += block * ZX_FC_BLOCK;
+        int16_t outputs[ROWS][ZX_FC_BLOCK] = {};
+        if (object->accumulate) {
+            for (int r = 0; r < ROWS; r++) std::copy_n(y + r * y_stride, count, outputs[r]);
+        }
+        Tile::template compute<ROWS, 1>(object, block, x, x_stride, outputs[0], ZX_FC_BLOCK);
+        for (int r = 0; r < ROWS; r++) std::copy_n(outputs[r], count, y + r * y_stride);
     }
 
     template <int ROWS>
@@ -117,6 +118,7 @@ struct tiles {
         constexpr int BLOCKS = std::min(Tile::MAX_SUMS / ROWS, MAX_BLOCKS);
         for (; num_rows >= ROWS; num_rows -= ROWS, x += ROWS * x_stride, y += ROWS * y_stride) {
             through_blocks<ROWS, BLOCKS>(object, x, x_stride, y, y_stride, 0);
+            partial_block<ROWS>(object, x, x_stride, y, y_stride);
         }
         if constexpr (ROWS > 1) {
             if (num_rows > 0) through_rows<ROWS - 1>(object, num_rows, x, x_stride, y, y_stride);
@@ -175,16 +177,11 @@ struct vnni_tile {
         }
         for (int r = 0; r < ROWS; r++, y += y_stride) {
             for (int b = 0; b < BLOCKS; b++) {
-                const int32_t o = (block + b) * ZX_FC_BLOCK;
-                partial_block partial;
-                const bool is_whole = o + ZX_FC_BLOCK <= param->output_dimension;
-                if (!is_whole) load_partial(object, o, y, &partial);
-                auto *at = reinterpret_cast<__m256i *>(is_whole ? y + o : partial.values);
+                auto *at = reinterpret_cast<__m256i *>(y + b * ZX_FC_BLOCK);
                 __m512i sum = _mm512_srai_epi32(sums[r][b], 7);
                 if (object->accumulate)
                     sum = _mm512_add_epi32(sum, _mm512_cvtepi16_epi32(_mm256_loadu_si256(at)));
                 _mm256_storeu_si256(at, _mm512_cvtsepi32_epi16(sum));
-                if (!is_whole) store_partial(object, o, partial, y);
             }
         }
     }
@@ -248,11 +245,7 @@ struct avx2_tile {
         }
         for (int r = 0; r < ROWS; r++, y += y_stride) {
             for (int b = 0; b < BLOCKS; b++) {
-                const int32_t o = (block + b) * ZX_FC_BLOCK;
-                partial_block partial;
-                const bool is_whole = o + ZX_FC_BLOCK <= param->output_dimension;
-                if (!is_whole) load_partial(object, o, y, &partial);
-                auto *at = reinterpret_cast<__m128i *>(is_whole ? y + o : partial.values);
+                auto *at = reinterpret_cast<__m128i *>(y + b * ZX_FC_BLOCK);
                 __m256i low = _mm256_srai_epi32(sums[r][b][0], 7), high = _mm256_srai_epi32(sums[r][b][1], 7);
                 if (object->accumulate) {
                     low = _mm256_add_epi32(low, _mm256_cvtepi16_epi32(_mm_loadu_si128(at)));
@@ -261,7 +254,6 @@ struct avx2_tile {
                 // Packing works in each half of 128 bits: the quarters come out as 0 2 1 3.
                 const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), 0xD8);
                 _mm256_storeu_si256(reinterpret_cast<__m256i *>(at), packed);
-                if (!is_whole) store_partial(object, o, partial, y);
             }
         }
     }
@@ -321,11 +313,7 @@ struct wasm_tile {
         }
         for (int r = 0; r < ROWS; r++, y += y_stride) {
             for (int b = 0; b < BLOCKS; b++) {
-                const int32_t o = (block + b) * ZX_FC_BLOCK;
-                partial_block partial;
-                const bool is_whole = o + ZX_FC_BLOCK <= param->output_dimension;
-                if (!is_whole) load_partial(object, o, y, &partial);
-                int16_t *at = is_whole ? y + o : partial.values;
+                int16_t *at = y + b * ZX_FC_BLOCK;
                 for (int half = 0; half < 2; half++, at += 8) {
                     v128_t low = wasm_i32x4_shr(sums[r][b][2 * half], 7);
                     v128_t high = wasm_i32x4_shr(sums[r][b][2 * half + 1], 7);
@@ -335,7 +323,6 @@ struct wasm_tile {
                     }
                     wasm_v128_store(at, wasm_i16x8_narrow_i32x4(low, high));
                 }
-                if (!is_whole) store_partial(object, o, partial, y);
             }
         }
     }
