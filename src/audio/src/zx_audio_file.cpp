@@ -24,6 +24,7 @@ namespace {
 
 constexpr size_t HEADER_LENGTH = 35;              // bytes that detection looks at
 constexpr int32_t RESAMPLE_BUFFER_LENGTH = 1024;  // samples
+constexpr int32_t SAMPLES_A_REPORT = 1 << 18;     // 16 s
 constexpr int32_t FILTER_ORDER = 50;
 
 struct format_entry {
@@ -185,14 +186,25 @@ int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object) {
     return object->adapter.sample_rate_fn(object->adapter.object);
 }
 
-zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm) {
+zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
+                               const zx_progress_t *progress) {
     ZX_ASSERT(object);
     ZX_ASSERT(num_samples > 0);
     ZX_ASSERT(pcm);
     const zx_audio_adapter_t *adapter = &object->adapter;
-    if (!object->resampler) return adapter->read_fn(adapter->object, num_samples, pcm);
+    const int32_t total = num_samples;
+    if (!object->resampler) {
+        const int32_t piece = progress ? SAMPLES_A_REPORT : total;
+        for (; num_samples > 0; num_samples -= piece, pcm += piece) {
+            if (!zx_progress_report(progress, total - num_samples, total)) return ZX_STATUS_STOP_ITERATION;
+            const zx_status_t status =
+                adapter->read_fn(adapter->object, zx_min_int32(piece, num_samples), pcm);
+            if (status != ZX_STATUS_SUCCESS || num_samples <= piece) return status;
+        }
+    }
 
     while (num_samples > 0) {
+        if (!zx_progress_report(progress, total - num_samples, total)) return ZX_STATUS_STOP_ITERATION;
         const int32_t num_inputs = zx_min_int32(
             zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
             RESAMPLE_BUFFER_LENGTH);

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "zx_base.h"
+#include "zx_progress.h"
 #include "zx_resampler.h"
 
 using zx_audio_format_t = int32_t;
@@ -65,7 +66,9 @@ int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object);
 
 // Reads num_samples > 0 samples at the engine's rate. `pcm` needs room for one more, which resampling can
 // write. When the source ends with at most 1024 promised outputs missing, they keep what `pcm` held and the
-// read succeeds; ZX_STATUS_IO_ERROR when more are missing; or the adapter's status.
-[[nodiscard]] zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm);
+// read succeeds; ZX_STATUS_IO_ERROR when more are missing; ZX_STATUS_STOP_ITERATION if `progress` asks to stop; or
+// the adapter's status.
+[[nodiscard]] zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
+                                             const zx_progress_t *progress = nullptr);
 
 #endif

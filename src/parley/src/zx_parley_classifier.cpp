@@ -217,7 +217,7 @@ zx_status_t process_chunks(zx_parley_classifier_t *object, const int16_t *featur
 //
 // It advances by K - 2 W > W frames.
 zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
-                                         int32_t num_frames, float *d_vector) {
+                                         int32_t num_frames, float *d_vector, const zx_progress_t *progress) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(num_frames > 0);
@@ -229,6 +229,7 @@ zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const i
 
     chunk next = {0, zx_min_int32(num_frames, chunk_length_frames), 0, 0};
     for (bool is_last = false; !is_last;) {
+        if (!zx_progress_report(progress, next.start, num_frames)) return ZX_STATUS_STOP_ITERATION;
         chunk chunks[MAX_SIDE_BY_SIDE];
         int32_t num_chunks = 0;
         while (!is_last && num_chunks < MAX_SIDE_BY_SIDE) {

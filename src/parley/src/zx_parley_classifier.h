@@ -16,6 +16,7 @@
 #include "zx_base.h"
 #include "zx_fc.h"
 #include "zx_normalization.h"
+#include "zx_progress.h"
 #include "zx_rnn.h"
 
 struct zx_parley_classifier_param_t {
@@ -64,9 +65,10 @@ void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16
 
 // feature: num_frames > 0 frames of normalized Q10 values. d_vector: num_frames rows of E floats of unit
 // length. Asserts 3 W < K and, through the inverse square root, that no embedding is all zeros.
-// ZX_STATUS_OUT_OF_MEMORY.
+// ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to stop.
 [[nodiscard]] zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
-                                                       int32_t num_frames, float *d_vector);
+                                                       int32_t num_frames, float *d_vector,
+                                                       const zx_progress_t *progress = nullptr);
 
 // The same for one chunk of at most K frames.
 [[nodiscard]] zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,

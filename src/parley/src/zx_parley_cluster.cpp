@@ -83,7 +83,8 @@ void zx_parley_cluster_delete(zx_parley_cluster_t *object) {
 }
 
 zx_status_t zx_parley_cluster_process(zx_parley_cluster_t *object, const float *input, int32_t dimension,
-                                      int32_t num_input, uint32_t *num_clusters, uint32_t *clusters) {
+                                      int32_t num_input, uint32_t *num_clusters, uint32_t *clusters,
+                                      const zx_progress_t *progress) {
     ZX_ASSERT(object);
     ZX_ASSERT(input);
     ZX_ASSERT(dimension > 0);
@@ -92,7 +93,7 @@ zx_status_t zx_parley_cluster_process(zx_parley_cluster_t *object, const float *
     ZX_ASSERT(clusters);
     zx_status_t status = zx_parley_cluster_segmentation(object, input, dimension, num_input);
     if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_segmentation_prune(object, dimension);
-    if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_offline(object, dimension);
+    if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_offline(object, dimension, progress);
     if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_offline_prune(object, num_input, dimension);
     if (status == ZX_STATUS_SUCCESS) status = zx_cluster_generate_output(object, clusters, num_clusters);
     zx_parley_list_reset(object->clusters);  // after a failure too: leftovers would take part in the next run
@@ -292,7 +293,8 @@ bool find_pair(const agglomeration *object, uint32_t number, int32_t *a, int32_t
 
 // With n clusters there are n (n - 1) / 2 pairs at first and at most (n - 1)(n - 2) / 2 more, one with each other cluster
 // after each merge: one array of n (n - 1) pairs holds them all, and their numbers are below 2 n^2.
-zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension) {
+zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension,
+                                      const zx_progress_t *progress) {
     ZX_ASSERT(object);
     ZX_ASSERT(dimension > 0);
     zx_parley_list_t *clusters = object->clusters;
@@ -338,6 +340,7 @@ zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimen
             if (x != survivor && state->nodes[x])
                 insert_pair(heap.get(), state.get(), num_clusters + merge, x);
         }
+        if (!zx_progress_report(progress, merge, num_clusters)) return ZX_STATUS_STOP_ITERATION;
     }
     return ZX_STATUS_SUCCESS;
 }

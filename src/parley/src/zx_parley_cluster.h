@@ -22,6 +22,7 @@
 
 #include "zx_base.h"
 #include "zx_parley_util.h"
+#include "zx_progress.h"
 
 struct zx_parley_cluster_param_t {
     float *reference_centroid;
@@ -58,17 +59,20 @@ void zx_parley_cluster_delete(zx_parley_cluster_t *object);
 
 // input: num_input > 0 embeddings of `dimension` > 0 floats of unit length. clusters: num_input tags, 0 for
 // the background, 1, 2, ... for speakers in the order in which their clusters were opened. num_clusters: the
-// number of tags, background included. ZX_STATUS_OUT_OF_MEMORY.
+// number of tags, background included. ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to
+// stop.
 [[nodiscard]] zx_status_t zx_parley_cluster_process(zx_parley_cluster_t *object, const float *input,
                                                     int32_t dimension, int32_t num_input,
-                                                    uint32_t *num_clusters, uint32_t *clusters);
+                                                    uint32_t *num_clusters, uint32_t *clusters,
+                                                    const zx_progress_t *progress = nullptr);
 
 // The four passes and the output of zx_parley_cluster_process.
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation(zx_parley_cluster_t *object, const float *input,
                                                          int32_t dimension, int32_t num_input);
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation_prune(zx_parley_cluster_t *object,
                                                                int32_t dimension);
-[[nodiscard]] zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension);
+[[nodiscard]] zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension,
+                                                    const zx_progress_t *progress = nullptr);
 [[nodiscard]] zx_status_t zx_parley_cluster_offline_prune(zx_parley_cluster_t *object, int32_t num_frames,
                                                           int32_t dimension);
 zx_status_t zx_cluster_generate_output(const zx_parley_cluster_t *object, uint32_t *clusters,

@@ -1,4 +1,5 @@
-// The engine object and the steps of the diarization pipeline behind the public functions of zx_parley.h.
+// The engine object and the one pipeline: samples, features, embeddings, tags, segments. The public functions of
+// zx_parley.h, and everything that needs more than they tell, go through it.
 #ifndef ZX_PARLEY_INTERNAL_H
 #define ZX_PARLEY_INTERNAL_H
 
@@ -6,11 +7,13 @@
 
 #include "zx_base.h"
 #include "zx_filterbank.h"
+#include "zx_heap.h"
 #include "zx_memory.h"
 #include "zx_parley.h"
 #include "zx_parley_classifier.h"
 #include "zx_parley_cluster.h"
 #include "zx_parley_param.h"
+#include "zx_progress.h"
 
 inline constexpr int32_t ZX_PARLEY_FRAME_LENGTH = 512;  // samples; one embedding and one tag each (32 ms)
 inline constexpr int32_t ZX_PARLEY_HOP_LENGTH = 256;    // samples; one filterbank row each, two rows a frame
@@ -26,16 +29,72 @@ struct zx_parley_t {
     int32_t *tag_frequency;  // num_tags counters of the run in progress, all zero; null between runs
 };
 
+// What takes the place of the model's thresholds in one run.
+struct zx_parley_thresholds_t {
+    float offline;
+    float prune;
+    float segment;
+    float background;
+};
+
+// Samples of a recording: borrowed, or owned, and then released as soon as the features are there. Of samples, features,
+// embeddings and the agenda of merges each is large for long audio.
+struct zx_parley_samples_t {
+    zx_heap_ptr<int16_t> own;
+    const int16_t *pcm = nullptr;
+    int32_t count = 0;
+};
+
+enum class zx_parley_stage { decoding, features, embeddings, clustering };
+
+// How a run tells how far it is: the share of a stage that is done, 0 to 1, at its begin, now and then, and at its end.
+// False ends the run with ZX_STATUS_STOP_ITERATION.
+struct zx_parley_progress_t {
+    bool (*report)(void *context, zx_parley_stage stage, double done);
+    void *context;
+};
+
 // Builds an engine from loaded parameters, which it owns from then on, also when this fails:
 // ZX_STATUS_INVALID_ARGUMENT for parts that do not fit together, ZX_STATUS_OUT_OF_MEMORY. Leaves messages. On
 // failure *object is null.
 [[nodiscard]] zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
                                                   zx_parley_t **object);
 
+// ---- The pipeline. Everything here leaves messages; ZX_STATUS_STOP_ITERATION means that `progress`, which may be null,
+// asked to stop.
+
+// Decodes a whole file. The reader's status when it cannot be opened, ZX_STATUS_IO_ERROR when it cannot be read,
+// ZX_STATUS_OUT_OF_MEMORY.
+[[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path,
+                                                  const zx_parley_progress_t *progress,
+                                                  zx_parley_samples_t *samples);
+
+// At least 512 samples to samples->count / 512 rows of embeddings; releases the samples on the way.
+// ZX_STATUS_INVALID_ARGUMENT, ZX_STATUS_INVALID_STATE (no feature extraction), ZX_STATUS_OUT_OF_MEMORY.
+[[nodiscard]] zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *samples,
+                                                   const zx_parley_progress_t *progress,
+                                                   zx_heap_ptr<float> *d_vector);
+
+// One tag for each of num_frames > 0 rows, with `thresholds` or, if null, the model's. ZX_STATUS_OUT_OF_MEMORY.
+[[nodiscard]] zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector,
+                                                     int32_t num_frames,
+                                                     const zx_parley_thresholds_t *thresholds,
+                                                     const zx_parley_progress_t *progress,
+                                                     uint32_t *clusters);
+
+// All of it: samples to segments, the caller's to free.
+[[nodiscard]] zx_status_t zx_parley_internal_run(zx_parley_t *object, zx_parley_samples_t *samples,
+                                                 const zx_parley_thresholds_t *thresholds,
+                                                 const zx_parley_progress_t *progress, int32_t *num_segments,
+                                                 zx_parley_segment_t **segments);
+
+// ---- Its steps
+
 // 512 * num_frames > 0 samples to num_frames frames of 80 values: two filterbank rows each, before
 // normalization. ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm,
-                                                      int32_t num_frames, int16_t *feature);
+                                                      int32_t num_frames, int16_t *feature,
+                                                      const zx_progress_t *progress = nullptr);
 
 // Normalizes num_frames > 0 filterbank rows (two per network frame) in place.
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames);

@@ -1,0 +1,296 @@
+#include "zx_parley_internal.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "zx_assert.h"
+#include "zx_audio_file.h"
+#include "zx_error.h"
+#include "zx_log.h"
+#include "zx_parley_report.h"
+
+namespace {
+
+constexpr int64_t HOPS_A_REPORT = 4096;  // about a minute of audio
+
+// What the parts of a model must have in common, which their loaders cannot see.
+zx_status_t check_consistency(const zx_parley_param_t *param) {
+    const char *fault = zx_parley_classifier_param_inconsistency(param->classifier, ZX_FILTERBANK_NUM_BANDS,
+                                                                 ZX_PARLEY_FRAME_SIZE);
+    if (!fault) {
+        fault = zx_parley_cluster_param_inconsistency(param->cluster,
+                                                      param->classifier->embedding->output_dimension);
+    }
+    if (!fault) return ZX_STATUS_SUCCESS;
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_internal, fault);
+    return ZX_STATUS_INVALID_ARGUMENT;
+}
+
+zx_status_t check_length(const zx_parley_samples_t *samples) {
+    if (samples->count >= ZX_PARLEY_FRAME_LENGTH) return ZX_STATUS_SUCCESS;
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_min, "num_samples", samples->count,
+                       ZX_PARLEY_FRAME_LENGTH);
+    return ZX_STATUS_INVALID_ARGUMENT;
+}
+
+// Callers know the steps from embeddings to segments under one name.
+zx_status_t report_processing(zx_status_t status) {
+    return zx_parley_report_failure("zx_parley_internal_process", status);
+}
+
+// A stage of a run as the module that works on it sees it.
+struct stage_progress {
+    stage_progress(const zx_parley_progress_t *run_, zx_parley_stage stage_) : run(run_), stage(stage_) {}
+
+    static bool report(void *context, double done) {
+        const auto *self = static_cast<const stage_progress *>(context);
+        return self->run->report(self->run->context, self->stage, done);
+    }
+
+    // Null without a progress of the run.
+    const zx_progress_t *get() const { return run ? &progress : nullptr; }
+
+    const zx_parley_progress_t *run;
+    zx_parley_stage stage;
+    zx_progress_t progress = {report, this};
+};
+
+}  // namespace
+
+zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
+                                    zx_parley_t **object) {
+    *object = nullptr;
+    std::unique_ptr<zx_parley_param_t, zx_deleter<zx_parley_param_delete>> owned_param(param);
+    std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> o(zx_heap_zeroed<zx_parley_t>());
+    if (!o) return zx_parley_report_allocation("o");
+    zx_status_t status = zx_memory_init(&o->memory);  // first, because deleting a half-built object needs it
+    if (status != ZX_STATUS_SUCCESS) {
+        std::free(o.release());
+        return zx_parley_report_init("zx_memory", status);
+    }
+    o->param = owned_param.release();
+    o->num_tags = -1;
+
+    status = check_consistency(param);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    status = zx_parley_classifier_init(param->classifier, &o->classifier);
+    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_parley_classifier_init", status);
+    status = zx_parley_cluster_init(param->cluster, &o->cluster);
+    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_parley_cluster_init", status);
+    if (with_feature_extraction) {
+        status = zx_filterbank_init(o->memory, ZX_PARLEY_HOP_LENGTH, &o->filterbank);
+        if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_filterbank_init", status);
+    }
+    *object = o.release();
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm, int32_t num_frames,
+                                        int16_t *feature, const zx_progress_t *progress) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(pcm);
+    ZX_ASSERT(num_frames > 0);
+    ZX_ASSERT(feature);
+    zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
+    const int64_t num_hops = 2 * int64_t{num_frames};
+    for (int64_t hop = 0; hop < num_hops; hop++) {
+        if (hop % HOPS_A_REPORT == 0 && !zx_progress_report(progress, hop, num_hops))
+            return ZX_STATUS_STOP_ITERATION;
+        const zx_status_t status = zx_filterbank_compute(object->filterbank, pcm + hop * ZX_PARLEY_HOP_LENGTH,
+                                                         feature + hop * ZX_FILTERBANK_NUM_BANDS);
+        if (status != ZX_STATUS_SUCCESS) return status;
+    }
+    zx_filterbank_reset(object->filterbank);
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(feature);
+    ZX_ASSERT(num_frames > 0);
+    zx_parley_classifier_preprocess(object->classifier, feature, num_frames);
+}
+
+namespace {
+
+// Embeddings of normalized features.
+zx_status_t compute_embeddings(zx_parley_t *object, const int16_t *feature, int32_t num_frames,
+                               const zx_parley_progress_t *progress, zx_heap_ptr<float> *d_vector) {
+    const size_t embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
+    d_vector->reset(
+        static_cast<float *>(std::calloc(static_cast<size_t>(num_frames), embedding_size * sizeof(float))));
+    if (!*d_vector) return zx_parley_report_allocation("d_vector");
+    const zx_status_t status =
+        zx_parley_classifier_process(object->classifier, feature, num_frames, d_vector->get(),
+                                     stage_progress(progress, zx_parley_stage::embeddings).get());
+    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_parley_classifier_process", status);
+    return ZX_STATUS_SUCCESS;
+}
+
+}  // namespace
+
+zx_status_t zx_parley_internal_read(const char *audio_path, const zx_parley_progress_t *progress,
+                                    zx_parley_samples_t *samples) {
+    zx_audio_file_t *opened = nullptr;
+    zx_status_t status = zx_audio_file_init(audio_path, &opened);
+    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_audio_file", status);
+    const std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> reader(opened);
+    const int32_t count = zx_audio_file_num_samples(reader.get());
+    zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(count) + 1));  // see the read
+    if (!pcm) return zx_parley_report_allocation("pcm");
+    status = zx_audio_file_read(reader.get(), count, pcm.get(),
+                                stage_progress(progress, zx_parley_stage::decoding).get());
+    if (status == ZX_STATUS_STOP_ITERATION) return status;
+    if (status != ZX_STATUS_SUCCESS) {
+        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_fread_failure,
+                           static_cast<void *>(reader.get()));
+        return ZX_STATUS_IO_ERROR;
+    }
+    samples->own = std::move(pcm);
+    samples->pcm = samples->own.get();
+    samples->count = count;
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *samples,
+                                     const zx_parley_progress_t *progress, zx_heap_ptr<float> *d_vector) {
+    zx_status_t status = check_length(samples);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    if (!object->filterbank) {
+        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_state_internal, "object->filterbank is NULL");
+        return ZX_STATUS_INVALID_STATE;
+    }
+    const int32_t num_frames = samples->count / ZX_PARLEY_FRAME_LENGTH;
+    const zx_heap_ptr<int16_t> feature(
+        zx_heap_zeroed<int16_t>(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE));
+    if (!feature) return zx_parley_report_allocation("feature");
+    status = zx_parley_internal_features(object, samples->pcm, num_frames, feature.get(),
+                                         stage_progress(progress, zx_parley_stage::features).get());
+    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
+    samples->own.reset();
+    zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
+    status = compute_embeddings(object, feature.get(), num_frames, progress, d_vector);
+    return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
+}
+
+zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector, int32_t num_frames,
+                                       const zx_parley_thresholds_t *thresholds,
+                                       const zx_parley_progress_t *progress, uint32_t *clusters) {
+    // Thresholds of a run's own come with a clustering of its own; the model stays as it is.
+    zx_parley_cluster_param_t param = *object->param->cluster;
+    std::unique_ptr<zx_parley_cluster_t, zx_deleter<zx_parley_cluster_delete>> own;
+    zx_parley_cluster_t *cluster = object->cluster;
+    zx_status_t status;
+    if (thresholds) {
+        param.offline_threshold = thresholds->offline;
+        param.prune_threshold = thresholds->prune;
+        param.segment_threshold = thresholds->segment;
+        param.background_threshold = thresholds->background;
+        status = zx_parley_cluster_init(&param, &cluster);
+        own.reset(cluster);
+        if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_parley_cluster_init", status);
+    }
+    uint32_t num_clusters = 0;
+    status = zx_parley_cluster_process(
+        cluster, d_vector, object->param->classifier->embedding->output_dimension, num_frames, &num_clusters,
+        clusters, stage_progress(progress, zx_parley_stage::clustering).get());
+    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_parley_cluster_process", status);
+    zx_parley_internal_reset(object);
+    object->num_tags = static_cast<int32_t>(num_clusters);
+    object->tag_frequency = zx_heap_zeroed<int32_t>(num_clusters);
+    if (!object->tag_frequency) return zx_parley_report_allocation("object->tag_frequency");
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_parley_internal_run(zx_parley_t *object, zx_parley_samples_t *samples,
+                                   const zx_parley_thresholds_t *thresholds,
+                                   const zx_parley_progress_t *progress, int32_t *num_segments,
+                                   zx_parley_segment_t **segments) {
+    zx_status_t status = check_length(samples);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    if (!num_segments) return zx_parley_report_null("num_segments");
+    if (!segments) return zx_parley_report_null("segments");
+    *num_segments = 0;
+    *segments = nullptr;
+    zx_heap_ptr<float> d_vector;
+    status = zx_parley_internal_embed(object, samples, progress, &d_vector);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    const int32_t num_frames = samples->count / ZX_PARLEY_FRAME_LENGTH;
+    const zx_heap_ptr<uint32_t> clusters(zx_heap_zeroed<uint32_t>(static_cast<size_t>(num_frames)));
+    if (!clusters) return zx_parley_report_allocation("clusters");
+    status =
+        zx_parley_internal_cluster(object, d_vector.get(), num_frames, thresholds, progress, clusters.get());
+    d_vector.reset();
+    if (status == ZX_STATUS_SUCCESS) {
+        status = zx_parley_internal_segment(object, clusters.get(), num_frames, num_segments, segments);
+        zx_parley_internal_reset(object);
+    }
+    return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
+}
+
+zx_status_t zx_parley_internal_process(zx_parley_t *object, const int16_t *feature, int32_t num_frames,
+                                       uint32_t *clusters) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(feature);
+    ZX_ASSERT(clusters);
+    zx_heap_ptr<float> d_vector;
+    const zx_status_t status = compute_embeddings(object, feature, num_frames, nullptr, &d_vector);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    return zx_parley_internal_cluster(object, d_vector.get(), num_frames, nullptr, nullptr, clusters);
+}
+
+zx_status_t zx_parley_internal_segment(zx_parley_t *object, const uint32_t *clusters, int32_t num_frames,
+                                       int32_t *num_segments, zx_parley_segment_t **segments) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(clusters);
+    ZX_ASSERT(num_frames > 0);
+    ZX_ASSERT(num_segments);
+    ZX_ASSERT(segments);
+    const uint32_t *tags = clusters;
+    const int32_t last = num_frames - 1;
+    int32_t count = tags[0] != 0 ? 1 : 0;
+    for (int32_t i = 0; i < last; i++) {
+        if (tags[i] != tags[i + 1] && tags[i + 1] != 0) count++;
+    }
+    zx_log("[DEBUG] number of segments: %d\n\n", count);
+    if (count == 0) return ZX_STATUS_SUCCESS;
+    zx_parley_segment_t *s = zx_heap_zeroed<zx_parley_segment_t>(static_cast<size_t>(count));
+    if (!s) return zx_parley_report_allocation("s");
+    *num_segments += count;
+    *segments = s;
+
+    // A segment closes on the last frame of its run and opens on the first frame of the next one, but not
+    // before that frame is visited: a run of a single frame opens late, and one on the last frame not at all.
+    int32_t i = 0;
+    while (tags[i] == 0) i++;
+    zx_parley_segment_t *const end = s + count;
+    s->start_sec = zx_parley_frame_to_sec(i);
+    s->speaker_tag = static_cast<int32_t>(tags[i]);
+    for (; i < last; i++) {
+        if (tags[i] != tags[i + 1] && s->speaker_tag != 0) {
+            s->end_sec = zx_parley_frame_to_sec(i);
+            if (++s == end) return ZX_STATUS_SUCCESS;
+            s->speaker_tag = 0;
+        } else if (tags[i] != 0 && s->speaker_tag == 0) {
+            s->speaker_tag = static_cast<int32_t>(tags[i]);
+            s->start_sec = zx_parley_frame_to_sec(i);
+        }
+    }
+    s->end_sec = zx_parley_frame_to_sec(last);
+    return ZX_STATUS_SUCCESS;
+}
+
+void zx_parley_internal_reset(zx_parley_t *object) {
+    ZX_ASSERT(object);
+    object->num_tags = -1;
+    std::free(object->tag_frequency);
+    object->tag_frequency = nullptr;
+}
+
+float zx_parley_frame_to_sec(int32_t frame) {
+    ZX_ASSERT(frame >= 0);
+    const float samples = static_cast<float>(frame * ZX_PARLEY_FRAME_LENGTH);
+    return std::roundf(samples / static_cast<float>(zx_sample_rate()) * 1000.0f) / 1000.0f;
+}
