@@ -1,47 +1,65 @@
-#include "diarize_command.h"
+// Recordings to answers, one after the other or side by side.
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
-#include <fstream>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
-#include "batch.h"
-#include "console.h"
-#include "diarizer.h"
-#include "formats.h"
-#include "zx_parley.h"
+#include "commands.h"
+#include "files.h"
+#include "model.h"
+#include "progress.h"
+#include "recordings.h"
+#include "room.h"
+#include "terminal.h"
+#include "workers.h"
 
 namespace fs = std::filesystem;
+
+namespace parley {
 
 namespace {
 
 struct arguments {
     std::vector<std::string> files, manifests, formats;
-    std::string model, output_dir, color = "auto", channels = "mix";
-    int speakers = 0;
+    std::string model, output_dir, color = "auto";
     int jobs = 1;
-    bool resume = false, verbose = false, quiet = false, confidence = false, embeddings = false;
-    std::vector<float> thresholds;
-    controls wishes;
+    bool resume = false, verbose = false, quiet = false;
+    parley_options options;
+    std::deque<std::string> texts;  // which the options refer to
 };
 
-// Checks of CLI11 without what they would add to the help.
-CLI::Validator within(double low, double high) {
-    return CLI::Range(low, high).description("");
+// The options of the room, as its table has them.
+void define_options(CLI::App *app, arguments *a) {
+    parley_options_init(&a->options);
+    for (int32_t i = 0; const parley_option *option = parley_option_at(i); i++) {
+        const auto set = [a, option](const std::string &value) {
+            a->texts.push_back(value);
+            if (parley_options_set(&a->options, option->name, a->texts.back().c_str()) != PARLEY_OK)
+                throw CLI::ValidationError(std::string("--") + parley_message());
+        };
+        const std::string name =
+            std::string(option->name) == "speakers" ? "-n,--speakers" : std::string("--") + option->name;
+        if (option->value) {
+            app->add_option_function<std::string>(name, set, option->purpose)->type_name(option->value);
+        } else {
+            app->add_flag_callback(
+                name, [set] { set("1"); }, option->purpose);
+        }
+    }
+    app->get_option("--speakers")->excludes("--min-speakers")->excludes("--max-speakers");
 }
 
-// The two columns of help fit a terminal of 80 and a screen of 50 lines.
+// The two columns of help fit a terminal of 80.
 void define(CLI::App *app, arguments *a) {
     app->add_option("AUDIO", a->files, "files, folders, patterns; - is standard input")->type_name("");
-    const auto list = [app](const char *name, auto *values, const char *what) {
+    const auto list = [app](const char *name, std::vector<std::string> *values, const char *what) {
         return app->add_option(name, *values, what)->allow_extra_args(false);
     };
     list("--manifest", &a->manifests, "a list of these, one a line")->type_name("FILE");
@@ -50,281 +68,232 @@ void define(CLI::App *app, arguments *a) {
         ->type_name("NAME,...");
     app->add_option("-o,--output-dir", a->output_dir, "a file per recording and format, there")
         ->type_name("DIR");
-    app->add_option("-j,--jobs", a->jobs, "recordings at a time")->check(within(1, 256))->type_name("N");
+    app->add_option("-j,--jobs", a->jobs, "recordings at a time")
+        ->check(CLI::Range(1, 256).description(""))
+        ->type_name("N");
     app->add_flag("--resume", a->resume, "leave out recordings whose files are there");
-    const auto number = [app](const char *name, int *value, const char *what) {
-        app->add_option(name, *value, what)->check(within(1, 1000))->type_name("N");
-    };
-    number("-n,--speakers", &a->speakers, "exactly that many speakers");
-    number("--min-speakers", &a->wishes.min_speakers, "at least");
-    number("--max-speakers", &a->wishes.max_speakers, "at most");
-    list("--threshold", &a->thresholds, "offline, prune, segment, background threshold")
-        ->delimiter(',')
-        ->check(within(0, 1))
-        ->type_name("O,P,S,B");
-    app->add_option("--channels", a->channels, "mix them (default), or split: each is a speaker")
-        ->check(CLI::IsMember({"mix", "split"}).description(""))
-        ->type_name("HOW");
-    const auto seconds = [app](const char *name, double *value, const char *what) {
-        app->add_option(name, *value, what)->check(within(0, 3600))->type_name("SECONDS");
-    };
-    seconds("--merge-gap", &a->wishes.merge_gap, "join a speaker's segments that close");
-    seconds("--min-duration", &a->wishes.min_duration, "drop shorter segments");
-    seconds("--pad", &a->wishes.pad, "lengthen segments where there is room");
-    app->add_option("--speaker-prefix", a->wishes.speaker_prefix, "before the number of a speaker")
-        ->type_name("TEXT");
-    list("--names", &a->wishes.names, "of the first speakers heard")->delimiter(',')->type_name("A,B,...");
-    app->add_flag("--confidence", a->confidence, "tell how sure each segment's speaker is");
-    app->add_flag("--embeddings", a->embeddings, "add speakers' vectors to JSON");
+    define_options(app, a);
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN");
     app->add_flag("-q,--quiet", a->quiet, "no progress");
-    app->add_flag("-v,--verbose", a->verbose, "the engine's own log on standard error");
-}
-
-std::string footer() {
+    app->add_flag("-v,--verbose", a->verbose, "say what the engine says of failures");
     std::string text = "Formats:\n";
-    for (const output_format &f : output_formats()) {
-        std::string name = std::string("  ") + f.name;
+    for (int32_t i = 0; const parley_format *format = parley_format_at(i); i++) {
+        std::string name = std::string("  ") + format->name;
         name.resize(12, ' ');
-        text += name + f.purpose + "\n";
+        text += name + format->purpose + "\n";
     }
-    return text +
-           "\nOther commands: parley score, parley assign, parley match; --help tells of each.\n"
-           "Exit status: 0 all recordings were diarized, 1 the model or a recording failed,\n"
-           "2 the command line is wrong.";
+    app->footer(text +
+                "\nExit status: 0 all recordings were diarized, 1 the model or a recording failed,\n"
+                "2 the command line is wrong.");
 }
 
-// Standard input as a file, for as long as it is needed.
-class spooled_input {
-public:
-    spooled_input() : path_((fs::temp_directory_path() / "parley.XXXXXX").string()) {
-        const int file = mkstemp(path_.data());
-        if (file < 0) throw std::system_error(errno, std::generic_category(), path_);
-        char block[1 << 16];
-        ssize_t got = 0;
-        bool written = true;
-        while (written && (got = read(STDIN_FILENO, block, sizeof(block))) > 0)
-            written = write(file, block, static_cast<size_t>(got)) == got;
-        close(file);
-        if (got < 0 || !written) throw std::system_error(errno, std::generic_category(), "standard input");
-    }
-    ~spooled_input() { std::remove(path_.c_str()); }
-    spooled_input(const spooled_input &) = delete;
-    spooled_input &operator=(const spooled_input &) = delete;
-    const std::string &path() const { return path_; }
+// What becomes of several answers that go to standard output one after the other.
+enum class joined { by_lines, with_one_header, as_json_lines, not_at_all };
 
-private:
-    std::string path_;
-};
+joined joining_of(const std::string &format) {
+    static const std::map<std::string, joined> WAYS = {
+        {"table", joined::by_lines},     {"text", joined::by_lines},      {"rttm", joined::by_lines},
+        {"uem", joined::by_lines},       {"ctm", joined::by_lines},       {"jsonl", joined::by_lines},
+        {"json", joined::as_json_lines}, {"csv", joined::with_one_header}};
+    const auto found = WAYS.find(format);
+    return found == WAYS.end() ? joined::not_at_all : found->second;
+}
 
-// One line on a terminal that says how far the work is.
-class progress {
-public:
-    progress(size_t total, bool shown)
-        : total_(total), shown_(shown), start_(std::chrono::steady_clock::now()) {}
-    void done(double seconds_of_audio) {
-        done_++;
-        audio_ += seconds_of_audio;
-        if (!shown_) return;
-        const double spent = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-        const double left = spent / static_cast<double>(done_) * static_cast<double>(total_ - done_);
-        std::fprintf(stderr, "\r\033[K%zu/%zu recordings, %.0f times real time, %s left", done_, total_,
-                     spent > 0 ? audio_ / spent : 0, clock_time(std::round(left)).c_str());
-    }
-    void clear() const {
-        if (shown_) std::fputs("\r\033[K", stderr);
-    }
-
-private:
-    size_t total_, done_ = 0;
-    bool shown_;
-    double audio_ = 0;
-    std::chrono::steady_clock::time_point start_;
-};
-
-std::string file_of(const arguments &a, const recording_file &recording, const output_format &format) {
+std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
     return (fs::path(a.output_dir) / (recording.output + format.extension)).string();
 }
 
 class batch {
 public:
-    batch(const arguments &a, std::vector<const output_format *> formats,
+    batch(const arguments &a, std::vector<const parley_format *> formats,
           std::vector<recording_file> recordings, std::FILE *out)
         : a_(a),
           formats_(std::move(formats)),
           recordings_(std::move(recordings)),
           out_(out),
-          look_(terminal_of(out, a.color)),
-          progress_(recordings_.size(), !a.quiet && recordings_.size() > 1 && is_terminal(stderr) &&
-                                            (!a.output_dir.empty() || !is_terminal(out))) {}
+          terminal_(terminal_of(out, a.color)),
+          num_workers_(std::min<size_t>(static_cast<size_t>(a_.jobs), recordings_.size())),
+          shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb()),
+          progress_(recordings_.size(), num_workers_, shows_progress_) {}
 
     // The number of recordings that failed.
     size_t run() {
-        const auto workers =
-            static_cast<int>(std::min<size_t>(static_cast<size_t>(a_.jobs), recordings_.size()));
-        for (int w = 0; w < workers; w++) engines_.push_back(std::make_unique<diarizer>(a_.model));
-        run_workers(workers, recordings_.size(), [this](int worker, size_t item) { one(worker, item); });
+        for (size_t w = 0; w < num_workers_; w++) diarizers_.push_back(open_model(a_.model));
+        run_workers(static_cast<int>(num_workers_), recordings_.size(),
+                    [this](int worker, size_t item) { one(static_cast<size_t>(worker), item); });
         progress_.clear();
+        if (shows_progress_ && progress_.seconds() >= 1 &&
+            (recordings_.size() > 1 || !a_.output_dir.empty())) {
+            std::fprintf(stderr, "parley: %zu recording%s, %s of audio in %s", recordings_.size() - failed_,
+                         recordings_.size() - failed_ == 1 ? "" : "s", clock(seconds_).c_str(),
+                         clock(progress_.seconds()).c_str());
+            std::fprintf(stderr, num_files_ > 0 ? ", %zu files in %s\n" : "\n", num_files_,
+                         a_.output_dir.c_str());
+        }
         return failed_;
     }
 
 private:
-    void one(int worker, size_t item) {
+    static bool is_dumb() {
+        const char *kind = std::getenv("TERM");
+        return kind && std::string_view(kind) == "dumb";
+    }
+
+    void one(size_t worker, size_t item) {
         const recording_file &recording = recordings_[item];
-        double seconds = 0;
         std::string text;
         bool failed = true;
         try {
-            if (!is_there(recording)) text = diarize(worker, recording, &seconds);
+            if (!is_there(recording)) text = diarize(worker, recording);
             failed = false;
-        } catch (const engine_error &error) {
-            const std::lock_guard lock(mutex_);
-            progress_.clear();
-            print_error(recording.path, error, recordings_.size() > 1);
         } catch (const std::exception &error) {
             const std::lock_guard lock(mutex_);
             progress_.clear();
-            std::fprintf(stderr, "parley: %s: %s\n", recording.path.c_str(), error.what());
+            print_error(error, a_.verbose);
         }
+        progress_.finish(worker);
         const std::lock_guard lock(mutex_);
         failed_ += failed;
-        progress_.done(seconds);
         waiting_[item] = std::move(text);
         // On standard output results come in the order of the command line.
         for (auto first = waiting_.begin(); first != waiting_.end() && first->first == printed_;
              first = waiting_.erase(first), printed_++) {
-            std::fputs(first->second.c_str(), out_);
+            print(first->second);
         }
         std::fflush(out_);
     }
 
+    void print(const std::string &text) {
+        if (text.empty()) return;
+        progress_.clear();
+        const bool headless = has_printed_ && joining_of(formats_.front()->name) == joined::with_one_header;
+        const size_t begin = headless ? text.find('\n') + 1 : 0;
+        std::fwrite(text.data() + begin, 1, text.size() - begin, out_);
+        has_printed_ = true;
+    }
+
     bool is_there(const recording_file &recording) const {
-        return a_.resume && std::ranges::all_of(formats_, [&](const output_format *format) {
+        return a_.resume && std::ranges::all_of(formats_, [&](const parley_format *format) {
                    return fs::exists(file_of(a_, recording, *format));
                });
     }
 
     // What goes to standard output; nothing with an output folder.
-    std::string diarize(int worker, const recording_file &recording, double *seconds) {
-        std::optional<spooled_input> input;
-        if (recording.path == "-") input.emplace();
-        diarization result =
-            engines_[static_cast<size_t>(worker)]->run(input ? input->path() : recording.path, a_.wishes);
-        if (input) {
-            result.path = "-";
-            result.recording = "stdin";
+    std::string diarize(size_t worker, const recording_file &recording) {
+        std::optional<spooled_stream> stream;
+        if (is_stream(recording.path)) stream.emplace(recording.path);
+        struct worker_progress {
+            progress_line *line;
+            size_t worker;
+        } told = {&progress_, worker};
+        const auto tell = [](void *context, double done) {
+            const auto *to = static_cast<const worker_progress *>(context);
+            to->line->update(to->worker, done);
+            return 1;
+        };
+        parley_result *made = nullptr;
+        const parley_status status = parley_diarize_file(
+            diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(), &a_.options,
+            tell, &told, &made);
+        const result_ptr result(made);
+        if (status != PARLEY_OK && stream) {  // whose place in the system nobody knows
+            room_error failure(status);
+            const std::string name = recording.path == "-" ? "standard input" : recording.path;
+            const std::string message = failure.what();
+            throw std::runtime_error(name + message.substr(std::min(message.find(": "), message.size())));
         }
-        result.with_confidence = a_.confidence;
-        result.with_embeddings = a_.embeddings;
-        *seconds = result.duration;
-        if (a_.output_dir.empty()) {
-            std::string text = formats_.front()->write(result, look_);
-            if (formats_.front()->write != write_text || recordings_.size() == 1) return text;
-            // Plain lines of several files carry the file's name.
-            std::string named;
-            for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1)
-                named += recording.path + "\t" + text.substr(at, text.find('\n', at) + 1 - at);
-            return named;
+        check(status);
+        if (stream) check(parley_result_rename(result.get(), recording.path.c_str()));
+        {
+            const std::lock_guard lock(mutex_);
+            seconds_ += parley_result_duration(result.get());
         }
-        for (const output_format *format : formats_) {
+        if (a_.output_dir.empty()) return printed_form(result.get(), recording);
+        for (const parley_format *format : formats_) {
             const std::string path = file_of(a_, recording, *format);
             fs::create_directories(fs::path(path).parent_path());
-            write_atomically(path, format->write(result, {}));
+            write_atomically(path, write(result.get(), format->name, {0, 0}));
+            const std::lock_guard lock(mutex_);
+            num_files_++;
         }
         return "";
     }
 
+    std::string printed_form(const parley_result *result, const recording_file &recording) const {
+        std::string format = formats_.front()->name;
+        if (recordings_.size() == 1) return write(result, format, terminal_);
+        if (joining_of(format) == joined::as_json_lines) format = "jsonl";
+        const std::string text = write(result, format, terminal_);
+        if (format != "text") return text;
+        // Plain lines of several files carry the file's name.
+        std::string named;
+        for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1)
+            named += recording.path + "\t" + text.substr(at, text.find('\n', at) + 1 - at);
+        return named;
+    }
+
     const arguments &a_;
-    std::vector<const output_format *> formats_;
+    std::vector<const parley_format *> formats_;
     std::vector<recording_file> recordings_;
     std::FILE *out_;
-    terminal look_;
-    std::vector<std::unique_ptr<diarizer>> engines_;
+    parley_terminal terminal_;
+    size_t num_workers_;
+    std::vector<diarizer_ptr> diarizers_;
+    bool shows_progress_;
+    progress_line progress_;
     std::mutex mutex_;  // guards what follows
-    progress progress_;
     std::map<size_t, std::string> waiting_;
-    size_t printed_ = 0, failed_ = 0;
+    size_t printed_ = 0, failed_ = 0, num_files_ = 0;
+    double seconds_ = 0;
+    bool has_printed_ = false;
 };
 
 // What the parser cannot see. Throws CLI::ValidationError.
-std::vector<const output_format *> check(arguments *a) {
-    if (a->files.empty() && a->manifests.empty()) throw CLI::ValidationError("no audio file given");
-    if (a->speakers > 0) {
-        if (a->wishes.min_speakers > 0 || a->wishes.max_speakers > 0)
-            throw CLI::ValidationError("--speakers goes without --min-speakers and --max-speakers");
-        a->wishes.min_speakers = a->wishes.max_speakers = a->speakers;
-    }
-    if (a->wishes.max_speakers > 0 && a->wishes.min_speakers > a->wishes.max_speakers)
-        throw CLI::ValidationError("--min-speakers is above --max-speakers");
-    a->wishes.split_channels = a->channels == "split";
-    if (a->wishes.split_channels && a->wishes.max_speakers + a->wishes.min_speakers > 0)
-        throw CLI::ValidationError("with --channels split the channels are the speakers");
-    if (!a->thresholds.empty()) {
-        if (a->thresholds.size() != 4) throw CLI::ValidationError("--threshold takes four numbers");
-        a->wishes.thresholds = a->thresholds;
-    }
-    std::vector<const output_format *> formats;
-    for (const std::string &name : a->formats) {
-        const output_format *format = find_output_format(name);
+std::vector<const parley_format *> check_arguments(const arguments &a) {
+    if (a.files.empty() && a.manifests.empty()) throw CLI::ValidationError("no audio file given");
+    if (parley_options_check(&a.options) != PARLEY_OK) throw CLI::ValidationError(parley_message());
+    std::vector<const parley_format *> formats;
+    for (const std::string &name : a.formats) {
+        const parley_format *format = find_format(name);
         if (!format) throw CLI::ValidationError("unknown format " + name);
         formats.push_back(format);
     }
-    if (a->output_dir.empty() && formats.size() > 1)
+    if (a.output_dir.empty() && formats.size() > 1)
         throw CLI::ValidationError("several formats need --output-dir");
-    if (a->output_dir.empty() && a->resume) throw CLI::ValidationError("--resume needs --output-dir");
+    if (a.output_dir.empty() && a.resume) throw CLI::ValidationError("--resume needs --output-dir");
     return formats;
+}
+
+int run(arguments *a) {
+    std::vector<const parley_format *> formats = check_arguments(*a);
+    const std::vector<recording_file> recordings = list_recordings(a->files, a->manifests);
+    if (recordings.empty()) throw std::runtime_error("there are no recordings in what was named");
+    if (a->output_dir.empty() && recordings.size() > 1 && !formats.empty() &&
+        joining_of(formats.front()->name) == joined::not_at_all) {
+        throw CLI::ValidationError(std::string("several recordings cannot be one ") + formats.front()->name +
+                                   ": -o DIR writes a file for each");
+    }
+    if (!a->output_dir.empty()) check_outputs(recordings);
+    if (a->model.empty()) a->model = find_model();
+    std::FILE *out = take_standard_output();
+    if (formats.empty())
+        formats.push_back(find_format(a->output_dir.empty() && is_terminal(out) ? "table" : "text"));
+    const size_t failed = batch(*a, formats, recordings, out).run();
+    if (failed > 0 && recordings.size() > 1)
+        std::fprintf(stderr, "parley: %zu of %zu recordings failed\n", failed, recordings.size());
+    close_standard_output(out);
+    return failed > 0 ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 }  // namespace
 
-int diarize_command(int argc, char **argv) {
-    CLI::App app("Tells who spoke when in audio files.", "parley");
-    app.set_version_flag("--version", std::string("parley ") + zx_parley_version());
-    app.get_formatter()->column_width(30);
-    app.footer(footer());
-    arguments a;
-    define(&app, &a);
-    std::vector<const output_format *> formats;
-    std::vector<recording_file> recordings;
-    try {
-        app.parse(argc, argv);
-        formats = check(&a);
-        recordings = list_recordings(a.files, a.manifests);
-    } catch (const CLI::Success &message) {  // --help and --version
-        return app.exit(message);
-    } catch (const CLI::ValidationError &error) {
-        std::fprintf(stderr, "parley: %s\nparley --help tells more.\n", error.what());
-        return EXIT_USAGE;
-    } catch (const CLI::ParseError &error) {
-        std::fprintf(stderr, "parley: %s\nparley --help tells more.\n", error.what());
-        return EXIT_USAGE;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "parley: %s\n", error.what());
-        return EXIT_FAILURE;
-    }
-    if (a.model.empty()) a.model = find_model();
-    try {
-        std::FILE *out = take_standard_output();
-        if (a.verbose) {
-            dup2(STDERR_FILENO, STDOUT_FILENO);  // where the engine logs
-        } else {
-            zx_log_disable();
-        }
-        if (formats.empty())
-            formats.push_back(
-                find_output_format(a.output_dir.empty() && is_terminal(out) ? "table" : "text"));
-        const size_t failed = batch(a, formats, recordings, out).run();
-        if (failed > 0 && recordings.size() > 1)
-            std::fprintf(stderr, "parley: %zu of %zu recordings failed\n", failed, recordings.size());
-        close_standard_output(out);
-        return failed > 0 ? EXIT_FAILURE : EXIT_SUCCESS;
-    } catch (const engine_error &error) {
-        print_error(a.model, error);
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "parley: %s\n", error.what());
-    }
-    return EXIT_FAILURE;
+command diarize_command(CLI::App *app) {
+    const auto a = std::make_shared<arguments>();
+    define(app, a.get());
+    return [a] { return run(a.get()); };
 }
+
+}  // namespace parley

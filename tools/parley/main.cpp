@@ -1,16 +1,42 @@
 // parley: who spoke when in audio files, and what can be done with the answer.
 
-#include <string_view>
+#include <cstdio>
+#include <cstdlib>
 
-#include "assign_command.h"
-#include "diarize_command.h"
-#include "match_command.h"
-#include "score_command.h"
+#include "commands.h"
+#include "parley_diarization.h"
+#include "terminal.h"
 
 int main(int argc, char **argv) {
-    const std::string_view command = argc > 1 ? argv[1] : "";
-    if (command == "score") return score_command(argc - 2, argv + 2);
-    if (command == "assign") return assign_command(argc - 1, argv + 1);
-    if (command == "match") return match_command(argc - 1, argv + 1);
-    return diarize_command(argc, argv);
+    using namespace parley;
+    CLI::App app("Tells who spoke when in audio files.", "parley");
+    app.set_version_flag("--version", std::string("parley ") + parley_version());
+    app.get_formatter()->column_width(30);
+    const struct {
+        const char *name, *purpose;
+        command (*define)(CLI::App *);
+    } COMMANDS[] = {
+        {"diarize", "what parley does without a command", diarize_command},
+        {"score", "error rates of one RTTM file against another", score_command},
+        {"assign", "adds who speaks to a transcript", assign_command},
+        {"match", "tells which speakers of two recordings are the same", match_command},
+    };
+    command chosen = diarize_command(&app);
+    for (const auto &[name, purpose, define] : COMMANDS) {
+        CLI::App *sub = app.add_subcommand(name, purpose);
+        sub->get_formatter()->column_width(30);
+        sub->parse_complete_callback([&chosen, run = define(sub)] { chosen = run; });
+    }
+    try {
+        app.parse(argc, argv);
+        return chosen();
+    } catch (const CLI::Success &message) {  // --help and --version
+        return app.exit(message);
+    } catch (const CLI::ParseError &error) {
+        std::fprintf(stderr, "parley: %s\nparley --help tells more.\n", error.what());
+        return EXIT_USAGE;
+    } catch (const std::exception &error) {
+        print_error(error);
+        return EXIT_FAILURE;
+    }
 }

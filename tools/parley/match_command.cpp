@@ -1,90 +1,86 @@
-#include "match_command.h"
+// Which speakers of two recordings are the same.
 
-#include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
 
-#include "console.h"
-#include "markup.h"
-#include "score.h"
+#include "commands.h"
+#include "files.h"
+#include "room.h"
+
+namespace parley {
 
 namespace {
 
-struct voice {
-    std::string name;
-    std::vector<double> embedding;
+struct arguments {
+    std::vector<std::string> files;
+    double threshold = 0.5;
 };
 
-std::vector<voice> read_voices(const std::string &path) {
-    std::ifstream file(path);
-    if (!file) throw std::runtime_error(path + ": cannot be opened");
-    std::vector<voice> voices;
+struct voices {
+    std::vector<std::string> names;
+    std::vector<float> vectors;  // one after the other
+    size_t dimension = 0;
+};
+
+voices read_voices(const std::string &path) {
+    voices result;
     try {
-        const nlohmann::json all = nlohmann::json::parse(file);
-        for (const nlohmann::json &entry : all.at("speakers"))
-            voices.push_back({entry.at("name"), entry.at("embedding")});
+        const nlohmann::json all = nlohmann::json::parse(read_text(path));
+        for (const nlohmann::json &entry : all.at("speakers")) {
+            const std::vector<float> vector = entry.at("embedding");
+            if (!result.names.empty() && vector.size() != result.dimension)
+                throw std::runtime_error(path + ": its embeddings differ in length");
+            result.names.push_back(entry.at("name"));
+            result.dimension = vector.size();
+            result.vectors.insert(result.vectors.end(), vector.begin(), vector.end());
+        }
     } catch (const nlohmann::json::exception &) {
         throw std::runtime_error(path + ": is not what --format json --embeddings writes");
     }
-    return voices;
+    return result;
 }
 
-double cosine(const voice &a, const voice &b) {
-    double product = 0, squares_a = 0, squares_b = 0;
-    if (a.embedding.size() != b.embedding.size())
+int run(const arguments &a) {
+    const voices here = read_voices(a.files[0]), there = read_voices(a.files[1]);
+    if (!here.names.empty() && !there.names.empty() && here.dimension != there.dimension)
         throw std::runtime_error("embeddings of different models cannot be compared");
-    for (size_t i = 0; i < a.embedding.size(); i++) {
-        product += a.embedding[i] * b.embedding[i];
-        squares_a += a.embedding[i] * a.embedding[i];
-        squares_b += b.embedding[i] * b.embedding[i];
+    std::vector<int32_t> others(here.names.size());
+    std::vector<double> cosines(here.names.size());
+    if (!here.names.empty()) {
+        check(parley_match(here.vectors.data(), static_cast<int32_t>(here.names.size()), there.vectors.data(),
+                           static_cast<int32_t>(there.names.size()), static_cast<int32_t>(here.dimension),
+                           a.threshold, others.data(), cosines.data()));
     }
-    return squares_a > 0 && squares_b > 0 ? product / std::sqrt(squares_a * squares_b) : 0;
+    for (size_t i = 0; i < here.names.size(); i++) {
+        if (others[i] < 0) {
+            std::printf("%s\t-\n", here.names[i].c_str());
+        } else {
+            std::printf("%s\t%s\t%.3f\n", here.names[i].c_str(),
+                        there.names[static_cast<size_t>(others[i])].c_str(), cosines[i]);
+        }
+    }
+    return std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace
 
-int match_command(int argc, char **argv) {
-    CLI::App app("Tells which speakers of two recordings are the same.", "parley match");
-    std::vector<std::string> files;
-    double threshold = 0.5;
-    app.add_option("FILE", files, "two files written with --format json --embeddings")
+command match_command(CLI::App *app) {
+    const auto a = std::make_shared<arguments>();
+    app->description("Tells which speakers of two recordings are the same.");
+    app->add_option("FILE", a->files, "two files written with --format json --embeddings")
         ->required()
         ->expected(2)
         ->type_name("");
-    app.add_option("--threshold", threshold, "the least cosine of two speakers that are the same (0.5)")
+    app->add_option("--threshold", a->threshold, "the least cosine of two speakers that are the same (0.5)")
         ->check(CLI::Range(-1.0, 1.0).description(""))
         ->type_name("COSINE");
-    app.footer(
+    app->footer(
         "Prints a line for every speaker of the first file: name, the same speaker's name in the\n"
         "second file or \"-\", and their cosine. Each speaker is used once, so that the sum of the\n"
         "cosines above the threshold is largest.");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success &message) {
-        return app.exit(message);
-    } catch (const CLI::ParseError &error) {
-        std::fprintf(stderr, "parley match: %s\nparley match --help tells more.\n", error.what());
-        return EXIT_USAGE;
-    }
-    try {
-        const std::vector<voice> here = read_voices(files[0]), there = read_voices(files[1]);
-        std::vector<std::vector<double>> values(here.size(), std::vector<double>(there.size()));
-        for (size_t i = 0; i < here.size(); i++)
-            for (size_t j = 0; j < there.size(); j++)
-                values[i][j] = std::max(0.0, cosine(here[i], there[j]) - threshold);
-        const std::vector<int> mapping = best_assignment(values);
-        for (size_t i = 0; i < here.size(); i++) {
-            const auto j = static_cast<size_t>(mapping[i] < 0 ? 0 : mapping[i]);
-            if (mapping[i] < 0 || values[i][j] <= 0) {
-                std::printf("%s\t-\n", here[i].name.c_str());
-            } else {
-                std::printf("%s\t%s\t%.3f\n", here[i].name.c_str(), there[j].name.c_str(),
-                            values[i][j] + threshold);
-            }
-        }
-        return std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "parley match: %s\n", error.what());
-    }
-    return EXIT_FAILURE;
+    return [a] { return run(*a); };
 }
+
+}  // namespace parley

@@ -135,3 +135,16 @@ void training_recurrent_backward(int32_t frames, int32_t batch, int32_t inputs, 
     }
     if (d_x) multiply(CblasNoTrans, CblasTrans, count, inputs, 3 * units, gates, input_weights, 0, d_x);
 }
+
+void training_reverberate(float *energies, int64_t rows, int32_t bands, const float *decay, const float *tail,
+                          const float *texture) {
+    const std::unique_ptr<float[]> ringing(new float[static_cast<size_t>(bands)]());
+    for (int64_t r = 0; r < rows; r++) {
+        for (int32_t b = 0; b < bands; b++) {
+            const float direct = energies[r * bands + b];
+            float &rest = ringing[static_cast<size_t>(b)];
+            energies[r * bands + b] += tail[b] * rest * texture[r * bands + b];
+            rest = decay[b] * (rest + direct);
+        }
+    }
+}

@@ -10,6 +10,8 @@ and sends frames near the reference vector to the background. So:
   pair        two runs of a recording belong together or not: logistic on their cosine, one slope and offset for all
   centroid    the same of speakers' means over whole chunks, and of different speakers' means over the recording: what the
               agglomeration compares once runs have grown together
+  follow      a frame belongs to the run before it or not: logistic on its cosine with that run's mean, likewise; with this
+              the clustering decides where a run ends
   background  a frame is speech or not: logistic on its cosine with the reference vector, likewise
 """
 
@@ -22,7 +24,7 @@ from torch import nn
 from .simulate import MOST_SPEAKERS
 
 SHORTEST_RUN = 8  # frames
-TERMS = ("voice", "frame", "pair", "centroid", "background")
+TERMS = ("voice", "frame", "pair", "centroid", "follow", "background")
 
 
 def number_runs(label):
@@ -62,6 +64,7 @@ class Losses(nn.Module):
         self.register_buffer("voices", F.normalize(torch.randn(num_voices, embedding), dim=1))
         self.frame_scale = nn.Parameter(torch.tensor(2.5))  # logarithm
         self.pair = nn.Parameter(torch.tensor([2.3, 0.5]))  # logarithm of the slope, offset
+        self.follow = nn.Parameter(torch.tensor([2.3, 0.4]))
         self.near = nn.Parameter(torch.tensor([2.3, 0.4]))
 
     @torch.no_grad()
@@ -69,6 +72,23 @@ class Losses(nn.Module):
         heard, index = torch.unique(voice, return_inverse=True)
         now = F.normalize(torch.zeros(len(heard), sums.shape[1], device=sums.device).index_add(0, index, sums), dim=1)
         self.voices[heard] = F.normalize(self.voices[heard] + now, dim=1)
+
+    def following(self, e, run, spoken, sums, length, weight):
+        frames, batch, size = e.shape
+        mean = F.normalize(sums, dim=1, eps=1e-4)
+        # Runs are counted through the batch: the one before a column's first run belongs to another column.
+        first = torch.where(run >= 0, run, run.max() + 1).min(0).values
+        own = run.clamp(min=0)
+        before = (own - 1).clamp(min=0)
+        slope, offset = self.follow[0].exp(), self.follow[1]
+        long = length >= SHORTEST_RUN
+        losses = []
+        for which, belongs in ((own, True), (before, False)):
+            counts = spoken & long[which] & ((run > first) | belongs)
+            logits = slope * ((e[counts] * mean[which[counts]]).sum(1) - offset)
+            w = weight[counts]
+            losses.append((F.softplus(-logits if belongs else logits) * w).sum() / w.sum().clamp(min=1))
+        return sum(losses)
 
     def forward(self, embedding, background, label, weight, voices, chunks):
         """embedding (frames, B, E) as the network gives it; the rest as simulate.batch does. {term: loss}, {name: share}."""
@@ -89,17 +109,20 @@ class Losses(nn.Module):
         in_recording[which] = recording.expand(frames, batch)[spoken]
         speaker = torch.zeros(num_runs, dtype=torch.long, device=e.device)
         speaker[which] = label[spoken]
+        losses["follow"] = self.following(e, run, spoken, sums, length, weight)
         keep = length >= SHORTEST_RUN
         mean, length = F.normalize(sums[keep], dim=1, eps=1e-4), length[keep]
         in_recording, speaker = in_recording[keep], speaker[keep]
 
         voice = voices[in_recording, speaker]
-        cosine = mean @ self.voices.clone().t()
+        known = voice >= 0  # not of real conversations
+        voice, heard = voice[known], mean[known]
+        cosine = heard @ self.voices.clone().t()
         logits = 20.0 * cosine.scatter_add(1, voice[:, None], torch.full((len(voice), 1), -0.2, device=e.device))
-        importance = length.clamp(max=60).sqrt()
+        importance = length[known].clamp(max=60).sqrt()
         losses["voice"] = (F.cross_entropy(logits, voice, reduction="none") * importance).sum() / importance.sum()
         shares["voice"] = (cosine.argmax(1) == voice).float().mean()
-        self.remember(voice, mean.detach() * length[:, None])
+        self.remember(voice, heard.detach() * length[known][:, None])
 
         # Pairs of runs
         slope, offset = self.pair[0].exp(), self.pair[1]

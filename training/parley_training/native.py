@@ -7,14 +7,9 @@ from pathlib import Path
 import numpy as np
 
 ROOT = Path(__file__).resolve().parents[2]
-RATE = 16000  # Hz
-HOP = 256  # samples: one row of band energies
-BANDS = 40
-FRAME_SECONDS = 2 * HOP / RATE  # two rows make a frame
 
 _int16 = np.ctypeslib.ndpointer(np.int16, flags="C_CONTIGUOUS")
 _int32 = np.ctypeslib.ndpointer(np.int32, flags="C_CONTIGUOUS")
-_uint32 = np.ctypeslib.ndpointer(np.uint32, flags="C_CONTIGUOUS")
 _float32 = np.ctypeslib.ndpointer(np.float32, flags="C_CONTIGUOUS")
 _float64 = np.ctypeslib.ndpointer(np.float64, flags="C_CONTIGUOUS")
 _i32, _i64, _double, _pointer = ctypes.c_int32, ctypes.c_int64, ctypes.c_double, ctypes.c_void_p
@@ -22,19 +17,23 @@ _samples_out = ctypes.POINTER(ctypes.POINTER(ctypes.c_int16))
 _count_out = ctypes.POINTER(_i64)
 
 _SIGNATURES = {
-    "training_free": (None, [_pointer]),
-    "training_read_audio": (_i32, [ctypes.c_char_p, _samples_out, _count_out]),
-    "training_change_speed": (_i32, [_int16, _i64, _double, _samples_out, _count_out]),
-    "training_features": (_i32, [_int16, _i64, _int16]),
+    "parley_free": (None, [_pointer]),
+    "parley_message": (ctypes.c_char_p, []),
+    "parley_stage_rate": (_i32, []),
+    "parley_stage_hop": (_i32, []),
+    "parley_stage_bands": (_i32, []),
+    "parley_stage_band_edges": (None, [_int16]),
+    "parley_stage_read": (_i32, [ctypes.c_char_p, _samples_out, _count_out]),
+    "parley_stage_change_speed": (_i32, [_int16, _i64, _double, _samples_out, _count_out]),
+    "parley_stage_features": (_i32, [_int16, _i64, _int16]),
+    "parley_stages_open": (_i32, [ctypes.c_char_p, ctypes.POINTER(_pointer)]),
+    "parley_stages_close": (None, [_pointer]),
+    "parley_stages_dimension": (_i32, [_pointer]),
+    "parley_stages_set_chunks": (None, [_pointer, _i32, _i32]),
+    "parley_stages_embed": (_i32, [_pointer, _int16, _i32, _float32]),
+    "parley_stages_segments": (_i32, [_pointer, _float32, _i32, _float64, _i32, _float64, _int32, ctypes.POINTER(_i32)]),
+    "parley_stage_score": (_i32, [_i32, _float64, _int32, _i32, _float64, _int32, _double, _i32, _float64]),
     "training_reverberate": (None, [_float32, _i64, _i32, _float32, _float32, _float32]),
-    "training_engine_open": (_i32, [ctypes.c_char_p, ctypes.POINTER(_pointer)]),
-    "training_engine_close": (None, [_pointer]),
-    "training_engine_dimension": (_i32, [_pointer]),
-    "training_engine_set_chunks": (None, [_pointer, _i32, _i32]),
-    "training_engine_embed": (_i32, [_pointer, _int16, _i32, _float32]),
-    "training_engine_cluster": (_i32, [_pointer, _float32, _i32, _float32, _uint32]),
-    "training_engine_segment": (_i32, [_pointer, _uint32, _i32, _float64, _int32, ctypes.POINTER(_i32)]),
-    "training_score": (None, [_i32, _float64, _int32, _i32, _float64, _int32, _double, _i32, _float64]),
     # Tensors go in by address.
     "training_recurrent_forward": (None, [_i32] * 5 + [_pointer] * 8),
     "training_recurrent_backward": (None, [_i32] * 5 + [_pointer] * 12),
@@ -53,42 +52,52 @@ def _load():
 
 
 library = _load()
+RATE = library.parley_stage_rate()  # Hz
+HOP = library.parley_stage_hop()  # samples: one row of band energies; two rows make a frame
+BANDS = library.parley_stage_bands()
 
 
 class EngineError(RuntimeError):
-    """The engine refused something; the text names it and the status."""
+    """Something was refused; the text says what and why."""
 
 
-def _check(status, what):
+def _check(status):
     if status != 0:
-        raise EngineError(f"{what}: status {status}")
+        raise EngineError(library.parley_message().decode(errors="replace"))
 
 
-def _take_samples(call, what):
+def _take_samples(call):
     samples, count = ctypes.POINTER(ctypes.c_int16)(), _i64()
-    _check(call(ctypes.byref(samples), ctypes.byref(count)), what)
+    _check(call(ctypes.byref(samples), ctypes.byref(count)))
     try:
         return np.ctypeslib.as_array(samples, (count.value,)).copy() if count.value else np.zeros(0, np.int16)
     finally:
-        library.training_free(samples)
+        library.parley_free(samples)
+
+
+def band_edges():
+    """FFT bins, 31.25 Hz each: band b rises from edge b to its peak at edge b + 1 and falls to edge b + 2."""
+    edges = np.empty(BANDS + 2, np.int16)
+    library.parley_stage_band_edges(edges)
+    return edges.astype(int)
 
 
 def read_audio(path):
     """Mono int16 samples at 16 kHz of a file in any format that the engine reads."""
-    return _take_samples(lambda s, n: library.training_read_audio(os.fsencode(path), s, n), str(path))
+    return _take_samples(lambda s, n: library.parley_stage_read(os.fsencode(path), s, n))
 
 
 def change_speed(samples, speed):
     """Samples played `speed` times as fast, with pitch and formants moved by the same factor."""
     samples = np.ascontiguousarray(samples, np.int16)
-    return _take_samples(lambda s, n: library.training_change_speed(samples, len(samples), speed, s, n), "speed")
+    return _take_samples(lambda s, n: library.parley_stage_change_speed(samples, len(samples), speed, s, n))
 
 
 def features(samples):
     """Rows of 40 band energies, 1024 log10(energy / 2^30), one per 256 samples: int16 (rows, 40)."""
     samples = np.ascontiguousarray(samples, np.int16)
     rows = np.empty((len(samples) // HOP, BANDS), np.int16)
-    _check(library.training_features(samples, len(samples), rows), "features")
+    _check(library.parley_stage_features(samples, len(samples), rows))
     return rows
 
 
@@ -102,40 +111,38 @@ class Engine:
 
     def __init__(self, model_path):
         self._engine = _pointer()
-        _check(library.training_engine_open(os.fsencode(model_path), ctypes.byref(self._engine)), str(model_path))
-        self.dimension = library.training_engine_dimension(self._engine)
+        _check(library.parley_stages_open(os.fsencode(model_path), ctypes.byref(self._engine)))
+        self.dimension = library.parley_stages_dimension(self._engine)
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
-        library.training_engine_close(self._engine)
+        library.parley_stages_close(self._engine)
 
     def set_chunks(self, chunk, warmup):
-        library.training_engine_set_chunks(self._engine, chunk, warmup)
+        library.parley_stages_set_chunks(self._engine, chunk, warmup)
 
     def embed(self, rows):
         """Rows of `features` to unit embeddings: float32 (frames, dimension)."""
         frames = len(rows) // 2
         embeddings = np.empty((frames, self.dimension), np.float32)
-        _check(library.training_engine_embed(self._engine, np.ascontiguousarray(rows[: 2 * frames]), frames, embeddings),
-               "embed")
+        _check(library.parley_stages_embed(self._engine, np.ascontiguousarray(rows[: 2 * frames]), frames, embeddings))
         return embeddings
 
-    def segments(self, embeddings, thresholds):
-        """Clusters with thresholds (offline, prune, segment, background): times float64 (n, 2) in seconds, tags (n,)."""
+    def segments(self, embeddings, thresholds, refine=True):
+        """An answer's segments with thresholds (offline, prune, segment, background): times float64 (n, 2) in seconds, tags
+        (n,)."""
         frames = len(embeddings)
-        tags = np.empty(frames, np.uint32)
-        _check(library.training_engine_cluster(self._engine, embeddings, frames, np.asarray(thresholds, np.float32), tags),
-               "cluster")
         times, speakers, count = np.empty((frames, 2)), np.empty(frames, np.int32), _i32()
-        _check(library.training_engine_segment(self._engine, tags, frames, times, speakers, ctypes.byref(count)), "segment")
+        _check(library.parley_stages_segments(self._engine, embeddings, frames, np.asarray(thresholds, np.float64), refine,
+                                              times, speakers, ctypes.byref(count)))
         return times[: count.value].copy(), speakers[: count.value].copy()
 
 
 def score(reference, hypothesis, collar, skip_overlap=False):
     """Each side is (times, speakers). Seconds of speech, missed, false alarm, confusion; speakers there, found."""
     result = np.empty(6)
-    library.training_score(len(reference[1]), np.ascontiguousarray(reference[0]), reference[1], len(hypothesis[1]),
-                           np.ascontiguousarray(hypothesis[0]), hypothesis[1], collar, skip_overlap, result)
+    _check(library.parley_stage_score(len(reference[1]), np.ascontiguousarray(reference[0]), reference[1], len(hypothesis[1]),
+                           np.ascontiguousarray(hypothesis[0]), hypothesis[1], collar, skip_overlap, result))
     return result

@@ -129,6 +129,25 @@ class Network(nn.Module):
         return x @ RoundWeight.apply(self.embedding_weight) + RoundWeight.apply(self.embedding_bias)
 
     @torch.no_grad()
+    def grow_from(self, state):
+        """Takes over the weights of a network with as many units or fewer. What is new listens to everything and is heard
+        by nothing yet, so that the embeddings stay what they were."""
+        for name, mine in self.state_dict().items():
+            theirs = state[name]
+            if mine.shape == theirs.shape:
+                mine.copy_(theirs)
+                continue
+            # Gates lie side by side, units each; their new units keep their random weights, old units get none from new.
+            gates = 3 if name.startswith("recurrent.") else 1
+            ours, old = (t.reshape(*t.shape[:-1], gates, -1) for t in (mine, theirs))
+            units = old.shape[-1]
+            if ours.dim() == 3:
+                ours[old.shape[0]:, :, :units] = 0
+                ours[:old.shape[0], :, :units] = old
+            else:
+                ours[:, :units] = old
+
+    @torch.no_grad()
     def clamp_weights(self):
         """Keeps what is rounded within reach of the 8-bit range."""
         for p in (*self.recurrent, self.embedding_weight, self.embedding_bias):

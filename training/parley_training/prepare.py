@@ -5,25 +5,28 @@ import json
 import multiprocessing
 import subprocess
 import sys
+import tempfile
 import zlib
 from pathlib import Path
 
 import numpy as np
 
 from . import native
+from .recordings import AUDIO
 
-AUDIO = {".wav", ".flac", ".opus", ".ogg", ".mp3", ".m4a", ".mp4", ".3gp", ".webm"}
 ROWS_PER_SECOND = native.RATE / native.HOP
 SILENT = 1e-12  # energies below are as good as none
-# ffmpeg's encoder, container and settings of low-rate codecs, as calls and old recorders use them.
-CODECS = [
-    ("libgsm", "gsm", "-ar 8000"),
-    ("libopus", "ogg", "-b:a 9k -application voip"),
-    ("libmp3lame", "mp3", "-b:a 24k"),
-    ("g722", "wav", ""),
-    ("pcm_mulaw", "wav", "-ar 8000"),
-]
-SHORTEST = 4  # seconds of speech without which a speaker is left out
+# Low-rate codecs as calls and recorders use them: the rate in Hz at which they run, and ffmpeg's encoder, container, settings.
+CODECS = {
+    "mulaw": (8000, "pcm_mulaw", "wav", ""),
+    "gsm": (8000, "libgsm", "gsm", ""),
+    "speex": (8000, "libspeex", "ogg", "-compression_level 3"),  # a CELP coder, as those of mobile telephones are
+    "opus": (16000, "libopus", "ogg", "-b:a 12k -application voip"),
+    "mp3": (16000, "libmp3lame", "mp3", "-b:a 32k"),
+    "g722": (16000, "g722", "wav", ""),
+}
+CODED_LONGEST = 40  # seconds of a speaker that go through a codec
+SHORTEST = 3  # seconds of sound without which a speaker is left out
 
 
 def find_speakers(corpus):
@@ -71,21 +74,42 @@ def speech_activity(rows):
 
 
 def through_codec(samples, codec):
-    """Samples as they come out of one of CODECS, of the same length."""
-    encoder, container, settings = codec
+    """Samples as they come out of one of CODECS and our own readers, of the same length."""
+    rate, encoder, container, settings = CODECS[codec]
     raw = ["-f", "s16le", "-ar", str(native.RATE), "-ac", "1"]
+    with tempfile.TemporaryDirectory() as folder:
+        coded, decoded = f"{folder}/coded", f"{folder}/decoded.wav"
 
-    def ffmpeg(arguments, data):
-        command = ["ffmpeg", "-nostdin", "-v", "error", *arguments, "-"]
-        return subprocess.run(command, input=data, stdout=subprocess.PIPE, check=True).stdout
+        def ffmpeg(*arguments):
+            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *arguments], input=samples.tobytes(), check=True)
 
-    coded = ffmpeg([*raw, "-i", "-", "-c:a", encoder, *settings.split(), "-f", container], samples.tobytes())
-    back = np.frombuffer(ffmpeg(["-i", "-", *raw], coded), np.int16)
+        ffmpeg(*raw, "-i", "-", "-c:a", encoder, "-ar", str(rate), *settings.split(), "-f", container, coded)
+        ffmpeg("-i", coded, "-ar", str(rate), "-ac", "1", "-c:a", "pcm_s16le", decoded)
+        back = native.read_audio(decoded)
     return np.pad(back, (0, max(0, len(samples) - len(back))))[:len(samples)]
 
 
+def coded_clips(clips, codec, longest):
+    """The clips, as far as `longest` seconds of them, through a codec in one go."""
+    taken = []
+    for clip in clips:
+        left = longest * native.RATE - sum(map(len, taken))
+        if left < native.RATE // 2:
+            break
+        taken.append(clip[:left])
+    joined = through_codec(np.concatenate(taken), codec)
+    return np.split(joined, np.cumsum([len(t) for t in taken])[:-1])
+
+
+def spectrum(rows, activity):
+    """The mean energy of every band over the speech of a voice: log10, its own mean over the bands taken off."""
+    energy = (10.0 ** (rows[activity].astype(np.float32) / 1024)).mean(0) if activity.any() else np.ones(native.BANDS)
+    level = np.log10(energy + SILENT)
+    return level - level.mean()
+
+
 def speaker_tables(job):
-    """[(dataset, speaker, speed, rows, activity, lengths of its clips)] of one speaker, an entry for every speed."""
+    """[(entry of the index but for its start, rows, activity)] of one speaker, one for every speed and codec."""
     (dataset, speaker), files, speeds, longest, coded = job
     background = dataset.startswith("_")
     tables = []
@@ -105,16 +129,26 @@ def speaker_tables(job):
             break
     if not clips or (not background and total < SHORTEST * native.RATE):
         return []
+
+    def add(speed, codec, heard):
+        rows = [np.maximum(native.features(clip), -32767) for clip in heard]
+        activity = np.concatenate([speech_activity(r) for r in rows])
+        lengths = [len(r) for r in rows]
+        rows = np.concatenate(rows)
+        entry = dict(dataset=dataset, speaker=speaker, speed=speed, codec=codec, lengths=lengths,
+                     spectrum=np.round(spectrum(rows, activity), 4).tolist())
+        tables.append((entry, rows, activity))
+
     for speed in [1.0] if background else speeds:
         heard = [c if speed == 1 else native.change_speed(c, speed) for c in clips]
-        for i, clip in enumerate(heard):
-            draw = zlib.crc32(f"{dataset}/{speaker}/{i}/{speed}".encode())  # the same in every run
-            if not background and draw % 1000 < 1000 * coded:
-                heard[i] = through_codec(clip, CODECS[draw // 1000 % len(CODECS)])
-        rows = [native.features(clip) for clip in heard]
-        rows = [np.maximum(r, -32767) for r in rows]
-        activity = [speech_activity(r) for r in rows]
-        tables.append((dataset, speaker, speed, np.concatenate(rows), np.concatenate(activity), [len(r) for r in rows]))
+        add(speed, "", heard)
+        draw = zlib.crc32(f"{dataset}/{speaker}/{speed}".encode())  # the same in every run
+        if background and coded > 0:
+            for codec in CODECS:
+                add(speed, codec, coded_clips(heard, codec, 60 * len(heard)))
+        elif draw % 1000 < 1000 * coded:
+            codec = sorted(CODECS)[draw // 1000 % len(CODECS)]
+            add(speed, codec, coded_clips(heard, codec, CODED_LONGEST))
     return tables
 
 
@@ -127,10 +161,10 @@ def prepare(corpora, out, speeds, longest, coded, skip, workers):
     index, activity, count = [], [], 0
     with open(out / "rows.part", "wb") as sink, multiprocessing.Pool(workers) as pool:
         for done, tables in enumerate(pool.imap(speaker_tables, jobs, chunksize=4), 1):
-            for dataset, speaker, speed, rows, active, lengths in tables:
+            for entry, rows, active in tables:
                 rows.tofile(sink)
                 activity.append(active)
-                index.append(dict(dataset=dataset, speaker=speaker, speed=speed, start=count, lengths=lengths))
+                index.append(dict(entry, start=count))
                 count += len(rows)
             if sys.stderr.isatty() or done % 100 == 0 or done == len(jobs):
                 print(f"\r{done}/{len(jobs)} speakers, {count / ROWS_PER_SECOND / 3600:.1f} h", end="", file=sys.stderr)
@@ -145,11 +179,12 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("corpora", nargs="+", help="folders of dataset/speaker/**/*.{flac,opus,wav,...}")
     parser.add_argument("--out", required=True, help="folder for the features")
-    parser.add_argument("--speeds", type=float, nargs="*", default=[0.84, 0.92, 1.0, 1.09, 1.19],
+    parser.add_argument("--speeds", type=float, nargs="*", default=[0.88, 1.0, 1.13],
                         help="each speed makes another speaker of every speaker")
     parser.add_argument("--longest", type=float, default=400, help="seconds of a speaker that are used")
     parser.add_argument("--coded", type=float, default=0.0, metavar="SHARE",
-                        help="of the clips go through a low-rate codec first (needs ffmpeg; ten times as slow)")
+                        help="of the voices are there a second time through a low-rate codec, and all background "
+                             "(needs ffmpeg; three times as slow)")
     parser.add_argument("--skip", nargs="*", default=[], help="datasets to leave out")
     parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     options = parser.parse_args()

@@ -2,6 +2,7 @@
 
 import argparse
 import csv
+import dataclasses
 import json
 import math
 import multiprocessing
@@ -12,32 +13,41 @@ from pathlib import Path
 import numpy as np
 import torch
 
+from . import export, model_file, recordings
 from .losses import Losses, TERMS
 from .network import Network
-from .simulate import MOST_SPEAKERS, Speech, batch
+from .simulate import Recipe, Speech, batch
 
-WEIGHTS = dict(voice=0.5, frame=1.0, pair=0.7, centroid=1.0, background=0.6)
+RECIPE = Recipe()
+
+WEIGHTS = dict(voice=0.5, frame=1.0, pair=0.7, centroid=1.0, follow=0.4, background=0.6)
 # From this share of the steps on: recordings a step, chunks a recording, frames a chunk (32 ms each).
 STAGES = [(0.0, (14, 4, 256)), (0.25, (10, 3, 640)), (0.75, (8, 2, 1280))]
+LATER_STAGES = [(0.0, (10, 3, 512)), (0.6, (8, 2, 1280))]  # of a run that starts from trained weights
 
 
-def stage_of(step, steps):
-    return [shape for begin, shape in STAGES if step >= begin * steps][-1]
+def stage_of(step, options):
+    stages = LATER_STAGES if options.start_from else STAGES
+    return [shape for begin, shape in stages if step >= begin * options.steps][-1]
+
+
+def load_speech(options):
+    return Speech(options.features, options.skip, real=recordings.find(options.real, only=options.real_names))
 
 
 def simulate_steps(options, worker, first, queue):
     """Puts the batches of steps `first + worker`, `first + worker + workers`, ... into the queue. A batch depends on the
     seed and its step alone, so neither the number of workers nor a stop in between changes a run."""
-    speech = Speech(options.features, options.skip)
+    speech = load_speech(options)
     for step in range(first + worker, options.steps, options.workers):
         rng = np.random.default_rng([options.seed, step])
-        queue.put(batch(speech, *stage_of(step, options.steps), rng))
+        queue.put(batch(speech, *stage_of(step, options), RECIPE, rng))
 
 
 def feature_statistics(speech, seed):
     """Mean and scale (inverse deviation) of the bands in Q10, over simulated conversations; the file holds them as int16."""
     rng = np.random.default_rng([seed, 1 << 40])
-    rows = np.concatenate([batch(speech, 4, 1, 640, rng)[0].reshape(-1, 40) for _ in range(20)])
+    rows = np.concatenate([batch(speech, 4, 1, 640, RECIPE, rng)[0].reshape(-1, 40) for _ in range(20)])
     rows = rows[rows[:, 20] > -20]  # digital silence would drown the rest
     mean, deviation = rows.mean(0), rows.std(0)
     return np.round(mean * 1024).astype(np.int16), np.round(1024 / deviation).astype(np.int16)
@@ -86,7 +96,7 @@ class Run:
         self.options = options
         self.folder = Path(options.out)
         self.folder.mkdir(parents=True, exist_ok=True)
-        self.speech = Speech(options.features, options.skip)
+        self.speech = load_speech(options)
         torch.manual_seed(options.seed)
         self.network = Network(options.layers, options.units, options.embedding).to(options.device)
         self.losses = Losses(len(self.speech.voices), options.embedding).to(options.device)
@@ -101,9 +111,12 @@ class Run:
         if checkpoint.exists():
             self.load(torch.load(checkpoint, map_location=options.device))
         elif options.start_from:
-            start = torch.load(options.start_from, map_location=options.device)
-            self.network.load_state_dict(start["averaged"])
-            self.averaged = start["averaged"]
+            if Path(options.start_from).suffix == ".zx":
+                start = model_file.read(options.start_from)
+            else:
+                start = export.model_of(torch.load(options.start_from, map_location=options.device))
+            self.network.grow_from(start["state"])
+            self.averaged = {k: v.detach().clone() for k, v in self.network.state_dict().items()}
             self.mean, self.scale = start["mean"], start["scale"]
 
     def load(self, saved):
@@ -156,7 +169,8 @@ def train(options):
                for w, q in enumerate(queues)]
     for worker in workers:
         worker.start()
-    (run.folder / "options.json").write_text(json.dumps(vars(options), indent=1, default=str))
+    ran = dict(vars(options), weights=WEIGHTS, stages=LATER_STAGES if options.start_from else STAGES, recipe=dataclasses.asdict(RECIPE))
+    (run.folder / "options.json").write_text(json.dumps(ran, indent=1, default=str))
     fresh = not (run.folder / "log.csv").exists()
     smooth = None
     first, started, before, saved = run.step, time.time(), run.seconds, time.time()
@@ -166,7 +180,7 @@ def train(options):
         if fresh:
             writer.writerow(["step", "hours", *TERMS, *("share_" + s for s in SHARES)])
         while run.step < options.steps:
-            shape = stage_of(run.step, options.steps)
+            shape = stage_of(run.step, options)
             features, label, weight, voices = queues[(run.step - first) % options.workers].get()
             values = np.array(run.one_step(features, label, weight, voices, shape[1]))
             smooth = values if smooth is None else 0.97 * smooth + 0.03 * values
@@ -197,8 +211,11 @@ def main():
     parser.add_argument("--embedding", type=int, default=64)
     parser.add_argument("--rate", type=float, default=2e-3, help="largest learning rate")
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--real", nargs="*", default=[], metavar="FOLDER",
+                        help="real conversations, each with an RTTM file of the same name beside it, to mix in")
+    parser.add_argument("--real-names", nargs="*", metavar="NAME", help="take these of them alone")
     parser.add_argument("--skip", nargs="*", default=[], help="datasets to train without")
-    parser.add_argument("--start-from", help="checkpoint of another run whose network to begin with")
+    parser.add_argument("--start-from", help="checkpoint of another run or model file (.zx) whose network to begin with; units may be added")
     parser.add_argument("--workers", type=int, default=2, help="processes that simulate")
     parser.add_argument("--save-every", type=float, default=300, help="seconds between checkpoints")
     parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")

@@ -1,160 +1,213 @@
 """Chooses a model's four clustering thresholds and its chunk lengths by the errors that they make on recordings with references.
 
-The network runs once for each pair of lengths; a set of thresholds then costs the clustering alone. Thresholds are searched
-at random and refined around the best; what counts is the mean over small shifts of them, so that a lucky point on a few
-recordings does not win."""
+The network runs once for each pair of lengths; a set of thresholds then costs the clustering alone. Many sets are tried on
+every recording; what counts of a set is the mean over its neighbours, so that a lucky point on a few recordings does not win.
+
+Real and simulated recordings weigh the same, and so do recordings as they are and changed ones (scripts/robustness --write
+makes them); in each of these the DER of all and the mean over recordings do. The figure to believe is the one of domains
+left out: for each domain the thresholds are chosen on all others."""
 
 import argparse
+import fnmatch
 import multiprocessing
-import struct
 from pathlib import Path
 
 import numpy as np
 
-from . import native
-from .prepare import AUDIO
+from . import model_file, native, recordings
 
-COLLAR = 0.25  # seconds to either side; overlaps are scored
-COLLARS = (COLLAR, 0.0)  # whose DER is averaged: who speaks counts most, when is to be right too
-SHIFT = 0.012  # of a threshold
-RANGES = np.array([(0.05, 0.45), (0.05, 0.6), (0.05, 0.45), (0.05, 0.5)])  # offline, prune, segment, background
-
-
-def read_rttm(path):
-    """(times float64 (n, 2), speakers int32 (n,)) of a file about one recording."""
-    times, speakers, names = [], [], {}
-    for line in Path(path).read_text().splitlines():
-        fields = line.split()
-        if fields and fields[0] == "SPEAKER":
-            start = float(fields[3])
-            times.append((start, start + float(fields[4])))
-            speakers.append(names.setdefault(fields[7], len(names) + 1))
-    return np.array(times, np.float64).reshape(-1, 2), np.array(speakers, np.int32)
+COLLARS = (0.25, 0.0)  # seconds to either side, overlaps scored; their DER is averaged: when counts too, not only who
+# Whether frames go to the nearest speaker once more, as the tool has it, or not, as the engine alone answers, and what that
+# counts.
+LOOKS = ((True, 0.7), (False, 0.3))
+# Offline, prune, segment, and how far the background's threshold is above the segments' (model_file.keep_background).
+RANGES = np.array([(0.08, 0.40), (0.08, 0.50), (0.12, 0.45), (0.0, 0.12)])
+NEAR = 0.015  # of a threshold: how close a neighbour is
+SPEECH, MISSED, FALSE_ALARM, CONFUSION, THERE, FOUND = range(6)  # columns of errors
 
 
-def find_recordings(folders, without=()):
-    """[(name, audio, reference)]: audio files that have an RTTM file of the same name beside them, but for some names."""
+class Recording:
+    def __init__(self, name, version, audio, reference, domains):
+        self.name, self.version = name, version
+        self.domain, self.kind = next(((d, k) for pattern, d, k in domains if fnmatch.fnmatch(name, pattern)), ("other", "real"))
+        self.rows = native.features(native.read_audio(audio))
+        self.reference = recordings.read_rttm(reference)
+
+
+def read_domains(path):
+    """[(pattern of a name, domain, "real" or "simulated")]."""
+    lines = Path(path).read_text().splitlines()
+    return [tuple(line.split("\t")) for line in lines if line and not line.startswith("#")]
+
+
+def load(folders, changed, without, domains):
+    """Recordings as they are, and those of `changed` folders, whose names tell the change."""
     found = []
-    for folder in folders:
-        for audio in sorted(Path(folder).iterdir()):
-            if audio.suffix.lower() in AUDIO and audio.with_suffix(".rttm").exists() and audio.stem not in without:
-                found.append((audio.stem, audio, audio.with_suffix(".rttm")))
+    for version, folder in [("", f) for f in folders] + [(Path(f).name, f) for f in changed]:
+        found += [Recording(name, version, audio, reference, domains)
+                  for name, audio, reference in recordings.find([folder], without)]
+    if not found:
+        raise SystemExit("no recordings with references there")
     return found
 
 
-class Recordings:
-    """Features and references of recordings, and their embeddings by a model at some chunk lengths."""
+def errors_of(engine, embeddings, reference, thresholds):
+    """For each look and collar: seconds of speech, missed, false alarm, confusion; speakers there, speakers found."""
+    hypotheses = [engine.segments(embeddings, thresholds, refine) for refine, _ in LOOKS]
+    return [[native.score(reference, hypothesis, collar) for collar in COLLARS] for hypothesis in hypotheses]
 
-    def __init__(self, folders, without=()):
-        self.names, self.rows, self.references = [], [], []
-        for name, audio, reference in find_recordings(folders, without):
-            self.names.append(name)
-            self.rows.append(native.features(native.read_audio(audio)))
-            self.references.append(read_rttm(reference))
-        if not self.names:
-            raise SystemExit("no recordings with references there")
 
-    def embed(self, engine, chunk, warmup):
-        engine.set_chunks(chunk, warmup)
-        self.embeddings = [engine.embed(rows) for rows in self.rows]
+def _try(job):
+    model, parts, candidates = job
+    with native.Engine(model) as engine:
+        return np.array([[errors_of(engine, e, r, model_file.keep_background(c)) for e, r in parts] for c in candidates])
 
-    def errors(self, engine, thresholds, collar=COLLAR):
-        """Per recording: seconds of speech, missed, false alarm, confusion; speakers there, speakers found."""
-        return np.array([native.score(reference, engine.segments(embeddings, thresholds), collar)
-                         for embeddings, reference in zip(self.embeddings, self.references)])
+
+def try_all(model, found, embeddings, candidates, workers):
+    """Errors (candidates, recordings, looks, collars, 6)."""
+    parts = [(e, r.reference) for e, r in zip(embeddings, found)]
+    jobs = [(model, parts, candidates[w::workers]) for w in range(workers)]
+    with multiprocessing.Pool(workers) as pool:
+        results = pool.map(_try, jobs)
+    errors = np.empty((len(candidates), *results[0].shape[1:]))
+    for w, result in enumerate(results):
+        errors[w::workers] = result
+    return errors
+
+
+def rates(errors):
+    return errors[..., MISSED:CONFUSION + 1].sum(-1) / np.maximum(errors[..., SPEECH], 1e-3)
 
 
 def der(errors):
-    return errors[:, 1:4].sum() / errors[:, 0].sum()
+    """Over recordings, the last axis but one."""
+    return errors[..., MISSED:CONFUSION + 1].sum((-1, -2)) / errors[..., SPEECH].sum(-1)
 
 
-def counted_right(errors):
-    """Share of the recordings with 2 to 4 speakers in which as many were found."""
-    some = (errors[:, 4] >= 2) & (errors[:, 4] <= 4)
-    return (errors[some, 4] == errors[some, 5]).mean() if some.any() else 1.0
+def costs(errors, found, count_weight):
+    """What each candidate costs: (candidates, recordings, looks, collars, 6) to (candidates,)."""
+    groups = {}
+    for i, r in enumerate(found):
+        groups.setdefault((r.kind, r.version == ""), []).append(i)
+    total = 0
+    for members in groups.values():
+        for look, (_, weight) in enumerate(LOOKS):
+            part = errors[:, members, look]
+            both = [0.5 * der(part[:, :, c]) + 0.5 * np.minimum(rates(part[:, :, c]), 1).mean(1) for c in range(len(COLLARS))]
+            wrong = (part[:, :, 0, THERE] != part[:, :, 0, FOUND]).mean(1)
+            total = total + weight * (np.mean(both, 0) + count_weight * wrong)
+    return total / len(groups)
 
 
-def cost(recordings, engine, thresholds, count_weight):
-    errors = [recordings.errors(engine, thresholds, collar) for collar in COLLARS]
-    return np.mean([der(e) for e in errors]) + count_weight * (1 - counted_right(errors[0]))
+def best_of(candidates, cost):
+    """The candidate whose neighbourhood is cheapest, and what the neighbourhood costs."""
+    near = np.exp(-0.5 * ((candidates[:, None] - candidates[None]) ** 2).sum(-1) / NEAR ** 2)
+    smooth = (near @ cost) / near.sum(1)
+    smooth[near.sum(1) < 4] = np.inf  # alone: nothing is known about its neighbourhood
+    best = smooth.argmin() if np.isfinite(smooth).any() else cost.argmin()
+    return best, (smooth if np.isfinite(smooth).any() else cost)[best]
 
 
-def steady_cost(recordings, engine, thresholds, count_weight, rng):
-    shifts = rng.normal(0, SHIFT, (6, 4))
-    return np.mean([cost(recordings, engine, np.clip(thresholds + s, 0.01, 0.9), count_weight) for s in [0, *shifts]])
+def folds_of(found):
+    """Recordings on which to choose, by the domain that is left out; "" leaves out none."""
+    everything = np.arange(len(found))
+    domains = sorted({r.domain for r in found})
+    return {"": everything, **{d: np.array([i for i in everything if found[i].domain != d]) for d in domains if len(domains) > 1}}
 
 
-def search(job):
-    """Best (cost, thresholds) for one pair of lengths."""
-    model, folders, without, count_weight, (chunk, warmup), trials, seed = job
+def search(model, found, lengths, trials, count_weight, seed, workers):
+    """By the domain left out: (cost, thresholds, errors (recordings, looks, collars, 6) of all recordings with these)."""
     rng = np.random.default_rng(seed)
     with native.Engine(model) as engine:
-        recordings = Recordings(folders, without)
-        recordings.embed(engine, chunk, warmup)
-        tried = []
-        for trial in range(trials):
-            if trial < trials // 3 or not tried:
-                candidate = rng.uniform(*RANGES.T)
-            else:
-                around = min(tried, key=lambda t: t[0])[1]
-                candidate = np.clip(around + rng.normal(0, 0.06 * (1 - trial / trials) + 0.008, 4), 0.01, 0.9)
-            tried.append((cost(recordings, engine, candidate, count_weight), candidate))
-        tried.sort(key=lambda t: t[0])
-        return min(((steady_cost(recordings, engine, c, count_weight, rng), c) for _, c in tried[:20]), key=lambda t: t[0])
+        engine.set_chunks(*lengths)
+        embeddings = [engine.embed(r.rows) for r in found]
+    candidates = rng.uniform(*RANGES.T, (trials // 3, 4))
+    candidates[:, 3] += candidates[:, 2]
+    errors = try_all(model, found, embeddings, candidates, workers)
+    folds = folds_of(found)
+    for width in (0.03, 0.015):  # refine around what is good in any fold
+        good = [candidates[np.argsort(costs(errors[:, fold], [found[i] for i in fold], count_weight))[:8]]
+                for fold in folds.values()]
+        good = np.unique(np.concatenate(good), axis=0)
+        more = good[rng.integers(len(good), size=trials // 3)] + rng.normal(0, width, (trials // 3, 4))
+        more = np.array([model_file.keep_background(np.clip(c, 0.01, 0.9)) for c in more])
+        errors = np.concatenate([errors, try_all(model, found, embeddings, more, workers)])
+        candidates = np.concatenate([candidates, more])
+    results = {}
+    for domain, fold in folds.items():
+        best, cost = best_of(candidates, costs(errors[:, fold], [found[i] for i in fold], count_weight))
+        results[domain] = cost, candidates[best], errors[best]
+    return results
 
 
-def read_tunables(model):
-    """(offset of the chunk lengths, offset of the thresholds) in a model file, found from its end."""
-    data = Path(model).read_bytes()
-    with native.Engine(model) as engine:
-        thresholds = len(data) - 4 * engine.dimension - 4 - 16
-    return thresholds - 8, thresholds
+def honest(results, found):
+    """Errors of every recording with the thresholds chosen without its domain."""
+    return np.array([results.get(r.domain, results[""])[2][i] for i, r in enumerate(found)])
 
 
-def write_tunables(model, out, lengths, thresholds):
-    at, _ = read_tunables(model)
-    data = bytearray(Path(model).read_bytes())
-    struct.pack_into("<2i4f", data, at, *lengths, *thresholds)
-    Path(out).write_bytes(data)
+def row(name, errors):
+    """A row of the table, of errors (recordings, collars, 6)."""
+    loose = errors[:, 0]
+    missed, false_alarm, confusion = 100 * loose[:, MISSED:CONFUSION + 1].sum(0) / loose[:, SPEECH].sum()
+    right = int((loose[:, THERE] == loose[:, FOUND]).sum())
+    return (f"| {name} | {len(loose)} | {100 * der(loose):.1f} % | {missed:.1f} | {false_alarm:.1f} | {confusion:.1f} | "
+            f"{100 * np.minimum(rates(loose), 1).mean():.1f} % | {100 * der(errors[:, 1]):.1f} % | {right} |")
+
+
+def table(errors, found):
+    """Rows by kind, by domain, by number of speakers, by change; and what the engine alone answers."""
+    raw, errors = errors[:, 1], errors[:, 0]
+    clean = [i for i, r in enumerate(found) if r.version == ""]
+    groups = [(k, [i for i in clean if found[i].kind == k]) for k in ("real", "simulated")]
+    groups += [(d, [i for i in clean if found[i].domain == d]) for d in sorted({r.domain for r in found})]
+    count = lambda i: int(errors[i, 0, THERE])
+    groups += [(f"{n} speakers", [i for i in clean if count(i) == n]) for n in sorted({count(i) for i in clean})]
+    groups += [(v, [i for i, r in enumerate(found) if r.version == v]) for v in sorted({r.version for r in found}) if v]
+    head = ("| Recordings | number | DER | missed | false alarm | confusion | mean over recordings | DER, collar 0 | count right |\n"
+            "|---|---|---|---|---|---|---|---|---|\n")
+    rows = [row(name, errors[members]) for name, members in groups if members]
+    rows += [row(f"{k}, the engine alone", raw[m]) for k, m in groups[:2] if m]
+    return head + "\n".join(rows)
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("model", help="the .zx file")
     parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
-    parser.add_argument("--out", help="where the tuned model goes; otherwise only the table is printed")
+    parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
+    parser.add_argument("--domains", default=native.ROOT / "training/domains.tsv", help="pattern of a name, domain, real|simulated")
+    parser.add_argument("--out", help="where the tuned model goes; otherwise only the tables are printed")
     parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
     parser.add_argument("--count-weight", type=float, default=0.05,
                         help="what a wrong number of speakers in all recordings would cost, in DER (1 is 100 %%)")
-    parser.add_argument("--lengths", nargs="*", default=["640/80"], metavar="CHUNK/WARMUP", help="frames to try")
-    parser.add_argument("--trials", type=int, default=400)
+    parser.add_argument("--lengths", nargs="*", default=["2000/200"], metavar="CHUNK/WARMUP", help="frames to try")
+    parser.add_argument("--trials", type=int, default=900)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     parser.add_argument("--each", action="store_true", help="print every recording")
     options = parser.parse_args()
-    lengths = [tuple(map(int, pair.split("/"))) for pair in options.lengths]
-    jobs = [(options.model, options.folders, options.without, options.count_weight, pair, options.trials, options.seed)
-            for pair in lengths]
-    with multiprocessing.Pool(min(options.workers, len(jobs))) as pool:
-        results = list(zip(pool.map(search, jobs, chunksize=1), lengths))
-    recordings = Recordings(options.folders, options.without)
-    with native.Engine(options.model) as engine:
-        for (value, thresholds), pair in results:
-            recordings.embed(engine, *pair)
-            errors, strict = (recordings.errors(engine, thresholds, collar) for collar in (COLLAR, 0.0))
-            missed, false_alarm, confusion = 100 * errors[:, 1:4].sum(0) / errors[:, 0].sum()
-            print(f"{pair[0]}/{pair[1]}: cost {value:.4f}, DER {100 * der(errors):.2f} % (missed {missed:.2f}, false alarm "
-                  f"{false_alarm:.2f}, confusion {confusion:.2f}; collar 0.25 s, overlaps scored), {100 * der(strict):.2f} % "
-                  f"(collar 0), counted right {100 * counted_right(errors):.0f} % of those with 2 to 4 speakers; thresholds "
-                  + " ".join(f"{t:.4f}" for t in thresholds))
-            if options.each:
-                for name, e in zip(recordings.names, errors):
-                    print(f"  {name:16s} DER {100 * der(e[None]):5.1f} %  missed {100 * e[1] / e[0]:5.1f}  false alarm "
-                          f"{100 * e[2] / e[0]:5.1f}  confusion {100 * e[3] / e[0]:5.1f}  speakers {e[5]:.0f}/{e[4]:.0f}")
-    (_, thresholds), pair = min(results, key=lambda r: r[0][0])
+    found = load(options.folders, options.changed, options.without, read_domains(options.domains))
+    best = None
+    for pair in options.lengths:
+        lengths = tuple(map(int, pair.split("/")))
+        results = search(options.model, found, lengths, options.trials, options.count_weight, options.seed, options.workers)
+        cost, thresholds, errors = results[""]
+        kept_out = honest(results, found)
+        print(f"## {pair}: cost {cost:.4f}, of domains left out {costs(kept_out[None], found, options.count_weight)[0]:.4f}; thresholds "
+              + " ".join(f"{t:.4f}" for t in thresholds))
+        print(f"\nEach domain with thresholds chosen on the others:\n\n{table(kept_out, found)}")
+        print(f"\nWith the thresholds chosen on all:\n\n{table(errors, found)}\n", flush=True)
+        if options.each:
+            for r, e in zip(found, errors[:, 0, 0]):
+                print(f"  {r.name:16s} {r.version:28s} DER {100 * rates(e):5.1f} %  missed {100 * e[MISSED] / e[SPEECH]:5.1f}  false "
+                      f"alarm {100 * e[FALSE_ALARM] / e[SPEECH]:5.1f}  confusion {100 * e[CONFUSION] / e[SPEECH]:5.1f}  "
+                      f"speakers {e[FOUND]:.0f}/{e[THERE]:.0f}")
+        if best is None or cost < best[0]:
+            best = cost, lengths, thresholds
     if options.out:
-        write_tunables(options.model, options.out, pair, thresholds)
-        print(f"{options.out}: {pair[0]}/{pair[1]}")
+        model = dict(model_file.read(options.model), lengths=best[1], thresholds=best[2])
+        model_file.write(options.out, model)
+        print(f"{options.out}: {best[1][0]}/{best[1][1]}")
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #include "zx_parley_internal.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -173,6 +174,16 @@ zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *s
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
     status = compute_embeddings(object, feature.get(), num_frames, progress, d_vector);
     return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
+}
+
+zx_status_t zx_parley_internal_embed_rows(zx_parley_t *object, const int16_t *rows, int32_t num_frames,
+                                          float *d_vector) {
+    const size_t count = static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE;
+    const zx_heap_ptr<int16_t> feature(zx_heap_zeroed<int16_t>(count));
+    if (!feature) return zx_parley_report_allocation("feature");
+    std::copy(rows, rows + count, feature.get());
+    zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
+    return zx_parley_classifier_process(object->classifier, feature.get(), num_frames, d_vector);
 }
 
 zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector, int32_t num_frames,

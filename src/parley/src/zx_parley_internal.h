@@ -96,6 +96,10 @@ struct zx_parley_progress_t {
                                                       int32_t num_frames, int16_t *feature,
                                                       const zx_progress_t *progress = nullptr);
 
+// Filterbank rows of num_frames > 0 frames, before normalization, to as many rows of embeddings. ZX_STATUS_OUT_OF_MEMORY.
+[[nodiscard]] zx_status_t zx_parley_internal_embed_rows(zx_parley_t *object, const int16_t *rows,
+                                                        int32_t num_frames, float *d_vector);
+
 // Normalizes num_frames > 0 filterbank rows (two per network frame) in place.
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames);
 

@@ -1,0 +1,38 @@
+// Who spoke when in one recording: what diarizing gives and every output format takes.
+#ifndef PARLEY_DIARIZATION_RECORD_H
+#define PARLEY_DIARIZATION_RECORD_H
+
+#include <string>
+#include <vector>
+
+struct segment {
+    double start;  // seconds
+    double end;
+    int speaker;  // index into the speakers
+    // How much nearer the segment lies to its own speaker than to the next best one (another speaker, or
+    // "nobody speaks"): (d' - d) / (d' + d) with cosine distances d to the own centroid and d' to the other,
+    // between 0 (equally near) and 1.
+    double confidence;
+};
+
+struct speaker {
+    std::string name;
+    double seconds;                // of speech
+    std::vector<float> embedding;  // of unit length: the mean over the speaker's frames
+};
+
+struct diarization {
+    std::string path;               // as the user named it; "-" for standard input
+    std::string recording;          // the file's name without folder and extension
+    double duration = 0;            // seconds
+    std::vector<segment> segments;  // by start
+    std::vector<speaker> speakers;  // in the order in which they are first heard
+    std::vector<float> waveform;    // loudest sample of every 1 / WAVEFORM_RATE second, 0 to 1
+    std::string note;               // what the user should know, or nothing
+    bool with_confidence = false;   // whether formats tell these
+    bool with_embeddings = false;
+};
+
+inline constexpr int WAVEFORM_RATE = 20;  // per second
+
+#endif

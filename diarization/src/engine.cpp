@@ -1,0 +1,97 @@
+#include "engine.h"
+
+#include <filesystem>
+
+#include "errors.h"
+#include "zx_error.h"
+#include "zx_log.h"
+
+namespace {
+
+// What a stage's share of the time usually is: of an hour of Opus and of WAV, in between.
+constexpr struct { double begin, share; } STAGES[] = {{0.0, 0.35}, {0.35, 0.1}, {0.45, 0.5}, {0.95, 0.05}};
+
+// Stages to one share that never falls.
+struct reporter {
+    explicit reporter(const progress_function &progress_) : progress(progress_) {}
+
+    static bool report(void *context, zx_parley_stage stage, double done) {
+        const auto *self = static_cast<const reporter *>(context);
+        const auto &part = STAGES[static_cast<int>(stage)];
+        return self->progress(part.begin + part.share * done);
+    }
+
+    // Null without a function.
+    const zx_parley_progress_t *get() const { return progress ? &record : nullptr; }
+
+    const progress_function &progress;
+    zx_parley_progress_t record = {report, this};
+};
+
+void check(zx_status_t status, const std::string &subject) {
+    if (status != ZX_STATUS_SUCCESS) throw_engine_error(status, subject);
+}
+
+}  // namespace
+
+engine::engine(const std::string &model_path) {
+    zx_log_disable();
+    std::error_code ignored;
+    if (!std::filesystem::exists(model_path, ignored))
+        throw diarization_error(PARLEY_MISSING, "the model " + model_path + " is not there");
+    zx_parley_t *created = nullptr;
+    const zx_status_t status = zx_parley_init(model_path.c_str(), &created);
+    object_.reset(created);
+    if (status == ZX_STATUS_INVALID_ARGUMENT || status == ZX_STATUS_IO_ERROR) {
+        try {
+            throw_engine_error(status, model_path);
+        } catch (const diarization_error &error) {
+            throw diarization_error(error.status, model_path + " is no model of this version", error.details);
+        }
+    }
+    check(status, model_path);
+    const zx_parley_classifier_param_t *classifier = object_->param->classifier;
+    if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
+        throw diarization_error(PARLEY_INVALID,
+                                model_path + ": its chunks are not longer than three warm-ups");
+}
+
+zx_parley_samples_t engine::read(const std::string &path, const progress_function &progress) {
+    zx_error_prepare();
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored))
+        throw diarization_error(PARLEY_MISSING, path + ": there is no such file");
+    zx_parley_samples_t samples;
+    check(zx_parley_internal_read(path.c_str(), reporter(progress).get(), &samples), path);
+    return samples;
+}
+
+embeddings engine::embed(zx_parley_samples_t *samples, const std::string &subject,
+                         const progress_function &progress) {
+    zx_error_prepare();
+    if (samples->count < ZX_PARLEY_FRAME_LENGTH)
+        throw diarization_error(PARLEY_INVALID, subject + ": is shorter than 32 ms");
+    embeddings all;
+    all.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
+    all.size = object_->param->classifier->embedding->output_dimension;
+    check(zx_parley_internal_embed(object_.get(), samples, reporter(progress).get(), &all.values), subject);
+    return all;
+}
+
+tags engine::cluster(const frames &all, const thresholds &values, const progress_function &progress) {
+    zx_error_prepare();
+    tags result(static_cast<size_t>(all.count));
+    const zx_parley_thresholds_t own = {static_cast<float>(values[0]), static_cast<float>(values[1]),
+                                        static_cast<float>(values[2]), static_cast<float>(values[3])};
+    check(zx_parley_internal_cluster(object_.get(), all.values, all.count, &own, reporter(progress).get(),
+                                     result.data()),
+          "clustering");
+    zx_parley_internal_reset(object_.get());
+    return result;
+}
+
+thresholds engine::own_thresholds() const {
+    const zx_parley_cluster_param_t *param = object_->param->cluster;
+    return {double{param->offline_threshold}, double{param->prune_threshold},
+            double{param->segment_threshold}, double{param->background_threshold}};
+}

@@ -1,0 +1,46 @@
+// The engine as an object: loading, decoding, embeddings, tags; failures are diarization_error.
+#ifndef PARLEY_ENGINE_H
+#define PARLEY_ENGINE_H
+
+#include <array>
+#include <functional>
+#include <string>
+
+#include "frames.h"
+#include "zx_parley_internal.h"
+
+using thresholds = std::array<double, 4>;  // offline, prune, segment, background
+
+// Owned rows of embeddings.
+struct embeddings {
+    zx_heap_ptr<float> values;
+    int32_t count = 0;
+    int32_t size = 0;
+
+    frames view() const { return {values.get(), count, size}; }
+};
+
+// Told the share of a recording's work that is done; false stops it.
+using progress_function = std::function<bool(double done)>;
+
+class engine {
+public:
+    explicit engine(const std::string &model_path);
+
+    zx_parley_samples_t read(const std::string &path, const progress_function &progress);
+
+    // Releases the samples on the way. `subject` is for messages.
+    embeddings embed(zx_parley_samples_t *samples, const std::string &subject,
+                     const progress_function &progress);
+
+    tags cluster(const frames &all, const thresholds &values, const progress_function &progress);
+
+    // Of the model.
+    thresholds own_thresholds() const;
+    const float *background() const { return object_->param->cluster->reference_centroid; }
+
+private:
+    std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> object_;
+};
+
+#endif

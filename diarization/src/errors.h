@@ -1,0 +1,23 @@
+// What goes wrong inside the room, as exceptions; interface.cpp turns them into statuses and messages.
+#ifndef PARLEY_ERRORS_H
+#define PARLEY_ERRORS_H
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "parley_diarization.h"
+#include "zx_base.h"
+
+struct diarization_error : std::runtime_error {
+    diarization_error(parley_status status_, const std::string &message,
+                      std::vector<std::string> details_ = {})
+        : std::runtime_error(message), status(status_), details(std::move(details_)) {}
+    parley_status status;
+    std::vector<std::string> details;  // of the engine, the innermost fault first
+};
+
+// Throws what the engine left behind when it returned `status`, which is not success, while it worked on `subject`.
+[[noreturn]] void throw_engine_error(zx_status_t status, const std::string &subject);
+
+#endif

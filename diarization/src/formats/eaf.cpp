@@ -1,0 +1,48 @@
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "formats.h"
+#include "markup.h"
+
+std::string write_eaf(const diarization &result, const terminal &) {
+    const auto milliseconds = [](double seconds) { return std::to_string(std::llround(seconds * 1000)); };
+    // Slots must come in order of time; annotation n begins at slot 2 n and ends at slot 2 n + 1.
+    std::vector<std::pair<double, size_t>> times;
+    for (size_t n = 0; n < result.segments.size(); n++) {
+        times.emplace_back(result.segments[n].start, 2 * n);
+        times.emplace_back(result.segments[n].end, 2 * n + 1);
+    }
+    std::ranges::stable_sort(times, {}, &std::pair<double, size_t>::first);
+    std::string slots, tiers;
+    for (const auto &[seconds, slot] : times) {
+        slots += "        <TIME_SLOT TIME_SLOT_ID=\"ts" + std::to_string(slot) + "\" TIME_VALUE=\"" +
+                 milliseconds(seconds) + "\"/>\n";
+    }
+    for (size_t k = 0; k < result.speakers.size(); k++) {
+        const std::string name = escape_xml(result.speakers[k].name);
+        tiers += "    <TIER LINGUISTIC_TYPE_REF=\"default-lt\" PARTICIPANT=\"" + name + "\" TIER_ID=\"" +
+                 name + "\">\n";
+        for (size_t n = 0; n < result.segments.size(); n++) {
+            if (static_cast<size_t>(result.segments[n].speaker) != k) continue;
+            tiers += "        <ANNOTATION>\n            <ALIGNABLE_ANNOTATION ANNOTATION_ID=\"a" +
+                     std::to_string(n) + "\" TIME_SLOT_REF1=\"ts" + std::to_string(2 * n) +
+                     "\" TIME_SLOT_REF2=\"ts" + std::to_string(2 * n + 1) +
+                     "\">\n                <ANNOTATION_VALUE>" + name +
+                     "</ANNOTATION_VALUE>\n            </ALIGNABLE_ANNOTATION>\n        </ANNOTATION>\n";
+        }
+        tiers += "    </TIER>\n";
+    }
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<ANNOTATION_DOCUMENT AUTHOR=\"parley\" DATE=\"1970-01-01T00:00:00+00:00\" FORMAT=\"3.0\" "
+           "VERSION=\"3.0\">\n"
+           "    <HEADER MEDIA_FILE=\"\" TIME_UNITS=\"milliseconds\">\n"
+           "        <MEDIA_DESCRIPTOR MEDIA_URL=\"" +
+           escape_xml(result.path) +
+           "\" MIME_TYPE=\"audio/*\"/>\n"
+           "    </HEADER>\n    <TIME_ORDER>\n" +
+           slots + "    </TIME_ORDER>\n" + tiers +
+           "    <LINGUISTIC_TYPE GRAPHIC_REFERENCES=\"false\" LINGUISTIC_TYPE_ID=\"default-lt\" "
+           "TIME_ALIGNABLE=\"true\"/>\n"
+           "</ANNOTATION_DOCUMENT>\n";
+}

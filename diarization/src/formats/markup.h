@@ -1,0 +1,16 @@
+// What the formats in XML and JSON share.
+#ifndef PARLEY_FORMATS_MARKUP_H
+#define PARLEY_FORMATS_MARKUP_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "diarization.h"
+
+// Text for elements and attributes; control characters, which XML cannot hold, are dropped.
+std::string escape_xml(const std::string &text);
+
+nlohmann::ordered_json to_json(const diarization &result);
+std::string dump_json(const nlohmann::ordered_json &json, int indent);
+
+#endif

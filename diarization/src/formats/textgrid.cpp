@@ -1,0 +1,60 @@
+#include <vector>
+
+#include "formats.h"
+#include "writing.h"
+
+namespace {
+
+std::string number(double value) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.3f", value);
+    return text;
+}
+
+// A tier must be gapless in Praat: what lies between a speaker's segments are intervals without text.
+struct interval {
+    double start;
+    double end;
+    std::string text;
+};
+
+std::vector<interval> fill(const diarization &result, size_t speaker) {
+    std::vector<interval> tier;
+    double at = 0;
+    for (const segment &s : result.segments) {
+        if (static_cast<size_t>(s.speaker) != speaker) continue;
+        if (s.start > at) tier.push_back({at, s.start, ""});
+        tier.push_back({s.start, s.end, result.speakers[speaker].name});
+        at = s.end;
+    }
+    if (at < result.duration) tier.push_back({at, result.duration, ""});
+    return tier;
+}
+
+}  // namespace
+
+std::string write_textgrid(const diarization &result, const terminal &) {
+    const auto quoted = [](const std::string &text) {
+        std::string doubled;
+        for (char c : text) doubled += c == '"' ? "\"\"" : std::string(1, c);
+        return "\"" + doubled + "\"";
+    };
+    const std::string duration = number(result.duration);
+    std::string text =
+        "File type = \"ooTextFile\"\nObject class = \"TextGrid\"\n\nxmin = 0\nxmax = " + duration +
+        "\ntiers? <exists>\nsize = " + std::to_string(result.speakers.size()) + "\nitem []:\n";
+    for (size_t k = 0; k < result.speakers.size(); k++) {
+        const std::vector<interval> tier = fill(result, k);
+        text += "    item [" + std::to_string(k + 1) +
+                "]:\n        class = \"IntervalTier\"\n        name = " + quoted(result.speakers[k].name) +
+                "\n        xmin = 0\n        xmax = " + duration +
+                "\n        intervals: size = " + std::to_string(tier.size()) + "\n";
+        for (size_t i = 0; i < tier.size(); i++) {
+            text += "        intervals [" + std::to_string(i + 1) +
+                    "]:\n            xmin = " + number(tier[i].start) +
+                    "\n            xmax = " + number(tier[i].end) +
+                    "\n            text = " + quoted(tier[i].text) + "\n";
+        }
+    }
+    return text;
+}

@@ -1,0 +1,60 @@
+#include "frames.h"
+
+#include <cmath>
+#include <set>
+
+namespace {
+
+void scale_to_unit_length(std::vector<float> *values) {
+    double squares = 0;
+    for (float v : *values) squares += double{v} * double{v};
+    const double length = std::sqrt(squares);
+    if (length > 0)
+        for (float &v : *values) v = static_cast<float>(double{v} / length);
+}
+
+void add(const float *row, std::vector<float> *sum) {
+    for (size_t i = 0; i < sum->size(); i++) (*sum)[i] += row[i];
+}
+
+}  // namespace
+
+std::vector<float> mean_of(const frames &all, int32_t first, int32_t end) {
+    std::vector<float> mean(static_cast<size_t>(all.size));
+    for (int32_t f = first; f < end; f++) add(all.at(f), &mean);
+    scale_to_unit_length(&mean);
+    return mean;
+}
+
+centroids centroids_of(const frames &all, const tags &which) {
+    centroids result;
+    for (int32_t f = 0; f < all.count; f++) {
+        if (const uint32_t tag = which[static_cast<size_t>(f)]; tag != 0)
+            add(all.at(f), &result.try_emplace(tag, static_cast<size_t>(all.size)).first->second);
+    }
+    for (auto &[tag, mean] : result) scale_to_unit_length(&mean);
+    return result;
+}
+
+double distance(const std::vector<float> &a, const std::vector<float> &b) {
+    double product = 0;
+    for (size_t i = 0; i < a.size(); i++) product += double{a[i]} * double{b[i]};
+    return (1 - product) / 2;
+}
+
+std::vector<run> runs_of(const tags &which) {
+    std::vector<run> result;
+    const auto count = static_cast<int32_t>(which.size());
+    for (int32_t start = 0, end = 0; start < count; start = end) {
+        const uint32_t tag = which[static_cast<size_t>(start)];
+        while (end < count && which[static_cast<size_t>(end)] == tag) end++;
+        if (tag != 0) result.push_back({start, end, tag});
+    }
+    return result;
+}
+
+int count_speakers(const tags &which) {
+    std::set<uint32_t> different(which.begin(), which.end());
+    different.erase(0);
+    return static_cast<int>(different.size());
+}

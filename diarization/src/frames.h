@@ -1,0 +1,44 @@
+// The embeddings of a recording and what is computed of them.
+#ifndef PARLEY_FRAMES_H
+#define PARLEY_FRAMES_H
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+inline constexpr double FRAME_SECONDS = 0.032;
+
+// Rows of unit length, one a frame; borrowed.
+struct frames {
+    const float *values = nullptr;
+    int32_t count = 0;
+    int32_t size = 0;
+
+    const float *at(int32_t frame) const { return values + int64_t{frame} * size; }
+};
+
+using tags = std::vector<uint32_t>;  // a frame's speaker, from 1 on; 0 where nobody speaks
+using centroids = std::map<uint32_t, std::vector<float>>;  // of unit length, by tag
+
+// The mean of the frames [first, end), scaled to unit length; zeros stay zeros.
+std::vector<float> mean_of(const frames &all, int32_t first, int32_t end);
+
+// The same of every tag's frames but those of tag 0.
+centroids centroids_of(const frames &all, const tags &which);
+
+// (1 - cosine) / 2
+double distance(const std::vector<float> &a, const std::vector<float> &b);
+
+// Frames [start, end) of one tag.
+struct run {
+    int32_t start, end;
+    uint32_t tag;
+};
+
+// The longest stretches of equal tags, but those of tag 0.
+std::vector<run> runs_of(const tags &which);
+
+// Different tags but 0.
+int count_speakers(const tags &which);
+
+#endif

@@ -1,0 +1,118 @@
+// The one place where options are declared: what programs offer, take as text and document.
+
+#include "options.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "errors.h"
+
+namespace {
+
+using setter = void (*)(parley_options *, const parley_option &, const char *value);
+
+struct entry {
+    parley_option option;
+    setter set;
+};
+
+[[noreturn]] void refuse(const parley_option &option, const char *value, const std::string &wanted) {
+    throw diarization_error(PARLEY_INVALID,
+                            std::string(option.name) + " takes " + wanted + ", not \"" + value + "\"");
+}
+
+double number(const parley_option &option, const char *value) {
+    char *end = nullptr;
+    const double result = std::strtod(value, &end);
+    if (end == value || *end != '\0' || !(result >= option.least && result <= option.most)) {
+        refuse(option, value,
+               "a number from " + std::to_string(std::lround(option.least)) + " to " +
+                   std::to_string(std::lround(option.most)));
+    }
+    return result;
+}
+
+int32_t whole(const parley_option &option, const char *value) {
+    const double result = number(option, value);
+    if (result != std::floor(result)) refuse(option, value, "a whole number");
+    return static_cast<int32_t>(result);
+}
+
+int32_t flag(const parley_option &option, const char *value) {
+    if (std::strcmp(value, "0") != 0 && std::strcmp(value, "1") != 0) refuse(option, value, "0 or 1");
+    return value[0] - '0';
+}
+
+void set_thresholds(parley_options *o, const parley_option &option, const char *value) {
+    std::string text = value;
+    std::vector<double> values;
+    for (size_t at = 0; at <= text.size();) {
+        const size_t comma = std::min(text.find(',', at), text.size());
+        values.push_back(number(option, text.substr(at, comma - at).c_str()));
+        at = comma + 1;
+    }
+    if (values.size() != 4) refuse(option, value, "four numbers");
+    std::copy(values.begin(), values.end(), o->thresholds);
+}
+
+void set_channels(parley_options *o, const parley_option &option, const char *value) {
+    if (std::string_view(value) != "mix" && std::string_view(value) != "split")
+        refuse(option, value, "mix or split");
+    o->split_channels = std::string_view(value) == "split";
+}
+
+using O = parley_option;
+
+constexpr entry ENTRIES[] = {
+    {{"speakers", "N", "exactly that many speakers", 1, 1000},
+     [](parley_options *o, const O &x, const char *v) { o->min_speakers = o->max_speakers = whole(x, v); }},
+    {{"min-speakers", "N", "at least", 1, 1000},
+     [](parley_options *o, const O &x, const char *v) { o->min_speakers = whole(x, v); }},
+    {{"max-speakers", "N", "at most", 1, 1000},
+     [](parley_options *o, const O &x, const char *v) { o->max_speakers = whole(x, v); }},
+    {{"threshold", "O,P,S,B", "offline, prune, segment, background threshold", 0, 1}, set_thresholds},
+    {{"channels", "HOW", "mix them (default), or split: each is a speaker", 0, 0}, set_channels},
+    {{"no-refine", nullptr, "leave frames to the speaker of the first look", 0, 0},
+     [](parley_options *o, const O &x, const char *v) { o->refine = !flag(x, v); }},
+    {{"merge-gap", "SECONDS", "join a speaker's segments that close", 0, 3600},
+     [](parley_options *o, const O &x, const char *v) { o->merge_gap = number(x, v); }},
+    {{"min-duration", "SECONDS", "drop shorter segments", 0, 3600},
+     [](parley_options *o, const O &x, const char *v) { o->min_duration = number(x, v); }},
+    {{"pad", "SECONDS", "lengthen segments where there is room", 0, 3600},
+     [](parley_options *o, const O &x, const char *v) { o->pad = number(x, v); }},
+    {{"speaker-prefix", "TEXT", "before the number of a speaker", 0, 0},
+     [](parley_options *o, const O &, const char *v) { o->speaker_prefix = v; }},
+    {{"names", "A,B,...", "of the first speakers heard", 0, 0},
+     [](parley_options *o, const O &, const char *v) { o->names = v; }},
+    {{"confidence", nullptr, "tell how sure each segment's speaker is", 0, 0},
+     [](parley_options *o, const O &x, const char *v) { o->confidence = flag(x, v); }},
+    {{"embeddings", nullptr, "add speakers' vectors to JSON", 0, 0},
+     [](parley_options *o, const O &x, const char *v) { o->embeddings = flag(x, v); }},
+};
+
+}  // namespace
+
+void init_options(parley_options *options) {
+    *options = {};
+    options->size = sizeof(*options);
+    for (double &t : options->thresholds) t = -1;
+    options->refine = 1;
+    options->speaker_prefix = "speaker ";
+}
+
+const parley_option *option_at(int32_t index) {
+    return index >= 0 && index < static_cast<int32_t>(std::size(ENTRIES)) ? &ENTRIES[index].option : nullptr;
+}
+
+void set_option(parley_options *options, const char *name, const char *value) {
+    for (const entry &e : ENTRIES) {
+        if (std::string_view(e.option.name) != name) continue;
+        e.set(options, e.option, value);
+        return;
+    }
+    throw diarization_error(PARLEY_INVALID, std::string("there is no option ") + name);
+}

@@ -1,0 +1,11 @@
+// The options of a run (parley_diarization.h) by name; failures are diarization_error.
+#ifndef PARLEY_OPTIONS_H
+#define PARLEY_OPTIONS_H
+
+#include "parley_diarization.h"
+
+void init_options(parley_options *options);
+const parley_option *option_at(int32_t index);
+void set_option(parley_options *options, const char *name, const char *value);
+
+#endif

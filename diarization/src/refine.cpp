@@ -1,0 +1,71 @@
+#include "refine.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr double CHANGE_COST =
+    3;  // a change pays if the frames after it are nearer by 0.3 for ten frames, say
+constexpr int32_t SHORTEST_SPEAKER = 62;  // frames, 2 s
+
+// The best way through: for each frame the index of its state, whose centroids are the rows of `means`.
+std::vector<uint16_t> decide(const frames &all, const std::vector<const float *> &means) {
+    const size_t num_states = means.size();
+    const auto size = static_cast<size_t>(all.size);
+    std::vector<float> by_dimension(size *
+                                    num_states);  // states side by side, so that they are computed together
+    for (size_t k = 0; k < num_states; k++)
+        for (size_t d = 0; d < size; d++) by_dimension[d * num_states + k] = means[k][d];
+
+    const auto count = static_cast<size_t>(all.count);
+    std::vector<double> best(num_states), here(num_states);
+    std::vector<uint16_t> from(count);  // the best state before each frame
+    std::vector<bool> changed(count *
+                              num_states);  // whether a state is better reached from there than from itself
+    for (size_t t = 0; t < count; t++) {
+        std::ranges::fill(here, 0.0);
+        const float *row = all.at(static_cast<int32_t>(t));
+        for (size_t d = 0; d < size; d++)
+            for (size_t k = 0; k < num_states; k++)
+                here[k] += double{row[d]} * double{by_dimension[d * num_states + k]};
+        const auto before = std::ranges::max_element(best);
+        const double moved = *before - CHANGE_COST;
+        from[t] = static_cast<uint16_t>(before - best.begin());
+        for (size_t k = 0; k < num_states; k++) {
+            changed[t * num_states + k] = t > 0 && moved > best[k];
+            best[k] = (t > 0 ? std::max(best[k], moved) : 0.0) + here[k];
+        }
+    }
+    std::vector<uint16_t> path(count);
+    auto state = static_cast<size_t>(std::ranges::max_element(best) - best.begin());
+    for (size_t t = count; t-- > 0;) {
+        path[t] = static_cast<uint16_t>(state);
+        if (changed[t * num_states + state]) state = from[t];
+    }
+    return path;
+}
+
+}  // namespace
+
+void refine_tags(const frames &all, const float *background, int fewest, tags *which) {
+    for (;;) {
+        const centroids speakers = centroids_of(all, *which);
+        if (speakers.empty()) return;
+        std::vector<const float *> means = {background};
+        tags names = {0};
+        for (const auto &[tag, mean] : speakers) {
+            means.push_back(mean.data());
+            names.push_back(tag);
+        }
+        const std::vector<uint16_t> path = decide(all, means);
+        std::vector<int32_t> frames_of(names.size());
+        for (const uint16_t state : path) frames_of[state]++;
+        const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());
+        if (*least<SHORTEST_SPEAKER &&static_cast<int>(speakers.size())> std::max(1, fewest)) {
+            std::ranges::replace(*which, names[static_cast<size_t>(least - frames_of.begin())], 0u);
+            continue;
+        }
+        for (size_t t = 0; t < path.size(); t++) (*which)[t] = names[path[t]];
+        return;
+    }
+}

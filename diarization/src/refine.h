@@ -1,0 +1,16 @@
+// A second look at who speaks: once all speakers of a recording are known, every frame goes to the one to whose mean it is
+// nearest. The clustering has to decide frame by frame, in order and for good; this undoes what it could not know.
+#ifndef PARLEY_REFINE_H
+#define PARLEY_REFINE_H
+
+#include "frames.h"
+
+// Of all ways to give the frames to the speakers of `which` and to nobody, the one with the largest sum of
+//
+//   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   CHANGE_COST  per change
+//
+// A speaker who is left with less than SHORTEST_SPEAKER frames is taken out and the rest decided again, as long as more
+// than `fewest` (at least 1) remain.
+void refine_tags(const frames &all, const float *background, int fewest, tags *which);
+
+#endif

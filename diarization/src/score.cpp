@@ -1,0 +1,266 @@
+#include "score.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <set>
+
+#include "writing.h"
+
+namespace {
+
+// A piece of time in which nobody starts or stops.
+struct piece {
+    double length;
+    std::vector<int> reference;  // speakers who talk
+    std::vector<int> hypothesis;
+};
+
+using speaker_ids = std::map<std::string, int>;
+
+speaker_ids number_speakers(const std::vector<turn> &turns) {
+    speaker_ids ids;
+    for (const turn &t : turns) ids.emplace(t.speaker, static_cast<int>(ids.size()));
+    return ids;
+}
+
+bool covers(const std::vector<span> &spans, double time) {
+    return std::any_of(spans.begin(), spans.end(),
+                       [time](const span &s) { return s.start <= time && time < s.end; });
+}
+
+// Who talks at a time, each speaker once. Turns are few enough per recording to look at all of them.
+std::vector<int> speakers_at(const std::vector<turn> &turns, const speaker_ids &ids, double time) {
+    std::set<int> active;
+    for (const turn &t : turns) {
+        if (t.start <= time && time < t.end) active.insert(ids.at(t.speaker));
+    }
+    return {active.begin(), active.end()};
+}
+
+struct recording {
+    speaker_ids reference_ids, hypothesis_ids;
+    std::vector<piece> pieces;
+};
+
+recording cut(const std::vector<turn> &reference, const std::vector<turn> &hypothesis,
+              const std::vector<span> *parts, double collar) {
+    recording result = {number_speakers(reference), number_speakers(hypothesis), {}};
+    std::set<double> boundaries;
+    std::vector<span> unscored;
+    for (const turn &t : reference) {
+        for (double edge : {t.start, t.end}) {
+            boundaries.insert(edge);
+            if (collar <= 0) continue;
+            unscored.push_back({edge - collar, edge + collar});
+            boundaries.insert({edge - collar, edge + collar});
+        }
+    }
+    for (const turn &t : hypothesis) boundaries.insert({t.start, t.end});
+    if (parts) {
+        for (const span &s : *parts) boundaries.insert({s.start, s.end});
+    }
+    for (auto next = boundaries.begin(); next != boundaries.end();) {
+        const double start = *next++;
+        if (next == boundaries.end()) break;
+        const double middle = (start + *next) / 2;
+        if ((parts && !covers(*parts, middle)) || covers(unscored, middle)) continue;
+        result.pieces.push_back({*next - start, speakers_at(reference, result.reference_ids, middle),
+                                 speakers_at(hypothesis, result.hypothesis_ids, middle)});
+    }
+    return result;
+}
+
+using matrix = std::vector<std::vector<double>>;
+
+// Seconds that every reference speaker shares with every hypothesis speaker.
+matrix shared_time(const recording &r) {
+    matrix shared(r.reference_ids.size(), std::vector<double>(r.hypothesis_ids.size(), 0.0));
+    for (const piece &p : r.pieces) {
+        for (int i : p.reference) {
+            for (int j : p.hypothesis) shared[static_cast<size_t>(i)][static_cast<size_t>(j)] += p.length;
+        }
+    }
+    return shared;
+}
+
+double sum_of_jaccard_errors(const recording &r) {
+    matrix ratio = shared_time(r);
+    std::vector<double> reference_time(r.reference_ids.size(), 0.0),
+        hypothesis_time(r.hypothesis_ids.size(), 0.0);
+    for (const piece &p : r.pieces) {
+        for (int i : p.reference) reference_time[static_cast<size_t>(i)] += p.length;
+        for (int j : p.hypothesis) hypothesis_time[static_cast<size_t>(j)] += p.length;
+    }
+    for (size_t i = 0; i < ratio.size(); i++) {
+        for (size_t j = 0; j < ratio[i].size(); j++) {
+            const double either = reference_time[i] + hypothesis_time[j] - ratio[i][j];
+            ratio[i][j] = either > 0 ? ratio[i][j] / either : 0;
+        }
+    }
+    double sum = 0;
+    const std::vector<int> mapping = best_assignment(ratio);
+    for (size_t i = 0; i < ratio.size(); i++)
+        sum += mapping[i] < 0 ? 1 : 1 - ratio[i][static_cast<size_t>(mapping[i])];
+    return sum;
+}
+
+}  // namespace
+
+double score::der() const {
+    const double errors = missed + false_alarm + confusion;
+    return errors == 0 ? 0 : 100 * errors / speech;
+}
+
+double score::jer() const {
+    return num_speakers == 0 ? 0 : 100 * jaccard_errors / num_speakers;
+}
+
+score &score::operator+=(const score &other) {
+    speech += other.speech;
+    missed += other.missed;
+    false_alarm += other.false_alarm;
+    confusion += other.confusion;
+    jaccard_errors += other.jaccard_errors;
+    num_speakers += other.num_speakers;
+    num_found += other.num_found;
+    num_recordings += other.num_recordings;
+    num_counted_right += other.num_counted_right;
+    count_error += other.count_error;
+    num_small += other.num_small;
+    num_small_right += other.num_small_right;
+    return *this;
+}
+
+score score_recording(const std::vector<turn> &reference, const std::vector<turn> &hypothesis,
+                      const std::vector<span> *parts, const score_options &options) {
+    recording r = cut(reference, hypothesis, parts, options.collar);
+    if (options.skip_overlap) std::erase_if(r.pieces, [](const piece &p) { return p.reference.size() > 1; });
+    const std::vector<int> mapping = best_assignment(shared_time(r));
+
+    score result;
+    for (const piece &p : r.pieces) {
+        const auto num_reference = static_cast<double>(p.reference.size());
+        const auto num_hypothesis = static_cast<double>(p.hypothesis.size());
+        const auto num_right =
+            static_cast<double>(std::count_if(p.reference.begin(), p.reference.end(), [&](int i) {
+                return std::count(p.hypothesis.begin(), p.hypothesis.end(), mapping[static_cast<size_t>(i)]) >
+                       0;
+            }));
+        result.speech += p.length * num_reference;
+        result.missed += p.length * std::max(num_reference - num_hypothesis, 0.0);
+        result.false_alarm += p.length * std::max(num_hypothesis - num_reference, 0.0);
+        result.confusion += p.length * (std::min(num_reference, num_hypothesis) - num_right);
+    }
+    result.jaccard_errors = sum_of_jaccard_errors(cut(reference, hypothesis, parts, 0));
+    result.num_speakers = static_cast<int>(r.reference_ids.size());
+    result.num_found = static_cast<int>(r.hypothesis_ids.size());
+    result.num_recordings = 1;
+    result.num_counted_right = result.num_found == result.num_speakers;
+    result.count_error = std::abs(result.num_found - result.num_speakers);
+    result.num_small = result.num_speakers >= 2 && result.num_speakers <= 4 ? 1 : 0;
+    result.num_small_right = result.num_small * result.num_counted_right;
+    return result;
+}
+
+// The Hungarian method with potentials, rows added one by one along shortest augmenting paths; O(n^3).
+std::vector<int> best_assignment(const std::vector<std::vector<double>> &values) {
+    const size_t num_rows = values.size(), num_columns = num_rows > 0 ? values[0].size() : 0;
+    const size_t n = std::max(num_rows, num_columns);  // made square with worthless entries
+    const auto cost = [&](size_t i, size_t j) {
+        return i < num_rows && j < num_columns ? -values[i][j] : 0.0;
+    };
+    const size_t none = n;
+    std::vector<double> row_potential(n, 0.0), column_potential(n + 1, 0.0);
+    std::vector<size_t> row_of(n + 1, none);  // of each column; column n starts a search
+    for (size_t row = 0; row < n; row++) {
+        std::vector<double> distance(n + 1, std::numeric_limits<double>::infinity());
+        std::vector<size_t> previous(n + 1, n);
+        std::vector<bool> is_done(n + 1, false);
+        size_t column = n;
+        row_of[n] = row;
+        do {
+            is_done[column] = true;
+            const size_t i = row_of[column];
+            double step = std::numeric_limits<double>::infinity();
+            size_t nearest = n;
+            for (size_t j = 0; j < n; j++) {
+                if (is_done[j]) continue;
+                const double reduced = cost(i, j) - row_potential[i] - column_potential[j];
+                if (reduced < distance[j]) {
+                    distance[j] = reduced;
+                    previous[j] = column;
+                }
+                if (distance[j] < step) {
+                    step = distance[j];
+                    nearest = j;
+                }
+            }
+            for (size_t j = 0; j <= n; j++) {
+                if (is_done[j]) {
+                    row_potential[row_of[j]] += step;
+                    column_potential[j] -= step;
+                } else {
+                    distance[j] -= step;
+                }
+            }
+            column = nearest;
+        } while (row_of[column] != none);
+        while (column != n) {
+            row_of[column] = row_of[previous[column]];
+            column = previous[column];
+        }
+    }
+    std::vector<int> assignment(num_rows, -1);
+    for (size_t j = 0; j < num_columns; j++) {
+        if (row_of[j] < num_rows && values[row_of[j]][j] > 0) assignment[row_of[j]] = static_cast<int>(j);
+    }
+    return assignment;
+}
+
+namespace {
+
+std::string score_row(const std::string &name, const score &s) {
+    const auto percent = [&s](double part) { return s.speech > 0 ? 100 * part / s.speech : 0; };
+    return line("%-24s %7.2f %8.2f %12.2f %10.2f %7.2f %9d %6d\n", name.c_str(), s.der(), percent(s.missed),
+                percent(s.false_alarm), percent(s.confusion), s.jer(), s.num_speakers, s.num_found);
+}
+
+}  // namespace
+
+std::string score_table(const rttm &reference, const rttm &hypothesis, const uem *parts,
+                        const std::vector<double> &collars, bool skip_overlap, bool each) {
+    std::string text;
+    std::set<std::string> names;
+    for (const auto &[name, turns] : reference) names.insert(name);
+    for (const auto &[name, turns] : hypothesis) names.insert(name);
+    if (parts) std::erase_if(names, [parts](const std::string &name) { return !parts->contains(name); });
+
+    const std::vector<turn> nobody;
+    const auto turns_of = [&nobody](const rttm &all, const std::string &name) -> const std::vector<turn> & {
+        const auto found = all.find(name);
+        return found == all.end() ? nobody : found->second;
+    };
+    for (double collar : collars) {
+        text += line("collar %.2f s to either side, overlaps %s, %s\n", collar,
+                     skip_overlap ? "left out" : "scored",
+                     parts ? "parts that the UEM lists" : "from first to last boundary");
+        text += line("%-24s %7s %8s %12s %10s %7s %9s %6s\n", "", "DER %", "missed %", "false alarm %",
+                     "confusion %", "JER %", "speakers", "found");
+        score total;
+        for (const std::string &name : names) {
+            const score s = score_recording(turns_of(reference, name), turns_of(hypothesis, name),
+                                            parts ? &parts->at(name) : nullptr, {collar, skip_overlap});
+            if (each) text += score_row(name, s);
+            total += s;
+        }
+        text += score_row("total", total);
+        text += line("speakers counted right in %d of %d recordings", total.num_counted_right,
+                     total.num_recordings);
+        text += line(" (%d of %d with 2 to 4 speakers), off by %.2f on average\n\n", total.num_small_right,
+                     total.num_small,
+                     total.num_recordings > 0 ? double(total.count_error) / total.num_recordings : 0.0);
+    }
+    return text;
+}

@@ -1,0 +1,131 @@
+#include "formats.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "diarizer.h"
+
+namespace {
+
+// Names that each format has to guard itself against, in a recording of 61.5 s.
+diarization hostile() {
+    diarization d;
+    d.path = "talk.wav";
+    d.recording = "a talk";
+    d.duration = 61.5;
+    d.speakers = {{"Ann \"A\", <b>", 3.5, {1, 0}}, {"Bob & co\n</script>", 1.25, {0, 1}}};
+    d.segments = {{0, 2, 0, 0.5}, {1.5, 2.75, 1, 0.25}, {60, 61.5, 0, 1}};
+    d.waveform = {0, 0.5f, 1};
+    return d;
+}
+
+std::string written(const char *format, const diarization &d) {
+    return write_format(d, format, {});
+}
+
+size_t count(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) n++;
+    return n;
+}
+
+TEST(formats, nist_files_keep_their_fields_apart) {
+    EXPECT_EQ(written("rttm", hostile()),
+              "SPEAKER a_talk 1 0.000 2.000 <NA> <NA> Ann_\"A\",_<b> <NA> <NA>\n"
+              "SPEAKER a_talk 1 1.500 1.250 <NA> <NA> Bob_&_co_</script> <NA> <NA>\n"
+              "SPEAKER a_talk 1 60.000 1.500 <NA> <NA> Ann_\"A\",_<b> <NA> <NA>\n");
+    EXPECT_EQ(written("uem", hostile()), "a_talk 1 0.000 61.500\n");
+    EXPECT_EQ(written("ctm", hostile()).substr(0, 41), "a_talk 1 0.000 2.000 Ann_\"A\",_<b>\na_talk ");
+}
+
+TEST(formats, confidence_and_embeddings_only_when_asked) {
+    diarization d = hostile();
+    for (const char *format : {"json", "csv", "ctm", "text", "table"}) {
+        d.with_confidence = false;
+        const std::string without = written(format, d);
+        d.with_confidence = true;
+        const std::string with = written(format, d);
+        EXPECT_EQ(count(without, "0.25"), 0u) << format;
+        EXPECT_EQ(count(with, "0.25"), 1u) << format;
+    }
+    EXPECT_EQ(count(written("json", d), "embedding"), 0u);
+    d.with_embeddings = true;
+    EXPECT_EQ(nlohmann::json::parse(written("json", d))["speakers"][1]["embedding"],
+              nlohmann::json({0.0, 1.0}));
+}
+
+TEST(formats, csv_quotes_as_rfc_4180_says) {
+    EXPECT_NE(written("csv", hostile()).find("a talk,0.000,2.000,2.000,\"Ann \"\"A\"\", <b>\"\r\n"),
+              std::string::npos);
+}
+
+TEST(formats, json_survives_names_that_are_not_utf_8) {
+    diarization d = hostile();
+    d.recording = "caf\xe9";
+    EXPECT_EQ(nlohmann::json::parse(written("json", d))["segments"].size(), 3u);
+}
+
+TEST(formats, page_cannot_be_broken_out_of) {
+    const std::string page = written("html", hostile());
+    EXPECT_EQ(count(page, "</script>"), 2u);  // the page's own
+    EXPECT_EQ(count(page, "@PARLEY_"), 0u);
+    EXPECT_EQ(count(page, "http"), count(page, "http-equiv"));  // nothing from a network
+}
+
+TEST(formats, textgrid_tiers_have_no_gaps) {
+    const std::string grid = written("textgrid", hostile());
+    EXPECT_EQ(count(grid, "intervals: size = 3"), 2u);  // speech, nothing, speech; nothing, speech, nothing
+    EXPECT_EQ(count(grid, "\"Ann \"\"A\"\", <b>\""), 3u);
+}
+
+TEST(formats, nobody_speaking_is_an_answer_too) {
+    diarization d;
+    d.recording = d.path = "empty";
+    d.duration = 1;
+    for (const output_format &format : output_formats()) {
+        if (std::string_view(format.shown.name) == "uem") continue;
+        EXPECT_EQ(count(format.write(d, {}), "SPEAKER"), 0u) << format.shown.name;
+    }
+    EXPECT_EQ(count(written("table", d), "nobody speaks"), 1u);
+}
+
+TEST(formats, table_fits_the_terminal) {
+    const std::string table = write_table(hostile(), {.colors = false, .columns = 80});
+    size_t start = 0, lanes = 0;
+    for (size_t end = table.find('\n'); end != std::string::npos;
+         start = end + 1, end = table.find('\n', start)) {
+        const std::string line = table.substr(start, end - start);
+        const auto width = std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xC0) != 0x80; });
+        if (line.find("█") != std::string::npos) lanes++;
+        EXPECT_LE(width, 80) << line;
+    }
+    EXPECT_GE(lanes, 1u);
+}
+
+TEST(formats, clock) {
+    EXPECT_EQ(clock_time(0), "0:00.000");
+    EXPECT_EQ(clock_time(59.9996), "1:00.000");
+    EXPECT_EQ(clock_time(3723.045), "1:02:03.045");
+}
+
+TEST(tidy, merges_then_drops_then_pads) {
+    std::vector<segment> segments = {
+        {1, 2, 0, 1}, {2.2, 3.2, 0, 0.5}, {3.4, 3.5, 1, 1}, {4, 5, 0, 1}, {9.5, 9.9, 1, 1}};
+    parley_options options;
+    parley_options_init(&options);
+    options.merge_gap = 0.25;
+    options.min_duration = 0.3;
+    options.pad = 0.5;
+    tidy_segments(&segments, 10, options);
+    ASSERT_EQ(segments.size(), 3u);
+    EXPECT_DOUBLE_EQ(segments[0].start, 0.5);
+    EXPECT_DOUBLE_EQ(segments[0].end, 3.6);  // half way to the next
+    EXPECT_DOUBLE_EQ(segments[0].confidence, 0.75);
+    EXPECT_DOUBLE_EQ(segments[1].start, 3.6);
+    EXPECT_DOUBLE_EQ(segments[1].end, 5.5);
+    EXPECT_DOUBLE_EQ(segments[2].end, 10);  // the recording's end
+}
+
+}  // namespace

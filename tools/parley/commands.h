@@ -1,0 +1,19 @@
+// The commands of the tool. Each adds its options to a parser and gives what runs it: the exit status.
+#ifndef PARLEY_TOOL_COMMANDS_H
+#define PARLEY_TOOL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace parley {
+
+using command = std::function<int()>;
+
+command diarize_command(CLI::App *app);
+command score_command(CLI::App *app);
+command assign_command(CLI::App *app);
+command match_command(CLI::App *app);
+
+}  // namespace parley
+
+#endif

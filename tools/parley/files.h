@@ -1,0 +1,35 @@
+// Files of the tool's own: texts, results that are there whole or not at all, standard input as a file.
+#ifndef PARLEY_TOOL_FILES_H
+#define PARLEY_TOOL_FILES_H
+
+#include <string>
+
+namespace parley {
+
+// A whole file, or standard input for "-". Throws std::runtime_error.
+std::string read_text(const std::string &path);
+
+// Writes a file so that it is there whole or not at all. Throws std::system_error.
+void write_atomically(const std::string &path, const std::string &content);
+
+// Whether a path can be read only once, from its beginning to its end: standard input ("-"), a pipe.
+bool is_stream(const std::string &path);
+
+// The rest of a stream as a file that has no name any more, so that nothing stays behind whatever happens. Throws
+// std::system_error.
+class spooled_stream {
+public:
+    explicit spooled_stream(const std::string &path);
+    ~spooled_stream();
+    spooled_stream(const spooled_stream &) = delete;
+    spooled_stream &operator=(const spooled_stream &) = delete;
+    const std::string &path() const { return path_; }
+
+private:
+    int file_;
+    std::string path_;
+};
+
+}  // namespace parley
+
+#endif

@@ -1,0 +1,94 @@
+#include "recordings.h"
+
+#include <glob.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include "files.h"
+
+namespace fs = std::filesystem;
+
+namespace parley {
+
+namespace {
+
+bool looks_like_audio(const fs::path &path) {
+    std::string extension = path.extension().string();
+    std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    static constexpr std::array KNOWN = {".wav", ".flac", ".mp3", ".ogg",  ".oga", ".opus",
+                                         ".m4a", ".mp4",  ".3gp", ".webm", ".aac", ".amr"};
+    return std::ranges::find(KNOWN, extension) != KNOWN.end();
+}
+
+void add_folder(const fs::path &folder, std::vector<recording_file> *list) {
+    std::error_code error;
+    std::vector<fs::path> found;
+    for (auto entry =
+             fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, error);
+         !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+        if (looks_like_audio(entry->path()) && entry->is_regular_file(error)) found.push_back(entry->path());
+    }
+    if (error) throw std::runtime_error(folder.string() + ": " + error.message());
+    std::ranges::sort(found);
+    for (const fs::path &path : found)
+        list->push_back({path.string(), path.lexically_relative(folder).replace_extension().string()});
+}
+
+void add(const std::string &argument, std::vector<recording_file> *list) {
+    std::error_code error;
+    if (argument == "-") {
+        list->push_back({"-", "stdin"});
+    } else if (fs::is_directory(argument, error)) {
+        add_folder(argument, list);
+    } else if (!fs::exists(argument, error) && argument.find_first_of("*?[") != std::string::npos) {
+        glob_t matches{};
+        const int status = glob(argument.c_str(), 0, nullptr, &matches);
+        const std::vector<std::string> paths(matches.gl_pathv, matches.gl_pathv + matches.gl_pathc);
+        globfree(&matches);
+        if (status != 0) throw std::runtime_error(argument + ": nothing matches");
+        for (const std::string &path : paths) add(path, list);
+    } else {
+        list->push_back({argument, fs::path(argument).stem().string()});
+    }
+}
+
+}  // namespace
+
+std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
+                                            const std::vector<std::string> &manifests) {
+    std::vector<recording_file> list;
+    for (const std::string &argument : arguments) add(argument, &list);
+    for (const std::string &manifest : manifests) {
+        if (fs::is_directory(manifest)) throw std::runtime_error(manifest + ": is a folder, not a list");
+        std::istringstream file(read_text(manifest));
+        for (std::string line; std::getline(file, line);) {
+            while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
+            if (!line.empty() && line[0] != '#') add(line, &list);
+        }
+    }
+    std::map<std::string, int> uses;
+    for (const recording_file &r : list) uses[r.output]++;
+    for (recording_file &r : list)
+        if (uses[r.output] > 1) r.output += fs::path(r.path).extension().string();
+    return list;
+}
+
+void check_outputs(const std::vector<recording_file> &recordings) {
+    std::map<std::string, std::string> taken;
+    for (const recording_file &r : recordings) {
+        const auto [other, is_new] = taken.emplace(r.output, r.path);
+        if (!is_new) {
+            throw std::runtime_error(
+                other->second + " and " + r.path +
+                " would be written to the same file: name folders, or one of them at a time");
+        }
+    }
+}
+
+}  // namespace parley

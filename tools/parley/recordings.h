@@ -1,0 +1,28 @@
+// What the user named becomes a list of recordings.
+#ifndef PARLEY_TOOL_RECORDINGS_H
+#define PARLEY_TOOL_RECORDINGS_H
+
+#include <string>
+#include <vector>
+
+namespace parley {
+
+struct recording_file {
+    std::string path;
+    std::string
+        output;  // below the output folder: the path below the folder that was named, without extension
+};
+
+// Files as they are; folders with the audio files anywhere below them, known by extension; patterns with * ?
+// [ ] that no file is named like; and the lines of manifests ("-" is standard input). Two files of one output
+// name keep their extensions. Throws std::runtime_error for a folder or manifest that cannot be read and a
+// pattern that matches nothing.
+std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
+                                            const std::vector<std::string> &manifests);
+
+// Throws std::runtime_error where two recordings would be written to the same files.
+void check_outputs(const std::vector<recording_file> &recordings);
+
+}  // namespace parley
+
+#endif

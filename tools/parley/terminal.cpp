@@ -1,0 +1,61 @@
+#include "terminal.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+
+#include "room.h"
+
+namespace parley {
+
+namespace {
+
+[[noreturn]] void fail(const std::string &what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+std::FILE *take_standard_output() {
+    const int results = dup(STDOUT_FILENO);
+    const int nowhere = open("/dev/null", O_WRONLY);
+    if (results < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) fail("standard output");
+    close(nowhere);
+    std::FILE *stream = fdopen(results, "w");
+    if (!stream) fail("standard output");
+    return stream;
+}
+
+void close_standard_output(std::FILE *stream) {
+    const bool failed = std::ferror(stream) != 0;
+    if (std::fclose(stream) != 0 || failed) fail("standard output");
+}
+
+bool is_terminal(std::FILE *stream) {
+    return isatty(fileno(stream)) != 0;
+}
+
+parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
+    parley_terminal result = {0, 0};
+    const char *no_color = std::getenv("NO_COLOR"), *kind = std::getenv("TERM");
+    const bool dumb = kind && std::string_view(kind) == "dumb";
+    result.colors =
+        color == "always" || (color == "auto" && is_terminal(stream) && !dumb && !(no_color && *no_color));
+    winsize size{};
+    if (is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        result.columns = size.ws_col;
+    return result;
+}
+
+void print_error(const std::exception &error, bool verbose) {
+    std::fprintf(stderr, "parley: %s\n", error.what());
+    if (const auto *failure = dynamic_cast<const room_error *>(&error); failure && verbose)
+        std::fputs(failure->details.c_str(), stderr);
+}
+
+}  // namespace parley

@@ -1,0 +1,19 @@
+#include "workers.h"
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace parley {
+
+void run_workers(int workers, size_t count, const std::function<void(int worker, size_t item)> &work) {
+    std::atomic<size_t> next = 0;
+    const auto loop = [&](int worker) {
+        for (size_t item = next++; item < count; item = next++) work(worker, item);
+    };
+    std::vector<std::jthread> threads;
+    for (int w = 1; w < workers; w++) threads.emplace_back(loop, w);
+    loop(0);
+}
+
+}  // namespace parley

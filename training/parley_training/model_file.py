@@ -1,0 +1,120 @@
+"""The model file (.zx), read and written in one place.
+
+A model is a dictionary: `state`, tensors by the names that network.Network gives its parameters; `sizes`, the arguments of
+Network; `mean` and `scale` of the 40 bands, int16 in Q10; `lengths`, chunk and warm-up in frames; `thresholds`, offline,
+prune, segment, background. docs/model-file.md describes the file."""
+
+import struct
+from pathlib import Path
+
+import numpy as np
+import torch
+
+MAGIC = b"parley1.0.0"
+LENGTHS = (640, 80)  # frames of 32 ms: what the network sees at once, what is thrown away at a seam
+THRESHOLDS = (0.2, 0.25, 0.25, 0.25)  # before tuning
+OFFLINE, PRUNE, SEGMENT, BACKGROUND = range(4)
+
+
+def keep_background(thresholds):
+    """The same thresholds with the background's not below the segments'.
+
+    Until the first speaker opens a cluster, the background is the current one, and a frame between the two thresholds
+    moves its centroid: whoever speaks first would become the background for good."""
+    offline, prune, segment, background = thresholds
+    return np.array([offline, prune, segment, max(segment, background)])
+
+
+def _count(*values):
+    return struct.pack(f"<{len(values)}i", *values)
+
+
+def _eight_bit(tensor):
+    return np.clip(np.round(tensor.numpy() * 128), -128, 127).astype(np.int8)
+
+
+def _fully_connected(weight, bias):
+    # inputs x outputs as training holds it; the file has the biases first, then the weights by output.
+    inputs, outputs = weight.shape
+    return _count(inputs, outputs) + _eight_bit(bias).tobytes() + np.ascontiguousarray(_eight_bit(weight).T).tobytes()
+
+
+def _recurrent(w, u, b):
+    # Both projections have a bias in the file; training has one for their sum.
+    return _fully_connected(w, b) + _fully_connected(u, torch.zeros_like(b))
+
+
+def _index(layer, backwards):
+    return 6 * layer + 3 * backwards
+
+
+def to_bytes(state, sizes, mean, scale, lengths=LENGTHS, thresholds=THRESHOLDS):
+    state = {k: v.cpu() for k, v in state.items()}
+    mean, scale = np.asarray(mean, "<i2"), np.asarray(scale, "<i2")
+    parts = [MAGIC, _count(len(mean)), mean.tobytes(), scale.tobytes(), _count(sizes["layers"])]
+    for backwards in (0, 1):
+        for layer in range(sizes["layers"]):
+            at = _index(layer, backwards)
+            parts.append(_recurrent(*(state[f"recurrent.{at + i}"] for i in range(3))))
+    parts.append(_fully_connected(state["embedding_weight"], state["embedding_bias"]))
+    parts.append(_count(*lengths))
+    parts.append(struct.pack("<4f", *keep_background(thresholds)))
+    background = state["background"].numpy().astype(np.float64)
+    background /= np.linalg.norm(background)
+    parts += [_count(len(background)), background.astype("<f4").tobytes()]
+    return b"".join(parts)
+
+
+class _Reader:
+    def __init__(self, data):
+        self.data, self.at = data, 0
+
+    def take(self, format):
+        size = struct.calcsize("<" + format)
+        values = struct.unpack_from("<" + format, self.data, self.at)
+        self.at += size
+        return values
+
+    def array(self, type, count):
+        values = np.frombuffer(self.data, type, count, self.at)
+        self.at += values.nbytes
+        return values
+
+    def fully_connected(self):
+        inputs, outputs = self.take("2i")
+        bias = self.array("i1", outputs)
+        weight = self.array("i1", inputs * outputs).reshape(outputs, inputs).T
+        return torch.from_numpy(weight / np.float32(128)), torch.from_numpy(bias / np.float32(128))
+
+
+def from_bytes(data):
+    reader = _Reader(data)
+    if reader.take(f"{len(MAGIC)}s") != (MAGIC,):
+        raise ValueError("not a Parley model")
+    bands, = reader.take("i")
+    mean, scale = reader.array("<i2", bands).copy(), reader.array("<i2", bands).copy()
+    layers, = reader.take("i")
+    state = {}
+    for backwards in (0, 1):
+        for layer in range(layers):
+            (w, b), (u, b_hidden) = reader.fully_connected(), reader.fully_connected()
+            for i, tensor in enumerate((w, u, b + b_hidden)):
+                state[f"recurrent.{_index(layer, backwards) + i}"] = tensor.contiguous()
+    weight, state["embedding_bias"] = reader.fully_connected()
+    state["embedding_weight"] = weight.contiguous()
+    lengths = reader.take("2i")
+    thresholds = reader.take("4f")
+    size, = reader.take("i")
+    state["background"] = torch.from_numpy(reader.array("<f4", size).copy())
+    sizes = dict(layers=layers, units=state["recurrent.1"].shape[0], embedding=size, inputs=state["recurrent.0"].shape[0])
+    return dict(state=state, sizes=sizes, mean=mean, scale=scale, lengths=lengths, thresholds=thresholds)
+
+
+def read(path):
+    return from_bytes(Path(path).read_bytes())
+
+
+def write(path, model):
+    data = to_bytes(**model)
+    Path(path).write_bytes(data)
+    return data
