@@ -26,13 +26,14 @@ def build_native():
     build = HERE / "build" / "native"
     subprocess.run(["cmake", "-S", ROOT, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                     "-DPARLEY_BUILD_TOOLS=OFF", "-DPARLEY_BUILD_TESTS=OFF",
+                    "-DPARLEY_WITH_CAIRO=OFF", "-DPARLEY_WITH_SNDFILE=OFF",  # which bring dozens of libraries
                     "-DCMAKE_SHARED_LINKER_FLAGS=-static-libstdc++ -static-libgcc -Wl,-rpath,$ORIGIN",
                     *shlex.split(os.environ.get("PARLEY_CMAKE_ARGS", ""))], check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", build, "--target", "parley", "--", "--quiet"], check=True)
+    subprocess.run(["cmake", "--build", build, "--target", "parley_diarization", "--", "--quiet"], check=True)
     shutil.rmtree(NATIVE, ignore_errors=True)
     NATIVE.mkdir(parents=True)
-    library = NATIVE / "libparley.so.1"
-    shutil.copy(build / "libparley.so.1", library)
+    library = NATIVE / "libparley-diarization.so.1"
+    shutil.copy(build / "diarization" / "libparley-diarization.so.1", library)
     subprocess.run(["strip", "--strip-unneeded", library], check=True)
     shutil.copy(ROOT / "models" / "parley.zx", NATIVE)
     for line in subprocess.run(["ldd", library], check=True, text=True, stdout=subprocess.PIPE).stdout.splitlines():

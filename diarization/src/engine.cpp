@@ -36,6 +36,7 @@ void check(zx_status_t status, const std::string &subject) {
 
 engine::engine(const std::string &model_path) {
     zx_log_disable();
+    zx_error_print_notices(false);
     std::error_code ignored;
     if (!std::filesystem::exists(model_path, ignored))
         throw diarization_error(PARLEY_MISSING, "the model " + model_path + " is not there");

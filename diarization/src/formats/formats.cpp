@@ -25,8 +25,8 @@ constexpr output_format FORMATS[] = {
     {{"ctm", ".ctm", "NIST CTM, the speaker in place of the word", "text/plain"}, write_ctm},
     {{"uem", ".uem", "NIST UEM: the part that was listened to", "text/plain"}, write_uem},
     {{"html", ".html", "a page with player, lanes and shares", "text/html"}, write_html},
-#if PARLEY_WITH_CAIRO
     {{"svg", ".svg", "the timeline as a drawing", "image/svg+xml"}, write_svg},
+#if PARLEY_WITH_CAIRO
     {{"png", ".png", "the timeline as a picture", "image/png"}, write_png},
 #endif
 };

@@ -1,6 +1,5 @@
-// The timeline as a picture for papers and slides: one drawing, onto an SVG or a PNG surface.
+// The timeline as a picture for slides.
 
-#include <cairo-svg.h>
 #include <cairo.h>
 
 #include <algorithm>
@@ -10,30 +9,17 @@
 #include <stdexcept>
 
 #include "formats.h"
+#include "timeline.h"
 
 namespace {
 
-constexpr double WIDTH = 1200, MARGIN = 16, LANE = 34, AXIS = 34, TITLE = 36;  // points
-constexpr double SCALE = 2;                                                    // pixels a point in a PNG
+constexpr double SCALE = 2;  // pixels a point
 
 struct deleter {
     void operator()(cairo_t *c) const { cairo_destroy(c); }
     void operator()(cairo_surface_t *s) const { cairo_surface_destroy(s); }
 };
 using surface_ptr = std::unique_ptr<cairo_surface_t, deleter>;
-
-double height_of(const diarization &result) {
-    return TITLE + LANE * static_cast<double>(std::max<size_t>(1, result.speakers.size())) + AXIS;
-}
-
-// A round number of seconds, so that about ten marks fit.
-double tick_of(double duration) {
-    static constexpr double STEPS[] = {0.5, 1,   2,   5,   10,   15,   30,   60,
-                                       120, 300, 600, 900, 1800, 3600, 7200, 14400};
-    for (double step : STEPS)
-        if (duration / step <= 12) return step;
-    return 28800;
-}
 
 void set_color(cairo_t *c, long rgb) {
     cairo_set_source_rgb(c, static_cast<double>(rgb >> 16) / 255, static_cast<double>(rgb >> 8 & 255) / 255,
@@ -110,14 +96,6 @@ void draw_on(const surface_ptr &surface, double scale, const diarization &result
 }
 
 }  // namespace
-
-std::string write_svg(const diarization &result, const terminal &) {
-    std::string text;
-    surface_ptr surface(cairo_svg_surface_create_for_stream(append, &text, WIDTH, height_of(result)));
-    draw_on(surface, 1, result);
-    surface.reset();  // which writes the end
-    return text;
-}
 
 std::string write_png(const diarization &result, const terminal &) {
     const auto pixels = [](double points) { return static_cast<int>(std::ceil(points * SCALE)); };

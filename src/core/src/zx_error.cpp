@@ -77,6 +77,16 @@ void *printable(pthread_t thread) {
     return reinterpret_cast<void *>(thread);
 }
 
+std::atomic<bool> prints_notices = true;
+
+[[gnu::format(printf, 1, 2)]] void print_notice(const char *format, ...) {
+    if (!prints_notices.load(std::memory_order_relaxed)) return;
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+}
+
 }  // namespace
 
 void zx_error_prepare() {
@@ -90,7 +100,7 @@ void zx_error_prepare() {
 void zx_error_log_error_va(const char *file, uint32_t line, const zx_error_msg_t *msg, va_list arguments) {
     zx_error_stack_t *stack = acquire_stack();
     if (!stack) {
-        std::printf("(zx_error) Unable to acquire stack for `%p`\n", printable(pthread_self()));
+        print_notice("(zx_error) Unable to acquire stack for `%p`\n", printable(pthread_self()));
         return;
     }
     if (stack->is_prepared) clear_frames(stack);
@@ -105,8 +115,8 @@ void zx_error_log_error_va(const char *file, uint32_t line, const zx_error_msg_t
     } else {
         std::snprintf(frame->message, MESSAGE_SIZE, "Orlenta Error (code `%08X`)", msg->code);
     }
-    std::printf("(zx_error) (%p frame %u) %s\n", printable(stack->owner.load(std::memory_order_relaxed)),
-                stack->depth, frame->message);
+    print_notice("(zx_error) (%p frame %u) %s\n", printable(stack->owner.load(std::memory_order_relaxed)),
+                 stack->depth, frame->message);
     stack->depth++;
 }
 
@@ -122,13 +132,13 @@ extern "C" zx_status_t zx_get_error_stack(char ***message_stack, int32_t *messag
     *message_stack_depth = 0;
     zx_error_stack_t *stack = find_stack();
     if (!stack) {
-        std::printf("(zx_error) Unable to find error stack for `%p`\n", printable(pthread_self()));
+        print_notice("(zx_error) Unable to find error stack for `%p`\n", printable(pthread_self()));
         return ZX_STATUS_INVALID_STATE;
     }
 
     const std::lock_guard<std::mutex> lock(zx_error_mutex);
     if (!transfer_buffer) {
-        std::printf("(zx_error) Error buffer is unavailable\n");
+        print_notice("(zx_error) Error buffer is unavailable\n");
         return ZX_STATUS_INVALID_STATE;
     }
     for (uint32_t i = 0; i < MAX_FRAMES; i++) {
@@ -143,7 +153,7 @@ extern "C" zx_status_t zx_get_error_stack(char ***message_stack, int32_t *messag
 
     transfer_buffer = create_transfer_buffer();
     if (!transfer_buffer) {
-        std::printf("(zx_error) Unable to obtain new error buffer\n");
+        print_notice("(zx_error) Unable to obtain new error buffer\n");
         return ZX_STATUS_OUT_OF_MEMORY;
     }
     return ZX_STATUS_SUCCESS;
@@ -153,4 +163,8 @@ extern "C" void zx_free_error_stack(char **message_stack) {
     if (!message_stack) return;
     for (uint32_t i = 0; i < MAX_FRAMES; i++) std::free(message_stack[i]);
     std::free(message_stack);
+}
+
+void zx_error_print_notices(bool on) {
+    prints_notices.store(on, std::memory_order_relaxed);
 }

@@ -9,9 +9,14 @@
 One Diarizer holds the loaded network (about 4 MB) and serves any number of recordings, one at a time; Diarizers in
 different threads run side by side, and Python's other threads run on meanwhile.
 """
-from ._engine import SAMPLE_RATE, Diarizer, ParleyError, Status, version
+from ._engine import SAMPLE_RATE, Diarizer, version
+from ._errors import ParleyError, Status
+from ._library import FORMATS as _FORMATS
 from ._results import Diarization, Segment
-from ._words import assign_speakers
+from ._words import Score, assign_speakers, match, score
 
-__all__ = ["SAMPLE_RATE", "Diarization", "Diarizer", "ParleyError", "Segment", "Status", "assign_speakers", "version"]
-__version__ = "1.0.0"
+FORMATS = [f.name.decode() for f in _FORMATS]
+"""In which an answer can be written."""
+__all__ = ["FORMATS", "SAMPLE_RATE", "Diarization", "Diarizer", "ParleyError", "Score", "Segment", "Status",
+           "assign_speakers", "match", "score", "version"]
+__version__ = version()

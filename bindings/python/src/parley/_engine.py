@@ -2,97 +2,69 @@
 from __future__ import annotations
 
 import ctypes
-import enum
 import os
-import tempfile
 import threading
-import wave
-from ctypes import POINTER, byref, c_char_p, c_int16, c_int32, c_void_p
-from typing import Callable, List, Optional, Union
+from ctypes import POINTER, byref, c_int16, c_void_p
+from typing import IO, Any, Callable, Dict, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
-from ._library import CSegment, find_model, library
-from ._results import Diarization, Segment
+from ._errors import check
+from ._library import OPTIONS_SIZE, Progress, find_model, library
+from ._results import Diarization
 
-SAMPLE_RATE: int = library.zx_sample_rate()
+SAMPLE_RATE = 16000
 """The rate in Hz at which the engine works; other rates are converted to it."""
-
-FRAME = 512 / SAMPLE_RATE
-"""Seconds of audio that one decision covers. The C interface gives the start of a segment's last frame; here the end of
-that frame is given, so that durations are those of the audio."""
-
-
-class Status(enum.IntEnum):
-    """Why a call failed, as the C interface says it."""
-
-    SUCCESS = 0
-    OUT_OF_MEMORY = 1
-    IO_ERROR = 2
-    INVALID_ARGUMENT = 3
-    STOP_ITERATION = 4
-    KEY_ERROR = 5
-    INVALID_STATE = 6
-    RUNTIME_ERROR = 7
-
-
-class ParleyError(Exception):
-    """A call of the engine failed.
-
-    status: the engine's status.
-    messages: what it said about it, the innermost fault first.
-    """
-
-    def __init__(self, what: str, status: Status, messages: List[str]):
-        self.status = status
-        self.messages = messages
-        super().__init__(f"{what}: {status.name}" + "".join(f"\n  {message}" for message in messages))
+MOST_CHANNELS = 64
 
 
 def version() -> str:
     """The version of the library and of the models that it reads."""
-    return library.zx_parley_version().decode()
+    return library.parley_version().decode()
 
 
-def _take_messages() -> List[str]:
-    stack = POINTER(c_char_p)()
-    depth = c_int32()
-    library.zx_get_error_stack(byref(stack), byref(depth))
-    if not stack:
-        return []
-    messages = [stack[i].decode(errors="replace") for i in range(depth.value)]
-    library.zx_free_error_stack(stack)
-    return messages
-
-
-def _check(what: str, status: int) -> None:
-    if status != Status.SUCCESS:
-        messages = _take_messages()
-        if status == Status.OUT_OF_MEMORY:
-            raise MemoryError(f"{what}: " + "; ".join(messages))
-        raise ParleyError(what, Status(status), messages)
-
-
-def _to_int16(samples: np.ndarray) -> np.ndarray:
-    """Mono 16-bit samples of an array of shape (n,) or (n, channels): integers of 16 bits as they are, floats from -1 to 1
-    times 32768 with saturation; channels are averaged."""
+def _to_int16(samples: Any) -> np.ndarray:
+    """Interleaved 16-bit samples (n, channels) of an array or tensor of shape (n,), (channels, n) or (n, channels): integers of
+    16 bits as they are, floats from -1 to 1 times 32768."""
+    if hasattr(samples, "detach"):  # a tensor
+        samples = samples.detach().cpu().numpy()
     samples = np.asarray(samples)
     if samples.ndim not in (1, 2):
-        raise ValueError(f"samples must have the shape (n,) or (n, channels), not {samples.shape}")
-    if samples.ndim == 2 and samples.shape[1] > 64:
-        raise ValueError(f"{samples.shape[1]} channels of {samples.shape[0]} samples: transpose the array")
+        raise ValueError(f"samples must have the shape (n,), (channels, n) or (n, channels), not {samples.shape}")
+    if samples.ndim == 1:
+        samples = samples[:, None]
+    elif samples.shape[0] < samples.shape[1]:
+        samples = samples.T
+    if samples.shape[1] > MOST_CHANNELS:
+        raise ValueError(f"{samples.shape[1]} channels are more than {MOST_CHANNELS}")
     if samples.dtype == np.int16:
-        if samples.ndim == 2:
-            samples = np.trunc(samples.mean(axis=1, dtype=np.float64)).astype(np.int16)
-    elif np.issubdtype(samples.dtype, np.floating):
-        if samples.ndim == 2:
-            samples = samples.mean(axis=1)
-        if not np.isfinite(samples).all():
-            raise ValueError("samples must be finite")
-        samples = np.clip(np.rint(samples * 32768.0), -32768, 32767).astype(np.int16)
-    else:
+        return np.ascontiguousarray(samples)
+    if not np.issubdtype(samples.dtype, np.floating):
         raise TypeError(f"samples must be int16 or floats from -1 to 1, not {samples.dtype}")
-    return np.ascontiguousarray(samples)
+    if not np.isfinite(samples).all():
+        raise ValueError("samples must be finite")
+    if samples.size and np.abs(samples).max() > 1:
+        raise ValueError("floats go from -1 to 1; these go to "
+                         f"{np.abs(samples).max():g}: divide integers by their full scale, or scale down what is too loud")
+    return np.ascontiguousarray(np.clip(np.rint(samples * 32768.0), -32768, 32767).astype(np.int16))
+
+
+class _Options:
+    """A record of options, and the texts that it refers to."""
+
+    def __init__(self, values: Dict[str, Any]):
+        self.record = ctypes.create_string_buffer(OPTIONS_SIZE)
+        library.parley_options_init(self.record)
+        self.texts = []
+        for name, value in values.items():
+            if value is None or value is False:
+                continue
+            if value is True:
+                value = "1"
+            elif not isinstance(value, str) and isinstance(value, Sequence):
+                value = ",".join(map(str, value))
+            self.texts.append(str(value).encode())
+            check(library.parley_options_set(self.record, name.encode(), self.texts[-1]))
 
 
 class Diarizer:
@@ -108,63 +80,85 @@ class Diarizer:
         self._object: Optional[c_void_p] = None
         self._lock = threading.Lock()
         path = os.fspath(model) if model is not None else find_model()
-        engine = c_void_p()
-        _check(f"loading {path}", library.zx_parley_init(os.fsencode(path), byref(engine)))
-        self._object = engine
+        opened = c_void_p()
+        check(library.parley_open(os.fsencode(path), byref(opened)))
+        self._object = opened
 
-    def diarize(self, source: Union[str, "os.PathLike[str]", np.ndarray], sample_rate: Optional[int] = None) -> Diarization:
+    def diarize(self, source: Union[str, "os.PathLike[str]", IO[bytes], np.ndarray, Any], sample_rate: Optional[int] = None,
+                *, num_speakers: Optional[int] = None, min_speakers: Optional[int] = None,
+                max_speakers: Optional[int] = None,
+                thresholds: Optional[Tuple[float, float, float, float]] = None, merge_gap: Optional[float] = None,
+                min_duration: Optional[float] = None, pad: Optional[float] = None,
+                names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
+                refine: bool = True, confidence: bool = False, embeddings: bool = False,
+                progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
         """Finds out who spoke when.
 
         source: the path of an audio file (WAV, FLAC, MP3, Ogg Opus or Vorbis, WebM, MP4 or M4A with AAC, 3GP with AMR-NB,
-            as the library was built), or samples as an array of shape (n,) or (n, channels) of int16 or of floats from -1
-            to 1.
+            as the library was built); a file opened for reading bytes; or samples as an array or tensor of shape (n,),
+            (channels, n) or (n, channels) of int16 or of floats from -1 to 1.
         sample_rate: in Hz, with samples only: 16000 as they are, 8000 or more than 16000 converted by the engine.
+        num_speakers, min_speakers, max_speakers: how many there are.
+        thresholds: offline, prune, segment and background, instead of the model's.
+        merge_gap, min_duration, pad: seconds: a speaker's segments that close are joined, shorter ones dropped, all
+            lengthened where there is room.
+        names, speaker_prefix: of the first speakers heard; before the number of the others.
+        channels: "mix", or "split", where each is a speaker.
+        refine: frames go, once more, to the nearest of the speakers found.
+        confidence, embeddings: whether formats tell these; the answer has them anyway.
+        progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
 
-        Returns the segments in order of time. Raises ParleyError with the engine's status and messages.
+        Returns the segments in order of time. Raises FileNotFoundError, MemoryError, or ParleyError.
         """
-        if isinstance(source, (str, os.PathLike)):
+        options = _Options({"speakers": num_speakers, "min-speakers": min_speakers, "max-speakers": max_speakers,
+                            "threshold": thresholds, "channels": channels, "no-refine": not refine, "merge-gap": merge_gap,
+                            "min-duration": min_duration, "pad": pad, "speaker-prefix": speaker_prefix, "names": names,
+                            "confidence": confidence, "embeddings": embeddings})
+        if isinstance(source, (str, os.PathLike)) or hasattr(source, "read"):
             if sample_rate is not None:
                 raise TypeError("sample_rate goes with samples; a file has its own")
-            path = os.fspath(source)
-            return self._run(f"diarizing {path}", lambda *out: library.zx_parley_process_file(
-                self._object, os.fsencode(path), *out))
-        if sample_rate is None:
+        elif sample_rate is None:
             raise TypeError("samples need their sample_rate")
+        if isinstance(source, (str, os.PathLike)):
+            path = os.fsencode(os.fspath(source))
+            return self._run(progress, lambda *rest: library.parley_diarize_file(self._object, path, options.record, *rest))
+        if hasattr(source, "read"):
+            data = source.read()
+            if not isinstance(data, bytes):
+                raise TypeError("the file must be opened for reading bytes: open(path, \"rb\")")
+            name = os.fsencode(str(getattr(source, "name", "recording")))
+            return self._run(progress, lambda *rest: library.parley_diarize_memory(self._object, data, len(data), name,
+                                                                                   options.record, *rest))
         pcm = _to_int16(source)
-        if sample_rate == SAMPLE_RATE:
-            if len(pcm) > 2**31 - 1:
-                raise ValueError("more than 2^31 - 1 samples")
-            return self._run("diarizing samples", lambda *out: library.zx_parley_process(
-                self._object, pcm.ctypes.data_as(POINTER(c_int16)), len(pcm), *out))
-        # The engine converts rates when it reads files: so the samples become one.
-        with tempfile.NamedTemporaryFile(suffix=".wav") as file:
-            with wave.open(file, "wb") as writer:
-                writer.setparams((1, 2, sample_rate, 0, "NONE", ""))
-                writer.writeframes(pcm.astype("<i2").tobytes())
-            file.flush()
-            return self._run(f"diarizing samples at {sample_rate} Hz", lambda *out: library.zx_parley_process_file(
-                self._object, os.fsencode(file.name), *out))
+        return self._run(progress, lambda *rest: library.parley_diarize_samples(
+            self._object, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0], pcm.shape[1], sample_rate, b"recording",
+            options.record, *rest))
 
-    def _run(self, what: str, call: Callable[..., int]) -> Diarization:
-        count = c_int32()
-        segments = POINTER(CSegment)()
+    def _run(self, progress: Optional[Callable[[float], Optional[bool]]], call: Callable[..., int]) -> Diarization:
+        raised: list = []
+
+        def tell(_: object, done: float) -> int:
+            try:
+                return 0 if progress(done) is False else 1
+            except BaseException as error:  # which must not cross C; it goes on behind it
+                raised.append(error)
+                return 0
+
+        result = c_void_p()
         with self._lock:
             if self._object is None:
                 raise ValueError("the Diarizer is closed")
-            _check(what, call(byref(count), byref(segments)))
-        try:
-            records = segments[: count.value] if segments else []
-            # A tag of 0 in the last records carries no speaker.
-            return Diarization(Segment(round(s.start_sec, 3), round(s.end_sec + FRAME, 3), s.speaker_tag)
-                               for s in records if s.speaker_tag != 0)
-        finally:
-            library.zx_parley_segments_delete(segments)
+            status = call(Progress(tell) if progress else Progress(), None, byref(result))
+            if raised:
+                raise raised[0]
+            check(status)
+        return Diarization._take(result)
 
     def close(self) -> None:
         """Releases the engine; it can be called again."""
         with self._lock:
             if self._object is not None:
-                library.zx_parley_delete(self._object)
+                library.parley_close(self._object)
                 self._object = None
 
     def __enter__(self) -> "Diarizer":

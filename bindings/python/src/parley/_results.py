@@ -1,14 +1,19 @@
 """What a diarization is: segments, and what one does with them."""
 from __future__ import annotations
 
-import html
-from typing import TYPE_CHECKING, Dict, List, NamedTuple, Tuple
+import ctypes
+import os
+import pathlib
+from ctypes import byref, c_int32, c_size_t, c_void_p
+from typing import TYPE_CHECKING, Any, Dict, Iterable, List, NamedTuple, Optional, Tuple, Union
+
+import numpy as np
+
+from ._errors import ParleyError, Status, check
+from ._library import FORMATS, library
 
 if TYPE_CHECKING:
     import pandas
-
-# Distinct for readers with any kind of colour vision (Okabe and Ito).
-_COLORS = ("#0072B2", "#E69F00", "#009E73", "#CC79A7", "#56B4E9", "#D55E00", "#F0E442", "#888888")
 
 
 class Segment(NamedTuple):
@@ -27,8 +32,55 @@ class Segment(NamedTuple):
         return self.end - self.start
 
 
+class _Handle:
+    """Owns a parley_result."""
+
+    def __init__(self, address: c_void_p):
+        self.address = address
+
+    def __del__(self) -> None:
+        library.parley_result_delete(self.address)
+
+
 class Diarization(Tuple[Segment, ...]):
-    """The segments of a recording in order of time: a tuple, with conversions."""
+    """The segments of a recording in order of time: a tuple, with conversions.
+
+    duration: seconds of audio.
+    names: the speakers' names by number.
+    embeddings: their vectors of unit length by number.
+    confidences: of each segment, how much nearer it lies to its speaker than to the next best one, from 0 to 1.
+    waveform: the loudest sample of every twentieth of a second, from 0 to 1.
+    note: what the user should know, or "".
+    """
+
+    duration: float
+    names: Dict[int, str]
+    embeddings: Dict[int, np.ndarray]
+    confidences: List[float]
+    waveform: np.ndarray
+    note: str
+
+    @classmethod
+    def _take(cls, address: c_void_p) -> "Diarization":
+        """The answer behind an address, which is owned from then on."""
+        handle = _Handle(address)
+        records = [library.parley_result_segment(address, i) for i in range(library.parley_result_num_segments(address))]
+        self = cls(Segment(round(s.start, 3), round(s.end, 3), s.speaker + 1) for s in records)
+        speakers = [library.parley_result_speaker(address, i) for i in range(library.parley_result_num_speakers(address))]
+        count, rate = c_int32(), c_int32()
+        peaks = library.parley_result_waveform(address, byref(count), byref(rate))
+        self._handle = handle
+        self.duration = library.parley_result_duration(address)
+        self.names = {i: s.name.decode(errors="replace") for i, s in enumerate(speakers, 1)}
+        self.embeddings = {i: np.array(s.embedding[: s.embedding_size], np.float32) for i, s in enumerate(speakers, 1)}
+        self.confidences = [s.confidence for s in records]
+        self.waveform = np.array(peaks[: count.value], np.float32)
+        self.note = library.parley_result_note(address).decode(errors="replace")
+        return self
+
+    def __reduce__(self) -> Any:
+        kept = {k: v for k, v in self.__dict__.items() if k != "_handle"}
+        return _without_handle, (tuple(self), kept)
 
     @property
     def speakers(self) -> List[int]:
@@ -42,11 +94,27 @@ class Diarization(Tuple[Segment, ...]):
             times[segment.speaker] += segment.duration
         return times
 
-    def to_rttm(self, recording: str = "recording") -> str:
-        """Rich Transcription Time Marked lines, as scoring tools read them."""
-        name = recording.replace(" ", "_")
-        return "".join(f"SPEAKER {name} 1 {s.start:.3f} {s.duration:.3f} <NA> <NA> speaker_{s.speaker} <NA> <NA>\n"
-                       for s in self)
+    def to_bytes(self, format: str) -> bytes:
+        """The answer in one of parley.FORMATS, byte for byte what the command line tool writes."""
+        handle = getattr(self, "_handle", None)
+        if handle is None:
+            raise ParleyError("this answer was copied from another process and cannot be written any more", Status.INVALID, [])
+        text, size = c_void_p(), c_size_t()
+        check(library.parley_write_text(handle.address, format.encode(), byref(text), byref(size)))
+        try:
+            return ctypes.string_at(text.value, size.value)
+        finally:
+            library.parley_free(text)
+
+    def write(self, path: Union[str, "os.PathLike[str]"], format: Optional[str] = None) -> None:
+        """Writes a file, in the format that its name ends like unless one is named."""
+        path = pathlib.Path(path)
+        if format is None:
+            found = [f.name.decode() for f in FORMATS if path.name.lower().endswith(f.extension.decode().lower())]
+            if not found:
+                raise ValueError(f"{path}: no format has such names; name one")
+            format = found[0]
+        path.write_bytes(self.to_bytes(format))
 
     def to_dataframe(self) -> "pandas.DataFrame":
         """A pandas table with the columns start, end, duration (seconds) and speaker. Needs pandas."""
@@ -59,15 +127,34 @@ class Diarization(Tuple[Segment, ...]):
         """A lane per speaker, for notebooks."""
         if not self:
             return "<p>Nobody speaks.</p>"
-        end = max(segment.end for segment in self)
         lanes = []
         for row, (speaker, seconds) in enumerate(self.talk_time().items()):
-            color = _COLORS[row % len(_COLORS)]
+            color = library.parley_color(speaker - 1).decode()
             bars = "".join(
-                f'<rect x="{1000 * s.start / end:.2f}" y="{24 * row + 4}" width="{max(1000 * s.duration / end, 0.5):.2f}" '
-                f'height="16" fill="{color}"><title>{html.escape(f"speaker {s.speaker}: {s.start:.2f} to {s.end:.2f} s")}'
-                "</title></rect>" for s in self if s.speaker == speaker)
+                f'<rect x="{1000 * s.start / self.duration:.2f}" y="{24 * row + 4}" '
+                f'width="{max(1000 * s.duration / self.duration, 0.5):.2f}" height="16" fill="{color}">'
+                f"<title>{s.start:.2f} to {s.end:.2f} s</title></rect>" for s in self if s.speaker == speaker)
             lanes.append(f'{bars}<text x="1010" y="{24 * row + 17}" font-size="13" fill="currentColor">speaker {speaker}: '
                          f"{seconds:.1f} s</text>")
         return (f'<svg viewBox="0 0 1180 {24 * len(lanes)}" width="100%" role="img" font-family="sans-serif">'
                 f'{"".join(lanes)}</svg>')
+
+
+def _without_handle(segments: Iterable[Segment], kept: Dict[str, Any]) -> Diarization:
+    result = Diarization(segments)
+    result.__dict__.update(kept)
+    return result
+
+
+def _add_conversion(name: str, purpose: str, is_text: bool) -> None:
+    def convert(self: Diarization) -> Union[str, bytes]:
+        data = self.to_bytes(name)
+        return data.decode(errors="replace") if is_text else data
+
+    convert.__doc__ = f"{purpose[0].upper()}{purpose[1:]}."
+    convert.__name__ = f"to_{name}"
+    setattr(Diarization, convert.__name__, convert)
+
+
+for _format in FORMATS:
+    _add_conversion(_format.name.decode(), _format.purpose.decode(), not _format.media_type.startswith(b"image/png"))
