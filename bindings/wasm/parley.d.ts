@@ -1,4 +1,4 @@
-/** The rate in Hz at which the engine works. */
+/** The rate in Hz at which the engine works; other rates are converted to it. */
 export declare const SAMPLE_RATE: 16000;
 
 /** A stretch of one speaker. */
@@ -9,6 +9,66 @@ export interface Segment {
   end: number;
   /** 1, 2, ... in order of appearance. */
   speaker: number;
+  /** How much nearer the segment lies to its speaker than to the next best one, 0 to 1. */
+  confidence: number;
+}
+
+export interface Speaker {
+  name: string;
+  /** Of speech. */
+  seconds: number;
+  /** Of unit length. */
+  embedding: Float32Array;
+}
+
+export interface Format {
+  name: string;
+  extension: string;
+  purpose: string;
+  mediaType: string;
+}
+
+/** What can be asked of a run. */
+export interface Options {
+  /** The recording's name, which formats tell. */
+  name?: string;
+  /** Hz: 8000, or 16000 and more. */
+  sampleRate?: number;
+  /** Of the samples, interleaved. */
+  numChannels?: number;
+  numSpeakers?: number;
+  minSpeakers?: number;
+  maxSpeakers?: number;
+  /** Offline, prune, segment, background. */
+  thresholds?: [number, number, number, number];
+  channels?: "mix" | "split";
+  refine?: boolean;
+  /** Seconds. */
+  mergeGap?: number;
+  minDuration?: number;
+  pad?: number;
+  speakerPrefix?: string;
+  names?: string[];
+  /** Whether formats tell these. */
+  confidence?: boolean;
+  embeddings?: boolean;
+  /** Called with the share that is done, 0 to 1. */
+  onProgress?: (fraction: number) => void;
+}
+
+export interface Answer {
+  /** Seconds of audio. */
+  duration: number;
+  note: string;
+  segments: Segment[];
+  speakers: Speaker[];
+  /** The loudest sample of every twentieth of a second, 0 to 1. */
+  waveform: Float32Array;
+  /** In one of the formats, byte for byte what the command line tool writes. */
+  bytes(format: string): Promise<Uint8Array>;
+  text(format: string): Promise<string>;
+  /** Releases what the worker keeps of it. */
+  close(): void;
 }
 
 /** Decodes what the browser can play to mono samples from -1 to 1 at 16 kHz. */
@@ -19,8 +79,9 @@ export declare class Parley {
   /** Starts the worker and loads the model; both lie beside this file unless named. */
   static load(options?: { model?: string | URL; worker?: string | URL }): Promise<Parley>;
   private constructor(worker: Worker);
-  /** Mono samples at 16 kHz, 512 or more; progress goes from 0 to 1. */
-  diarize(samples: Int16Array | Float32Array, options?: { onProgress?: (fraction: number) => void }): Promise<Segment[]>;
+  /** In which answers can be written. */
+  formats: Format[];
+  diarize(samples: Int16Array | Float32Array, options?: Options): Promise<Answer>;
   /** Ends the worker. */
   close(): void;
 }

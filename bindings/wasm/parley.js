@@ -2,7 +2,9 @@
 //
 //   import { Parley, decodeAudio } from "./parley.js";
 //   const parley = await Parley.load();
-//   const segments = await parley.diarize(await decodeAudio(file), { onProgress: (fraction) => ... });
+//   const answer = await parley.diarize(await decodeAudio(file), { name: file.name, onProgress: (fraction) => ... });
+//   for (const { start, end, speaker } of answer.segments) ...
+//   const rttm = await answer.text("rttm");
 
 export const SAMPLE_RATE = 16000;
 
@@ -24,13 +26,55 @@ function toInt16(samples) {
   return Int16Array.from(samples, (x) => Math.max(-32768, Math.min(32767, Math.round(x * 32768))));
 }
 
+// The options of a run as the library names them, with texts for values.
+function optionsOf(given) {
+  const other = { numSpeakers: "speakers", thresholds: "threshold" };
+  const found = [];
+  for (const [key, value] of Object.entries(given)) {
+    if (value === undefined || value === null || (value === false && key !== "refine")) continue;
+    if (key === "refine") {
+      if (!value) found.push(["no-refine", "1"]);
+      continue;
+    }
+    const name = other[key] ?? key.replace(/[A-Z]/g, (letter) => "-" + letter.toLowerCase());
+    found.push([name, value === true ? "1" : Array.isArray(value) ? value.join(",") : String(value)]);
+  }
+  return found;
+}
+
+// Who spoke when in a recording.
+class Answer {
+  #parley;
+  #number;
+
+  constructor(parley, { answer, duration, note, segments, speakers, waveform }) {
+    this.#parley = parley;
+    this.#number = answer;
+    Object.assign(this, { duration, note, segments, speakers, waveform });
+  }
+
+  // The answer in one of parley.formats, byte for byte what the command line tool writes.
+  async bytes(format) {
+    return (await this.#parley.ask({ write: format, answer: this.#number })).bytes;
+  }
+
+  async text(format) {
+    return new TextDecoder().decode(await this.bytes(format));
+  }
+
+  // Releases what the worker keeps of it.
+  close() {
+    this.#parley.tell({ release: this.#number });
+  }
+}
+
 export class Parley {
   // Starts a worker and loads the engine and the model, by default from beside this file.
   static load({ model = new URL("./parley.zx", import.meta.url), worker = new URL("./worker.js", import.meta.url) } = {}) {
     return new Promise((resolve, reject) => {
       const thread = new Worker(worker, { type: "module" });
       thread.onerror = (event) => reject(new Error(event.message || "the worker could not be started"));
-      thread.onmessage = ({ data }) => (data.opened ? resolve(new Parley(thread)) : reject(new Error(data.error)));
+      thread.onmessage = ({ data }) => (data.opened ? resolve(new Parley(thread, data.opened)) : reject(new Error(data.error)));
       thread.postMessage({ open: String(model) });
     });
   }
@@ -39,8 +83,9 @@ export class Parley {
   #calls = new Map();
   #next = 1;
 
-  constructor(worker) {
+  constructor(worker, formats) {
     this.#worker = worker;
+    this.formats = formats; // [{name, extension, purpose, mediaType}]
     worker.onmessage = ({ data }) => {
       const call = this.#calls.get(data.id);
       if (!call) return;
@@ -50,29 +95,40 @@ export class Parley {
       }
       this.#calls.delete(data.id);
       if (data.error !== undefined) call.reject(new Error(data.error));
-      else call.resolve(data.segments);
+      else call.resolve(data);
     };
-    worker.onerror = (event) => {
-      for (const call of this.#calls.values()) call.reject(new Error(event.message || "the worker failed"));
-      this.#calls.clear();
-    };
+    worker.onerror = (event) => this.#failAll(event.message || "the worker failed");
   }
 
-  // Samples at 16 kHz, mono: an Int16Array, or floats from -1 to 1. Resolves to [{start, end, speaker}], in seconds and
-  // numbers from 1 in order of appearance. Calls are answered one after the other.
-  diarize(samples, { onProgress } = {}) {
+  #failAll(message) {
+    for (const call of this.#calls.values()) call.reject(new Error(message));
+    this.#calls.clear();
+  }
+
+  // For Answer: a message to the worker, with and without a reply.
+  ask(message, onProgress, transfer = []) {
     return new Promise((resolve, reject) => {
       const id = this.#next++;
       this.#calls.set(id, { resolve, reject, onProgress });
-      const pcm = toInt16(samples);
-      this.#worker.postMessage({ id, samples: pcm }, [pcm.buffer]);
+      this.#worker.postMessage({ id, ...message }, transfer);
     });
+  }
+
+  tell(message) {
+    this.#worker.postMessage(message);
+  }
+
+  // Samples: an Int16Array, or floats from -1 to 1, with several channels interleaved. Resolves to an answer. Calls are
+  // answered one after the other.
+  async diarize(samples, { onProgress, name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
+    const pcm = toInt16(samples);
+    const message = { samples: pcm, channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
+    return new Answer(this, await this.ask(message, onProgress, [pcm.buffer]));
   }
 
   // Ends the worker; calls that are under way fail.
   close() {
     this.#worker.terminate();
-    for (const call of this.#calls.values()) call.reject(new Error("closed"));
-    this.#calls.clear();
+    this.#failAll("closed");
   }
 }

@@ -44,7 +44,7 @@ void join_nearest(const frames &all, int most, tags *which) {
                 }
             }
         }
-        std::ranges::replace(*which, drop, keep);
+        std::replace(which->begin(), which->end(), drop, keep);
     }
 }
 
@@ -158,7 +158,8 @@ void check_options(const parley_options &o) {
     const std::vector<std::string> names = split_names(o.names);
     for (size_t i = 0; i < names.size(); i++) {
         if (names[i].empty()) refuse("a name is empty");
-        if (std::ranges::count(names, names[i]) > 1) refuse("the name " + names[i] + " is given twice");
+        if (std::count(names.begin(), names.end(), names[i]) > 1)
+            refuse("the name " + names[i] + " is given twice");
     }
 }
 
@@ -293,7 +294,8 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         result->segments.insert(result->segments.end(), found.begin(), found.end());
         means.merge(centroids(own));
     }
-    std::ranges::stable_sort(result->segments, {}, &segment::start);
+    std::stable_sort(result->segments.begin(), result->segments.end(),
+                     [](const segment &a, const segment &b) { return a.start < b.start; });
     number_speakers(options, means, result);
 }
 

@@ -23,12 +23,12 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
     std::vector<bool> changed(count *
                               num_states);  // whether a state is better reached from there than from itself
     for (size_t t = 0; t < count; t++) {
-        std::ranges::fill(here, 0.0);
+        std::fill(here.begin(), here.end(), 0.0);
         const float *row = all.at(static_cast<int32_t>(t));
         for (size_t d = 0; d < size; d++)
             for (size_t k = 0; k < num_states; k++)
                 here[k] += double{row[d]} * double{by_dimension[d * num_states + k]};
-        const auto before = std::ranges::max_element(best);
+        const auto before = std::max_element(best.begin(), best.end());
         const double moved = *before - CHANGE_COST;
         from[t] = static_cast<uint16_t>(before - best.begin());
         for (size_t k = 0; k < num_states; k++) {
@@ -37,7 +37,7 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
         }
     }
     std::vector<uint16_t> path(count);
-    auto state = static_cast<size_t>(std::ranges::max_element(best) - best.begin());
+    auto state = static_cast<size_t>(std::max_element(best.begin(), best.end()) - best.begin());
     for (size_t t = count; t-- > 0;) {
         path[t] = static_cast<uint16_t>(state);
         if (changed[t * num_states + state]) state = from[t];
@@ -62,7 +62,8 @@ void refine_tags(const frames &all, const float *background, int fewest, tags *w
         for (const uint16_t state : path) frames_of[state]++;
         const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());
         if (*least<SHORTEST_SPEAKER &&static_cast<int>(speakers.size())> std::max(1, fewest)) {
-            std::ranges::replace(*which, names[static_cast<size_t>(least - frames_of.begin())], 0u);
+            std::replace(which->begin(), which->end(), names[static_cast<size_t>(least - frames_of.begin())],
+                         0u);
             continue;
         }
         for (size_t t = 0; t < path.size(); t++) (*which)[t] = names[path[t]];

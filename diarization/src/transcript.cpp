@@ -35,7 +35,8 @@ void assign_json(json *value, const std::vector<turn> &turns, double reach) {
             if (span && word.contains("speaker") && word["speaker"].is_string())
                 spoken[word["speaker"].get<std::string>()] += span->second - span->first;
         }
-        const auto most = std::ranges::max_element(spoken, {}, &std::pair<const std::string, double>::second);
+        const auto most = std::max_element(spoken.begin(), spoken.end(),
+                                           [](const auto &a, const auto &b) { return a.second < b.second; });
         if (most != spoken.end()) speaker = most->first;
     }
     (*value)["speaker"] = speaker.empty() ? json(nullptr) : json(speaker);
@@ -125,8 +126,8 @@ std::string assign_ctm(const std::string &text, const std::vector<turn> &turns, 
         if (fields.size() < 6) fields.push_back("NA");
         if (fields.size() < 7) fields.push_back("lex");
         std::string speaker = speaker_at(turns, start, start + duration, reach);
-        std::ranges::replace_if(
-            speaker, [](unsigned char c) { return std::isspace(c); }, '_');
+        std::replace_if(
+            speaker.begin(), speaker.end(), [](unsigned char c) { return std::isspace(c); }, '_');
         fields.push_back(speaker.empty() ? "unknown" : speaker);
         std::string joined;
         for (const std::string &field : fields) joined += (joined.empty() ? "" : " ") + field;
@@ -149,7 +150,8 @@ std::string speaker_at(const std::vector<turn> &turns, double start, double end,
             nearest = &t;
         }
     }
-    const auto most = std::ranges::max_element(spoken, {}, &std::pair<const std::string, double>::second);
+    const auto most = std::max_element(spoken.begin(), spoken.end(),
+                                       [](const auto &a, const auto &b) { return a.second < b.second; });
     if (most != spoken.end()) return most->first;
     return nearest ? nearest->speaker : "";
 }

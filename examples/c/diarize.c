@@ -31,6 +31,7 @@ int main(int argc, char **argv) {
     status = zx_parley_process_file(engine, argv[2], &num_segments, &segments);
     if (status != ZX_STATUS_SUCCESS) complain(argv[2], status);
     for (int32_t i = 0; i < num_segments; i++) {
+        if (segments[i].speaker_tag == 0) continue; /* a record that belongs to nobody */
         printf("%9.3f %9.3f  speaker %" PRId32 "\n", segments[i].start_sec, segments[i].end_sec,
                segments[i].speaker_tag);
     }

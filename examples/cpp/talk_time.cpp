@@ -28,8 +28,10 @@ std::map<int32_t, float> talk_time(zx_parley_t *engine, const std::vector<int16_
     check(zx_parley_process(engine, samples.data(), static_cast<int32_t>(samples.size()), &count, &found));
     const std::unique_ptr<zx_parley_segment_t, deleter> owned(found);
     std::map<int32_t, float> seconds;
-    for (int32_t i = 0; i < count; i++)
+    for (int32_t i = 0; i < count; i++) {
+        if (found[i].speaker_tag == 0) continue;  // a record that belongs to nobody
         seconds[found[i].speaker_tag] += found[i].end_sec - found[i].start_sec;
+    }
     return seconds;
 }
 

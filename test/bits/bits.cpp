@@ -65,20 +65,20 @@ bool print_model(const char *path, const std::vector<int16_t> &pcm) {
     zx_parley_internal_preprocess(object, features.data(), 2 * num_frames);
     print(name + " features", features);
 
-    const int32_t embedding_size = object->param->classifier->embedding->output_dimension;
-    std::vector<float> embeddings(static_cast<size_t>(num_frames) * static_cast<size_t>(embedding_size));
-    if (zx_parley_classifier_process(object->classifier, features.data(), num_frames, embeddings.data()) !=
-        ZX_STATUS_SUCCESS) {
-        return false;
-    }
+    const auto embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
+    zx_parley_samples_t samples = {nullptr, pcm.data(), static_cast<int32_t>(pcm.size())};
+    zx_heap_ptr<float> rows;
+    if (zx_parley_internal_embed(object, &samples, nullptr, &rows) != ZX_STATUS_SUCCESS) return false;
+    const std::vector<float> embeddings(rows.get(),
+                                        rows.get() + static_cast<size_t>(num_frames) * embedding_size);
     print(name + " embeddings", embeddings);
 
     std::vector<uint32_t> tags(static_cast<size_t>(num_frames));
-    uint32_t num_tags = 0;
-    if (zx_parley_cluster_process(object->cluster, embeddings.data(), embedding_size, num_frames, &num_tags,
-                                  tags.data()) != ZX_STATUS_SUCCESS) {
+    if (zx_parley_internal_cluster(object, rows.get(), num_frames, nullptr, nullptr, tags.data()) !=
+        ZX_STATUS_SUCCESS) {
         return false;
     }
+    zx_parley_internal_reset(object);
     print(name + " tags", tags);
 
     int32_t count = 0;

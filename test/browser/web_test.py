@@ -75,13 +75,13 @@ class Web(unittest.TestCase):
         self.assertEqual(self.browser.complaints(), [])
         self.browser.shot("web.png")
 
-        rttm = self.browser.run("return parleyExport('rttm')")
-        tool = subprocess.run([PARLEY, "--format", "rttm", AUDIO], check=True, stdout=subprocess.PIPE, text=True).stdout
-        self.assertEqual([line.split()[3:5] + line.split()[7:8] for line in rttm.splitlines()],
-                         [line.split()[3:5] + line.split()[7:8] for line in tool.splitlines()])
-        srt = self.browser.run("return parleyExport('srt')")
-        self.assertRegex(srt, r"^1\n00:00:00,800 --> 00:00:\d\d,\d{3}\nspeaker 1\n\n2\n")
-        self.assertEqual(srt.count("-->"), len(data["segments"]))
+        # In every format the bytes of the tool, but for the path of the file, which a page never learns.
+        known = self.browser.run("return Object.keys(parleyFormats())")
+        self.assertGreater(len(known), 10)
+        for name in known:
+            tool = subprocess.run([str(Path(PARLEY).resolve()), "-f", name, Path(AUDIO).name], check=True, stdout=subprocess.PIPE,
+                                  cwd=Path(AUDIO).parent).stdout.decode()
+            self.assertEqual(self.browser.run(f"return parleyExport('{name}')"), tool, name)
 
         # The player follows the file that was chosen.
         self.browser.run("document.querySelectorAll('tbody tr')[2].click()")

@@ -63,7 +63,7 @@ done <<'MISTAKES'
 2|speakers takes a number from 1 to 1000, not "0"|-n 0 "$sample"
 2|the name Ann is given twice|--names Ann,Bob,Ann "$sample"
 2|a name is empty|--names Ann,,Bob "$sample"
-2|--speakers excludes --max-speakers|-n 2 --max-speakers 3 "$sample"
+2|--speakers goes without --min-speakers and --max-speakers|-n 2 --max-speakers 3 "$sample"
 2|min-speakers is above max-speakers|--min-speakers 4 --max-speakers 3 "$sample"
 2|four numbers|--threshold 0.1,0.2 "$sample"
 2|several formats need --output-dir|--format rttm,json "$sample"

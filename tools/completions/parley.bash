@@ -1,22 +1,19 @@
-# bash completion for parley
+# bash completion for parley, written by scripts/gen_options
 _parley() {
     local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]}
     case $before in
     -f | --format)
         local done=${current%"${current##*,}"}
-        COMPREPLY=($(compgen -P "$done" -W "table text rttm json csv vtt srt audacity textgrid eaf ctm uem html svg png" \
-            -- "${current##*,}"))
+        COMPREPLY=($(compgen -P "$done" -W "table text rttm json jsonl csv vtt srt audacity textgrid eaf ctm uem html svg png" -- "${current##*,}"))
         compopt -o nospace
         return ;;
     --channels) COMPREPLY=($(compgen -W "mix split" -- "$current")); return ;;
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
-    -o | --output-dir) COMPREPLY=($(compgen -d -- "$current")); return ;;
-    -m | --model | --manifest | --words | --uem) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
+    --output-dir | -o) COMPREPLY=($(compgen -d -- "$current")); return ;;
+    --manifest | --model | --uem | --words | -m) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers
-            --max-speakers --channels --threshold --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings
-            --model --color --quiet --verbose"
+        local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers --max-speakers --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --model --color --quiet --verbose"
         case $command in
         score) options="--help --collar --skip-overlap --uem --each" ;;
         assign) options="--help --words --reach --speakers --names --model" ;;

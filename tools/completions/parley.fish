@@ -1,36 +1,41 @@
-# fish completion for parley
-complete -c parley -n __fish_use_subcommand -a score -d 'Error rates against a reference'
-complete -c parley -n __fish_use_subcommand -a assign -d 'Speakers for a transcript'
-complete -c parley -n __fish_use_subcommand -a match -d 'The same voices in two recordings'
-set -l diarizing 'not __fish_seen_subcommand_from score assign match'
-complete -c parley -n $diarizing -s f -l format -x -d 'How to write the answer' \
-    -a '(__fish_append , table text rttm json csv vtt srt audacity textgrid eaf ctm uem html svg png)'
-complete -c parley -n $diarizing -s o -l output-dir -x -a '(__fish_complete_directories)' -d 'A file per recording, there'
-complete -c parley -n $diarizing -s j -l jobs -x -d 'Recordings at a time'
-complete -c parley -n $diarizing -l resume -d 'Leave out what is there'
-complete -c parley -n $diarizing -l manifest -r -d 'A list of recordings'
-complete -c parley -n $diarizing -s n -l speakers -x -d 'Exactly that many speakers'
-complete -c parley -n $diarizing -l min-speakers -x
-complete -c parley -n $diarizing -l max-speakers -x
-complete -c parley -n $diarizing -l threshold -x -d 'offline,prune,segment,background'
-complete -c parley -n $diarizing -l channels -x -a 'mix split'
-complete -c parley -n $diarizing -l merge-gap -x -d 'Seconds'
-complete -c parley -n $diarizing -l min-duration -x -d 'Seconds'
-complete -c parley -n $diarizing -l pad -x -d 'Seconds'
-complete -c parley -n $diarizing -l speaker-prefix -x
-complete -c parley -n $diarizing -l names -x
-complete -c parley -n $diarizing -l confidence -d 'How sure each segment is'
-complete -c parley -n $diarizing -l embeddings -d "Speakers' vectors in JSON"
-complete -c parley -n $diarizing -s m -l model -r -d 'The model'
-complete -c parley -n $diarizing -l color -x -a 'auto always never'
-complete -c parley -n $diarizing -s q -l quiet -d 'No progress'
-complete -c parley -n $diarizing -s v -l verbose -d "The engine's log"
-complete -c parley -s h -l help
-complete -c parley -l version
-complete -c parley -n '__fish_seen_subcommand_from score' -l collar -x -d Seconds
-complete -c parley -n '__fish_seen_subcommand_from score' -l skip-overlap
-complete -c parley -n '__fish_seen_subcommand_from score' -l uem -r
-complete -c parley -n '__fish_seen_subcommand_from score' -l each
-complete -c parley -n '__fish_seen_subcommand_from assign' -l words -r -d 'The transcript'
-complete -c parley -n '__fish_seen_subcommand_from assign' -l reach -x -d Seconds
-complete -c parley -n '__fish_seen_subcommand_from match' -l threshold -x -d Cosine
+# fish completion for parley, written by scripts/gen_options
+complete -c parley -n __fish_use_subcommand -a score -d 'Prints diarization and Jaccard error rates of a hypothesis, and how often the number of speakers is right.'
+complete -c parley -n __fish_use_subcommand -a assign -d 'Adds who speaks to a transcript: every word or caption gets its speaker.'
+complete -c parley -n __fish_use_subcommand -a match -d 'Tells which speakers of two recordings are the same.'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l help -s h -d 'Print this help message and exit'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l version -d 'Display program version information and exit'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l manifest -r -d 'a list of these, one a line'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l format -s f -x -a '(__fish_append , table text rttm json jsonl csv vtt srt audacity textgrid eaf ctm uem html svg png)' -d 'how to write the answer, see below'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l output-dir -s o -x -a '(__fish_complete_directories)' -d 'a file per recording and format, there'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l jobs -s j -x -d 'recordings at a time'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l resume -d 'leave out recordings whose files are there'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l speakers -s n -x -d 'exactly that many speakers'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l min-speakers -x -d 'at least'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l max-speakers -x -d 'at most'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l threshold -x -d 'offline, prune, segment, background threshold'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l channels -x -a 'mix split' -d 'mix them (default), or split: each is a speaker'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l no-refine -d 'leave frames to the speaker of the first look'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l merge-gap -x -d 'join a speaker\'s segments that close'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l min-duration -x -d 'drop shorter segments'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l pad -x -d 'lengthen segments where there is room'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l speaker-prefix -x -d 'before the number of a speaker'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l names -x -d 'of the first speakers heard'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l confidence -d 'tell how sure each segment\'s speaker is'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l embeddings -d 'add speakers\' vectors to JSON'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l model -s m -r -d 'the model (or $PARLEY_MODEL)'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l color -x -a 'auto always never' -d 'auto, always or never'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l quiet -s q -d 'no progress'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l verbose -s v -d 'say what the engine says of failures'
+complete -c parley -n '__fish_seen_subcommand_from score' -l help -s h -d 'Print this help message and exit'
+complete -c parley -n '__fish_seen_subcommand_from score' -l collar -x -d 'leave out that much to either side of every boundary of the reference; may be given several times (0.25 and 0)'
+complete -c parley -n '__fish_seen_subcommand_from score' -l skip-overlap -d 'leave out where the reference has several speakers at once'
+complete -c parley -n '__fish_seen_subcommand_from score' -l uem -r -d 'look only at the parts of the recordings that it lists'
+complete -c parley -n '__fish_seen_subcommand_from score' -l each -d 'print a line for every recording too'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l help -s h -d 'Print this help message and exit'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l words -r -d 'JSON in Whisper\'s style, WebVTT, SRT or CTM; - is standard input'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l reach -x -d 'how far from a segment a word outside of all may lie (1)'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l speakers -s n -x -d 'exactly that many speakers'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l names -x -d 'of the first speakers heard'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l model -s m -r -d 'the model (or $PARLEY_MODEL)'
+complete -c parley -n '__fish_seen_subcommand_from match' -l help -s h -d 'Print this help message and exit'
+complete -c parley -n '__fish_seen_subcommand_from match' -l threshold -x -d 'the least cosine of two speakers that are the same (0.5)'

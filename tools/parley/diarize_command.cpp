@@ -53,7 +53,6 @@ void define_options(CLI::App *app, arguments *a) {
                 name, [set] { set("1"); }, option->purpose);
         }
     }
-    app->get_option("--speakers")->excludes("--min-speakers")->excludes("--max-speakers");
 }
 
 // The two columns of help fit a terminal of 80.
@@ -293,7 +292,11 @@ int run(arguments *a) {
 command diarize_command(CLI::App *app) {
     const auto a = std::make_shared<arguments>();
     define(app, a.get());
-    return [a] { return run(a.get()); };
+    return [a, app] {
+        if (app->count("--speakers") > 0 && app->count("--min-speakers") + app->count("--max-speakers") > 0)
+            throw CLI::ValidationError("--speakers goes without --min-speakers and --max-speakers");
+        return run(a.get());
+    };
 }
 
 }  // namespace parley

@@ -1,10 +1,11 @@
 // The page: a file in, lanes and player out (web/player, as in the HTML report), exports. All of it in this browser.
-import { Parley, SAMPLE_RATE, decodeAudio } from "./parley.js";
+import { Parley, decodeAudio } from "./parley.js";
 
 const element = (id) => document.getElementById(id);
 const status = element("status"), progress = element("progress"), audio = element("audio");
 let engine; // a promise, made with the first file
 let shown; // what the player shows, as the tool's JSON has it
+let texts = {}; // the same in the formats that the buttons offer
 
 function say(text, fraction) {
   status.textContent = text;
@@ -12,34 +13,10 @@ function say(text, fraction) {
   progress.value = fraction ?? 0;
 }
 
-// Peaks from 0 to 1 of equal parts of the audio.
-function peaksOf(samples, count = 1000) {
-  return Array.from({ length: count }, (_, i) => {
-    let peak = 0;
-    const end = Math.floor(((i + 1) * samples.length) / count);
-    for (let k = Math.floor((i * samples.length) / count); k < end; k++) peak = Math.max(peak, Math.abs(samples[k]));
-    return Math.round(Math.min(peak, 1) * 1000) / 1000;
-  });
-}
-
-function toData(name, samples, segments) {
-  const seconds = new Map();
-  for (const s of segments) seconds.set(s.speaker, (seconds.get(s.speaker) ?? 0) + s.end - s.start);
-  const nameOf = (speaker) => "speaker " + speaker;
-  return {
-    schema: "parley-diarization-1",
-    recording: name.replace(/\.[^.]*$/, ""),
-    path: name,
-    duration: Math.round((samples.length / SAMPLE_RATE) * 1000) / 1000,
-    speakers: [...seconds.keys()].sort((a, b) => a - b)
-      .map((k) => ({ name: nameOf(k), seconds: Math.round(seconds.get(k) * 1000) / 1000 })),
-    segments: segments.map((s) => ({ start: s.start, end: s.end, speaker: nameOf(s.speaker) })),
-  };
-}
-
 async function open(file) {
   try {
     element("exports").hidden = true;
+    element("player").replaceChildren();
     say("Decoding " + file.name);
     const samples = await decodeAudio(file);
     engine ??= Parley.load();
@@ -48,12 +25,15 @@ async function open(file) {
       throw error;
     });
     const begin = performance.now();
-    const segments = await loaded.diarize(samples, { onProgress: (fraction) => say("Listening", fraction) });
+    const answer = await loaded.diarize(samples, { name: file.name, onProgress: (fraction) => say("Listening", fraction) });
     const elapsed = (performance.now() - begin) / 1000;
-    shown = toData(file.name, samples, segments);
+    texts = {};
+    for (const { name } of loaded.formats) if (name !== "html") texts[name] = await answer.text(name);
+    shown = JSON.parse(texts.json);
+    answer.close();
     if (audio.src) URL.revokeObjectURL(audio.src);
     audio.src = URL.createObjectURL(file);
-    parleyPlayer(element("player"), { ...shown, waveform: peaksOf(samples) }, audio);
+    parleyPlayer(element("player"), { ...shown, waveform: [...answer.waveform] }, audio);
     element("exports").hidden = false;
     say(`Took ${elapsed.toFixed(1)} s, ${Math.round(shown.duration / elapsed)} times as fast as listening.`);
   } catch (error) {
@@ -61,21 +41,9 @@ async function open(file) {
   }
 }
 
-const srtTime = (seconds) => {
-  const ms = Math.round(seconds * 1000);
-  const pad = (value, digits = 2) => String(value).padStart(digits, "0");
-  return `${pad(Math.floor(ms / 3600000))}:${pad(Math.floor(ms / 60000) % 60)}:${pad(Math.floor(ms / 1000) % 60)},${pad(ms % 1000, 3)}`;
-};
-
-const FORMATS = {
-  rttm: (data) => data.segments.map((s) => `SPEAKER ${data.recording.replace(/\s/g, "_")} 1 ${s.start.toFixed(3)} ` +
-    `${(s.end - s.start).toFixed(3)} <NA> <NA> ${s.speaker.replace(/\s/g, "_")} <NA> <NA>\n`).join(""),
-  json: (data) => JSON.stringify(data, null, 1) + "\n",
-  srt: (data) => data.segments.map((s, i) => `${i + 1}\n${srtTime(s.start)} --> ${srtTime(s.end)}\n${s.speaker}\n\n`).join(""),
-};
-
 // The text of an export; the buttons save it, tests read it.
-globalThis.parleyExport = (format) => FORMATS[format](shown);
+globalThis.parleyExport = (format) => texts[format];
+globalThis.parleyFormats = () => texts;
 
 element("exports").addEventListener("click", ({ target }) => {
   const format = target.dataset.format;

@@ -7,8 +7,8 @@ std::string write_audacity(const diarization &result, const terminal &) {
     std::string text;
     for (const segment &s : result.segments) {
         std::string label = name_of(result, s);
-        std::ranges::replace_if(
-            label, [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, ' ');
+        std::replace_if(
+            label.begin(), label.end(), [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, ' ');
         text += line("%.6f\t%.6f\t%s\n", s.start, s.end, label.c_str());
     }
     return text;

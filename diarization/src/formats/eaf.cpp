@@ -13,7 +13,8 @@ std::string write_eaf(const diarization &result, const terminal &) {
         times.emplace_back(result.segments[n].start, 2 * n);
         times.emplace_back(result.segments[n].end, 2 * n + 1);
     }
-    std::ranges::stable_sort(times, {}, &std::pair<double, size_t>::first);
+    std::stable_sort(times.begin(), times.end(),
+                     [](const auto &a, const auto &b) { return a.first < b.first; });
     std::string slots, tiers;
     for (const auto &[seconds, slot] : times) {
         slots += "        <TIME_SLOT TIME_SLOT_ID=\"ts" + std::to_string(slot) + "\" TIME_VALUE=\"" +

@@ -38,8 +38,8 @@ std::span<const output_format> output_formats() {
 }
 
 std::string write_format(const diarization &result, std::string_view name, const parley_terminal &look) {
-    const auto found =
-        std::ranges::find_if(FORMATS, [name](const output_format &f) { return f.shown.name == name; });
+    const auto found = std::find_if(std::begin(FORMATS), std::end(FORMATS),
+                                    [name](const output_format &f) { return f.shown.name == name; });
     if (found == std::end(FORMATS)) {
         std::string known;
         for (const output_format &f : FORMATS)

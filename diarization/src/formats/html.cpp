@@ -31,7 +31,8 @@ std::string base64(const std::string &bytes) {
 
 const char *media_type(const std::string &path) {
     std::string extension = std::filesystem::path(path).extension().string();
-    std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
     static constexpr struct {
         const char *extension, *type;
     } TYPES[] = {{".wav", "audio/wav"}, {".flac", "audio/flac"}, {".mp3", "audio/mpeg"},

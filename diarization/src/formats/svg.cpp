@@ -16,7 +16,8 @@ std::string text_at(double x, double y, const char *more, const std::string &tex
 }
 
 double characters(const std::string &utf8) {
-    return static_cast<double>(std::ranges::count_if(utf8, [](char c) { return (c & 0xC0) != 0x80; }));
+    return static_cast<double>(
+        std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ std::string painted(const terminal &look, int speaker, const std::string &text) 
 }
 
 size_t width(const std::string &utf8) {
-    return static_cast<size_t>(std::ranges::count_if(utf8, [](char c) { return (c & 0xC0) != 0x80; }));
+    return static_cast<size_t>(
+        std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
 std::string padded(const std::string &text, size_t to) {

@@ -23,14 +23,14 @@ const std::string &name_of(const diarization &result, const segment &s) {
 }
 
 std::string field(std::string name) {
-    std::ranges::replace_if(
-        name, [](unsigned char c) { return std::isspace(c); }, '_');
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return std::isspace(c); }, '_');
     return name.empty() ? "<NA>" : name;
 }
 
 std::string one_line(std::string text) {
-    std::ranges::replace_if(
-        text, [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
     return text;
 }
 

@@ -2,11 +2,13 @@
  * Parley: who spoke when.
  *
  *     zx_parley_t *engine = NULL;
+ *     zx_log_disable();
  *     if (zx_parley_init("parley.zx", &engine) != ZX_STATUS_SUCCESS) return 1;
  *     int32_t num_segments;
  *     zx_parley_segment_t *segments;
  *     if (zx_parley_process_file(engine, "meeting.wav", &num_segments, &segments) == ZX_STATUS_SUCCESS) {
  *         for (int32_t i = 0; i < num_segments; i++) {
+ *             if (segments[i].speaker_tag == 0) continue;
  *             printf("%.3f %.3f speaker %d\n", segments[i].start_sec, segments[i].end_sec,
  *                    segments[i].speaker_tag);
  *         }

@@ -22,10 +22,13 @@ zx_status_t load_layers(FILE *file, int32_t num_layers, zx_rnn_param_t ***layers
     return ZX_STATUS_SUCCESS;
 }
 
+// A file may claim any number of layers: only those that were made are looked at.
 template <auto delete_layer, class Layer>
 void delete_layers(Layer **layers, int32_t num_layers) {
     if (!layers) return;
-    for (int32_t l = num_layers - 1; l >= 0; l--) delete_layer(layers[l]);
+    int32_t num_made = 0;
+    while (num_made < num_layers && layers[num_made]) num_made++;
+    for (int32_t l = num_made - 1; l >= 0; l--) delete_layer(layers[l]);
     std::free(layers);
 }
 
