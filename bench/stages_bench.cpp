@@ -37,7 +37,7 @@ std::vector<int16_t> random_values(size_t count, int range) {
     return values;
 }
 
-using engine_ptr = std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>>;
+using engine_ptr = zx_owned<zx_parley_t, zx_parley_delete>;
 
 const char *model_path = "models/parley.zx";
 

@@ -12,7 +12,7 @@ namespace {
 
 const char MODEL[] = PARLEY_SOURCE_DIR "/test/data/vectors/small.zx";
 
-using engine_ptr = std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>>;
+using engine_ptr = zx_owned<zx_parley_t, zx_parley_delete>;
 
 engine_ptr make_engine() {
     zx_parley_t *object = nullptr;

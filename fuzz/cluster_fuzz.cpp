@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     zx_log_disable();
     zx_parley_cluster_t *object = nullptr;
     fuzz_require(zx_parley_cluster_init(&param, &object) == ZX_STATUS_SUCCESS, "an object is made");
-    const std::unique_ptr<zx_parley_cluster_t, zx_deleter<zx_parley_cluster_delete>> cluster(object);
+    const zx_owned<zx_parley_cluster_t, zx_parley_cluster_delete> cluster(object);
     std::vector<uint32_t> first, tags(static_cast<size_t>(num_frames));
     uint32_t num_clusters = 0;
     for (int run = 0; run < 2; run++) {

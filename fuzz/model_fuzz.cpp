@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         zx_free_error_stack(messages);
         return 0;
     }
-    const std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> engine(object);
+    const zx_owned<zx_parley_t, zx_parley_delete> engine(object);
     constexpr int32_t NUM_FRAMES = 3;
     std::vector<int16_t> pcm(NUM_FRAMES * ZX_PARLEY_FRAME_LENGTH);
     for (size_t i = 0; i < pcm.size(); i++) pcm[i] = static_cast<int16_t>(i * 40503u);

@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static fuzz_file file;
     zx_container_ogg_t *object = nullptr;
     if (zx_container_ogg_init(file.with(data, size), &object) != ZX_STATUS_SUCCESS) return 0;
-    const std::unique_ptr<zx_container_ogg_t, zx_deleter<zx_container_ogg_delete>> container(object);
+    const zx_owned<zx_container_ogg_t, zx_container_ogg_delete> container(object);
     uint64_t fingerprints[3];
     for (uint64_t &fingerprint : fingerprints) {
         fingerprint = read_packets(object);

@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const zx_status_t status = zx_audio_file_init(path, &object);
     fuzz_require((status == ZX_STATUS_SUCCESS) == (object != nullptr), "a reader exactly on success");
     if (!object) return 0;
-    const std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> reader(object);
+    const zx_owned<zx_audio_file_t, zx_audio_file_delete> reader(object);
     int32_t left = zx_audio_file_num_samples(object);
     fuzz_require(left >= 1 && zx_audio_file_num_original_samples(object) >= 1 &&
                      zx_audio_file_sample_rate(object) >= 1,

@@ -11,7 +11,7 @@
 
 namespace {
 
-using resampler = std::unique_ptr<zx_resampler_t, zx_deleter<zx_resampler_delete>>;
+using resampler = zx_owned<zx_resampler_t, zx_resampler_delete>;
 
 std::vector<int16_t> convert(zx_resampler_t *object, const int16_t *input, int32_t size) {
     const int32_t promised = zx_resampler_convert_num_samples_to_output_sample_rate(object, size);

@@ -18,6 +18,7 @@ from wheel.bdist_wheel import bdist_wheel
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 NATIVE = HERE / "src" / "parley" / "native"
+VERSION = re.search(r"project\(parley VERSION ([0-9.]+)", (ROOT / "CMakeLists.txt").read_text())[1]
 # What every Linux machine has; all else that the library needs travels with it.
 SYSTEM_LIBRARIES = re.compile(r"(linux-vdso|ld-linux.*|lib(c|m|pthread|dl|rt))\.so")
 
@@ -60,4 +61,4 @@ class PlatformDistribution(Distribution):
         return True
 
 
-setup(cmdclass={"build_py": BuildWithLibrary, "bdist_wheel": PlatformWheel}, distclass=PlatformDistribution)
+setup(version=VERSION, cmdclass={"build_py": BuildWithLibrary, "bdist_wheel": PlatformWheel}, distclass=PlatformDistribution)

@@ -23,7 +23,7 @@ std::vector<int16_t> convert_rate(std::vector<int16_t> samples, int32_t rate) {
     if (rate == RATE) return samples;
     zx_resampler_t *created = nullptr;
     const zx_status_t status = zx_resampler_init(rate, RATE, FILTER_ORDER, &created);
-    const std::unique_ptr<zx_resampler_t, zx_deleter<zx_resampler_delete>> resampler(created);
+    const zx_owned<zx_resampler_t, zx_resampler_delete> resampler(created);
     if (status != ZX_STATUS_SUCCESS)
         throw diarization_error(PARLEY_INVALID,
                                 "a rate of " + std::to_string(rate) +

@@ -40,7 +40,7 @@ public:
     const float *background() const { return object_->param->cluster->reference_centroid; }
 
 private:
-    std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> object_;
+    zx_owned<zx_parley_t, zx_parley_delete> object_;
 };
 
 #endif

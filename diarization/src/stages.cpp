@@ -17,7 +17,7 @@
 #include "zx_resampler.h"
 
 struct parley_stages {
-    std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> parley;
+    zx_owned<zx_parley_t, zx_parley_delete> parley;
 };
 
 namespace {
@@ -33,7 +33,7 @@ void check(zx_status_t status, const std::string &subject) {
 std::vector<int16_t> resample(const int16_t *samples, int64_t count, int32_t from, int32_t to) {
     zx_resampler_t *created = nullptr;
     check(zx_resampler_init(from, to, FILTER_ORDER, &created), "the change of speed");
-    const std::unique_ptr<zx_resampler_t, zx_deleter<zx_resampler_delete>> resampler(created);
+    const zx_owned<zx_resampler_t, zx_resampler_delete> resampler(created);
     std::vector<int16_t> result, block(2 * RESAMPLER_BLOCK + 2);
     for (int64_t at = 0; at < count; at += RESAMPLER_BLOCK) {
         const auto size = static_cast<int32_t>(std::min<int64_t>(RESAMPLER_BLOCK, count - at));
@@ -108,7 +108,7 @@ parley_status parley_stage_features(const int16_t *samples, int64_t num_samples,
         check(zx_memory_init(&memory), "features");
         zx_filterbank_t *created = nullptr;
         check(zx_filterbank_init(memory, ZX_PARLEY_HOP_LENGTH, &created), "features");
-        const std::unique_ptr<zx_filterbank_t, zx_deleter<zx_filterbank_delete>> filterbank(created);
+        const zx_owned<zx_filterbank_t, zx_filterbank_delete> filterbank(created);
         for (int64_t hop = 0; hop < num_samples / ZX_PARLEY_HOP_LENGTH; hop++) {
             check(zx_filterbank_compute(filterbank.get(), samples + hop * ZX_PARLEY_HOP_LENGTH,
                                         rows + hop * ZX_FILTERBANK_NUM_BANDS),
@@ -123,7 +123,7 @@ parley_status parley_stages_open(const char *model_path, parley_stages **stages)
         zx_log_disable();
         zx_parley_t *created = nullptr;
         check(zx_parley_init(model_path, &created), model_path);
-        *stages = new parley_stages{std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>>(created)};
+        *stages = new parley_stages{zx_owned<zx_parley_t, zx_parley_delete>(created)};
     });
 }
 

@@ -54,7 +54,7 @@ std::vector<int16_t> read_pcm(const std::string &path) {
 bool print_model(const char *path, const std::vector<int16_t> &pcm) {
     zx_parley_t *object = nullptr;
     if (zx_parley_init(path, &object) != ZX_STATUS_SUCCESS) return false;
-    const std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> engine(object);
+    const zx_owned<zx_parley_t, zx_parley_delete> engine(object);
     const char *slash = std::strrchr(path, '/');
     const std::string name = slash ? slash + 1 : path;
     const auto num_frames = static_cast<int32_t>(pcm.size() / ZX_PARLEY_FRAME_LENGTH);

@@ -119,7 +119,7 @@ protected:
         }
     }
 
-    std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> engine_;
+    zx_owned<zx_parley_t, zx_parley_delete> engine_;
 };
 
 }  // namespace

@@ -23,7 +23,7 @@
 
 namespace {
 
-using engine_ptr = std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>>;
+using engine_ptr = zx_owned<zx_parley_t, zx_parley_delete>;
 using pcm_vector = std::vector<int16_t>;
 
 constexpr int32_t RATE = 16000;
@@ -37,7 +37,7 @@ engine_ptr make_engine(const char *model) {
 pcm_vector read_speech(const char *path) {
     zx_audio_file_t *object = nullptr;
     if (zx_audio_file_init(path, &object) != ZX_STATUS_SUCCESS) return {};
-    const std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> file(object);
+    const zx_owned<zx_audio_file_t, zx_audio_file_delete> file(object);
     pcm_vector pcm(static_cast<size_t>(zx_audio_file_num_samples(object)) + 1);
     if (zx_audio_file_read(object, static_cast<int32_t>(pcm.size()) - 1, pcm.data()) != ZX_STATUS_SUCCESS)
         return {};

@@ -20,8 +20,8 @@
 
 // Owns an object of a module through its delete function: owned<zx_fft_delete>(pointer).
 template <auto delete_function, class T>
-std::unique_ptr<T, zx_deleter<delete_function>> owned(T *object) {
-    return std::unique_ptr<T, zx_deleter<delete_function>>(object);
+zx_owned<T, delete_function> owned(T *object) {
+    return zx_owned<T, delete_function>(object);
 }
 
 inline zx_memory_t *test_memory() {

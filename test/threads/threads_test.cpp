@@ -22,7 +22,7 @@ std::string process(zx_parley_t *engine, const std::vector<int16_t> &pcm) {
     return take_segments(segments, count);
 }
 
-std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> make_engine() {
+zx_owned<zx_parley_t, zx_parley_delete> make_engine() {
     zx_parley_t *object = nullptr;
     EXPECT_EQ(zx_parley_init(MODEL, &object), ZX_STATUS_SUCCESS);
     return owned<zx_parley_delete>(object);

@@ -131,7 +131,7 @@ zx_status_t zx_audio_file_init(const char *path, zx_audio_file_t **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> o(zx_heap_zeroed<zx_audio_file_t>());
+    zx_owned<zx_audio_file_t, zx_audio_file_delete> o(zx_heap_zeroed<zx_audio_file_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_audio_file_get_format(path, &o->audio_format);
     if (status != ZX_STATUS_SUCCESS) return status;

@@ -45,7 +45,7 @@ zx_status_t zx_codec_aac_init(void **object, const uint8_t *decoder_specific_inf
     ZX_ASSERT(object);
     ZX_ASSERT(decoder_specific_info_length >= 0);
     *object = nullptr;
-    std::unique_ptr<codec_aac_t, zx_deleter<zx_codec_aac_delete>> o(zx_heap_zeroed<codec_aac_t>());
+    zx_owned<codec_aac_t, zx_codec_aac_delete> o(zx_heap_zeroed<codec_aac_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->decoder = aacDecoder_Open(TT_MP4_RAW, 1);
     if (!o->decoder) return ZX_STATUS_INVALID_ARGUMENT;

@@ -70,7 +70,7 @@ zx_status_t reset_decoder(codec_amr_t *o) {
 zx_status_t zx_codec_amr_init(void **object) {
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<codec_amr_t, zx_deleter<zx_codec_amr_delete>> o(zx_heap_zeroed<codec_amr_t>());
+    zx_owned<codec_amr_t, zx_codec_amr_delete> o(zx_heap_zeroed<codec_amr_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->decoder = Decoder_Interface_init();
     if (!o->decoder) return ZX_STATUS_RUNTIME_ERROR;

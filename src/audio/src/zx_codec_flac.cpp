@@ -26,7 +26,7 @@ zx_status_t zx_codec_flac_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<codec_flac_t, zx_deleter<zx_codec_flac_delete>> o(zx_heap_zeroed<codec_flac_t>());
+    zx_owned<codec_flac_t, zx_codec_flac_delete> o(zx_heap_zeroed<codec_flac_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->flac = drflac_open_file(path, nullptr);
     if (!o->flac) return ZX_STATUS_INVALID_ARGUMENT;

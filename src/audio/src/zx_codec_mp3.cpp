@@ -28,7 +28,7 @@ zx_status_t zx_codec_mp3_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<codec_mp3_t, zx_deleter<zx_codec_mp3_delete>> o(zx_heap_zeroed<codec_mp3_t>());
+    zx_owned<codec_mp3_t, zx_codec_mp3_delete> o(zx_heap_zeroed<codec_mp3_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->mp3 = zx_heap_zeroed<drmp3>();
     if (!o->mp3) return ZX_STATUS_OUT_OF_MEMORY;

@@ -127,7 +127,7 @@ zx_status_t zx_codec_opus_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<codec_opus_t, zx_deleter<zx_codec_opus_delete>> o(zx_heap_zeroed<codec_opus_t>());
+    zx_owned<codec_opus_t, zx_codec_opus_delete> o(zx_heap_zeroed<codec_opus_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_container_ogg_init(path, &o->container);
     if (status != ZX_STATUS_SUCCESS) return status;

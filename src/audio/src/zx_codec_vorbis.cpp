@@ -150,7 +150,7 @@ zx_status_t zx_codec_vorbis_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<codec_vorbis_t, zx_deleter<zx_codec_vorbis_delete>> o(zx_heap_zeroed<codec_vorbis_t>());
+    zx_owned<codec_vorbis_t, zx_codec_vorbis_delete> o(zx_heap_zeroed<codec_vorbis_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     zx_codec_vorbis_state_init(&o->state);
     if (!o->state.info.codec_setup) return ZX_STATUS_OUT_OF_MEMORY;

@@ -77,8 +77,7 @@ bool zx_container_isobmff_is_compatible_file(const char *path) {
     if (read_box(file.get(), file_length(file.get()), size, &box) != ZX_STATUS_SUCCESS) return false;
     zx_container_isobmff_ftyp_box_t *parsed = nullptr;
     if (size < 8 || zx_container_isobmff_ftyp_box_init(box.get(), &parsed) != ZX_STATUS_SUCCESS) return true;
-    const std::unique_ptr<zx_container_isobmff_ftyp_box_t, zx_deleter<zx_container_isobmff_ftyp_box_delete>>
-        ftyp(parsed);
+    const zx_owned<zx_container_isobmff_ftyp_box_t, zx_container_isobmff_ftyp_box_delete> ftyp(parsed);
     if (zx_container_isobmff_is_compatible_brand(ftyp->major_brand)) return true;
     return std::any_of(ftyp->compatible_brands, ftyp->compatible_brands + ftyp->num_brands,
                        zx_container_isobmff_is_compatible_brand);
@@ -126,8 +125,7 @@ zx_status_t zx_container_isobmff_read_metadata_boxes(FILE *file, boxes_t **metad
     ZX_ASSERT(file);
     ZX_ASSERT(metadata_boxes);
     *metadata_boxes = nullptr;
-    std::unique_ptr<boxes_t, zx_deleter<zx_container_isobmff_metadata_boxes_delete>> boxes(
-        zx_heap_zeroed<boxes_t>());
+    zx_owned<boxes_t, zx_container_isobmff_metadata_boxes_delete> boxes(zx_heap_zeroed<boxes_t>());
     if (!boxes) return ZX_STATUS_OUT_OF_MEMORY;
     const int64_t length = file_length(file);
     uint64_t size;
@@ -356,7 +354,7 @@ zx_status_t zx_container_isobmff_get_audio_layout(FILE *file, audio_info_t *audi
     boxes_t *read = nullptr;
     zx_status_t status = zx_container_isobmff_read_metadata_boxes(file, &read);
     if (status != ZX_STATUS_SUCCESS) return status;
-    const std::unique_ptr<boxes_t, zx_deleter<zx_container_isobmff_metadata_boxes_delete>> boxes(read);
+    const zx_owned<boxes_t, zx_container_isobmff_metadata_boxes_delete> boxes(read);
     if (!boxes->moov) return ZX_STATUS_INVALID_ARGUMENT;
     status = get_audio_info(boxes.get(), audio_info);
     if (status != ZX_STATUS_SUCCESS) return status;
@@ -453,8 +451,7 @@ zx_status_t zx_container_isobmff_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_container_isobmff_t, zx_deleter<zx_container_isobmff_delete>> o(
-        zx_heap_zeroed<zx_container_isobmff_t>());
+    zx_owned<zx_container_isobmff_t, zx_container_isobmff_delete> o(zx_heap_zeroed<zx_container_isobmff_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     zx_container_isobmff_audio_info_reset(&o->audio_info);
     o->file = zx_fopen(path, "rb");

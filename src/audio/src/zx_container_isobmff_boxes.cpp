@@ -150,7 +150,7 @@ bool holds_box(const uint8_t *data, uint64_t available, zx_container_isobmff_box
 // A record under construction, with the reader of what follows its header.
 template <auto delete_function, class T>
 struct open_record {
-    std::unique_ptr<T, zx_deleter<delete_function>> box;
+    zx_owned<T, delete_function> box;
     field_reader fields;
     zx_status_t status;
 };
@@ -231,7 +231,7 @@ zx_status_t append_child(T ***list, int32_t *count, const uint8_t *child_data) {
     T *parsed = nullptr;
     const zx_status_t status = init_function(child_data, &parsed);
     if (status != ZX_STATUS_SUCCESS) return status;
-    std::unique_ptr<T, zx_deleter<delete_function>> child(parsed);
+    zx_owned<T, delete_function> child(parsed);
     void *grown = std::realloc(*list, (static_cast<size_t>(*count) + 1) * sizeof(T *));
     if (!grown) return ZX_STATUS_OUT_OF_MEMORY;
     *list = static_cast<T **>(grown);

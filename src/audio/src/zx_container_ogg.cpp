@@ -10,8 +10,7 @@ zx_status_t zx_container_ogg_init(const char *path, zx_container_ogg_t **object)
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_container_ogg_t, zx_deleter<zx_container_ogg_delete>> o(
-        zx_heap_zeroed<zx_container_ogg_t>());
+    zx_owned<zx_container_ogg_t, zx_container_ogg_delete> o(zx_heap_zeroed<zx_container_ogg_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->sync = zx_heap_zeroed<ogg_sync_state>();
     o->page = zx_heap_zeroed<ogg_page>();

@@ -63,8 +63,7 @@ zx_status_t zx_container_wav_init(const char *path, void **object) {
     ZX_ASSERT(object);
     *object = nullptr;
     if (has_short_fact_chunk(path)) return ZX_STATUS_INVALID_ARGUMENT;
-    std::unique_ptr<container_wav_t, zx_deleter<zx_container_wav_delete>> o(
-        zx_heap_zeroed<container_wav_t>());
+    zx_owned<container_wav_t, zx_container_wav_delete> o(zx_heap_zeroed<container_wav_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->wav = zx_heap_zeroed<drwav>();
     if (!o->wav) return ZX_STATUS_OUT_OF_MEMORY;

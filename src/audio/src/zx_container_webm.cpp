@@ -175,8 +175,7 @@ zx_status_t zx_container_webm_init(const char *path, void **object) {
     ZX_ASSERT(path);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<container_webm_t, zx_deleter<zx_container_webm_delete>> o(
-        zx_heap_zeroed<container_webm_t>());
+    zx_owned<container_webm_t, zx_container_webm_delete> o(zx_heap_zeroed<container_webm_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     zx_codec_vorbis_state_init(&o->vorbis);
     o->buffer.pcm = zx_heap_zeroed<int16_t>(COUNT_MAX_FRAMES);

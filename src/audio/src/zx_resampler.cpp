@@ -144,7 +144,7 @@ zx_status_t downsampler_init(float ratio, int32_t filter_order, void **object) {
     // A block must reach from one output to the next, or the leftovers would leave no room for input.
     if (2 * static_cast<size_t>(filter_order) + max_leftover(ratio) >= BLOCK_LENGTH)
         return ZX_STATUS_INVALID_ARGUMENT;
-    std::unique_ptr<downsampler_t, zx_deleter<downsampler_delete>> o(zx_heap_zeroed<downsampler_t>());
+    zx_owned<downsampler_t, downsampler_delete> o(zx_heap_zeroed<downsampler_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->filter_order = filter_order;
     o->ratio = ratio;
@@ -261,7 +261,7 @@ zx_status_t upsampler_init(float ratio, int32_t filter_order, void **object) {
     ZX_ASSERT(filter_order > 1);
     ZX_ASSERT(object);
     if (ratio != 0.5f) return ZX_STATUS_INVALID_ARGUMENT;
-    std::unique_ptr<upsampler_t, zx_deleter<upsampler_delete>> o(zx_heap_zeroed<upsampler_t>());
+    zx_owned<upsampler_t, upsampler_delete> o(zx_heap_zeroed<upsampler_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->filter_order = filter_order;
     o->ratio = ratio;

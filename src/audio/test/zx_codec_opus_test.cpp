@@ -70,7 +70,7 @@ auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCC
     void *decoder = reinterpret_cast<void *>(1);
     EXPECT_EQ(zx_codec_opus_init(file.path(), &decoder), expected_status);
     EXPECT_EQ(decoder == nullptr, expected_status != ZX_STATUS_SUCCESS);
-    return std::unique_ptr<void, zx_deleter<zx_codec_opus_delete>>(decoder);
+    return zx_owned<void, zx_codec_opus_delete>(decoder);
 }
 
 const std::string TAGS = "OpusTags" + bytes_of(int32_t{0}, int32_t{0});

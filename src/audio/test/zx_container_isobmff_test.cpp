@@ -10,7 +10,7 @@ auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCC
     void *reader = reinterpret_cast<void *>(1);
     EXPECT_EQ(zx_container_isobmff_init(file.path(), &reader), expected_status);
     EXPECT_EQ(reader == nullptr, expected_status != ZX_STATUS_SUCCESS);
-    return std::unique_ptr<void, zx_deleter<zx_container_isobmff_delete>>(reader);
+    return zx_owned<void, zx_container_isobmff_delete>(reader);
 }
 
 std::vector<int16_t> read_all(void *reader) {

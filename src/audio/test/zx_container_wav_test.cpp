@@ -9,7 +9,7 @@ auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCC
     void *wav = reinterpret_cast<void *>(1);
     EXPECT_EQ(zx_container_wav_init(file.path(), &wav), expected_status);
     EXPECT_EQ(wav == nullptr, expected_status != ZX_STATUS_SUCCESS);
-    return std::unique_ptr<void, zx_deleter<zx_container_wav_delete>>(wav);
+    return zx_owned<void, zx_container_wav_delete>(wav);
 }
 
 }  // namespace

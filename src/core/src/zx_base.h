@@ -14,6 +14,15 @@
 #define ZX_API __attribute__((visibility("default")))
 #endif
 
+/* Makes compilers warn where a status is dropped. */
+#if defined(__cplusplus) && __cplusplus >= 201703L
+#define ZX_CHECKED [[nodiscard]]
+#elif defined(__GNUC__)
+#define ZX_CHECKED __attribute__((warn_unused_result))
+#else
+#define ZX_CHECKED
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -48,7 +57,7 @@ ZX_API int32_t zx_sample_rate(void);
  * Both outputs are set to null and 0 first. ZX_STATUS_INVALID_STATE: this thread has no messages.
  * ZX_STATUS_OUT_OF_MEMORY: the messages were handed out all the same, but the next thread's cannot be.
  */
-ZX_API zx_status_t zx_get_error_stack(char ***message_stack, int32_t *message_stack_depth);
+ZX_CHECKED ZX_API zx_status_t zx_get_error_stack(char ***message_stack, int32_t *message_stack_depth);
 
 /* Frees an array that zx_get_error_stack handed out; null is ignored. */
 ZX_API void zx_free_error_stack(char **message_stack);

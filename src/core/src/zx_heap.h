@@ -18,6 +18,10 @@ struct zx_deleter {
     }
 };
 
+// Owns an object of a module: zx_owned<zx_fft_t, zx_fft_delete>.
+template <class T, auto delete_function>
+using zx_owned = std::unique_ptr<T, zx_deleter<delete_function>>;
+
 struct zx_free_deleter {
     void operator()(void *block) const { std::free(block); }
 };

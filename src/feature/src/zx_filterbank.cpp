@@ -33,8 +33,7 @@ zx_status_t zx_filterbank_init(zx_memory_t *memory, int32_t window_shift, zx_fil
     ZX_ASSERT(window_shift > 0);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_filterbank_t, zx_deleter<zx_filterbank_delete>> o(
-        zx_memory_zeroed<zx_filterbank_t>(memory));
+    zx_owned<zx_filterbank_t, zx_filterbank_delete> o(zx_memory_zeroed<zx_filterbank_t>(memory));
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->memory = memory;
     o->window_shift = window_shift;

@@ -12,7 +12,7 @@ zx_status_t zx_normalization_param_load(FILE *file, zx_normalization_param_t **p
     ZX_ASSERT(file);
     ZX_ASSERT(param);
     *param = nullptr;
-    std::unique_ptr<zx_normalization_param_t, zx_deleter<zx_normalization_param_delete>> p(
+    zx_owned<zx_normalization_param_t, zx_normalization_param_delete> p(
         zx_heap_zeroed<zx_normalization_param_t>());
     if (!p) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_file_read_count(file, &p->dimension);

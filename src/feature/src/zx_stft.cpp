@@ -23,7 +23,7 @@ zx_status_t zx_stft_init(zx_memory_t *memory, int32_t window_shift, zx_stft_t **
     ZX_ASSERT(window_shift > 0);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_stft_t, zx_deleter<zx_stft_delete>> o(zx_memory_zeroed<zx_stft_t>(memory));
+    zx_owned<zx_stft_t, zx_stft_delete> o(zx_memory_zeroed<zx_stft_t>(memory));
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->memory = memory;
     o->window_shift = window_shift;

@@ -1,4 +1,4 @@
-// The numeric kernels that features, network and clustering share: saturating integer helpers, table-driven
+// The numeric kernels that features, network and clustering share: table-driven
 // logarithm, sigmoid and tanh, dot products, the fast inverse square root and what is built on it. All are
 // pure functions.
 //
@@ -8,67 +8,10 @@
 #ifndef ZX_MATH_H
 #define ZX_MATH_H
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
-#include "zx_assert.h"
-
-constexpr int16_t zx_min_int16(int16_t a, int16_t b) {
-    return std::min(a, b);
-}
-constexpr int16_t zx_max_int16(int16_t a, int16_t b) {
-    return std::max(a, b);
-}
-constexpr int32_t zx_min_int32(int32_t a, int32_t b) {
-    return std::min(a, b);
-}
-constexpr int32_t zx_max_int32(int32_t a, int32_t b) {
-    return std::max(a, b);
-}
-constexpr int64_t zx_min_int64(int64_t a, int64_t b) {
-    return std::min(a, b);
-}
-constexpr int64_t zx_max_int64(int64_t a, int64_t b) {
-    return std::max(a, b);
-}
-
-// std::bit_cast, which the standard library of WebAssembly's compiler lacks.
-template <class To, class From>
-constexpr To zx_bits_as(From value) {
-    return __builtin_bit_cast(To, value);
-}
-
-// Saturation to 16 bits.
-constexpr int16_t zx_int32_to_int16(int32_t x) {
-    return static_cast<int16_t>(zx_max_int32(zx_min_int32(x, INT16_MAX), INT16_MIN));
-}
-
-// Saturation to 32 bits.
-constexpr int32_t zx_int64_to_int32(int64_t x) {
-    return static_cast<int32_t>(zx_max_int64(zx_min_int64(x, INT32_MAX), INT32_MIN));
-}
-
-// Saturating sum and difference.
-constexpr int16_t zx_add_int16(int16_t a, int16_t b) {
-    return zx_int32_to_int16(a + b);
-}
-constexpr int16_t zx_sub_int16(int16_t a, int16_t b) {
-    return zx_int32_to_int16(a - b);
-}
-
-// Sum modulo 2^32: the arithmetic of the network's accumulators, which wrap.
-constexpr int32_t zx_wrap_add_int32(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
-}
-
-// saturate32((a b + 2^(shift_right - 1)) >> shift_right), product in 64 bits; shift_right >= 1.
-constexpr int32_t zx_mult_shift_right_int32(int32_t a, int32_t b, int32_t shift_right) {
-    ZX_ASSERT(shift_right > 0);
-    const int64_t half = int64_t{1} << (shift_right - 1);
-    return zx_int64_to_int32((int64_t{a} * b + half) >> shift_right);
-}
+#include "zx_integer.h"
 
 // a b + c, rounded once, from sums and products in double precision: what std::fma gives. The product is exact (48 bits); the
 // sum is rounded to odd, that is, where it is inexact the last bit of its 53 is set whichever way it was rounded, so

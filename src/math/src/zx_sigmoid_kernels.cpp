@@ -3,7 +3,7 @@
 #include <array>
 #include <iterator>
 
-#include "zx_math.h"
+#include "zx_integer.h"
 #include "zx_math_tables.h"
 #include "zx_processor.h"
 

@@ -14,7 +14,7 @@ zx_status_t zx_fc_param_load(FILE *file, zx_fc_param_t **param) {
     ZX_ASSERT(file);
     ZX_ASSERT(param);
     *param = nullptr;
-    std::unique_ptr<zx_fc_param_t, zx_deleter<zx_fc_param_delete>> p(zx_heap_zeroed<zx_fc_param_t>());
+    zx_owned<zx_fc_param_t, zx_fc_param_delete> p(zx_heap_zeroed<zx_fc_param_t>());
     if (!p) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_file_read_count(file, &p->input_dimension);
     if (status != ZX_STATUS_SUCCESS) return status;
@@ -46,7 +46,7 @@ zx_status_t zx_fc_init(zx_memory_t *memory, const zx_fc_param_t *param, bool acc
     ZX_ASSERT(param);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_fc_t, zx_deleter<zx_fc_delete>> o(zx_memory_zeroed<zx_fc_t>(memory));
+    zx_owned<zx_fc_t, zx_fc_delete> o(zx_memory_zeroed<zx_fc_t>(memory));
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->memory = memory;
     o->param = param;

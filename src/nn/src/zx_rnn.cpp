@@ -12,7 +12,7 @@ zx_status_t zx_rnn_param_load(FILE *file, zx_rnn_param_t **param) {
     ZX_ASSERT(file);
     ZX_ASSERT(param);
     *param = nullptr;
-    std::unique_ptr<zx_rnn_param_t, zx_deleter<zx_rnn_param_delete>> p(zx_heap_zeroed<zx_rnn_param_t>());
+    zx_owned<zx_rnn_param_t, zx_rnn_param_delete> p(zx_heap_zeroed<zx_rnn_param_t>());
     if (!p) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_fc_param_load(file, &p->input_projection);
     if (status != ZX_STATUS_SUCCESS) return status;
@@ -38,7 +38,7 @@ zx_status_t zx_rnn_init(zx_memory_t *memory, const zx_rnn_param_t *param, zx_rnn
     ZX_ASSERT(param);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_rnn_t, zx_deleter<zx_rnn_delete>> o(zx_memory_zeroed<zx_rnn_t>(memory));
+    zx_owned<zx_rnn_t, zx_rnn_delete> o(zx_memory_zeroed<zx_rnn_t>(memory));
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->memory = memory;
     o->param = param;

@@ -12,7 +12,7 @@ static_assert(sizeof(zx_parley_segment_t) == 12 && offsetof(zx_parley_segment_t,
               "segments are part of the binary interface");
 
 extern "C" const char *zx_parley_version(void) {
-    return "1.0.0";
+    return ZX_PARLEY_VERSION;
 }
 
 extern "C" void zx_free(void *block) {

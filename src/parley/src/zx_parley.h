@@ -55,7 +55,7 @@ typedef struct {
  * ZX_STATUS_IO_ERROR          the file cannot be opened or ends too early
  * ZX_STATUS_OUT_OF_MEMORY
  */
-ZX_API zx_status_t zx_parley_init(const char *model_path, zx_parley_t **object);
+ZX_CHECKED ZX_API zx_status_t zx_parley_init(const char *model_path, zx_parley_t **object);
 
 /*
  * Diarizes a buffer of num_samples signed 16-bit mono samples at zx_sample_rate() Hz, at least 512; samples
@@ -66,8 +66,8 @@ ZX_API zx_status_t zx_parley_init(const char *model_path, zx_parley_t **object);
  * ZX_STATUS_INVALID_ARGUMENT  an argument is null or num_samples below 512
  * ZX_STATUS_OUT_OF_MEMORY
  */
-ZX_API zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
-                                     int32_t *num_segments, zx_parley_segment_t **segments);
+ZX_CHECKED ZX_API zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
+                                                int32_t *num_segments, zx_parley_segment_t **segments);
 
 /*
  * Diarizes an audio file, mono or stereo, at 8 kHz or at any rate from 16 kHz up. The format is found from
@@ -78,8 +78,8 @@ ZX_API zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm, in
  * ZX_STATUS_IO_ERROR          the file cannot be opened or ends before its audio does
  * ZX_STATUS_OUT_OF_MEMORY
  */
-ZX_API zx_status_t zx_parley_process_file(zx_parley_t *object, const char *audio_path, int32_t *num_segments,
-                                          zx_parley_segment_t **segments);
+ZX_CHECKED ZX_API zx_status_t zx_parley_process_file(zx_parley_t *object, const char *audio_path,
+                                                     int32_t *num_segments, zx_parley_segment_t **segments);
 
 /* Releases an array of segments; null is ignored. */
 ZX_API void zx_parley_segments_delete(zx_parley_segment_t *segments);

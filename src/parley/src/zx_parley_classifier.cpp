@@ -38,7 +38,7 @@ zx_status_t zx_parley_classifier_param_load(FILE *file, zx_parley_classifier_par
     ZX_ASSERT(file);
     ZX_ASSERT(param);
     *param = nullptr;
-    std::unique_ptr<zx_parley_classifier_param_t, zx_deleter<zx_parley_classifier_param_delete>> p(
+    zx_owned<zx_parley_classifier_param_t, zx_parley_classifier_param_delete> p(
         zx_heap_zeroed<zx_parley_classifier_param_t>());
     if (!p) return zx_check_status(__FILE__, __LINE__, ZX_STATUS_OUT_OF_MEMORY);
 
@@ -98,8 +98,7 @@ zx_status_t zx_parley_classifier_init(const zx_parley_classifier_param_t *param,
     ZX_ASSERT(param);
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_parley_classifier_t, zx_deleter<zx_parley_classifier_delete>> o(
-        zx_heap_zeroed<zx_parley_classifier_t>());
+    zx_owned<zx_parley_classifier_t, zx_parley_classifier_delete> o(zx_heap_zeroed<zx_parley_classifier_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->param = param;
     const size_t num_layers = static_cast<size_t>(param->num_layers);

@@ -63,8 +63,8 @@ struct stage_progress {
 zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
                                     zx_parley_t **object) {
     *object = nullptr;
-    std::unique_ptr<zx_parley_param_t, zx_deleter<zx_parley_param_delete>> owned_param(param);
-    std::unique_ptr<zx_parley_t, zx_deleter<zx_parley_delete>> o(zx_heap_zeroed<zx_parley_t>());
+    zx_owned<zx_parley_param_t, zx_parley_param_delete> owned_param(param);
+    zx_owned<zx_parley_t, zx_parley_delete> o(zx_heap_zeroed<zx_parley_t>());
     if (!o) return zx_parley_report_allocation("o");
     zx_status_t status = zx_memory_init(&o->memory);  // first, because deleting a half-built object needs it
     if (status != ZX_STATUS_SUCCESS) {
@@ -137,7 +137,7 @@ zx_status_t zx_parley_internal_read(const char *audio_path, const zx_parley_prog
     zx_audio_file_t *opened = nullptr;
     zx_status_t status = zx_audio_file_init(audio_path, &opened);
     if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_audio_file", status);
-    const std::unique_ptr<zx_audio_file_t, zx_deleter<zx_audio_file_delete>> reader(opened);
+    const zx_owned<zx_audio_file_t, zx_audio_file_delete> reader(opened);
     const int32_t count = zx_audio_file_num_samples(reader.get());
     zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(count) + 1));  // see the read
     if (!pcm) return zx_parley_report_allocation("pcm");
@@ -191,7 +191,7 @@ zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vecto
                                        const zx_parley_progress_t *progress, uint32_t *clusters) {
     // Thresholds of a run's own come with a clustering of its own; the model stays as it is.
     zx_parley_cluster_param_t param = *object->param->cluster;
-    std::unique_ptr<zx_parley_cluster_t, zx_deleter<zx_parley_cluster_delete>> own;
+    zx_owned<zx_parley_cluster_t, zx_parley_cluster_delete> own;
     zx_parley_cluster_t *cluster = object->cluster;
     zx_status_t status;
     if (thresholds) {

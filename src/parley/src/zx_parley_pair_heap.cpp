@@ -14,8 +14,7 @@ static_assert(sizeof(zx_parley_pair_t) == 8, "the bound on the memory of the agg
 zx_status_t zx_parley_pair_heap_init(uint32_t capacity, zx_parley_pair_heap_t **object) {
     ZX_ASSERT(object);
     *object = nullptr;
-    std::unique_ptr<zx_parley_pair_heap_t, zx_deleter<zx_parley_pair_heap_delete>> o(
-        zx_heap_zeroed<zx_parley_pair_heap_t>());
+    zx_owned<zx_parley_pair_heap_t, zx_parley_pair_heap_delete> o(zx_heap_zeroed<zx_parley_pair_heap_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     // Whole pages of the large kind where the agenda is large: its accesses are far apart.
     constexpr size_t LARGE_PAGE = size_t{1} << 21, LINE = 64;

@@ -27,19 +27,18 @@ zx_status_t zx_parley_param_load(FILE *file, zx_parley_param_t **param) {
         zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_incorrect_file, FILE_KIND);
         return ZX_STATUS_INVALID_ARGUMENT;
     }
-    char version[sizeof("1.0.0")] = {};
+    char version[sizeof(ZX_PARLEY_VERSION)] = {};
     if (std::fread(version, 1, sizeof(version) - 1, file) != sizeof(version) - 1) {
         zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_fread_failure, static_cast<void *>(file));
         return ZX_STATUS_IO_ERROR;
     }
-    if (std::strcmp(version, zx_parley_version()) != 0) {
+    if (std::strcmp(version, ZX_PARLEY_VERSION) != 0) {
         zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_incorrect_file_version, FILE_KIND, version,
-                           zx_parley_version());
+                           ZX_PARLEY_VERSION);
         return ZX_STATUS_INVALID_ARGUMENT;
     }
 
-    std::unique_ptr<zx_parley_param_t, zx_deleter<zx_parley_param_delete>> p(
-        zx_heap_zeroed<zx_parley_param_t>());
+    zx_owned<zx_parley_param_t, zx_parley_param_delete> p(zx_heap_zeroed<zx_parley_param_t>());
     if (!p) return ZX_STATUS_OUT_OF_MEMORY;
     zx_status_t status = zx_parley_classifier_param_load(file, &p->classifier);
     if (status != ZX_STATUS_SUCCESS) return status;
