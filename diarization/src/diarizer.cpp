@@ -178,7 +178,7 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
     const auto cluster = [&](double offline) {
         values[0] = offline;
         tags result = engine_.cluster(all, values, progress);
-        if (options.refine) refine_tags(all, engine_.background(), options.min_speakers, &result);
+        if (options.refine) refine_tags(all, engine_.background(), offline, options.min_speakers, &result);
         return result;
     };
     const double first = values[0];

@@ -1,6 +1,7 @@
 #include "refine.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
@@ -45,9 +46,27 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
     return path;
 }
 
+// Gives the frames of one of the nearest two speakers to the other. False if none are as near as `same`.
+bool join_same(const frames &all, double same, tags *which) {
+    const centroids speakers = centroids_of(all, *which);
+    double nearest = same;
+    uint32_t keep = 0, drop = 0;
+    for (auto a = speakers.begin(); a != speakers.end(); ++a) {
+        for (auto b = std::next(a); b != speakers.end(); ++b) {
+            if (const double d = distance(a->second, b->second); d <= nearest) {
+                nearest = d;
+                keep = a->first;
+                drop = b->first;
+            }
+        }
+    }
+    if (drop != 0) std::replace(which->begin(), which->end(), drop, keep);
+    return drop != 0;
+}
+
 }  // namespace
 
-void refine_tags(const frames &all, const float *background, int fewest, tags *which) {
+void refine_tags(const frames &all, const float *background, double same, int fewest, tags *which) {
     for (;;) {
         const centroids speakers = centroids_of(all, *which);
         if (speakers.empty()) return;
@@ -61,12 +80,13 @@ void refine_tags(const frames &all, const float *background, int fewest, tags *w
         std::vector<int32_t> frames_of(names.size());
         for (const uint16_t state : path) frames_of[state]++;
         const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());
-        if (*least<SHORTEST_SPEAKER &&static_cast<int>(speakers.size())> std::max(1, fewest)) {
+        const bool may_lose_one = static_cast<int>(speakers.size()) > std::max(1, fewest);
+        if (*least < SHORTEST_SPEAKER && may_lose_one) {
             std::replace(which->begin(), which->end(), names[static_cast<size_t>(least - frames_of.begin())],
                          0u);
             continue;
         }
         for (size_t t = 0; t < path.size(); t++) (*which)[t] = names[path[t]];
-        return;
+        if (!may_lose_one || !join_same(all, same, which)) return;
     }
 }

@@ -9,8 +9,9 @@
 //
 //   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   CHANGE_COST  per change
 //
-// A speaker who is left with less than SHORTEST_SPEAKER frames is taken out and the rest decided again, as long as more
-// than `fewest` (at least 1) remain.
-void refine_tags(const frames &all, const float *background, int fewest, tags *which);
+// A speaker who is left with less than SHORTEST_SPEAKER frames is taken out, two whose means are no farther apart than
+// `same` (the distance at which the clustering merges; its own order of merges can stop before) become one, and the rest is
+// decided again, as long as more than `fewest` (at least 1) remain.
+void refine_tags(const frames &all, const float *background, double same, int fewest, tags *which);
 
 #endif

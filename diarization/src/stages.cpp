@@ -162,7 +162,7 @@ parley_status parley_stages_segments(parley_stages *stages, const float *embeddi
         zx_parley_internal_reset(parley);
         const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
         const float *background = parley->param->cluster->reference_centroid;
-        if (refine) refine_tags(all, background, 0, &which);
+        if (refine) refine_tags(all, background, values[0], 0, &which);
         for (const auto &[start, end, tag] : runs_of(which)) {
             times[2 * *num_segments] = FRAME_SECONDS * start;
             times[2 * *num_segments + 1] = FRAME_SECONDS * end;
