@@ -92,7 +92,7 @@ TEST(formats, nobody_speaking_is_an_answer_too) {
 }
 
 TEST(formats, table_fits_the_terminal) {
-    const std::string table = write_table(hostile(), {.colors = false, .columns = 80});
+    const std::string table = write_table(hostile(), {.columns = 80, .colors = 0});
     size_t start = 0, lanes = 0;
     for (size_t end = table.find('\n'); end != std::string::npos;
          start = end + 1, end = table.find('\n', start)) {

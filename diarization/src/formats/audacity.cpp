@@ -3,7 +3,7 @@
 #include "formats.h"
 #include "writing.h"
 
-std::string write_audacity(const diarization &result, const terminal &) {
+std::string write_audacity(const diarization &result, const parley_terminal &) {
     std::string text;
     for (const segment &s : result.segments) {
         std::string label = name_of(result, s);

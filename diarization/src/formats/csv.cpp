@@ -13,7 +13,7 @@ std::string quoted(const std::string &text) {
 
 }  // namespace
 
-std::string write_csv(const diarization &result, const terminal &) {
+std::string write_csv(const diarization &result, const parley_terminal &) {
     std::string text = "recording,start,end,duration,speaker";
     text += result.with_confidence ? ",confidence\r\n" : "\r\n";
     for (const segment &s : result.segments) {

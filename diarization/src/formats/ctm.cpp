@@ -1,7 +1,7 @@
 #include "formats.h"
 #include "writing.h"
 
-std::string write_ctm(const diarization &result, const terminal &) {
+std::string write_ctm(const diarization &result, const parley_terminal &) {
     std::string text;
     for (const segment &s : result.segments) {
         text += line("%s 1 %.3f %.3f %s", field(result.recording).c_str(), s.start, s.end - s.start,

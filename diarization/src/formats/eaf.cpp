@@ -5,7 +5,7 @@
 #include "formats.h"
 #include "markup.h"
 
-std::string write_eaf(const diarization &result, const terminal &) {
+std::string write_eaf(const diarization &result, const parley_terminal &) {
     const auto milliseconds = [](double seconds) { return std::to_string(std::llround(seconds * 1000)); };
     // Slots must come in order of time; annotation n begins at slot 2 n and ends at slot 2 n + 1.
     std::vector<std::pair<double, size_t>> times;

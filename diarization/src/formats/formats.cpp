@@ -37,7 +37,7 @@ std::span<const output_format> output_formats() {
     return FORMATS;
 }
 
-std::string write_format(const diarization &result, std::string_view name, const parley_terminal &look) {
+std::string write_format(const diarization &result, std::string_view name, const parley_terminal &terminal) {
     const auto found = std::find_if(std::begin(FORMATS), std::end(FORMATS),
                                     [name](const output_format &f) { return f.shown.name == name; });
     if (found == std::end(FORMATS)) {
@@ -46,7 +46,7 @@ std::string write_format(const diarization &result, std::string_view name, const
             known += (known.empty() ? "" : ", ") + std::string(f.shown.name);
         throw diarization_error(PARLEY_INVALID, "there is no format " + std::string(name) + ", but " + known);
     }
-    return found->write(result, {look.colors != 0, look.columns > 0 ? look.columns : 100});
+    return found->write(result, {terminal.columns > 0 ? terminal.columns : 100, terminal.colors});
 }
 
 std::string clock_time(double seconds) {

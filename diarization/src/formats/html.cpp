@@ -79,7 +79,7 @@ std::string fill_template(const std::string &page,
 
 }  // namespace
 
-std::string write_html(const diarization &result, const terminal &) {
+std::string write_html(const diarization &result, const parley_terminal &) {
     nlohmann::ordered_json data = to_json(result);
     data["waveform"] = nlohmann::ordered_json::array();
     for (float peak : result.waveform) data["waveform"].push_back(std::round(double{peak} * 1000) / 1000);

@@ -43,10 +43,10 @@ std::string dump_json(const nlohmann::ordered_json &json, int indent) {
     return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-std::string write_json(const diarization &result, const terminal &) {
+std::string write_json(const diarization &result, const parley_terminal &) {
     return dump_json(to_json(result), 1) + "\n";
 }
 
-std::string write_jsonl(const diarization &result, const terminal &) {
+std::string write_jsonl(const diarization &result, const parley_terminal &) {
     return dump_json(to_json(result), -1) + "\n";
 }

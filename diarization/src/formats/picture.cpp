@@ -97,7 +97,7 @@ void draw_on(const surface_ptr &surface, double scale, const diarization &result
 
 }  // namespace
 
-std::string write_png(const diarization &result, const terminal &) {
+std::string write_png(const diarization &result, const parley_terminal &) {
     const auto pixels = [](double points) { return static_cast<int>(std::ceil(points * SCALE)); };
     const surface_ptr surface(
         cairo_image_surface_create(CAIRO_FORMAT_RGB24, pixels(WIDTH), pixels(height_of(result))));

@@ -3,7 +3,7 @@
 #include "formats.h"
 #include "writing.h"
 
-std::string write_rttm(const diarization &result, const terminal &) {
+std::string write_rttm(const diarization &result, const parley_terminal &) {
     std::string text;
     for (const segment &s : result.segments)
         text += format_rttm(field(result.recording), {s.start, s.end, field(name_of(result, s))});

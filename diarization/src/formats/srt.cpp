@@ -1,7 +1,7 @@
 #include "formats.h"
 #include "writing.h"
 
-std::string write_srt(const diarization &result, const terminal &) {
+std::string write_srt(const diarization &result, const parley_terminal &) {
     std::string text;
     int index = 0;
     for (const segment &s : result.segments) {

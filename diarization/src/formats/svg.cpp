@@ -22,7 +22,7 @@ double characters(const std::string &utf8) {
 
 }  // namespace
 
-std::string write_svg(const diarization &result, const terminal &) {
+std::string write_svg(const diarization &result, const parley_terminal &) {
     const double height = height_of(result), bottom = height - AXIS, right = WIDTH - MARGIN;
     double left = 60;
     for (const speaker &s : result.speakers) left = std::max(left, CHARACTER * characters(s.name));

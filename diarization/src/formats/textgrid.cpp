@@ -33,7 +33,7 @@ std::vector<interval> fill(const diarization &result, size_t speaker) {
 
 }  // namespace
 
-std::string write_textgrid(const diarization &result, const terminal &) {
+std::string write_textgrid(const diarization &result, const parley_terminal &) {
     const auto quoted = [](const std::string &text) {
         std::string doubled;
         for (char c : text) doubled += c == '"' ? "\"\"" : std::string(1, c);

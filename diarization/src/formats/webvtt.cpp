@@ -2,7 +2,7 @@
 #include "markup.h"
 #include "writing.h"
 
-std::string write_webvtt(const diarization &result, const terminal &) {
+std::string write_webvtt(const diarization &result, const parley_terminal &) {
     std::string text = "WEBVTT\n";
     for (const segment &s : result.segments) {
         const std::string name = escape_xml(one_line(result.speakers[static_cast<size_t>(s.speaker)].name));

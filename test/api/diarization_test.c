@@ -1,0 +1,108 @@
+/* The diarization library as a C program sees it: diarization_test MODEL AUDIO */
+#include <parley_diarization.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int failures;
+
+static void expect(int holds, const char *what) {
+    if (holds) return;
+    printf("failed: %s (%s)\n", what, parley_message());
+    failures++;
+}
+
+static int rising(void *context, double done) {
+    double *last = context;
+    expect(done >= *last && done <= 1, "progress rises");
+    *last = done;
+    return 1;
+}
+
+static int stop(void *context, double done) {
+    (void) context;
+    (void) done;
+    return 0;
+}
+
+static void *read_file(const char *path, size_t *size) {
+    FILE *file = fopen(path, "rb");
+    void *data;
+    if (!file) return NULL;
+    fseek(file, 0, SEEK_END);
+    *size = (size_t) ftell(file);
+    rewind(file);
+    data = malloc(*size);
+    if (data && fread(data, 1, *size, file) != *size) *size = 0;
+    fclose(file);
+    return data;
+}
+
+int main(int argc, char **argv) {
+    parley_diarizer *diarizer = NULL, *copy = NULL, *none = NULL;
+    parley_result *result = NULL, *again = NULL, *nothing = NULL;
+    parley_options options;
+    double last = 0;
+    size_t model_size = 0, audio_size = 0, size = 0;
+    void *model, *audio;
+    char *text = NULL;
+    if (argc != 3) return 2;
+    model = read_file(argv[1], &model_size);
+    audio = read_file(argv[2], &audio_size);
+
+    expect(parley_open("/nonexistent", &none) == PARLEY_MISSING && !none, "a missing model");
+    expect(parley_open(argv[2], &none) == PARLEY_INVALID && !none, "no model");
+    expect(strlen(parley_message()) > 10 && strlen(parley_details()) > 10, "messages");
+    expect(parley_open(argv[1], &diarizer) == PARLEY_OK, "open");
+    expect(parley_open_memory(model, model_size, &copy) == PARLEY_OK, "open from memory");
+    expect(parley_open_memory(model, model_size / 2, &none) == PARLEY_UNREADABLE && !none, "half a model");
+
+    parley_options_init(&options);
+    expect(parley_options_set(&options, "speakers", "2") == PARLEY_OK && options.min_speakers == 2 &&
+               options.max_speakers == 2,
+           "an option by name");
+    expect(parley_options_set(&options, "speakers", "two") == PARLEY_INVALID, "a value that makes no sense");
+    expect(parley_options_set(&options, "no-such", "1") == PARLEY_INVALID, "an unknown option");
+    options.split_channels = 1;
+    expect(parley_options_check(&options) == PARLEY_INVALID, "options that contradict each other");
+    options.split_channels = 0;
+    expect(parley_diarize_file(diarizer, argv[2], &options, rising, &last, &result) == PARLEY_OK, "a file");
+    expect(last > 0.9, "progress gets to the end");
+    expect(result && parley_result_num_speakers(result) == 2, "as many speakers as asked for");
+    parley_result_delete(result);
+
+    expect(parley_diarize_file(diarizer, "/nonexistent", NULL, NULL, NULL, &nothing) == PARLEY_MISSING &&
+               !nothing,
+           "a missing file");
+    expect(parley_diarize_file(diarizer, argv[1], NULL, NULL, NULL, &nothing) == PARLEY_INVALID && !nothing,
+           "no audio");
+    expect(parley_diarize_file(diarizer, argv[2], NULL, stop, NULL, &nothing) == PARLEY_CANCELLED && !nothing,
+           "stopped");
+
+    expect(parley_diarize_file(diarizer, argv[2], NULL, NULL, NULL, &result) == PARLEY_OK, "a file again");
+    expect(parley_diarize_memory(copy, audio, audio_size, argv[2], NULL, NULL, NULL, &again) == PARLEY_OK,
+           "its bytes");
+    if (result && again) {
+        char *one = NULL, *two = NULL;
+        size_t one_size = 0, two_size = 0;
+        expect(parley_write_text(result, "json", &one, &one_size) == PARLEY_OK &&
+                   parley_write_text(again, "json", &two, &two_size) == PARLEY_OK && one_size == two_size &&
+                   memcmp(one, two, one_size) == 0,
+               "the same answer from a path and from memory");
+        parley_free(one);
+        parley_free(two);
+        expect(parley_write_text(result, "no-such", &text, &size) == PARLEY_INVALID && !text,
+               "an unknown format");
+        expect(parley_result_segment(result, -1).end == 0 && parley_result_segment(result, 1 << 20).end == 0,
+               "segments beyond the last");
+    }
+    parley_result_delete(result);
+    parley_result_delete(again);
+    parley_close(diarizer);
+    parley_close(copy);
+    parley_result_delete(NULL);
+    parley_close(NULL);
+    free(model);
+    free(audio);
+    return failures != 0;
+}
