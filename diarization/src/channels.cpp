@@ -19,22 +19,26 @@ constexpr int32_t RATE = 16000, FILTER_ORDER = 50, BLOCK = 1024;
 
 }  // namespace
 
-std::vector<int16_t> convert_rate(std::vector<int16_t> samples, int32_t rate) {
-    if (rate == RATE) return samples;
+std::vector<int16_t> resample(const int16_t *samples, int64_t count, int32_t from, int32_t to) {
     zx_resampler_t *created = nullptr;
-    const zx_status_t status = zx_resampler_init(rate, RATE, FILTER_ORDER, &created);
+    const zx_status_t status = zx_resampler_init(from, to, FILTER_ORDER, &created);
     const zx_owned<zx_resampler_t, zx_resampler_delete> resampler(created);
     if (status != ZX_STATUS_SUCCESS)
         throw diarization_error(PARLEY_INVALID,
-                                "a rate of " + std::to_string(rate) +
+                                "a rate of " + std::to_string(from) +
                                     " Hz cannot be converted: 8000 Hz can, and 16000 Hz and more");
     std::vector<int16_t> result, block(2 * BLOCK + 2);
-    for (size_t at = 0; at < samples.size(); at += BLOCK) {
-        const auto size = static_cast<int32_t>(std::min<size_t>(BLOCK, samples.size() - at));
-        const int32_t count = zx_resampler_process(resampler.get(), samples.data() + at, size, block.data());
-        result.insert(result.end(), block.begin(), block.begin() + count);
+    for (int64_t at = 0; at < count; at += BLOCK) {
+        const auto size = static_cast<int32_t>(std::min<int64_t>(BLOCK, count - at));
+        const int32_t made = zx_resampler_process(resampler.get(), samples + at, size, block.data());
+        result.insert(result.end(), block.begin(), block.begin() + made);
     }
     return result;
+}
+
+std::vector<int16_t> convert_rate(std::vector<int16_t> samples, int32_t rate) {
+    if (rate == RATE) return samples;
+    return resample(samples.data(), static_cast<int64_t>(samples.size()), rate, RATE);
 }
 
 #if PARLEY_WITH_SNDFILE

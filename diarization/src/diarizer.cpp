@@ -29,25 +29,6 @@ std::vector<float> draw_waveform(const int16_t *samples, size_t count) {
     return peaks;
 }
 
-// The two speakers nearest to each other become one until there are no more than `most`.
-void join_nearest(const frames &all, int most, tags *which) {
-    for (auto means = centroids_of(all, *which); static_cast<int>(means.size()) > most;
-         means = centroids_of(all, *which)) {
-        double nearest = std::numeric_limits<double>::max();
-        uint32_t keep = 0, drop = 0;
-        for (auto a = means.begin(); a != means.end(); ++a) {
-            for (auto b = std::next(a); b != means.end(); ++b) {
-                if (const double d = distance(a->second, b->second); d < nearest) {
-                    nearest = d;
-                    keep = a->first;
-                    drop = b->first;
-                }
-            }
-        }
-        std::replace(which->begin(), which->end(), drop, keep);
-    }
-}
-
 std::vector<std::string> split_names(const char *names) {
     std::vector<std::string> result;
     if (!names) return result;
@@ -203,7 +184,7 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
     // The step over the number asked for can be more than one speaker high. On the way down the surplus joins its nearest;
     // on the way up there is nobody to be had from nowhere.
     if (count > most && count_speakers(found) < fewest) found = cluster(near);
-    join_nearest(all, most, &found);
+    while (count_speakers(found) > most) join_nearest(all, std::numeric_limits<double>::max(), &found);
     if (count_speakers(found) < fewest)
         *note = "only " + std::to_string(count_speakers(found)) + " speakers can be told apart";
     return found;

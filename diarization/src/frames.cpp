@@ -1,6 +1,9 @@
 #include "frames.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <limits>
 #include <set>
 
 namespace {
@@ -40,6 +43,24 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
     double product = 0;
     for (size_t i = 0; i < a.size(); i++) product += double{a[i]} * double{b[i]};
     return (1 - product) / 2;
+}
+
+bool join_nearest(const frames &all, double limit, tags *which) {
+    const centroids speakers = centroids_of(all, *which);
+    double nearest = std::numeric_limits<double>::max();
+    uint32_t keep = 0, drop = 0;
+    for (auto a = speakers.begin(); a != speakers.end(); ++a) {
+        for (auto b = std::next(a); b != speakers.end(); ++b) {
+            if (const double d = distance(a->second, b->second); d < nearest) {
+                nearest = d;
+                keep = a->first;
+                drop = b->first;
+            }
+        }
+    }
+    if (drop == 0 || nearest > limit) return false;
+    std::replace(which->begin(), which->end(), drop, keep);
+    return true;
 }
 
 std::vector<run> runs_of(const tags &which) {

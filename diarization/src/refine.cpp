@@ -1,7 +1,6 @@
 #include "refine.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace {
 
@@ -46,24 +45,6 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
     return path;
 }
 
-// Gives the frames of one of the nearest two speakers to the other. False if none are as near as `same`.
-bool join_same(const frames &all, double same, tags *which) {
-    const centroids speakers = centroids_of(all, *which);
-    double nearest = same;
-    uint32_t keep = 0, drop = 0;
-    for (auto a = speakers.begin(); a != speakers.end(); ++a) {
-        for (auto b = std::next(a); b != speakers.end(); ++b) {
-            if (const double d = distance(a->second, b->second); d <= nearest) {
-                nearest = d;
-                keep = a->first;
-                drop = b->first;
-            }
-        }
-    }
-    if (drop != 0) std::replace(which->begin(), which->end(), drop, keep);
-    return drop != 0;
-}
-
 }  // namespace
 
 void refine_tags(const frames &all, const float *background, double same, int fewest, tags *which) {
@@ -87,6 +68,6 @@ void refine_tags(const frames &all, const float *background, double same, int fe
             continue;
         }
         for (size_t t = 0; t < path.size(); t++) (*which)[t] = names[path[t]];
-        if (!may_lose_one || !join_same(all, same, which)) return;
+        if (!may_lose_one || !join_nearest(all, same, which)) return;
     }
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "channels.h"
 #include "diarizer.h"
 #include "guarded.h"
 #include "parley_stages.h"
@@ -14,7 +15,6 @@
 #include "score.h"
 #include "zx_filterbank.h"
 #include "zx_heap.h"
-#include "zx_resampler.h"
 
 struct parley_stages {
     zx_owned<zx_parley_t, zx_parley_delete> parley;
@@ -22,25 +22,8 @@ struct parley_stages {
 
 namespace {
 
-constexpr int32_t FILTER_ORDER = 50;  // as in the engine's reader
-constexpr int32_t RESAMPLER_BLOCK = 1024;
-
 void check(zx_status_t status, const std::string &subject) {
     if (status != ZX_STATUS_SUCCESS) throw_engine_error(status, subject);
-}
-
-// The samples converted from one rate to another.
-std::vector<int16_t> resample(const int16_t *samples, int64_t count, int32_t from, int32_t to) {
-    zx_resampler_t *created = nullptr;
-    check(zx_resampler_init(from, to, FILTER_ORDER, &created), "the change of speed");
-    const zx_owned<zx_resampler_t, zx_resampler_delete> resampler(created);
-    std::vector<int16_t> result, block(2 * RESAMPLER_BLOCK + 2);
-    for (int64_t at = 0; at < count; at += RESAMPLER_BLOCK) {
-        const auto size = static_cast<int32_t>(std::min<int64_t>(RESAMPLER_BLOCK, count - at));
-        const int32_t made = zx_resampler_process(resampler.get(), samples + at, size, block.data());
-        result.insert(result.end(), block.begin(), block.begin() + made);
-    }
-    return result;
 }
 
 void hand_out(const std::vector<int16_t> &samples, int16_t **result, int64_t *count) {

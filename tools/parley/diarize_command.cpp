@@ -115,7 +115,7 @@ public:
           out_(out),
           terminal_(terminal_of(out, a.color)),
           num_workers_(std::min<size_t>(static_cast<size_t>(a_.jobs), recordings_.size())),
-          shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb()),
+          shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb_terminal()),
           progress_(recordings_.size(), num_workers_, shows_progress_) {}
 
     // The number of recordings that failed.
@@ -136,11 +136,6 @@ public:
     }
 
 private:
-    static bool is_dumb() {
-        const char *kind = std::getenv("TERM");
-        return kind && std::string_view(kind) == "dumb";
-    }
-
     void one(size_t worker, size_t item) {
         const recording_file &recording = recordings_[item];
         std::string text;

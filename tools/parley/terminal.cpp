@@ -40,12 +40,16 @@ bool is_terminal(std::FILE *stream) {
     return isatty(fileno(stream)) != 0;
 }
 
+bool is_dumb_terminal() {
+    const char *kind = std::getenv("TERM");
+    return kind && std::string_view(kind) == "dumb";
+}
+
 parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
     parley_terminal result = {0, 0};
-    const char *no_color = std::getenv("NO_COLOR"), *kind = std::getenv("TERM");
-    const bool dumb = kind && std::string_view(kind) == "dumb";
-    result.colors =
-        color == "always" || (color == "auto" && is_terminal(stream) && !dumb && !(no_color && *no_color));
+    const char *no_color = std::getenv("NO_COLOR");
+    result.colors = color == "always" || (color == "auto" && is_terminal(stream) && !is_dumb_terminal() &&
+                                          !(no_color && *no_color));
     winsize size{};
     if (is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         result.columns = size.ws_col;

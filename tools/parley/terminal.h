@@ -21,6 +21,9 @@ void close_standard_output(std::FILE *stream);
 
 bool is_terminal(std::FILE *stream);
 
+// Whether $TERM says that nothing but plain lines can be shown.
+bool is_dumb_terminal();
+
 // The terminal behind a stream. `color`: always, never, or auto (a terminal that is not dumb, and NO_COLOR is not set).
 parley_terminal terminal_of(std::FILE *stream, const std::string &color);
 

@@ -15,17 +15,13 @@ std::string text_at(double x, double y, const char *more, const std::string &tex
     return line("<text x=\"%.2f\" y=\"%.2f\"%s>", x, y, more) + escape_xml(text) + "</text>\n";
 }
 
-double characters(const std::string &utf8) {
-    return static_cast<double>(
-        std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
 }  // namespace
 
 std::string write_svg(const diarization &result, const parley_terminal &) {
     const double height = height_of(result), bottom = height - AXIS, right = WIDTH - MARGIN;
     double left = 60;
-    for (const speaker &s : result.speakers) left = std::max(left, CHARACTER * characters(s.name));
+    for (const speaker &s : result.speakers)
+        left = std::max(left, CHARACTER * static_cast<double>(characters(s.name)));
     left = std::min(left, WIDTH / 3) + 2 * MARGIN;
     const auto x_of = [&](double seconds) {
         return left + (right - left) * seconds / std::max(result.duration, 1e-3);

@@ -13,13 +13,8 @@ std::string painted(const parley_terminal &terminal, int speaker, const std::str
     return line("\033[38;2;%ld;%ld;%ldm", rgb >> 16, rgb >> 8 & 255, rgb & 255) + text + "\033[0m";
 }
 
-size_t width(const std::string &utf8) {
-    return static_cast<size_t>(
-        std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
 std::string padded(const std::string &text, size_t to) {
-    return text + std::string(to > width(text) ? to - width(text) : 0, ' ');
+    return text + std::string(to > characters(text) ? to - characters(text) : 0, ' ');
 }
 
 }  // namespace
@@ -31,7 +26,7 @@ std::string write_table(const diarization &result, const parley_terminal &termin
     if (result.segments.empty()) return text + "nobody speaks\n";
 
     size_t widest = 0;
-    for (const speaker &s : result.speakers) widest = std::max(widest, width(s.name));
+    for (const speaker &s : result.speakers) widest = std::max(widest, characters(s.name));
     double talk = 0;
     for (const speaker &s : result.speakers) talk += s.seconds;
     const size_t columns = static_cast<size_t>(

@@ -41,3 +41,8 @@ std::string caption_time(double seconds, char decimal) {
                   milliseconds / 60000 % 60, milliseconds / 1000 % 60, decimal, milliseconds % 1000);
     return text;
 }
+
+size_t characters(const std::string &utf8) {
+    return static_cast<size_t>(
+        std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}

@@ -14,6 +14,9 @@ const std::string &name_of(const diarization &result, const segment &s);
 // A name as NIST files can hold it: fields there are separated by spaces.
 std::string field(std::string name);
 
+// How many characters a text has.
+size_t characters(const std::string &utf8);
+
 // The text without line ends.
 std::string one_line(std::string text);
 
