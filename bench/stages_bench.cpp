@@ -13,6 +13,7 @@
 #include "zx_fc_kernels.h"
 #include "zx_filterbank.h"
 #include "zx_heap.h"
+#include "zx_log_switch.h"
 #include "zx_math.h"
 #include "zx_parley_internal.h"
 #include "zx_resampler.h"

@@ -8,6 +8,7 @@
 
 #include "fuzz.h"
 #include "zx_heap.h"
+#include "zx_log_switch.h"
 #include "zx_parley_cluster.h"
 
 namespace {

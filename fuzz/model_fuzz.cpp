@@ -6,6 +6,7 @@
 
 #include "fuzz.h"
 #include "zx_heap.h"
+#include "zx_log_switch.h"
 #include "zx_parley_internal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -6,6 +6,7 @@
 #include "fuzz.h"
 #include "zx_audio_file.h"
 #include "zx_heap.h"
+#include "zx_log_switch.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     constexpr int32_t MAX_SAMPLES = 1 << 19;

@@ -28,10 +28,6 @@ struct reporter {
     zx_parley_progress_t record = {report, this};
 };
 
-void check(zx_status_t status, const std::string &subject) {
-    if (status != ZX_STATUS_SUCCESS) throw_engine_error(status, subject);
-}
-
 }  // namespace
 
 engine::engine(const std::string &model_path) {
@@ -43,14 +39,12 @@ engine::engine(const std::string &model_path) {
     zx_parley_t *created = nullptr;
     const zx_status_t status = zx_parley_init(model_path.c_str(), &created);
     object_.reset(created);
-    if (status == ZX_STATUS_INVALID_ARGUMENT || status == ZX_STATUS_IO_ERROR) {
-        try {
-            throw_engine_error(status, model_path);
-        } catch (const diarization_error &error) {
-            throw diarization_error(error.status, model_path + " is no model of this version", error.details);
-        }
+    try {
+        check_engine(status, model_path);
+    } catch (const diarization_error &error) {
+        if (error.status == PARLEY_OUT_OF_MEMORY) throw;
+        throw diarization_error(error.status, model_path + " is no model of this version", error.details);
     }
-    check(status, model_path);
     const zx_parley_classifier_param_t *classifier = object_->param->classifier;
     if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
         throw diarization_error(PARLEY_INVALID,
@@ -63,7 +57,7 @@ zx_parley_samples_t engine::read(const std::string &path, const progress_functio
     if (!std::filesystem::exists(path, ignored))
         throw diarization_error(PARLEY_MISSING, path + ": there is no such file");
     zx_parley_samples_t samples;
-    check(zx_parley_internal_read(path.c_str(), reporter(progress).get(), &samples), path);
+    check_engine(zx_parley_internal_read(path.c_str(), reporter(progress).get(), &samples), path);
     return samples;
 }
 
@@ -75,7 +69,7 @@ embeddings engine::embed(zx_parley_samples_t *samples, const std::string &subjec
     embeddings all;
     all.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
     all.size = object_->param->classifier->embedding->output_dimension;
-    check(zx_parley_internal_embed(object_.get(), samples, reporter(progress).get(), &all.values), subject);
+    check_engine(zx_parley_internal_embed(object_.get(), samples, reporter(progress).get(), &all.values), subject);
     return all;
 }
 
@@ -84,7 +78,7 @@ tags engine::cluster(const frames &all, const thresholds &values, const progress
     tags result(static_cast<size_t>(all.count));
     const zx_parley_thresholds_t own = {static_cast<float>(values[0]), static_cast<float>(values[1]),
                                         static_cast<float>(values[2]), static_cast<float>(values[3])};
-    check(zx_parley_internal_cluster(object_.get(), all.values, all.count, &own, reporter(progress).get(),
+    check_engine(zx_parley_internal_cluster(object_.get(), all.values, all.count, &own, reporter(progress).get(),
                                      result.data()),
           "clustering");
     zx_parley_internal_reset(object_.get());

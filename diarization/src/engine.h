@@ -39,6 +39,9 @@ public:
     thresholds own_thresholds() const;
     const float *background() const { return object_->param->cluster->reference_centroid; }
 
+    // The engine itself, for what is not here.
+    zx_parley_t *get() const { return object_.get(); }
+
 private:
     zx_owned<zx_parley_t, zx_parley_delete> object_;
 };

@@ -37,7 +37,8 @@ std::string sentence_of(parley_status status) {
 
 }  // namespace
 
-void throw_engine_error(zx_status_t status, const std::string &subject) {
+void check_engine(zx_status_t status, const std::string &subject) {
+    if (status == ZX_STATUS_SUCCESS) return;
     char **stack = nullptr;
     int32_t depth = 0;
     (void) zx_get_error_stack(&stack, &depth);  // whatever it says, `stack` and `depth` are right

@@ -17,14 +17,10 @@
 #include "zx_heap.h"
 
 struct parley_stages {
-    zx_owned<zx_parley_t, zx_parley_delete> parley;
+    engine own;
 };
 
 namespace {
-
-void check(zx_status_t status, const std::string &subject) {
-    if (status != ZX_STATUS_SUCCESS) throw_engine_error(status, subject);
-}
 
 void hand_out(const std::vector<int16_t> &samples, int16_t **result, int64_t *count) {
     *result = static_cast<int16_t *>(std::malloc(samples.size() * sizeof(int16_t) + 1));
@@ -63,7 +59,7 @@ void parley_stage_band_edges(int16_t *edges) {
 parley_status parley_stage_read(const char *path, int16_t **samples, int64_t *num_samples) {
     return guarded([&] {
         zx_parley_samples_t read;
-        check(zx_parley_internal_read(path, nullptr, &read), path);
+        check_engine(zx_parley_internal_read(path, nullptr, &read), path);
         *samples = read.own.release();
         *num_samples = read.count;
     });
@@ -88,12 +84,12 @@ parley_status parley_stage_change_speed(const int16_t *samples, int64_t num_samp
 parley_status parley_stage_features(const int16_t *samples, int64_t num_samples, int16_t *rows) {
     return guarded([&] {
         zx_memory_t *memory = nullptr;
-        check(zx_memory_init(&memory), "features");
+        check_engine(zx_memory_init(&memory), "features");
         zx_filterbank_t *created = nullptr;
-        check(zx_filterbank_init(memory, ZX_PARLEY_HOP_LENGTH, &created), "features");
+        check_engine(zx_filterbank_init(memory, ZX_PARLEY_HOP_LENGTH, &created), "features");
         const zx_owned<zx_filterbank_t, zx_filterbank_delete> filterbank(created);
         for (int64_t hop = 0; hop < num_samples / ZX_PARLEY_HOP_LENGTH; hop++) {
-            check(zx_filterbank_compute(filterbank.get(), samples + hop * ZX_PARLEY_HOP_LENGTH,
+            check_engine(zx_filterbank_compute(filterbank.get(), samples + hop * ZX_PARLEY_HOP_LENGTH,
                                         rows + hop * ZX_FILTERBANK_NUM_BANDS),
                   "features");
         }
@@ -103,10 +99,7 @@ parley_status parley_stage_features(const int16_t *samples, int64_t num_samples,
 parley_status parley_stages_open(const char *model_path, parley_stages **stages) {
     return guarded([&] {
         *stages = nullptr;
-        zx_log_disable();
-        zx_parley_t *created = nullptr;
-        check(zx_parley_init(model_path, &created), model_path);
-        *stages = new parley_stages{zx_owned<zx_parley_t, zx_parley_delete>(created)};
+        *stages = new parley_stages{engine(model_path)};
     });
 }
 
@@ -115,18 +108,19 @@ void parley_stages_close(parley_stages *stages) {
 }
 
 int32_t parley_stages_dimension(const parley_stages *stages) {
-    return stages->parley->param->classifier->embedding->output_dimension;
+    return stages->own.get()->param->classifier->embedding->output_dimension;
 }
 
 void parley_stages_set_chunks(parley_stages *stages, int32_t chunk, int32_t warmup) {
-    stages->parley->param->classifier->chunk_length_frames = chunk;
-    stages->parley->param->classifier->warmup_length_frames = warmup;
+    zx_parley_classifier_param_t *classifier = stages->own.get()->param->classifier;
+    classifier->chunk_length_frames = chunk;
+    classifier->warmup_length_frames = warmup;
 }
 
 parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows, int32_t num_frames,
                                   float *embeddings) {
     return guarded([&] {
-        check(zx_parley_internal_embed_rows(stages->parley.get(), rows, num_frames, embeddings),
+        check_engine(zx_parley_internal_embed_rows(stages->own.get(), rows, num_frames, embeddings),
               "embeddings");
     });
 }
@@ -136,16 +130,9 @@ parley_status parley_stages_segments(parley_stages *stages, const float *embeddi
                                      int32_t *num_segments) {
     return guarded([&] {
         *num_segments = 0;
-        zx_parley_t *parley = stages->parley.get();
-        const zx_parley_thresholds_t own = {static_cast<float>(values[0]), static_cast<float>(values[1]),
-                                            static_cast<float>(values[2]), static_cast<float>(values[3])};
-        tags which(static_cast<size_t>(num_frames));
-        check(zx_parley_internal_cluster(parley, embeddings, num_frames, &own, nullptr, which.data()),
-              "clustering");
-        zx_parley_internal_reset(parley);
         const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
-        const float *background = parley->param->cluster->reference_centroid;
-        if (refine) refine_tags(all, background, values[0], 0, &which);
+        tags which = stages->own.cluster(all, {values[0], values[1], values[2], values[3]}, {});
+        if (refine) refine_tags(all, stages->own.background(), values[0], 0, &which);
         for (const auto &[start, end, tag] : runs_of(which)) {
             times[2 * *num_segments] = FRAME_SECONDS * start;
             times[2 * *num_segments + 1] = FRAME_SECONDS * end;

@@ -20,6 +20,7 @@
 #include "segments.h"
 #include "zx_audio_file.h"
 #include "zx_heap.h"
+#include "zx_log_switch.h"
 
 namespace {
 

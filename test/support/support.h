@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "zx_base.h"
 #include "zx_heap.h"
+#include "zx_log_switch.h"
 #include "zx_memory.h"
 
 // Owns an object of a module through its delete function: owned<zx_fft_delete>(pointer).

@@ -1,6 +1,6 @@
 /*
- * What every caller and every module shares: the status codes, the stack of error messages, the debug log
- * switch and the one sample rate of the engine. Part of the public interface (C99), included by zx_parley.h.
+ * What every caller and every module shares: the status codes, the stack of error messages and the one
+ * sample rate of the engine. Part of the public interface (C99), included by zx_parley.h.
  */
 #ifndef ZX_BASE_H
 #define ZX_BASE_H
@@ -61,11 +61,6 @@ ZX_CHECKED ZX_API zx_status_t zx_get_error_stack(char ***message_stack, int32_t 
 
 /* Frees an array that zx_get_error_stack handed out; null is ignored. */
 ZX_API void zx_free_error_stack(char **message_stack);
-
-/* Switches the debug lines on standard output on (as they are at start) or off, for the whole process.
- * Notices of errors, which begin with "(zx_error)", are printed in both cases. */
-ZX_API void zx_log_enable(void);
-ZX_API void zx_log_disable(void);
 
 #ifdef __cplusplus
 }

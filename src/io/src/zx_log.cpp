@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "zx_base.h"
-
 namespace {
 
 constinit std::atomic<uint8_t> is_log_enabled{1};

@@ -28,6 +28,7 @@
 #include <stdint.h>
 
 #include "zx_base.h"
+#include "zx_log_switch.h"
 
 #ifdef __cplusplus
 extern "C" {
