@@ -69,7 +69,8 @@ embeddings engine::embed(zx_parley_samples_t *samples, const std::string &subjec
     embeddings all;
     all.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
     all.size = object_->param->classifier->embedding->output_dimension;
-    check_engine(zx_parley_internal_embed(object_.get(), samples, reporter(progress).get(), &all.values), subject);
+    check_engine(zx_parley_internal_embed(object_.get(), samples, reporter(progress).get(), &all.values),
+                 subject);
     return all;
 }
 
@@ -78,9 +79,9 @@ tags engine::cluster(const frames &all, const thresholds &values, const progress
     tags result(static_cast<size_t>(all.count));
     const zx_parley_thresholds_t own = {static_cast<float>(values[0]), static_cast<float>(values[1]),
                                         static_cast<float>(values[2]), static_cast<float>(values[3])};
-    check_engine(zx_parley_internal_cluster(object_.get(), all.values, all.count, &own, reporter(progress).get(),
-                                     result.data()),
-          "clustering");
+    check_engine(zx_parley_internal_cluster(object_.get(), all.values, all.count, &own,
+                                            reporter(progress).get(), result.data()),
+                 "clustering");
     zx_parley_internal_reset(object_.get());
     return result;
 }

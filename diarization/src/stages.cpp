@@ -90,8 +90,8 @@ parley_status parley_stage_features(const int16_t *samples, int64_t num_samples,
         const zx_owned<zx_filterbank_t, zx_filterbank_delete> filterbank(created);
         for (int64_t hop = 0; hop < num_samples / ZX_PARLEY_HOP_LENGTH; hop++) {
             check_engine(zx_filterbank_compute(filterbank.get(), samples + hop * ZX_PARLEY_HOP_LENGTH,
-                                        rows + hop * ZX_FILTERBANK_NUM_BANDS),
-                  "features");
+                                               rows + hop * ZX_FILTERBANK_NUM_BANDS),
+                         "features");
         }
     });
 }
@@ -121,7 +121,7 @@ parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows, in
                                   float *embeddings) {
     return guarded([&] {
         check_engine(zx_parley_internal_embed_rows(stages->own.get(), rows, num_frames, embeddings),
-              "embeddings");
+                     "embeddings");
     });
 }
 
