@@ -4,9 +4,9 @@
 
 namespace {
 
-constexpr double CHANGE_COST =
-    3;  // a change pays if the frames after it are nearer by 0.3 for ten frames, say
+constexpr double CHANGE_COST = 3;         // pays if the frames after it are nearer by 0.3 for ten frames, say
 constexpr int32_t SHORTEST_SPEAKER = 62;  // frames, 2 s
+constexpr int32_t FEW_WORDS = 12;         // frames, 0.4 s
 
 // The best way through: for each frame the index of its state, whose centroids are the rows of `means`.
 std::vector<uint16_t> decide(const frames &all, const std::vector<const float *> &means) {
@@ -70,4 +70,17 @@ void refine_tags(const frames &all, const float *background, double same, int fe
         for (size_t t = 0; t < path.size(); t++) (*which)[t] = names[path[t]];
         if (!may_lose_one || !join_nearest(all, same, which)) return;
     }
+}
+
+void find_few_words(const frames &all, const float *background, double threshold, tags *which) {
+    std::vector<double> sums(static_cast<size_t>(all.count) + 1);  // of distances, up to a frame
+    const std::vector<float> nobody(background, background + all.size);
+    for (int32_t t = 0; t < all.count; t++)
+        sums[static_cast<size_t>(t) + 1] =
+            sums[static_cast<size_t>(t)] + distance(nobody, mean_of(all, t, t + 1));
+    for (size_t t = 0; t + FEW_WORDS < sums.size(); t++) {
+        if (sums[t + FEW_WORDS] - sums[t] >= threshold * FEW_WORDS)
+            std::fill_n(which->begin() + static_cast<std::ptrdiff_t>(t), FEW_WORDS, 1u);
+    }
+    refine_tags(all, background, 0, 1, which);
 }

@@ -14,4 +14,8 @@
 // decided again, as long as more than `fewest` (at least 1) remain.
 void refine_tags(const frames &all, const float *background, double same, int fewest, tags *which);
 
+// Where nobody was found: stretches of FEW_WORDS frames whose mean distance to the background is at least `threshold` become
+// speaker 1, and refine_tags gives them their borders.
+void find_few_words(const frames &all, const float *background, double threshold, tags *which);
+
 #endif

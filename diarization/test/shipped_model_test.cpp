@@ -6,6 +6,7 @@
 #include <cmath>
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "parley_diarization.h"
 #include "support.h"
@@ -81,23 +82,51 @@ TEST(shipped_model, no_beginning_silences_the_engine) {
     }
 }
 
-TEST(shipped_model, no_beginning_changes_the_answer_much) {
-    parley_diarizer *opened = nullptr;
-    ASSERT_EQ(parley_open(MODEL.c_str(), &opened), PARLEY_OK) << parley_message();
-    const auto diarizer = owned<parley_close>(opened);
-    const std::vector<int16_t> samples = speech();
-    for (const beginning &b : beginnings()) {
-        const std::vector<int16_t> all = behind(b.front, samples);
+class whole_room : public testing::Test {
+protected:
+    void SetUp() override {
+        parley_diarizer *opened = nullptr;
+        ASSERT_EQ(parley_open(MODEL.c_str(), &opened), PARLEY_OK) << parley_message();
+        diarizer.reset(opened);
+    }
+
+    // Speakers and the seconds that they speak in all.
+    std::pair<int32_t, double> answer(const std::vector<int16_t> &samples) {
         parley_result *made = nullptr;
-        ASSERT_EQ(parley_diarize_samples(diarizer.get(), all.data(), static_cast<int64_t>(all.size()), 1,
-                                         RATE, "speech", nullptr, nullptr, nullptr, &made),
+        EXPECT_EQ(parley_diarize_samples(diarizer.get(), samples.data(), static_cast<int64_t>(samples.size()),
+                                         1, RATE, "speech", nullptr, nullptr, nullptr, &made),
                   PARLEY_OK);
         const auto result = owned<parley_result_delete>(made);
         double spoken = 0;
         for (int32_t k = 0; k < parley_result_num_speakers(made); k++)
             spoken += parley_result_speaker(made, k).seconds;
-        EXPECT_EQ(parley_result_num_speakers(made), 3) << b.name << ", " << b.front.size() << " samples";
+        return {parley_result_num_speakers(made), spoken};
+    }
+
+    zx_owned<parley_diarizer, parley_close> diarizer;
+};
+
+TEST_F(whole_room, no_beginning_changes_the_answer_much) {
+    const std::vector<int16_t> samples = speech();
+    for (const beginning &b : beginnings()) {
+        const auto [speakers, spoken] = answer(behind(b.front, samples));
+        EXPECT_EQ(speakers, 3) << b.name << ", " << b.front.size() << " samples";
         EXPECT_NEAR(spoken, 37, 3) << b.name << ", " << b.front.size() << " samples";
+    }
+}
+
+TEST_F(whole_room, a_few_words_in_a_long_silence_are_somebody_and_noise_is_nobody) {
+    const std::vector<int16_t> samples = speech();
+    for (const double level : {3.0, 30.0, 300.0}) {
+        const std::vector<int16_t> hiss = noise(15, level);
+        EXPECT_EQ(answer(hiss).first, 0) << level;
+        for (const int start : {4, 12, 25}) {
+            const std::vector<int16_t> words(samples.begin() + start * RATE,
+                                             samples.begin() + start * RATE + RATE * 7 / 10);
+            const auto [speakers, spoken] = answer(behind(behind(hiss, words), hiss));
+            EXPECT_EQ(speakers, 1) << level << ", " << start;
+            EXPECT_NEAR(spoken, 1.0, 0.5) << level << ", " << start;
+        }
     }
 }
 

@@ -41,6 +41,7 @@ class Recipe:
     long_silence: float = 0.12  # with a pause of 8 to 60 s
     interjecting: tuple = (0.0, 0.15)  # of the turns
     from_the_start: float = 0.6  # which begin within a turn
+    nobody: float = 0.05  # in which nobody speaks at all
 
     # How a voice arrives
     alike: float = 0.85  # whose voices' average spectra are pulled together
@@ -58,6 +59,8 @@ class Recipe:
     # What else there is
     background: float = 0.97
     background_below: tuple = (3, 40)  # dB
+    bursts: float = 0.15  # with stretches of background as loud as speech
+    burst_level: tuple = (-0.8, 0.6)
     sounds: float = 0.35  # breath, coughs, laughter, clicks
     jingle: float = 0.08  # music of its own for seconds, over speech or alone
     hum: float = 0.08
@@ -306,6 +309,14 @@ def sounds(speech, rows, voices, rng):
     return energy, doubtful
 
 
+def lay_over(total, energy, level, fading, rng):
+    """Adds `energy` somewhere, `level` times as loud, with `fading` seconds from nothing to all and back."""
+    length = len(energy)
+    fade = np.clip(np.minimum(np.arange(length), np.arange(length)[::-1]) / seconds(fading), 0, 1)
+    at = rng.integers(len(total) - length + 1)
+    total[at:at + length] += energy * (level * fade[:, None]).astype(np.float32)
+
+
 def band_limit(log_energy, rng):
     """What a narrow channel leaves: bands above and below it hold little but its own noise."""
     rows = len(log_energy)
@@ -390,7 +401,7 @@ def conversation(speech, frames, recipe, rng):
     codec = codecs[rng.integers(len(codecs))] if codecs and rng.random() < recipe.coded else ""
     voices = choose_voices(speech, count, codec, recipe, rng)
     count = len(voices)
-    turns = plan_turns(rows, count, recipe, rng)
+    turns = [] if rng.random() < recipe.nobody else plan_turns(rows, count, recipe, rng)
 
     room_colour = curve(rng, rng.choice([0.15, 0.4]))  # common to all
     # Mostly one microphone, in some recordings one of everyone's own.
@@ -438,13 +449,15 @@ def conversation(speech, frames, recipe, rng):
         extra, laughing = sounds(speech, rows, voices, rng)
         total += extra
         doubtful = several | (laughing & ~speaking)
+    if rng.random() < recipe.bursts:
+        for _ in range(rng.integers(1, 5)):
+            length = min(seconds(rng.uniform(0.5, 15)), rows)
+            lay_over(total, background(speech, length, codec, rng), 10 ** rng.uniform(*recipe.burst_level), 0.1, rng)
     if speech.music[codec] and rng.random() < recipe.jingle:
         start, end = speech.music[codec][rng.integers(len(speech.music[codec]))]
         length = min(seconds(rng.uniform(2, 20)), rows)
         music = np.take(speech.energies(start, end), np.arange(length) + rng.integers(end - start), axis=0, mode="wrap")
-        fade = np.clip(np.minimum(np.arange(length), np.arange(length)[::-1]) / seconds(1), 0, 1)
-        at = rng.integers(rows - length + 1)
-        total[at:at + length] += music * (10 ** rng.uniform(-1.5, 0.3) * fade[:, None] / (music.sum(1).mean() + 1e-12))
+        lay_over(total, music / (music.sum(1).mean() + 1e-12), 10 ** rng.uniform(-1.5, 0.3), 1, rng)
     if rng.random() < recipe.hum:
         total[:, :rng.integers(1, 4)] += np.float32(10 ** rng.uniform(-2, 1))
     total *= np.float32(10 ** rng.uniform(*recipe.level))
