@@ -11,15 +11,25 @@ function(parley_module name)
   set_property(GLOBAL APPEND PROPERTY PARLEY_MODULES zx_${name})
 endfunction()
 
-# parley_test(NAME SOURCES file... [LIBRARIES target...])
+# parley_test(NAME SOURCES file... [LIBRARIES target...] [LABEL label])
 #
-# A GoogleTest program whose tests CTest lists as NAME.Suite.Test.
+# A GoogleTest program whose tests CTest lists as NAME.Suite.Test. Labels: unit (the default: in a moment, touching nothing),
+# slow, system (installs or starts what a machine has once, in a namespace of its own), browser.
 function(parley_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "LABEL" "SOURCES;LIBRARIES")
+  if(NOT ARG_LABEL)
+    set(ARG_LABEL unit)
+  endif()
   string(REPLACE "." "_" target "test_${name}")
   add_executable(${target} ${ARG_SOURCES})
   target_link_libraries(${target} PRIVATE ${ARG_LIBRARIES} parley_test_support GTest::gmock GTest::gtest_main
                                           parley_warnings)
   gtest_discover_tests(${target} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
-                       PROPERTIES TIMEOUT 300 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+                       PROPERTIES TIMEOUT 300 LABELS ${ARG_LABEL} SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+endfunction()
+
+# parley_program_test(NAME LABEL COMMAND...): a test that is a program of its own; a status of 77 is a skip.
+function(parley_program_test name label)
+  add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
+  set_tests_properties(${name} PROPERTIES LABELS ${label} SKIP_RETURN_CODE 77 TIMEOUT 300)
 endfunction()

@@ -100,6 +100,7 @@ char *copied(const std::string &text) {
 
 std::vector<turn> turns_of(const parley_turn *turns, int32_t count) {
     std::vector<turn> result;
+    result.reserve(static_cast<size_t>(count));
     for (int32_t i = 0; i < count; i++) result.push_back({turns[i].start, turns[i].end, turns[i].speaker});
     return result;
 }

@@ -1,6 +1,7 @@
 // The stages one at a time (parley_stages.h).
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -31,6 +32,7 @@ void hand_out(const std::vector<int16_t> &samples, int16_t **result, int64_t *co
 
 std::vector<turn> turns_of(int32_t count, const double *times, const int32_t *speakers) {
     std::vector<turn> result;
+    result.reserve(static_cast<size_t>(count));
     for (int32_t i = 0; i < count; i++)
         result.push_back({times[2 * i], times[2 * i + 1], std::to_string(speakers[i])});
     return result;
@@ -69,7 +71,7 @@ parley_status parley_stage_change_speed(const int16_t *samples, int64_t num_samp
                                         int16_t **result, int64_t *num_result) {
     return guarded([&] {
         const int32_t rate = zx_sample_rate();
-        const auto played = [&](double factor) { return static_cast<int32_t>(rate * factor + 0.5); };
+        const auto played = [&](double factor) { return static_cast<int32_t>(std::lround(rate * factor)); };
         if (speed >= 1) {
             hand_out(resample(samples, num_samples, played(speed), rate), result, num_result);
             return;

@@ -1,5 +1,4 @@
-// Every stage of the engine against what an independent implementation gave, bit for bit: the vectors of the
-// repository and, where they are there, further ones in the same layout.
+// Every stage of the engine against what an independent implementation gave, bit for bit.
 
 #include <filesystem>
 
@@ -22,28 +21,19 @@ void PrintTo(const vector_set &set, std::ostream *out) {
     *out << set.expected;
 }
 
-// All <model>-<input> folders below a root.
-std::vector<vector_set> find_sets(const char *origin, const fs::path &root) {
+// All <model>-<input> folders.
+std::vector<vector_set> find_sets() {
+    const fs::path root = PARLEY_SOURCE_DIR "/test/data/vectors";
     std::vector<vector_set> sets;
-    std::error_code error;
-    for (const fs::directory_entry &entry : fs::directory_iterator(root, error)) {
+    for (const fs::directory_entry &entry : fs::directory_iterator(root)) {
         const std::string name = entry.path().filename().string();
         const size_t dash = name.find('-');
         if (!entry.is_directory() || dash == std::string::npos) continue;
         const std::string model = name.substr(0, dash);
-        fs::path model_path = root / (model + ".zx");
-        if (!fs::exists(model_path)) model_path = root.parent_path() / "models" / (model + ".zx");
-        sets.push_back({origin + model + "_" + name.substr(dash + 1), model_path,
+        sets.push_back({model + "_" + name.substr(dash + 1), root / (model + ".zx"),
                         root / (name.substr(dash + 1) + ".s16"), entry.path()});
     }
     std::sort(sets.begin(), sets.end(), [](const auto &a, const auto &b) { return a.name < b.name; });
-    return sets;
-}
-
-std::vector<vector_set> all_sets() {
-    std::vector<vector_set> sets = find_sets("own_", PARLEY_SOURCE_DIR "/test/data/vectors");
-    const std::vector<vector_set> shared = find_sets("shared_", PARLEY_SHARED_DIR "/vectors");
-    sets.insert(sets.end(), shared.begin(), shared.end());
     return sets;
 }
 
@@ -112,15 +102,13 @@ TEST_P(golden, every_stage_agrees_to_the_last_bit) {
     zx_log_enable();
 }
 
-INSTANTIATE_TEST_SUITE_P(vectors, golden, testing::ValuesIn(all_sets()),
+INSTANTIATE_TEST_SUITE_P(vectors, golden, testing::ValuesIn(find_sets()),
                          [](const auto &set) { return set.param.name; });
 
 // Sine and cosine differ between C libraries in their last bit, hence a tolerance of 1.
 TEST(golden_resampler, agrees_within_one) {
-    if (!fs::exists(PARLEY_SHARED_DIR "/vectors"))
-        GTEST_SKIP() << "no vectors at " PARLEY_SHARED_DIR "/vectors";
     for (int32_t rate : {8000, 22050, 44100, 48000}) {
-        const std::string name = PARLEY_SHARED_DIR "/vectors/rate" + std::to_string(rate);
+        const std::string name = PARLEY_TEST_DATA "/resampler/rate" + std::to_string(rate);
         const auto expected = read_file<int16_t>(name + "-to-16000.s16");
         const temporary_file wav(wav_bytes(read_file<int16_t>(name + ".s16"), rate));
         zx_audio_file_t *reader = nullptr;

@@ -316,7 +316,7 @@ zx_status_t append_samples_from_moofs(const boxes_t *boxes, uint64_t max_samples
                                       sampleset_t *sampleset) {
     const zx_container_isobmff_mvex_box_t *mvex = boxes->moov->mvex;
     if (mvex->num_trexs != boxes->moov->num_traks) return ZX_STATUS_INVALID_ARGUMENT;
-    // Paired by position, not by number: that is how files have always been read here.
+    // Paired by position, not by number: writers that number freely keep the order.
     const fragment_context context = {mvex->trexs[info->track_index],
                                       boxes->moov->traks[info->track_index]->mdia->mdhd->duration == 0,
                                       max_samples};

@@ -482,8 +482,8 @@ zx_status_t read_compact_sizes(field_reader *fields, zx_container_isobmff_stsz_b
             box->entry_sizes[i] = fields->u8();
         } else {
             // A byte makes two entries: itself shifted left by 4, and itself. Not the two halves that the
-            // standard has: that is how these boxes have always been read here. An odd count writes into
-            // the spare entry.
+            // standard has: what is decoded of such a file is part of this reader's fixed results. An odd
+            // count writes into the spare entry.
             const uint8_t byte = fields->u8();
             box->entry_sizes[i] = static_cast<uint32_t>(byte << 4);
             box->entry_sizes[++i] = byte;

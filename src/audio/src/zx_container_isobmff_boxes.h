@@ -371,8 +371,8 @@ struct zx_container_isobmff_tfhd_box_t {
                                                              zx_container_isobmff_tfhd_box_t **object);
 void zx_container_isobmff_tfhd_box_delete(zx_container_isobmff_tfhd_box_t *object);
 
-// Tables are null where their flag is not set. A run without samples is ZX_STATUS_OUT_OF_MEMORY: so it has
-// always been answered, and callers know it.
+// Tables are null where their flag is not set. A run without samples is ZX_STATUS_OUT_OF_MEMORY, as
+// where a table of nothing cannot be had.
 struct zx_container_isobmff_trun_box_t {
     zx_container_isobmff_fullbox_header_t header;
     bool data_offset_present;
