@@ -1,5 +1,5 @@
-// An hour (or any time) of conversation through the public interface: seconds of processor time, times real time, peak
-// memory.
+// An hour (or any time) of conversation through the public interface: seconds of processor time, times real
+// time, peak memory.
 //
 //   bench_hour MODEL [HOURS]
 //

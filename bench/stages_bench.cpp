@@ -1,6 +1,6 @@
-// The stages of the engine one by one, each beside something measured in the same process: layers beside a bare loop of
-// multiply-accumulates (what the core can do at most) and beside their plain form, the filterbank beside the same
-// bands by FFTW, clustering at several sizes. Run by bench/run.
+// The stages of the engine one by one, each beside something measured in the same process: layers beside a
+// bare loop of multiply-accumulates (what the core can do at most) and beside their plain form, the
+// filterbank beside the same bands by FFTW, clustering at several sizes. Run by bench/run.
 
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
@@ -49,7 +49,8 @@ engine_ptr make_engine() {
     return engine_ptr(object);
 }
 
-// ---- The bare loop: multiply-accumulates of 16-bit values in registers, as many sums under way as hide the latency.
+// ---- The bare loop: multiply-accumulates of 16-bit values in registers, as many sums under way as hide the
+// latency.
 
 #if defined(__x86_64__)
 
@@ -178,8 +179,8 @@ void filterbank(benchmark::State &state) {
         benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-// The same bands as one would compute them without a care for bits: FFTW's real transform, weights in a table,
-// logarithms of the C library.
+// The same bands as one would compute them without a care for bits: FFTW's real transform, weights in a
+// table, logarithms of the C library.
 void filterbank_by_fftw(benchmark::State &state) {
     constexpr int LENGTH = ZX_FFT_LENGTH, NUM_BINS = LENGTH / 2 + 1;
     float *frame = fftwf_alloc_real(LENGTH);

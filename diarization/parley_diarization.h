@@ -1,7 +1,7 @@
 /*
- * Parley's answer: who spoke when in a recording, with all that can be asked of it and every form in which it can be
- * written. The command line tool, the Python package and the module for browsers stand on this header alone, so that they
- * give the same.
+ * Parley's answer: who spoke when in a recording, with all that can be asked of it and every form in which it
+ * can be written. The command line tool, the Python package and the module for browsers stand on this header
+ * alone, so that they give the same.
  *
  *     parley_diarizer *diarizer = NULL;
  *     parley_result *result = NULL;
@@ -17,10 +17,12 @@
  *     parley_result_delete(result);
  *     parley_close(diarizer);
  *
- * The engine below (zx_parley.h) tells raw segments, straight from its clustering. Here every frame is then given, once
- * more, to the speaker to whose mean it is nearest (option "refine"), and segments end at the end of their last frame.
+ * The engine below (zx_parley.h) tells raw segments, straight from its clustering. Here every frame is then
+ * given, once more, to the speaker to whose mean it is nearest (option "refine"), and segments end at the end
+ * of their last frame.
  *
- * A diarizer is used by one thread at a time; different ones run side by side. Strings are zero-terminated UTF-8. C99.
+ * A diarizer is used by one thread at a time; different ones run side by side. Strings are zero-terminated
+ * UTF-8. C99.
  */
 #ifndef PARLEY_DIARIZATION_H
 #define PARLEY_DIARIZATION_H
@@ -60,7 +62,8 @@ enum {
 /* What the calling thread's last failing call says, in a sentence; valid until its next call. Never null. */
 PARLEY_API const char *parley_message(void);
 
-/* What the engine said about it, a line each, the innermost fault first; may be empty. Valid as the message is. */
+/* What the engine said about it, a line each, the innermost fault first; may be empty. Valid as the message
+ * is. */
 PARLEY_API const char *parley_details(void);
 
 /* "1.0.0". */
@@ -100,12 +103,14 @@ typedef struct {
 /* The table of options; null beyond its end. */
 PARLEY_API const parley_option *parley_option_at(int32_t index);
 
-/* Sets one of them from a text ("1" or "0" for those without a value); texts are borrowed. "speakers" sets both least and
- * most, "threshold" all four thresholds. PARLEY_INVALID with a message for an unknown name and a value out of range. */
+/* Sets one of them from a text ("1" or "0" for those without a value); texts are borrowed. "speakers" sets
+ * both least and most, "threshold" all four thresholds. PARLEY_INVALID with a message for an unknown name and
+ * a value out of range. */
 PARLEY_API PARLEY_CHECKED parley_status parley_options_set(parley_options *options, const char *name,
                                                            const char *value);
 
-/* PARLEY_INVALID with a message for values out of range and options that contradict each other, as every run says it. */
+/* PARLEY_INVALID with a message for values out of range and options that contradict each other, as every run
+ * says it. */
 PARLEY_API PARLEY_CHECKED parley_status parley_options_check(const parley_options *options);
 
 /* Called now and then with the share of the work that is done, 0 to 1, never falling. 0: stop. */
@@ -127,9 +132,10 @@ PARLEY_API PARLEY_CHECKED parley_status parley_open_memory(const void *model, si
 /* Null is accepted. */
 PARLEY_API void parley_close(parley_diarizer *diarizer);
 
-/* Diarizes an audio file. `options` and `progress` may be null. The caller deletes *result, which is null after a failure:
- * PARLEY_MISSING, PARLEY_UNREADABLE, PARLEY_INVALID (no audio that is supported, shorter than 32 ms, options that
- * contradict each other), PARLEY_CANCELLED, PARLEY_OUT_OF_MEMORY. */
+/* Diarizes an audio file. `options` and `progress` may be null. The caller deletes *result, which is null
+ * after a failure:
+ * PARLEY_MISSING, PARLEY_UNREADABLE, PARLEY_INVALID (no audio that is supported, shorter than 32 ms, options
+ * that contradict each other), PARLEY_CANCELLED, PARLEY_OUT_OF_MEMORY. */
 PARLEY_API PARLEY_CHECKED parley_status parley_diarize_file(parley_diarizer *diarizer, const char *path,
                                                             const parley_options *options,
                                                             parley_progress progress, void *context,
@@ -142,8 +148,9 @@ PARLEY_API PARLEY_CHECKED parley_status parley_diarize_memory(parley_diarizer *d
                                                               parley_progress progress, void *context,
                                                               parley_result **result);
 
-/* The same of samples: num_frames times num_channels (1 to 64) of 16 bits, interleaved, at `rate` Hz (8000, or 16000 and
- * more); `name` stands for the recording's path. Channels are averaged, unless they are to be split. */
+/* The same of samples: num_frames times num_channels (1 to 64) of 16 bits, interleaved, at `rate` Hz (8000,
+ * or 16000 and more); `name` stands for the recording's path. Channels are averaged, unless they are to be
+ * split. */
 PARLEY_API PARLEY_CHECKED parley_status
 parley_diarize_samples(parley_diarizer *diarizer, const int16_t *samples, int64_t num_frames,
                        int32_t num_channels, int32_t rate, const char *name, const parley_options *options,
@@ -151,12 +158,13 @@ parley_diarize_samples(parley_diarizer *diarizer, const int16_t *samples, int64_
 
 /* ---- The answer. Everything it hands out lives as long as it does. */
 
+/* `confidence`: how much nearer the segment lies to its speaker than to the next best one, 0 (equally near)
+ * to 1. */
 typedef struct {
     double start;    /* seconds from the start of the audio */
     double end;      /* seconds, of the last frame's end */
     int32_t speaker; /* index of the speaker, from 0 */
-    double
-        confidence; /* how much nearer the segment lies to its speaker than to the next best one: 0 (equally near) to 1 */
+    double confidence;
 } parley_segment;
 
 typedef struct {
@@ -205,13 +213,13 @@ typedef struct {
 /* Takes the next part of a text. 0: stop. */
 typedef int (*parley_sink)(void *context, const char *data, size_t size);
 
-/* Writes the answer in a format; `terminal` may be null. PARLEY_INVALID (no such format), PARLEY_CANCELLED (the sink said
- * stop), PARLEY_OUT_OF_MEMORY. */
+/* Writes the answer in a format; `terminal` may be null. PARLEY_INVALID (no such format), PARLEY_CANCELLED
+ * (the sink said stop), PARLEY_OUT_OF_MEMORY. */
 PARLEY_API PARLEY_CHECKED parley_status parley_write(const parley_result *result, const char *format,
                                                      const parley_terminal *terminal, parley_sink sink,
                                                      void *context);
 
-/* The same into a new block of *size bytes and a zero behind them, the caller's to release with parley_free. */
+/* The same into a new block of *size bytes and a zero behind them, released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_write_text(const parley_result *result, const char *format,
                                                           char **text, size_t *size);
 
@@ -231,20 +239,20 @@ typedef struct {
     const char *speaker;
 } parley_turn;
 
-/* A transcript (JSON in Whisper's style, WebVTT, SRT or CTM) with a speaker for every word or caption, in the format it
- * has: into a new block, released with parley_free. Turns count as far as `reach` seconds away. PARLEY_INVALID with the
- * line for what is none of them. */
+/* A transcript (JSON in Whisper's style, WebVTT, SRT or CTM) with a speaker for every word or caption, in the
+ * format it has: into a new block, released with parley_free. Turns count as far as `reach` seconds away.
+ * PARLEY_INVALID with the line for what is none of them. */
 PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, size_t size,
                                                       const parley_turn *turns, int32_t num_turns,
                                                       double reach, char **text, size_t *text_size);
 
-/* The turns of an RTTM text about one recording, one block released with parley_free. `name` is for messages. */
+/* The turns of an RTTM text about one recording, one block released with parley_free; messages say `name`. */
 PARLEY_API PARLEY_CHECKED parley_status parley_read_rttm(const char *text, size_t size, const char *name,
                                                          parley_turn **turns, int32_t *num_turns);
 
-/* Which of two sets of voices are the same: others[i] becomes the index in `there` of voice i of `here`, or -1, so that
- * each is used once and the sum of the cosines above `threshold` (-1 to 1) is largest; cosines[i] tells theirs. Vectors lie
- * one after the other, `dimension` numbers each. */
+/* Which of two sets of voices are the same: others[i] becomes the index in `there` of voice i of `here`, or
+ * -1, so that each is used once and the sum of the cosines above `threshold` (-1 to 1) is largest; cosines[i]
+ * tells theirs. Vectors lie one after the other, `dimension` numbers each. */
 PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t num_here, const float *there,
                                                      int32_t num_there, int32_t dimension, double threshold,
                                                      int32_t *others, double *cosines);
@@ -256,8 +264,8 @@ typedef struct {
     int32_t num_speakers, num_found;
 } parley_score;
 
-/* Scores one recording: `collar` seconds to either side of the reference's boundaries do not count; with skip_overlap
- * neither does what has several speakers; with parts only these, in pairs of seconds, do. */
+/* Scores one recording: `collar` seconds to either side of the reference's boundaries do not count; with
+ * skip_overlap neither does what has several speakers; with parts only these, in pairs of seconds, do. */
 PARLEY_API PARLEY_CHECKED parley_status parley_score_turns(const parley_turn *reference,
                                                            int32_t num_reference,
                                                            const parley_turn *hypothesis,
@@ -265,8 +273,8 @@ PARLEY_API PARLEY_CHECKED parley_status parley_score_turns(const parley_turn *re
                                                            int32_t num_parts, double collar,
                                                            int32_t skip_overlap, parley_score *score);
 
-/* The table of error rates that `parley score` prints, of RTTM texts about any number of recordings, with names for
- * messages; `uem` may be null. One block released with parley_free. */
+/* The table of error rates that `parley score` prints, of RTTM texts about any number of recordings, with
+ * names for messages; `uem` may be null. One block released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_score_text(const char *reference, const char *reference_name,
                                                           const char *hypothesis, const char *hypothesis_name,
                                                           const char *uem, const double *collars,

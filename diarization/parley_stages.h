@@ -1,7 +1,7 @@
 /*
- * The stages one at a time, for training: what a model computes between samples and segments, exactly as the engine does
- * it. Not installed. Statuses and messages are those of parley_diarization.h; blocks handed out are released with
- * parley_free.
+ * The stages one at a time, for training: what a model computes between samples and segments, exactly as the
+ * engine does it. Not installed. Statuses and messages are those of parley_diarization.h; blocks handed out
+ * are released with parley_free.
  */
 #ifndef PARLEY_STAGES_H
 #define PARLEY_STAGES_H
@@ -45,15 +45,15 @@ PARLEY_API void parley_stages_set_chunks(parley_stages *stages, int32_t chunk, i
 PARLEY_API PARLEY_CHECKED parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows,
                                                             int32_t num_frames, float *embeddings);
 
-/* Embeddings to segments as an answer has them, with four thresholds instead of the model's: `times` takes up to
- * num_frames pairs of seconds, `speakers` as many tags. */
+/* Embeddings to segments as an answer has them, with four thresholds instead of the model's: `times` takes up
+ * to num_frames pairs of seconds, `speakers` as many tags. */
 PARLEY_API PARLEY_CHECKED parley_status parley_stages_segments(parley_stages *stages, const float *embeddings,
                                                                int32_t num_frames, const double *thresholds,
                                                                int32_t refine, double *times,
                                                                int32_t *speakers, int32_t *num_segments);
 
-/* parley_score_turns of turns with numbers for speakers: speech, missed, false alarm, confusion (seconds), speakers there,
- * speakers found. */
+/* parley_score_turns of turns with numbers for speakers: speech, missed, false alarm, confusion (seconds),
+ * speakers there, speakers found. */
 PARLEY_API PARLEY_CHECKED parley_status
 parley_stage_score(int32_t num_reference, const double *reference_times, const int32_t *reference_speakers,
                    int32_t num_hypothesis, const double *hypothesis_times, const int32_t *hypothesis_speakers,

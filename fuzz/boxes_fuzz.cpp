@@ -1,5 +1,5 @@
-// The box parsers alone. The first byte chooses the parser; the rest is exactly the memory that it may read, so
-// that one byte too far is seen.
+// The box parsers alone. The first byte chooses the parser; the rest is exactly the memory that it may read,
+// so that one byte too far is seen.
 #include <memory>
 #include <vector>
 

@@ -1,5 +1,6 @@
-// The public interface as a sequence of calls, a byte choosing each: two engines, buffers and files of many kinds,
-// null arguments, messages taken or left. After all of it an engine still gives what a fresh one gives.
+// The public interface as a sequence of calls, a byte choosing each: two engines, buffers and files of many
+// kinds, null arguments, messages taken or left. After all of it an engine still gives what a fresh one
+// gives.
 #include <algorithm>
 #include <memory>
 #include <vector>

@@ -1,4 +1,5 @@
-// Clustering: embeddings of any kind, thresholds below 1 (at 1 opposite directions merge, whose mean has no direction:
+// Clustering: embeddings of any kind, thresholds below 1 (at 1 opposite directions merge, whose mean has no
+// direction:
 // that is asserted), two runs on one object. Runs agree, tags are as announced, and
 // speakers are numbered in the order in which their clusters were opened.
 #include <algorithm>

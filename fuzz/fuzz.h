@@ -1,5 +1,5 @@
-// Shared by the fuzz targets: numbers taken from the fuzzer's bytes, the bytes as a file, and what a target does
-// when a property does not hold.
+// Shared by the fuzz targets: numbers taken from the fuzzer's bytes, the bytes as a file, and what a target
+// does when a property does not hold.
 //
 // Every target is a function LLVMFuzzerTestOneInput that must return for any bytes. It is linked either with
 // libFuzzer, which invents inputs, or with replay.cpp, which takes them from files.

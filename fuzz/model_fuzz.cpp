@@ -1,5 +1,5 @@
-// Model files: whatever loads must run. Recurrent layers are driven directly, since a whole run asserts that no
-// embedding is all zeros, which a model may well give.
+// Model files: whatever loads must run. Recurrent layers are driven directly, since a whole run asserts that
+// no embedding is all zeros, which a model may well give.
 #include <algorithm>
 #include <memory>
 #include <vector>

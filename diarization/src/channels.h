@@ -6,12 +6,13 @@
 #include <string>
 #include <vector>
 
-// Every channel of a file as 16-bit samples at 16 kHz, all of one length; at least one sample. Reads what libsndfile does
-// (WAV, FLAC, Ogg, MP3 and more) at 8 kHz or any rate from 16 kHz up. Throws diarization_error.
+// Every channel of a file as 16-bit samples at 16 kHz, all of one length; at least one sample. Reads what
+// libsndfile does (WAV, FLAC, Ogg, MP3 and more) at 8 kHz or any rate from 16 kHz up. Throws
+// diarization_error.
 std::vector<std::vector<int16_t>> read_channels(const std::string &path);
 
-// Samples from one rate in Hz to another, where the engine's resampler can: downwards, and upwards by two. Throws
-// diarization_error.
+// Samples from one rate in Hz to another, where the engine's resampler can: downwards, and upwards by two.
+// Throws diarization_error.
 std::vector<int16_t> resample(const int16_t *samples, int64_t count, int32_t from, int32_t to);
 
 // Samples at `rate` Hz to 16 kHz. Throws diarization_error for a rate that cannot be converted.

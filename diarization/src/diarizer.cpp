@@ -151,9 +151,10 @@ thresholds thresholds_of(const parley_options &options, const thresholds &own) {
     return result;
 }
 
-// As the model would have it, unless the number of speakers is not the one asked for: then with the offline threshold
-// nearest to the model's at which it is, found by bisection; more speakers merge at a higher one. The clustering drops who
-// has less than about a second: where that leaves nobody, a few words may still be there.
+// As the model would have it, unless the number of speakers is not the one asked for: then with the offline
+// threshold nearest to the model's at which it is, found by bisection; more speakers merge at a higher one.
+// The clustering drops who has less than about a second: where that leaves nobody, a few words may still be
+// there.
 tags diarizer::find_speakers(const frames &all, const parley_options &options,
                              const progress_function &progress, std::string *note) {
     thresholds values = thresholds_of(options, engine_.own_thresholds());
@@ -187,8 +188,8 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
             near = middle;
         }
     }
-    // The step over the number asked for can be more than one speaker high. On the way down the surplus joins its nearest;
-    // on the way up there is nobody to be had from nowhere.
+    // The step over the number asked for can be more than one speaker high. On the way down the surplus joins
+    // its nearest; on the way up there is nobody to be had from nowhere.
     if (count > most && count_speakers(found) < fewest) found = cluster(near);
     while (count_speakers(found) > most) join_nearest(all, std::numeric_limits<double>::max(), &found);
     if (count_speakers(found) < fewest)

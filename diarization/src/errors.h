@@ -17,7 +17,8 @@ struct diarization_error : std::runtime_error {
     std::vector<std::string> details;  // of the engine, the innermost fault first
 };
 
-// Throws what the engine left behind if `status`, which it returned while it worked on `subject`, is no success.
+// Throws what the engine left behind if `status`, which it returned while it worked on `subject`, is no
+// success.
 void check_engine(zx_status_t status, const std::string &subject);
 
 #endif

@@ -52,7 +52,8 @@ struct score {
 score score_recording(const std::vector<turn> &reference, const std::vector<turn> &hypothesis,
                       const std::vector<span> *parts, const score_options &options);
 
-// What `parley score` prints: for each collar a table of rates, of all recordings and, if `each`, of every one.
+// What `parley score` prints: for each collar a table of rates, of all recordings and, if `each`, of every
+// one.
 std::string score_table(const rttm &reference, const rttm &hypothesis, const uem *parts,
                         const std::vector<double> &collars, bool skip_overlap, bool each);
 

@@ -76,7 +76,8 @@ parley_status parley_stage_change_speed(const int16_t *samples, int64_t num_samp
             hand_out(resample(samples, num_samples, played(speed), rate), result, num_result);
             return;
         }
-        // The resampler converts downwards by any ratio but upwards only by two: slower speech is doubled first.
+        // The resampler converts downwards by any ratio but upwards only by two: slower speech is doubled
+        // first.
         const std::vector<int16_t> doubled = resample(samples, num_samples, rate, 2 * rate);
         hand_out(resample(doubled.data(), static_cast<int64_t>(doubled.size()), played(2 * speed), rate),
                  result, num_result);

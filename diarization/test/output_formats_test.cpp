@@ -1,11 +1,10 @@
-#include "formats.h"
-
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "diarizer.h"
+#include "formats.h"
 
 namespace {
 

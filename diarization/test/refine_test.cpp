@@ -35,7 +35,8 @@ tags expected(const std::vector<int> &values) {
 }
 
 TEST(refine, gives_frames_to_the_nearest_speaker) {
-    // The first look lost the beginning of the second voice to nobody and some of its middle to the first one.
+    // The first look lost the beginning of the second voice to nobody and some of its middle to the first
+    // one.
     const auto voices = stretches({{1, 100}, {2, 120}, {0, 50}});
     const auto first_look = stretches({{1, 100}, {0, 14}, {2, 50}, {1, 10}, {2, 46}, {0, 50}});
     EXPECT_EQ(refined(voices, first_look), expected(voices));

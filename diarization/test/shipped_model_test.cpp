@@ -1,5 +1,5 @@
-// What the shipped model is held to, through the engine alone and through the whole room: no beginning of a recording may
-// hand the background to the first speaker, who would then be silent for good.
+// What the shipped model is held to, through the engine alone and through the whole room: no beginning of a
+// recording may hand the background to the first speaker, who would then be silent for good.
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-// One engine through thousands of calls: buffers of 512 samples to minutes (now and then as long as asked for) of
-// silence, clipping, noise, constants, tones and speech, with failing calls in between. Every result must be that of a
-// fresh engine, bit for bit, and the heap must be as full at the
+// One engine through thousands of calls: buffers of 512 samples to minutes (now and then as long as asked
+// for) of silence, clipping, noise, constants, tones and speech, with failing calls in between. Every result
+// must be that of a fresh engine, bit for bit, and the heap must be as full at the
 // end as after the first tenth of the calls.
 //
 //     soak MODEL SPEECH.wav [CALLS [LONGEST-SECONDS [SEED]]]

@@ -80,8 +80,9 @@ TEST_F(threads, engines_side_by_side_give_what_one_gives_and_messages_stay_apart
     });
 }
 
-// There are 128 records for the messages of threads: with 200 threads failing at the same time 72 find none free. Their
-// calls fail as they should, the others' messages are complete, and afterwards all records are free again.
+// There are 128 records for the messages of threads: with 200 threads failing at the same time 72 find none
+// free. Their calls fail as they should, the others' messages are complete, and afterwards all records are
+// free again.
 TEST_F(threads, two_hundred_failing_at_once) {
     constexpr int NUM_THREADS = 200, NUM_RECORDS = 128;
     for (int round = 0; round < 3; round++) {

@@ -15,8 +15,8 @@ void write_atomically(const std::string &path, const std::string &content);
 // Whether a path can be read only once, from its beginning to its end: standard input ("-"), a pipe.
 bool is_stream(const std::string &path);
 
-// The rest of a stream as a file that has no name any more, so that nothing stays behind whatever happens. Throws
-// std::system_error.
+// The rest of a stream as a file that has no name any more, so that nothing stays behind whatever happens.
+// Throws std::system_error.
 class spooled_stream {
 public:
     explicit spooled_stream(const std::string &path);

@@ -24,7 +24,8 @@ bool is_terminal(std::FILE *stream);
 // Whether $TERM says that nothing but plain lines can be shown.
 bool is_dumb_terminal();
 
-// The terminal behind a stream. `color`: always, never, or auto (a terminal that is not dumb, and NO_COLOR is not set).
+// The terminal behind a stream. `color`: always, never, or auto (a terminal that is not dumb, and NO_COLOR is
+// not set).
 parley_terminal terminal_of(std::FILE *stream, const std::string &color);
 
 // "parley: " and what went wrong, with what the engine said about it if `verbose`.

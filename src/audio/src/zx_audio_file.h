@@ -66,8 +66,8 @@ int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object);
 
 // Reads num_samples > 0 samples at the engine's rate. `pcm` needs room for one more, which resampling can
 // write. When the source ends with at most 1024 promised outputs missing, they keep what `pcm` held and the
-// read succeeds; ZX_STATUS_IO_ERROR when more are missing; ZX_STATUS_STOP_ITERATION if `progress` asks to stop; or
-// the adapter's status.
+// read succeeds; ZX_STATUS_IO_ERROR when more are missing; ZX_STATUS_STOP_ITERATION if `progress` asks to
+// stop; or the adapter's status.
 [[nodiscard]] zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
                                              const zx_progress_t *progress = nullptr);
 

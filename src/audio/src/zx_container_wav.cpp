@@ -38,9 +38,9 @@ size_t read_adpcm(void *file, void *output, size_t length) {
     return count;
 }
 
-// Whether a "fact" chunk in front of the audio is too small for its one field. dr_wav 0.13 subtracts the field's 4 bytes
-// from such a size in 64 unsigned bits and then seeks forward by what comes out in steps of 2 GiB, for hours where the
-// file system allows such positions.
+// Whether a "fact" chunk in front of the audio is too small for its one field. dr_wav 0.13 subtracts the
+// field's 4 bytes from such a size in 64 unsigned bits and then seeks forward by what comes out in steps of 2
+// GiB, for hours where the file system allows such positions.
 bool has_short_fact_chunk(const char *path) {
     const zx_file_ptr file(zx_fopen(path, "rb"));
     if (!file || std::fseek(file.get(), 12, SEEK_SET) != 0) return false;

@@ -39,7 +39,8 @@ TEST(zx_container_wav, refuses_what_it_cannot_read) {
     open(wav_bytes(std::vector<int16_t>(600), 16000, 6), ZX_STATUS_INVALID_ARGUMENT);
     open(wav_bytes(std::vector<int16_t>(600), 0), ZX_STATUS_INVALID_ARGUMENT);
     open(good.substr(0, 8) + "AVI " + good.substr(12), ZX_STATUS_INVALID_ARGUMENT);
-    // Some file systems let dr_wav seek for hours here: once the size of the chunk is too small, once it is just large enough.
+    // Some file systems let dr_wav seek for hours here: once the size of the chunk is too small, once it is
+    // just large enough.
     open(good.substr(0, 36) + "fact" + std::string(4, '\0') + good.substr(36), ZX_STATUS_INVALID_ARGUMENT);
     open(good.substr(0, 36) + "fact" + bytes_of(int32_t{4}, int32_t{600}) + good.substr(36));
     for (size_t length = 0; length < 44; length++) open(good.substr(0, length), ZX_STATUS_INVALID_ARGUMENT);

@@ -51,8 +51,8 @@ void zx_error_prepare();
 void zx_error_log_error(const char *file, uint32_t line, const zx_error_msg_t *msg, ...);
 void zx_error_log_error_va(const char *file, uint32_t line, const zx_error_msg_t *msg, va_list arguments);
 
-// Whether notices of errors go to standard output, as they do at start. For programs whose standard output is their
-// answer; the library's own callers cannot switch them.
+// Whether notices of errors go to standard output, as they do at start. For programs whose standard output is
+// their answer; the library's own callers cannot switch them.
 void zx_error_print_notices(bool on);
 
 #endif

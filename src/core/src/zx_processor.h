@@ -1,5 +1,6 @@
 // What the processor at hand can do, for code that is written once per kind of processor. Build with
-// -DPARLEY_VECTOR_KERNELS=OFF to leave such code out; then, and on other processors, plain loops do all the work.
+// -DPARLEY_VECTOR_KERNELS=OFF to leave such code out; then, and on other processors, plain loops do all the
+// work.
 #ifndef ZX_PROCESSOR_H
 #define ZX_PROCESSOR_H
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 struct zx_progress_t {
-    // Called now and then with the share of the step that is done, 0 to 1, never falling. False: stop; the step then ends
-    // with ZX_STATUS_STOP_ITERATION.
+    // Called now and then with the share of the step that is done, 0 to 1, never falling. False: stop; the
+    // step then ends with ZX_STATUS_STOP_ITERATION.
     bool (*report)(void *context, double done);
     void *context;
 };

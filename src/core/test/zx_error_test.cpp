@@ -1,8 +1,5 @@
 #include "zx_error.h"
 
-#include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 #include "support.h"
@@ -133,66 +130,4 @@ TEST_F(zx_error, notices_are_printed_with_the_log_off_and_debug_lines_are_not) {
         text, testing::ContainsRegex("\\(zx_error\\) \\(0x[0-9a-f]+ frame 0\\) Argument `shown` is NULL.\n"));
     EXPECT_THAT(text, HasSubstr("[DEBUG] 42\n"));
     EXPECT_THAT(text, Not(HasSubstr("hidden")));
-}
-
-// 128 threads own every record; the next one's messages are lost, and there is room again once a record is
-// collected.
-TEST_F(zx_error, a_full_table_loses_messages_and_nothing_else) {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int num_ready = 0;
-    bool may_finish = false;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 128; i++) {
-        threads.emplace_back([&, i] {
-            zx_error_prepare();
-            push("thread " + std::to_string(i));
-            std::unique_lock<std::mutex> lock(mutex);
-            num_ready++;
-            changed.notify_all();
-            changed.wait(lock, [&] { return may_finish; });
-            EXPECT_THAT(collect(ZX_STATUS_SUCCESS),
-                        ElementsAre("Argument `thread " + std::to_string(i) + "` is NULL."));
-        });
-    }
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return num_ready == 128; });
-    }
-    on_new_thread([] {
-        zx_error_prepare();
-        push("lost");
-        collect(ZX_STATUS_INVALID_STATE);
-    });
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        may_finish = true;
-        changed.notify_all();
-    }
-    for (std::thread &thread : threads) thread.join();
-    on_new_thread([] {
-        zx_error_prepare();
-        push("kept");
-        EXPECT_THAT(collect(ZX_STATUS_SUCCESS), SizeIs(1));
-    });
-    const std::string text = output();
-    EXPECT_THAT(text, HasSubstr("(zx_error) Unable to acquire stack for `0x"));
-    EXPECT_THAT(text, Not(HasSubstr("lost")));
-}
-
-TEST_F(zx_error, messages_of_threads_never_mix) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 16; t++) {
-        threads.emplace_back([t] {
-            for (int round = 0; round < 50; round++) {
-                const std::string name = std::to_string(t) + "/" + std::to_string(round);
-                zx_error_prepare();
-                push(name);
-                push(name);
-                const std::string expected = "Argument `" + name + "` is NULL.";
-                EXPECT_THAT(collect(ZX_STATUS_SUCCESS), ElementsAre(expected, expected));
-            }
-        });
-    }
-    for (std::thread &thread : threads) thread.join();
 }

@@ -100,9 +100,10 @@ void zx_fft_complex_DIT_RN_generic(float *buffer, float sign) {
 
 namespace {
 
-// Factors of the stages with four and more butterflies, in the order in which vectors of four complex values take them. The
-// stage whose partners lie `half` complex values apart has 2 half factors from entry 2 half on: each cosine twice, each
-// sine as (s, -s), by which the imaginary and the real part are multiplied in the forward transform.
+// Factors of the stages with four and more butterflies, in the order in which vectors of four complex values
+// take them. The stage whose partners lie `half` complex values apart has 2 half factors from entry 2 half
+// on: each cosine twice, each sine as (s, -s), by which the imaginary and the real part are multiplied in the
+// forward transform.
 struct fft_factors {
     alignas(32) std::array<float, ZX_FFT_LENGTH> cosines, sines;
 };
@@ -123,8 +124,8 @@ constexpr fft_factors make_factors() {
 
 constexpr fft_factors FACTORS = make_factors();
 
-// Four butterflies: t = b (cosine + sign i sine); (a, b) becomes (a + t, a - t). Each product and sum is rounded as in
-// the readable form; only the places of signs differ, which rounding does not see.
+// Four butterflies: t = b (cosine + sign i sine); (a, b) becomes (a + t, a - t). Each product and sum is
+// rounded as in the readable form; only the places of signs differ, which rounding does not see.
 ZX_TARGET_AVX2_FMA inline void butterflies(__m256 *a, __m256 *b, __m256 cosines, __m256 sines) {
     const __m256 swapped = _mm256_permute_ps(*b, 0xB1);
     const __m256 t = _mm256_fmadd_ps(*b, cosines, _mm256_mul_ps(swapped, sines));

@@ -1,5 +1,5 @@
-// Integer helpers of the numeric kernels: bounds, saturation, rounding shifts. A shift to the right is arithmetic (towards
-// minus infinity).
+// Integer helpers of the numeric kernels: bounds, saturation, rounding shifts. A shift to the right is
+// arithmetic (towards minus infinity).
 #ifndef ZX_INTEGER_H
 #define ZX_INTEGER_H
 

@@ -15,8 +15,8 @@ constexpr int16_t MIN_INPUT = -8192, MAX_INPUT = 8128;  // -8 and 7.9375
 
 enum class form { sigmoid, tanh };
 
-// The results for each of the 2^14 inputs that clamping leaves: one look-up, of which few lines are in use, takes a
-// quarter of the time of interpolating one value.
+// The results for each of the 2^14 inputs that clamping leaves: one look-up, of which few lines are in use,
+// takes a quarter of the time of interpolating one value.
 constexpr auto make_values() {
     std::array<int16_t, 1 << 14> values{};
     for (uint32_t u = 0; u < values.size(); u++) {  // 8 bits of index, 6 bits of fraction
@@ -71,8 +71,8 @@ ZX_TARGET_AVX2 void process_avx2(int32_t length, const int16_t *x, int16_t *y) {
     process_plain<FORM>(length - i, x + i, y + i);
 }
 
-// The entries that 8-bit indices select from 256 of them in 8 registers: of each two registers by the low 6 bits, and
-// among these by bits 6 and 7.
+// The entries that 8-bit indices select from 256 of them in 8 registers: of each two registers by the low 6
+// bits, and among these by bits 6 and 7.
 ZX_TARGET_AVX512 inline __m512i select_entries(const __m512i (&entries)[8], __m512i index, __mmask32 bit6,
                                                __mmask32 bit7) {
     const __m512i quarter0 = _mm512_permutex2var_epi16(entries[0], index, entries[1]);

@@ -1,10 +1,10 @@
-// Sigmoid and tanh of many values, in one version per kind of processor. All give the same bits: they interpolate in
-// ZX_SIGMOID_TABLE by the same integers.
+// Sigmoid and tanh of many values, in one version per kind of processor. All give the same bits: they
+// interpolate in ZX_SIGMOID_TABLE by the same integers.
 //
-// The plain version looks up results that were interpolated when the library was compiled, 32 KiB of them. The vector
-// versions interpolate: for a value x in Q10, clamped to [-8192, 8128], with f its low 6 bits and low and high the entries
-// on both sides, (low (64 - f) + high f) >> 6. AVX2 gathers each pair of entries from memory, AVX-512 holds the whole
-// table in 8 registers and selects from them.
+// The plain version looks up results that were interpolated when the library was compiled, 32 KiB of them.
+// The vector versions interpolate: for a value x in Q10, clamped to [-8192, 8128], with f its low 6 bits and
+// low and high the entries on both sides, (low (64 - f) + high f) >> 6. AVX2 gathers each pair of entries
+// from memory, AVX-512 holds the whole table in 8 registers and selects from them.
 #ifndef ZX_SIGMOID_KERNELS_H
 #define ZX_SIGMOID_KERNELS_H
 

@@ -6,7 +6,6 @@
 #include <random>
 
 #include "support.h"
-#include "zx_math_tables.h"
 #include "zx_sigmoid_kernels.h"
 
 namespace {
@@ -16,17 +15,6 @@ double sigmoid(double v) {
 }
 
 }  // namespace
-
-TEST(zx_math_tables, every_entry_is_its_formula) {
-    for (int i = 0; i <= 512; i++) {
-        EXPECT_EQ(ZX_LOG10_TABLE[static_cast<size_t>(i)], std::lround(1024 * std::log10((512 + i) / 2048.0)))
-            << i;
-    }
-    for (int i = 0; i <= 256; i++) {
-        const double v = (i < 128 ? i : i - 256) / 16.0;
-        EXPECT_EQ(ZX_SIGMOID_TABLE[static_cast<size_t>(i)], std::lround(32767 * sigmoid(v))) << i;
-    }
-}
 
 TEST(zx_math, integer_helpers_saturate) {
     EXPECT_EQ(zx_int32_to_int16(32768), 32767);
@@ -98,10 +86,10 @@ TEST(zx_sigmoid_and_tanh, meet_known_values_in_place) {
     zx_tanh(3, z, z);
     EXPECT_THAT(z, testing::ElementsAre(0, 32742, -32746));
     EXPECT_ASSERTION(zx_sigmoid(0, x, x), "length > 0");
-    EXPECT_ASSERTION(zx_tanh(1, nullptr, x), "x");
 }
 
-// Every version that this processor runs, over the whole domain and from any number of values, against the plain one.
+// Every version that this processor runs, over the whole domain and from any number of values, against the
+// plain one.
 TEST(zx_sigmoid_and_tanh, every_version_gives_what_the_plain_one_gives) {
     std::vector<int16_t> x(65536);
     std::iota(x.begin(), x.end(), int16_t{INT16_MIN});
@@ -124,7 +112,8 @@ TEST(zx_sigmoid_and_tanh, every_version_gives_what_the_plain_one_gives) {
     }
 }
 
-// Bit for bit what the processor or the C library computes: arbitrary bits, and sums near ties, where rounding twice shows.
+// Bit for bit what the processor or the C library computes: arbitrary bits, and sums near ties, where
+// rounding twice shows.
 TEST(zx_fma, in_double_precision_rounds_once) {
     random_numbers random(3);
     const auto any = [&] { return std::bit_cast<float>(random.next()); };

@@ -47,13 +47,13 @@ void zx_fc_param_delete(zx_fc_param_t *param);
 void zx_fc_delete(zx_fc_t *object);
 
 // x: N values, y: M values (Q10). For each output o: a = sum_i x[i] w[o][i] + (b[o] << 10) modulo 2^32,
-// r = (a + 64) >> 7, y[o] = saturate16(r), or saturate16(y[o] + r) when accumulating. The generic form is the plain loop
-// that every faster one is held to.
+// r = (a + 64) >> 7, y[o] = saturate16(r), or saturate16(y[o] + r) when accumulating. The generic form is the
+// plain loop that every faster one is held to.
 void zx_fc_process(const zx_fc_t *object, const int16_t *x, int16_t *y);
 void zx_fc_process_generic(const zx_fc_t *object, const int16_t *x, int16_t *y);
 
-// The same for num_rows > 0 inputs, which is faster than one after the other. The next row lies x_stride and y_stride
-// values further on; either may be negative.
+// The same for num_rows > 0 inputs, which is faster than one after the other. The next row lies x_stride and
+// y_stride values further on; either may be negative.
 void zx_fc_process_rows(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
                         int16_t *y, ptrdiff_t y_stride);
 

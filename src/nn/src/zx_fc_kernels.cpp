@@ -74,10 +74,10 @@ struct partial_groups {
     int16_t values[ROWS][ZX_FC_GROUP];
 };
 
-// What the versions share: they go through the rows in groups, and for each group through all blocks of outputs,
-// several of both at a time, so that enough sums are under way to hide the latency of an addition. `Tile` computes one
-// group of rows by one group of blocks, whose first output is at y, with loops of its own: code for one kind of
-// processor cannot be inlined into code for all of them.
+// What the versions share: they go through the rows in groups, and for each group through all blocks of
+// outputs, several of both at a time, so that enough sums are under way to hide the latency of an addition.
+// `Tile` computes one group of rows by one group of blocks, whose first output is at y, with loops of its
+// own: code for one kind of processor cannot be inlined into code for all of them.
 template <class Tile>
 struct tiles {
     // Each block is a stream of weights from the second level of the cache, which fetches only so many ahead.

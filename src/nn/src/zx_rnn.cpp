@@ -120,9 +120,10 @@ zx_status_t zx_rnn_process(zx_rnn_t *object, const int16_t *x, int16_t *y) {
     return ZX_STATUS_SUCCESS;
 }
 
-// Steps go by in tiles. For a tile, the input projections of every sequence's frames are computed first, into rows of
-// gates ordered by step and then by sequence; then step by step the hidden projections of all sequences are added and
-// their cells updated. A tile's gates are small enough for the second level of the cache.
+// Steps go by in tiles. For a tile, the input projections of every sequence's frames are computed first, into
+// rows of gates ordered by step and then by sequence; then step by step the hidden projections of all
+// sequences are added and their cells updated. A tile's gates are small enough for the second level of the
+// cache.
 zx_status_t zx_rnn_process_sequences(const zx_rnn_t *object, zx_rnn_direction direction,
                                      int32_t num_sequences, const zx_rnn_sequence_t *sequences) {
     ZX_ASSERT(object);

@@ -60,10 +60,11 @@ struct zx_rnn_sequence_t {
     int32_t num_frames;  // > 0
 };
 
-// Runs the layer over several sequences, each from zero state, and leaves its own state alone. The results are those of
-// zx_rnn_process frame by frame; all frames' input projections and all sequences' steps being known, they are computed
-// together, which is several times as fast. Forwards in time outputs are stored; backwards, from the last frame to the
-// first, they are added to what y holds, saturating at 16 bits. Sequences must come in falling order of num_frames.
+// Runs the layer over several sequences, each from zero state, and leaves its own state alone. The results
+// are those of zx_rnn_process frame by frame; all frames' input projections and all sequences' steps being
+// known, they are computed together, which is several times as fast. Forwards in time outputs are stored;
+// backwards, from the last frame to the first, they are added to what y holds, saturating at 16 bits.
+// Sequences must come in falling order of num_frames.
 // ZX_STATUS_OUT_OF_MEMORY leaves some outputs.
 enum class zx_rnn_direction { forward, backward };
 [[nodiscard]] zx_status_t zx_rnn_process_sequences(const zx_rnn_t *object, zx_rnn_direction direction,

@@ -60,8 +60,8 @@ TEST(zx_fc, agrees_with_the_definition_for_all_sizes) {
     }
 }
 
-// Every version that this processor runs against the plain loop: numbers of rows around each size of a tile, sizes
-// around each block, rows that lie apart and in reverse, values at their extremes.
+// Every version that this processor runs against the plain loop: numbers of rows around each size of a tile,
+// sizes around each block, rows that lie apart and in reverse, values at their extremes.
 TEST(zx_fc, every_version_gives_what_the_plain_loop_gives) {
     random_numbers random(12);
     size_t num_kernels;

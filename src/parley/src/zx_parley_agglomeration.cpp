@@ -13,9 +13,10 @@
 
 namespace {
 
-// What the agglomeration knows of the clusters, by their places in the list at its start. Centroids are kept a second
-// time, in groups of GROUP clusters whose values of one dimension lie side by side: then the distances of a cluster from
-// a whole group are computed at once, each with its sum in order of the dimensions.
+// What the agglomeration knows of the clusters, by their places in the list at its start. Centroids are kept
+// a second time, in groups of GROUP clusters whose values of one dimension lie side by side: then the
+// distances of a cluster from a whole group are computed at once, each with its sum in order of the
+// dimensions.
 struct agglomeration {
     static constexpr int32_t GROUP = 16;
     int32_t dimension;
@@ -90,8 +91,8 @@ void compute_distances(const agglomeration *object, const float *centroid, int32
     }
 }
 
-// Candidates are numbered so that the number alone tells what they stand for: first those made at the start, place a with
-// place b as a n + b, then those of merge m, its survivor with place x, as (n + m) n + x.
+// Candidates are numbered so that the number alone tells what they stand for: first those made at the start,
+// place a with place b as a n + b, then those of merge m, its survivor with place x, as (n + m) n + x.
 void insert_pair(zx_parley_pair_heap_t *heap, const agglomeration *object, int32_t row, int32_t place) {
     const uint32_t number = static_cast<uint32_t>(row) * static_cast<uint32_t>(object->num_clusters) +
                             static_cast<uint32_t>(place);
@@ -112,8 +113,9 @@ bool find_pair(const agglomeration *object, uint32_t number, int32_t *a, int32_t
 
 }  // namespace
 
-// With n clusters there are n (n - 1) / 2 pairs at first and at most (n - 1)(n - 2) / 2 more, one with each other cluster
-// after each merge: one array of n (n - 1) pairs holds them all, and their numbers are below 2 n^2.
+// With n clusters there are n (n - 1) / 2 pairs at first and at most (n - 1)(n - 2) / 2 more, one with each
+// other cluster after each merge: one array of n (n - 1) pairs holds them all, and their numbers are below 2
+// n^2.
 zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension,
                                       const zx_progress_t *progress) {
     ZX_ASSERT(object);

@@ -59,8 +59,8 @@ void zx_parley_cluster_delete(zx_parley_cluster_t *object);
 
 // input: num_input > 0 embeddings of `dimension` > 0 floats of unit length. clusters: num_input tags, 0 for
 // the background, 1, 2, ... for speakers in the order in which their clusters were opened. num_clusters: the
-// number of tags, background included. ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to
-// stop.
+// number of tags, background included. ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks
+// to stop.
 [[nodiscard]] zx_status_t zx_parley_cluster_process(zx_parley_cluster_t *object, const float *input,
                                                     int32_t dimension, int32_t num_input,
                                                     uint32_t *num_clusters, uint32_t *clusters,

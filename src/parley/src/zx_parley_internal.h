@@ -1,5 +1,5 @@
-// The engine object and the one pipeline: samples, features, embeddings, tags, segments. The public functions of
-// zx_parley.h, and everything that needs more than they tell, go through it.
+// The engine object and the one pipeline: samples, features, embeddings, tags, segments. The public functions
+// of zx_parley.h, and everything that needs more than they tell, go through it.
 #ifndef ZX_PARLEY_INTERNAL_H
 #define ZX_PARLEY_INTERNAL_H
 
@@ -37,8 +37,8 @@ struct zx_parley_thresholds_t {
     float background;
 };
 
-// Samples of a recording: borrowed, or owned, and then released as soon as the features are there. Of samples, features,
-// embeddings and the agenda of merges each is large for long audio.
+// Samples of a recording: borrowed, or owned, and then released as soon as the features are there. Of
+// samples, features, embeddings and the agenda of merges each is large for long audio.
 struct zx_parley_samples_t {
     zx_heap_ptr<int16_t> own;
     const int16_t *pcm = nullptr;
@@ -47,7 +47,8 @@ struct zx_parley_samples_t {
 
 enum class zx_parley_stage { decoding, features, embeddings, clustering };
 
-// How a run tells how far it is: the share of a stage that is done, 0 to 1, at its begin, now and then, and at its end.
+// How a run tells how far it is: the share of a stage that is done, 0 to 1, at its begin, now and then, and
+// at its end.
 // False ends the run with ZX_STATUS_STOP_ITERATION.
 struct zx_parley_progress_t {
     bool (*report)(void *context, zx_parley_stage stage, double done);
@@ -60,11 +61,11 @@ struct zx_parley_progress_t {
 [[nodiscard]] zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_extraction,
                                                   zx_parley_t **object);
 
-// ---- The pipeline. Everything here leaves messages; ZX_STATUS_STOP_ITERATION means that `progress`, which may be null,
-// asked to stop.
+// ---- The pipeline. Everything here leaves messages; ZX_STATUS_STOP_ITERATION means that `progress`, which
+// may be null, asked to stop.
 
-// Decodes a whole file. The reader's status when it cannot be opened, ZX_STATUS_IO_ERROR when it cannot be read,
-// ZX_STATUS_OUT_OF_MEMORY.
+// Decodes a whole file. The reader's status when it cannot be opened, ZX_STATUS_IO_ERROR when it cannot be
+// read, ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path,
                                                   const zx_parley_progress_t *progress,
                                                   zx_parley_samples_t *samples);
@@ -75,7 +76,8 @@ struct zx_parley_progress_t {
                                                    const zx_parley_progress_t *progress,
                                                    zx_heap_ptr<float> *d_vector);
 
-// One tag for each of num_frames > 0 rows, with `thresholds` or, if null, the model's. ZX_STATUS_OUT_OF_MEMORY.
+// One tag for each of num_frames > 0 rows, with `thresholds` or, if null, the model's.
+// ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector,
                                                      int32_t num_frames,
                                                      const zx_parley_thresholds_t *thresholds,
@@ -96,7 +98,8 @@ struct zx_parley_progress_t {
                                                       int32_t num_frames, int16_t *feature,
                                                       const zx_progress_t *progress = nullptr);
 
-// Filterbank rows of num_frames > 0 frames, before normalization, to as many rows of embeddings. ZX_STATUS_OUT_OF_MEMORY.
+// Filterbank rows of num_frames > 0 frames, before normalization, to as many rows of embeddings.
+// ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_internal_embed_rows(zx_parley_t *object, const int16_t *rows,
                                                         int32_t num_frames, float *d_vector);
 

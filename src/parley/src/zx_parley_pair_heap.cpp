@@ -47,8 +47,9 @@ void zx_parley_pair_heap_insert(zx_parley_pair_heap_t *object, const zx_parley_p
     pairs[i] = pair;
 }
 
-// The last pair moves to the front and down, past the smaller of its children where that is smaller (of equal ones the
-// left). The pair that is in the last slot then is not looked at as a child: the order of merges follows from it.
+// The last pair moves to the front and down, past the smaller of its children where that is smaller (of equal
+// ones the left). The pair that is in the last slot then is not looked at as a child: the order of merges
+// follows from it.
 bool zx_parley_pair_heap_pop(zx_parley_pair_heap_t *object, zx_parley_pair_t *pair) {
     ZX_ASSERT(object);
     ZX_ASSERT(pair);

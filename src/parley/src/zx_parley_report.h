@@ -1,4 +1,5 @@
-// The messages that public functions and the pipeline behind them leave, each with the status that it comes with.
+// The messages that public functions and the pipeline behind them leave, each with the status that it comes
+// with.
 #ifndef ZX_PARLEY_REPORT_H
 #define ZX_PARLEY_REPORT_H
 

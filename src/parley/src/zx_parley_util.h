@@ -83,8 +83,9 @@ void zx_parley_list_reset(zx_parley_list_t *object);
 // Destroys all nodes and the list; null is accepted.
 void zx_parley_list_delete(zx_parley_list_t *object);
 
-// ---- Min-heap of records whose first member is a float key. Records in the heap are owned by it. It defines the order of
-// merges; the agglomeration itself uses zx_parley_pair_heap, which keeps that order in an eighth of the memory.
+// ---- Min-heap of records whose first member is a float key. Records in the heap are owned by it. It defines
+// the order of merges; the agglomeration itself uses zx_parley_pair_heap, which keeps that order in an eighth
+// of the memory.
 
 struct zx_parley_heap_t {
     uint32_t capacity;

@@ -202,7 +202,8 @@ TEST(zx_parley_cluster, tags_are_dense_on_random_input) {
 
 namespace {
 
-// The plain form of the agglomeration: records of their own in the general heap, recognised as stale by id and weight.
+// The plain form of the agglomeration: records of their own in the general heap, recognised as stale by id
+// and weight.
 struct plain_pair {
     float distance;
     int32_t id_a, id_b;

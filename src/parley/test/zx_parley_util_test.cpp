@@ -139,15 +139,3 @@ TEST(zx_parley_cluster_node, averages_by_weight_and_consumes_the_frames) {
     EXPECT_EQ(node->frames->size, 1);
     EXPECT_EQ(node->frames->data[0], 42u);
 }
-
-TEST(zx_parley_cluster_node, checks_its_arguments_in_order) {
-    zx_parley_cluster_node_t *node;
-    const float centroid[] = {1.0f};
-    const auto frames = make_vector(1, 0, 0);
-    EXPECT_ASSERTION((void) zx_parley_cluster_node_init(nullptr, 0, 0, -1, nullptr, &node), "centroid");
-    EXPECT_ASSERTION((void) zx_parley_cluster_node_init(centroid, 0, 0, -1, nullptr, &node), "dimension > 0");
-    EXPECT_ASSERTION((void) zx_parley_cluster_node_init(centroid, 1, 0, -1, nullptr, &node), "weight > 0");
-    EXPECT_ASSERTION((void) zx_parley_cluster_node_init(centroid, 1, 1, -1, nullptr, &node), "id >= 0");
-    EXPECT_ASSERTION((void) zx_parley_cluster_node_init(centroid, 1, 1, 0, nullptr, &node), "frames");
-    EXPECT_ASSERTION((void) zx_parley_cluster_node_init(centroid, 1, 1, 0, frames.get(), nullptr), "object");
-}
