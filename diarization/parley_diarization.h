@@ -88,6 +88,9 @@ typedef struct {
     const char *names;          /* of the first speakers heard, separated by commas, or null (null) */
     int32_t confidence;         /* formats tell how sure each segment's speaker is (0) */
     int32_t embeddings;         /* JSON holds the speakers' vectors (0) */
+    double max_duration; /* seconds: longer recordings are refused before they are read; 0: none is (0) */
+    int32_t
+        via_ffmpeg; /* read by ffmpeg what nothing else here reads: 0 if it is installed, 1 never, 2 all (0) */
 } parley_options;
 
 PARLEY_API void parley_options_init(parley_options *options);

@@ -52,6 +52,7 @@ export interface Options {
   /** Whether formats tell these. */
   confidence?: boolean;
   embeddings?: boolean;
+  maxDuration?: number;
   /** Called with the share that is done, 0 to 1. */
   onProgress?: (fraction: number) => void;
 }

@@ -33,6 +33,11 @@ struct diarization {
     bool with_embeddings = false;
 };
 
+// Adds to what the user should know.
+inline void add_note(std::string *note, const std::string &text) {
+    *note += (note->empty() ? "" : "; ") + text;
+}
+
 inline constexpr int WAVEFORM_RATE = 20;  // per second
 
 #endif

@@ -9,6 +9,7 @@
 
 #include "channels.h"
 #include "errors.h"
+#include "readers.h"
 #include "refine.h"
 
 namespace {
@@ -130,6 +131,8 @@ void check_options(const parley_options &o) {
     seconds("merge-gap", o.merge_gap);
     seconds("min-duration", o.min_duration);
     seconds("pad", o.pad);
+    if (!(o.max_duration >= 0)) refuse("max-duration takes a number of seconds");
+    number("via-ffmpeg", o.via_ffmpeg);
     if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
     if (o.split_channels && o.max_speakers + o.min_speakers > 0)
         refuse("with channels apart the channels are the speakers: their number cannot be asked for");
@@ -168,7 +171,7 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
     tags found = cluster(first);
     if (options.refine && count_speakers(found) == 0) {
         find_few_words(all, engine_.background(), values[3], &found);
-        if (count_speakers(found) > 0) *note = "a few words only: too little to tell speakers apart";
+        if (count_speakers(found) > 0) add_note(note, "a few words only: too little to tell speakers apart");
         return found;
     }
     const int most = options.max_speakers > 0 ? options.max_speakers : std::numeric_limits<int>::max();
@@ -193,7 +196,7 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
     if (count > most && count_speakers(found) < fewest) found = cluster(near);
     while (count_speakers(found) > most) join_nearest(all, std::numeric_limits<double>::max(), &found);
     if (count_speakers(found) < fewest)
-        *note = "only " + std::to_string(count_speakers(found)) + " speakers can be told apart";
+        add_note(note, "only " + std::to_string(count_speakers(found)) + " speakers can be told apart");
     return found;
 }
 
@@ -226,7 +229,9 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
         return result;
     }
     std::vector<int16_t> converted;
-    zx_parley_samples_t samples = given ? take(*given, &converted) : engine_.read(path, progress);
+    zx_parley_samples_t samples =
+        given ? take(*given, &converted)
+              : read_any(&engine_, path, options.via_ffmpeg, options.max_duration, progress, &result.note);
     result.duration = static_cast<double>(samples.count) / RATE;
     result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
     const embeddings rows = engine_.embed(&samples, path, progress);

@@ -51,13 +51,21 @@ engine::engine(const std::string &model_path) {
                                 model_path + ": its chunks are not longer than three warm-ups");
 }
 
-zx_parley_samples_t engine::read(const std::string &path, const progress_function &progress) {
+zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress) {
     zx_error_prepare();
     std::error_code ignored;
     if (!std::filesystem::exists(path, ignored))
         throw diarization_error(PARLEY_MISSING, path + ": there is no such file");
     zx_parley_samples_t samples;
-    check_engine(zx_parley_internal_read(path.c_str(), reporter(progress).get(), &samples), path);
+    check_engine(zx_parley_internal_read(path.c_str(), most, reporter(progress).get(), &samples), path);
+    return samples;
+}
+
+zx_parley_samples_t engine::read_what_is_there(const std::string &path, const progress_function &progress) {
+    zx_error_prepare();
+    zx_parley_samples_t samples;
+    const zx_status_t status = zx_parley_internal_read_part(path.c_str(), reporter(progress).get(), &samples);
+    if (status == ZX_STATUS_STOP_ITERATION || status == ZX_STATUS_OUT_OF_MEMORY) check_engine(status, path);
     return samples;
 }
 

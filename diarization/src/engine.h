@@ -27,7 +27,11 @@ class engine {
 public:
     explicit engine(const std::string &model_path);
 
-    zx_parley_samples_t read(const std::string &path, const progress_function &progress);
+    // Refuses more than `most` samples before any is decoded.
+    zx_parley_samples_t read(const std::string &path, int64_t most, const progress_function &progress);
+
+    // The samples in front of the place at which reading fails; maybe none.
+    zx_parley_samples_t read_what_is_there(const std::string &path, const progress_function &progress);
 
     // Releases the samples on the way. `subject` is for messages.
     embeddings embed(zx_parley_samples_t *samples, const std::string &subject,

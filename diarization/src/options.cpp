@@ -2,6 +2,7 @@
 
 #include "options.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -65,6 +66,13 @@ void set_channels(parley_options *o, const parley_option &option, const char *va
     o->split_channels = std::string_view(value) == "split";
 }
 
+void set_via_ffmpeg(parley_options *o, const parley_option &option, const char *value) {
+    static constexpr std::string_view WHEN[] = {"auto", "never", "always"};
+    const auto *found = std::find(std::begin(WHEN), std::end(WHEN), value);
+    if (found == std::end(WHEN)) refuse(option, value, "auto, never or always");
+    o->via_ffmpeg = static_cast<int32_t>(found - WHEN);
+}
+
 using O = parley_option;
 
 constexpr entry ENTRIES[] = {
@@ -92,6 +100,9 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) { o->confidence = flag(x, v); }},
     {{"embeddings", nullptr, "add speakers' vectors to JSON", 0, 0},
      [](parley_options *o, const O &x, const char *v) { o->embeddings = flag(x, v); }},
+    {{"max-duration", "SECONDS", "refuse recordings that are longer", 0, 1e9},
+     [](parley_options *o, const O &x, const char *v) { o->max_duration = number(x, v); }},
+    {{"via-ffmpeg", "WHEN", "auto (what nothing else reads), never or always", 0, 0}, set_via_ffmpeg},
 };
 
 }  // namespace

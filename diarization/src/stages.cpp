@@ -61,7 +61,7 @@ void parley_stage_band_edges(int16_t *edges) {
 parley_status parley_stage_read(const char *path, int16_t **samples, int64_t *num_samples) {
     return guarded([&] {
         zx_parley_samples_t read;
-        check_engine(zx_parley_internal_read(path, nullptr, &read), path);
+        check_engine(zx_parley_internal_read(path, INT32_MAX, nullptr, &read), path);
         *samples = read.own.release();
         *num_samples = read.count;
     });

@@ -21,7 +21,7 @@ constexpr int RATE = 16000;
 std::vector<int16_t> speech() {
     zx_parley_samples_t samples;
     EXPECT_EQ(zx_parley_internal_read((std::string(PARLEY_SOURCE_DIR) + "/examples/three-voices.wav").c_str(),
-                                      nullptr, &samples),
+                                      INT32_MAX, nullptr, &samples),
               ZX_STATUS_SUCCESS);
     return {samples.pcm + RATE, samples.pcm + 40 * RATE};
 }

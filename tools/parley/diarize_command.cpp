@@ -76,7 +76,7 @@ void define(CLI::App *app, arguments *a) {
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN");
-    app->add_flag("-q,--quiet", a->quiet, "no progress");
+    app->add_flag("-q,--quiet", a->quiet, "no progress, no notes");
     app->add_flag("-v,--verbose", a->verbose, "say what the engine says of failures");
     std::string text = "Formats:\n";
     for (int32_t i = 0; const parley_format *format = parley_format_at(i); i++) {
@@ -99,6 +99,12 @@ joined joining_of(const std::string &format) {
         {"json", joined::as_json_lines}, {"csv", joined::with_one_header}};
     const auto found = WAYS.find(format);
     return found == WAYS.end() ? joined::not_at_all : found->second;
+}
+
+// Whether a format has a place for what the user should know of an answer.
+bool tells_notes(const parley_format *format) {
+    const std::string name = format->name;
+    return name == "table" || name == "json" || name == "jsonl";
 }
 
 std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
@@ -204,6 +210,11 @@ private:
         {
             const std::lock_guard lock(mutex_);
             seconds_ += parley_result_duration(result.get());
+            const std::string note = parley_result_note(result.get());
+            if (!note.empty() && !a_.quiet && !std::ranges::all_of(formats_, tells_notes)) {
+                progress_.clear();
+                std::fprintf(stderr, "parley: %s: %s\n", recording.path.c_str(), note.c_str());
+            }
         }
         if (a_.output_dir.empty()) return printed_form(result.get(), recording);
         for (const parley_format *format : formats_) {

@@ -186,6 +186,12 @@ int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object) {
     return object->adapter.sample_rate_fn(object->adapter.object);
 }
 
+double zx_audio_file_media_seconds(const zx_audio_file_t *object) {
+    ZX_ASSERT(object);
+    if (!(PARLEY_WITH_AAC || PARLEY_WITH_AMR) || object->audio_format != ZX_AUDIO_FORMAT_ISOBMFF) return 0;
+    return zx_container_isobmff_media_seconds(object->adapter.object);
+}
+
 zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
                                const zx_progress_t *progress) {
     ZX_ASSERT(object);

@@ -501,6 +501,11 @@ int32_t zx_container_isobmff_sample_rate(const void *object) {
     return get(object)->audio_info.sample_rate;
 }
 
+double zx_container_isobmff_media_seconds(const void *object) {
+    const audio_info_t &info = get(object)->audio_info;
+    return info.timescale != 0 ? static_cast<double>(info.duration) / static_cast<double>(info.timescale) : 0;
+}
+
 zx_status_t zx_container_isobmff_read(void *object, int32_t num_samples, int16_t *pcm) {
     ZX_ASSERT(object);
     ZX_ASSERT(num_samples > 0);

@@ -57,6 +57,9 @@ void zx_container_isobmff_delete(void *object);
 int32_t zx_container_isobmff_num_samples(const void *object);
 int32_t zx_container_isobmff_num_channels(const void *object);
 int32_t zx_container_isobmff_sample_rate(const void *object);
+
+// The duration of the track's media in seconds; 0 where it is not said.
+double zx_container_isobmff_media_seconds(const void *object);
 [[nodiscard]] zx_status_t zx_container_isobmff_read(void *object, int32_t num_samples, int16_t *pcm);
 
 // Whether a file begins with a "ftyp" box that names one of the brands that can be read. A damaged "ftyp"

@@ -68,7 +68,7 @@ extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *a
     if (!num_segments) return zx_parley_report_null("num_segments");
     if (!segments) return zx_parley_report_null("segments");
     zx_parley_samples_t samples;
-    const zx_status_t status = zx_parley_internal_read(audio_path, nullptr, &samples);
+    const zx_status_t status = zx_parley_internal_read(audio_path, INT32_MAX, nullptr, &samples);
     if (status != ZX_STATUS_SUCCESS) return status;
     return zx_parley_internal_run(object, &samples, nullptr, nullptr, num_segments, segments);
 }

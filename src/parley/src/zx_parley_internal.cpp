@@ -132,13 +132,26 @@ zx_status_t compute_embeddings(zx_parley_t *object, const int16_t *feature, int3
 
 }  // namespace
 
-zx_status_t zx_parley_internal_read(const char *audio_path, const zx_parley_progress_t *progress,
-                                    zx_parley_samples_t *samples) {
+namespace {
+
+zx_status_t open_reader(const char *audio_path, zx_owned<zx_audio_file_t, zx_audio_file_delete> *reader) {
     zx_audio_file_t *opened = nullptr;
-    zx_status_t status = zx_audio_file_init(audio_path, &opened);
-    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_audio_file", status);
-    const zx_owned<zx_audio_file_t, zx_audio_file_delete> reader(opened);
+    const zx_status_t status = zx_audio_file_init(audio_path, &opened);
+    reader->reset(opened);
+    return status == ZX_STATUS_SUCCESS ? status : zx_parley_report_init("zx_audio_file", status);
+}
+
+}  // namespace
+
+zx_status_t zx_parley_internal_read(const char *audio_path, int64_t most,
+                                    const zx_parley_progress_t *progress, zx_parley_samples_t *samples) {
+    zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
+    zx_status_t status = open_reader(audio_path, &reader);
+    if (status != ZX_STATUS_SUCCESS) return status;
     const int32_t count = zx_audio_file_num_samples(reader.get());
+    samples->count = count;
+    samples->media_seconds = zx_audio_file_media_seconds(reader.get());
+    if (count > most) return ZX_STATUS_SUCCESS;
     zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(count) + 1));  // see the read
     if (!pcm) return zx_parley_report_allocation("pcm");
     status = zx_audio_file_read(reader.get(), count, pcm.get(),
@@ -151,7 +164,29 @@ zx_status_t zx_parley_internal_read(const char *audio_path, const zx_parley_prog
     }
     samples->own = std::move(pcm);
     samples->pcm = samples->own.get();
-    samples->count = count;
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_parley_internal_read_part(const char *audio_path, const zx_parley_progress_t *progress,
+                                         zx_parley_samples_t *samples) {
+    zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
+    const zx_status_t status = open_reader(audio_path, &reader);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    const int32_t count = zx_audio_file_num_samples(reader.get());
+    // Memory of which only what is written to becomes real.
+    zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(count) + 1));
+    if (!pcm) return zx_parley_report_allocation("pcm");
+    const stage_progress told(progress, zx_parley_stage::decoding);
+    int32_t done = 0;
+    while (done < count) {
+        if (!zx_progress_report(told.get(), done, count)) return ZX_STATUS_STOP_ITERATION;
+        const int32_t piece = std::min<int32_t>(ZX_PARLEY_FRAME_LENGTH, count - done);
+        if (zx_audio_file_read(reader.get(), piece, pcm.get() + done) != ZX_STATUS_SUCCESS) break;
+        done += piece;
+    }
+    samples->own = std::move(pcm);
+    samples->pcm = samples->own.get();
+    samples->count = done;
     return ZX_STATUS_SUCCESS;
 }
 

@@ -43,6 +43,7 @@ struct zx_parley_samples_t {
     zx_heap_ptr<int16_t> own;
     const int16_t *pcm = nullptr;
     int32_t count = 0;
+    double media_seconds = 0;  // how long the file's container says that the audio takes; 0 where it does not
 };
 
 enum class zx_parley_stage { decoding, features, embeddings, clustering };
@@ -65,10 +66,16 @@ struct zx_parley_progress_t {
 // may be null, asked to stop.
 
 // Decodes a whole file. The reader's status when it cannot be opened, ZX_STATUS_IO_ERROR when it cannot be
-// read, ZX_STATUS_OUT_OF_MEMORY.
-[[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path,
+// read, ZX_STATUS_OUT_OF_MEMORY. Of a file that promises more than `most` samples nothing is decoded:
+// `samples` then holds that count alone.
+[[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path, int64_t most,
                                                   const zx_parley_progress_t *progress,
                                                   zx_parley_samples_t *samples);
+
+// The same up to where the file cannot be read any further, which is no error.
+[[nodiscard]] zx_status_t zx_parley_internal_read_part(const char *audio_path,
+                                                       const zx_parley_progress_t *progress,
+                                                       zx_parley_samples_t *samples);
 
 // At least 512 samples to samples->count / 512 rows of embeddings; releases the samples on the way.
 // ZX_STATUS_INVALID_ARGUMENT, ZX_STATUS_INVALID_STATE (no feature extraction), ZX_STATUS_OUT_OF_MEMORY.

@@ -91,6 +91,7 @@ class Diarizer:
                 min_duration: Optional[float] = None, pad: Optional[float] = None,
                 names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
                 refine: bool = True, confidence: bool = False, embeddings: bool = False,
+                max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
                 progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
         """Finds out who spoke when.
 
@@ -106,6 +107,8 @@ class Diarizer:
         channels: "mix", or "split", where each is a speaker.
         refine: frames go, once more, to the nearest of the speakers found.
         confidence, embeddings: whether formats tell these; the answer has them anyway.
+        max_duration: seconds; longer recordings are refused before they are read.
+        via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
         progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
 
         Returns the segments in order of time. Raises FileNotFoundError, MemoryError, or ParleyError.
@@ -113,7 +116,8 @@ class Diarizer:
         options = _Options({"speakers": num_speakers, "min-speakers": min_speakers, "max-speakers": max_speakers,
                             "threshold": thresholds, "channels": channels, "no-refine": not refine, "merge-gap": merge_gap,
                             "min-duration": min_duration, "pad": pad, "speaker-prefix": speaker_prefix, "names": names,
-                            "confidence": confidence, "embeddings": embeddings})
+                            "confidence": confidence, "embeddings": embeddings, "max-duration": max_duration,
+                            "via-ffmpeg": via_ffmpeg})
         if isinstance(source, (str, os.PathLike)) or hasattr(source, "read"):
             if sample_rate is not None:
                 raise TypeError("sample_rate goes with samples; a file has its own")
