@@ -35,8 +35,8 @@ zx_parley_samples_t owned_samples(const std::vector<int16_t> &from) {
     return result;
 }
 
-// Whether a file begins like one of those that libsndfile knows surely. Anything else it takes for MP3, of which its
-// decoder complains on standard error.
+// Whether a file begins like one of those that libsndfile knows surely. Anything else it takes for MP3, of
+// which its decoder complains on standard error.
 bool is_for_libsndfile(const std::string &path) {
     static constexpr std::string_view BEGINNINGS[] = {"RIFF", "RF64", "RIFX", "riff", "FORM",
                                                       "caff", ".snd", "fLaC", "OggS"};
@@ -60,8 +60,8 @@ std::vector<int16_t> read_with_libsndfile(const std::string &path) {
 
 #if !defined(__EMSCRIPTEN__)
 
-// ffmpeg as a child whose output is read through a pipe. It opens this one file and nothing else: playlists and what else
-// names other files are not among the formats, and the network is not among the protocols.
+// ffmpeg as a child whose output is read through a pipe. It opens this one file and nothing else: playlists
+// and what else names other files are not among the formats, and the network is not among the protocols.
 class ffmpeg_process {
 public:
     explicit ffmpeg_process(const std::string &path) {
@@ -174,8 +174,9 @@ std::vector<int16_t> read_with_others(const std::string &path, int ffmpeg, int64
     return samples;
 }
 
-// Where a container and its decoder disagree about the time that the audio takes. With the two rates of HE-AAC the
-// container names the lower and the decoder gives the higher: everything seems to take twice as long.
+// Where a container and its decoder disagree about the time that the audio takes. With the two rates of
+// HE-AAC the container names the lower and the decoder gives the higher: everything seems to take twice as
+// long.
 void settle_duration(const std::string &path, int ffmpeg, int64_t most, const progress_function &progress,
                      zx_parley_samples_t *samples, std::string *note) {
     const double media = samples->media_seconds, read = static_cast<double>(samples->count) / RATE;

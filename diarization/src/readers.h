@@ -1,5 +1,6 @@
-// Samples of whatever people have. The engine's own readers come first; what they refuse goes to libsndfile where it is
-// linked, then to ffmpeg where it is installed; of a file that ends too early there is what is there.
+// Samples of whatever people have. The engine's own readers come first; what they refuse goes to libsndfile
+// where it is linked, then to ffmpeg where it is installed; of a file that ends too early there is what is
+// there.
 #ifndef PARLEY_READERS_H
 #define PARLEY_READERS_H
 

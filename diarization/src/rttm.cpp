@@ -1,11 +1,20 @@
 #include "rttm.h"
 
-#include <cmath>
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
+
+constexpr double LATEST = 1e9;  // seconds; 32 years
+
+// Of lines that RTTM knows, those of speakers alone count.
+constexpr std::string_view TYPES[] = {"SPEAKER", "SPKR-INFO", "SEGMENT", "NOSCORE", "NO_RT_METADATA",
+                                      "LEXEME",  "NON-LEX",   "FILLER",  "EDIT",    "NON-SPEECH",
+                                      "IP",      "SU",        "CB",      "A/P"};
 
 // Calls parse(fields) for every line that is neither empty nor a comment; false stands for a line that makes
 // no sense.
@@ -13,6 +22,7 @@ template <class Parse>
 void read_lines(std::istream &input, const std::string &name, Parse parse) {
     std::string line;
     for (int number = 1; std::getline(input, line); number++) {
+        if (number == 1 && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);  // a byte order mark
         std::istringstream words(line);
         std::vector<std::string> fields;
         for (std::string word; words >> word;) fields.push_back(word);
@@ -27,7 +37,7 @@ bool parse_seconds(const std::string &text, double *seconds) {
     try {
         size_t length = 0;
         *seconds = std::stod(text, &length);
-        return length == text.size() && std::isfinite(*seconds);
+        return length == text.size() && *seconds >= 0 && *seconds <= LATEST;
     } catch (const std::exception &) {
         return false;
     }
@@ -38,10 +48,10 @@ bool parse_seconds(const std::string &text, double *seconds) {
 rttm read_rttm(std::istream &input, const std::string &name) {
     rttm result;
     read_lines(input, name, [&result](const std::vector<std::string> &fields) {
-        if (fields[0] != "SPEAKER") return true;
+        if (fields[0] != TYPES[0])
+            return std::find(std::begin(TYPES), std::end(TYPES), fields[0]) != std::end(TYPES);
         double start, duration;
-        if (fields.size() < 8 || !parse_seconds(fields[3], &start) || !parse_seconds(fields[4], &duration) ||
-            duration < 0) {
+        if (fields.size() < 8 || !parse_seconds(fields[3], &start) || !parse_seconds(fields[4], &duration)) {
             return false;
         }
         result[fields[1]].push_back({start, start + duration, fields[7]});

@@ -5,6 +5,7 @@
 #include <limits>
 #include <map>
 #include <set>
+#include <vector>
 
 #include "writing.h"
 
@@ -25,18 +26,42 @@ speaker_ids number_speakers(const std::vector<turn> &turns) {
     return ids;
 }
 
-bool covers(const std::vector<span> &spans, double time) {
-    return std::any_of(spans.begin(), spans.end(),
-                       [time](const span &s) { return s.start <= time && time < s.end; });
-}
+// Which of many stretches of time lie over a moment, asked for moments that never fall.
+class sweep {
+public:
+    void add(double start, double end, int id) { stretches_.push_back({start, end, id}); }
 
-// Who talks at a time, each speaker once. Turns are few enough per recording to look at all of them.
-std::vector<int> speakers_at(const std::vector<turn> &turns, const speaker_ids &ids, double time) {
-    std::set<int> active;
-    for (const turn &t : turns) {
-        if (t.start <= time && time < t.end) active.insert(ids.at(t.speaker));
+    // Their ids, rising, each once.
+    std::vector<int> at(double time) {
+        if (next_ == 0) std::ranges::sort(stretches_, {}, &stretch::start);
+        for (; next_ < stretches_.size() && stretches_[next_].start <= time; next_++) {
+            ends_.emplace(stretches_[next_].end, stretches_[next_].id);
+            open_[stretches_[next_].id]++;
+        }
+        for (; !ends_.empty() && ends_.begin()->first <= time; ends_.erase(ends_.begin())) {
+            const auto ended = open_.find(ends_.begin()->second);
+            if (--ended->second == 0) open_.erase(ended);
+        }
+        std::vector<int> ids;
+        for (const auto &[id, count] : open_) ids.push_back(id);
+        return ids;
     }
-    return {active.begin(), active.end()};
+
+private:
+    struct stretch {
+        double start, end;
+        int id;
+    };
+    std::vector<stretch> stretches_;
+    size_t next_ = 0;                  // of those that have begun
+    std::multimap<double, int> ends_;  // of those that have begun
+    std::map<int, int> open_;          // how many there are of each id
+};
+
+sweep sweep_of(const std::vector<turn> &turns, const speaker_ids &ids) {
+    sweep result;
+    for (const turn &t : turns) result.add(t.start, t.end, ids.at(t.speaker));
+    return result;
 }
 
 struct recording {
@@ -48,26 +73,29 @@ recording cut(const std::vector<turn> &reference, const std::vector<turn> &hypot
               const std::vector<span> *parts, double collar) {
     recording result = {number_speakers(reference), number_speakers(hypothesis), {}};
     std::set<double> boundaries;
-    std::vector<span> unscored;
+    sweep unscored, scored, references = sweep_of(reference, result.reference_ids),
+                            hypotheses = sweep_of(hypothesis, result.hypothesis_ids);
     for (const turn &t : reference) {
         for (double edge : {t.start, t.end}) {
             boundaries.insert(edge);
             if (collar <= 0) continue;
-            unscored.push_back({edge - collar, edge + collar});
+            unscored.add(edge - collar, edge + collar, 0);
             boundaries.insert({edge - collar, edge + collar});
         }
     }
     for (const turn &t : hypothesis) boundaries.insert({t.start, t.end});
     if (parts) {
-        for (const span &s : *parts) boundaries.insert({s.start, s.end});
+        for (const span &s : *parts) {
+            boundaries.insert({s.start, s.end});
+            scored.add(s.start, s.end, 0);
+        }
     }
     for (auto next = boundaries.begin(); next != boundaries.end();) {
         const double start = *next++;
         if (next == boundaries.end()) break;
         const double middle = (start + *next) / 2;
-        if ((parts && !covers(*parts, middle)) || covers(unscored, middle)) continue;
-        result.pieces.push_back({*next - start, speakers_at(reference, result.reference_ids, middle),
-                                 speakers_at(hypothesis, result.hypothesis_ids, middle)});
+        if ((parts && scored.at(middle).empty()) || !unscored.at(middle).empty()) continue;
+        result.pieces.push_back({*next - start, references.at(middle), hypotheses.at(middle)});
     }
     return result;
 }
@@ -223,7 +251,8 @@ namespace {
 
 std::string score_row(const std::string &name, const score &s) {
     const auto percent = [&s](double part) { return s.speech > 0 ? 100 * part / s.speech : 0; };
-    return line("%-24s %7.2f %8.2f %12.2f %10.2f %7.2f %9d %6d\n", name.c_str(), s.der(), percent(s.missed),
+    const std::string der = std::isinf(s.der()) ? "-" : line("%.2f", s.der());
+    return line("%-24s %7s %8.2f %12.2f %10.2f %7.2f %9d %6d\n", name.c_str(), der.c_str(), percent(s.missed),
                 percent(s.false_alarm), percent(s.confusion), s.jer(), s.num_speakers, s.num_found);
 }
 
@@ -256,6 +285,7 @@ std::string score_table(const rttm &reference, const rttm &hypothesis, const uem
             total += s;
         }
         text += score_row("total", total);
+        if (total.speech == 0) text += "no speech in the reference: there is nothing to compare with\n";
         text += line("speakers counted right in %d of %d recordings", total.num_counted_right,
                      total.num_recordings);
         text += line(" (%d of %d with 2 to 4 speakers), off by %.2f on average\n\n", total.num_small_right,

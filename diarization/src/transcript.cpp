@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int DEEPEST = 64;  // of JSON; transcripts need four or five levels
+
 using json = nlohmann::ordered_json;
 
 std::optional<std::pair<double, double>> times_of(const json &object) {
@@ -163,7 +165,11 @@ std::string assign_speakers(const std::string &text, const std::vector<turn> &tu
     if (text[begin] == '{' || text[begin] == '[') {
         json value;
         try {
-            value = json::parse(text.begin() + static_cast<std::ptrdiff_t>(mark), text.end());
+            value = json::parse(text.begin() + static_cast<std::ptrdiff_t>(mark), text.end(),
+                                [](int depth, json::parse_event_t, json &) {
+                                    if (depth > DEEPEST) throw std::runtime_error("JSON nested too deeply");
+                                    return true;
+                                });
         } catch (const json::exception &error) {
             throw std::runtime_error(error.what());
         }

@@ -90,6 +90,12 @@ printf 'three-voices 1 0 10\n' >"$tmp/part.uem"
 expect 0 'parts that the UEM lists' '' score --uem "$tmp/part.uem" "$reference" "$tmp/hypothesis.rttm"
 expect 1 '' 'nowhere.rttm: cannot be opened' score "$reference" nowhere.rttm
 printf 'SPEAKER broken\n' >"$tmp/broken.rttm"
+printf '\xef\xbb\xbfSPEAKER three-voices 1 0 1 <NA> <NA> a <NA> <NA>\n' >"$tmp/mark.rttm"
+expect 0 'total +0\.00 ' '' score "$tmp/mark.rttm" "$tmp/mark.rttm" # behind a byte order mark
+expect 0 'no speech in the reference' '' score /dev/null "$reference"
+expect 1 '' 'README.md:1: cannot be read' score "$source/README.md" "$reference"
+printf 'SPEAKER x 1 0 1e308 <NA> <NA> a <NA> <NA>\n' >"$tmp/late.rttm"
+expect 1 '' 'late.rttm:1: cannot be read' score "$tmp/late.rttm" "$reference"
 expect 1 '' 'broken.rttm:1: cannot be read' score "$reference" "$tmp/broken.rttm"
 expect 2 '' 'FILE' score "$reference"
 expect 2 '' 'collar' score --collar=x "$reference" "$reference"
@@ -165,6 +171,8 @@ expect 1 '' 'is not what' match "$tmp/a.json" "$reference"
 printf 'WEBVTT\n\n00:01.000 --> 00:02.000\nHello\n' >"$tmp/words.vtt"
 expect 0 '^<v Ann>Hello$' '' assign --words "$tmp/words.vtt" --names Ann "$sample"
 expect 0 '^<v [a-z]+>Hello$' '' assign --words "$tmp/words.vtt" "$reference"
+printf '%0200000d' 0 | tr 0 '[' >"$tmp/deep.json"
+expect 1 '' 'nested too deeply' assign --words "$tmp/deep.json" "$reference"
 expect 1 '' 'README.md: line 1 is none of a CTM' assign --words "$source/README.md" "$reference"
 
 # Many files: the good ones come out, the bad ones are named, and a second run only does what is missing

@@ -27,7 +27,10 @@ struct voices {
 voices read_voices(const std::string &path) {
     voices result;
     try {
-        const nlohmann::json all = nlohmann::json::parse(read_text(path));
+        const nlohmann::json all = nlohmann::json::parse(
+            read_text(path), [](int depth, nlohmann::json::parse_event_t, const auto &) {
+                return depth <= 8;  // what the tool writes is not deeper
+            });
         for (const nlohmann::json &entry : all.at("speakers")) {
             const std::vector<float> vector = entry.at("embedding");
             if (!result.names.empty() && vector.size() != result.dimension)

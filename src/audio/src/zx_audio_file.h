@@ -64,8 +64,8 @@ int32_t zx_audio_file_num_samples(const zx_audio_file_t *object);
 int32_t zx_audio_file_num_original_samples(const zx_audio_file_t *object);
 int32_t zx_audio_file_sample_rate(const zx_audio_file_t *object);
 
-// How long the audio takes by the container's own account, in seconds, which need not be what is decoded; 0 for formats
-// without one.
+// How long the audio takes by the container's own account, in seconds, which need not be what is decoded; 0
+// for formats without one.
 double zx_audio_file_media_seconds(const zx_audio_file_t *object);
 
 // Reads num_samples > 0 samples at the engine's rate. `pcm` needs room for one more, which resampling can
