@@ -5,6 +5,7 @@
 
 #include "diarizer.h"
 #include "formats.h"
+#include "writing.h"
 
 namespace {
 
@@ -91,16 +92,22 @@ TEST(formats, nobody_speaking_is_an_answer_too) {
 }
 
 TEST(formats, table_fits_the_terminal) {
-    const std::string table = write_table(hostile(), {.columns = 80, .colors = 0});
-    size_t start = 0, lanes = 0;
-    for (size_t end = table.find('\n'); end != std::string::npos;
-         start = end + 1, end = table.find('\n', start)) {
-        const std::string line = table.substr(start, end - start);
-        const auto width = std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xC0) != 0x80; });
-        if (line.find("█") != std::string::npos) lanes++;
-        EXPECT_LE(width, 80) << line;
+    diarization wide = hostile();
+    wide.speakers[0].name = "山田太郎と申します";
+    for (const int columns : {20, 21, 30, 39, 53, 60, 80, 200}) {
+        for (const diarization &d : {hostile(), wide}) {
+            const std::string table = write_table(d, {.columns = columns, .colors = 0});
+            size_t start = table.find("\n\n") + 2, lanes = 0;  // behind the title and notes
+            for (size_t end; (end = table.find('\n', start)) != std::string::npos; start = end + 1) {
+                const std::string line = table.substr(start, end - start);
+                lanes += line.find("·") != std::string::npos;
+                EXPECT_LE(columns_of(line), static_cast<size_t>(columns)) << line;
+            }
+            EXPECT_GE(lanes, 1u);
+        }
     }
-    EXPECT_GE(lanes, 1u);
+    EXPECT_EQ(columns_of("山a\u0301b"), 4u);
+    EXPECT_EQ(cut_to("山田太郎", 5), "山田…");
 }
 
 TEST(formats, clock) {

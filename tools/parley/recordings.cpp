@@ -21,8 +21,10 @@ namespace {
 bool looks_like_audio(const fs::path &path) {
     std::string extension = path.extension().string();
     std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
-    static constexpr std::array KNOWN = {".wav", ".flac", ".mp3", ".ogg",  ".oga", ".opus",
-                                         ".m4a", ".mp4",  ".3gp", ".webm", ".aac", ".amr"};
+    static constexpr std::array KNOWN = {
+        ".wav", ".wave", ".flac", ".mp3",  ".ogg",  ".oga", ".opus", ".m4a",  ".m4b", ".m4v",
+        ".mp4", ".3gp",  ".3gpp", ".webm", ".weba", ".aac", ".amr",  ".awb",  ".mkv", ".mka",
+        ".mov", ".aif",  ".aiff", ".aifc", ".caf",  ".au",  ".w64",  ".rf64", ".wma", ".ac3"};
     return std::ranges::find(KNOWN, extension) != KNOWN.end();
 }
 

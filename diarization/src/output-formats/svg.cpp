@@ -21,7 +21,7 @@ std::string write_svg(const diarization &result, const parley_terminal &) {
     const double height = height_of(result), bottom = height - AXIS, right = WIDTH - MARGIN;
     double left = 60;
     for (const speaker &s : result.speakers)
-        left = std::max(left, CHARACTER * static_cast<double>(characters(s.name)));
+        left = std::max(left, CHARACTER * static_cast<double>(columns_of(s.name)));
     left = std::min(left, WIDTH / 3) + 2 * MARGIN;
     const auto x_of = [&](double seconds) {
         return left + (right - left) * seconds / std::max(result.duration, 1e-3);

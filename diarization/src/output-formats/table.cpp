@@ -14,7 +14,47 @@ std::string painted(const parley_terminal &terminal, int speaker, const std::str
 }
 
 std::string padded(const std::string &text, size_t to) {
-    return text + std::string(to > characters(text) ? to - characters(text) : 0, ' ');
+    const size_t width = columns_of(text);
+    return text + std::string(to > width ? to - width : 0, ' ');
+}
+
+std::string right(const std::string &text, size_t to) {
+    return std::string(to > text.size() ? to - text.size() : 0, ' ') + text;
+}
+
+std::string without_fraction(const std::string &clock) {
+    return clock.substr(0, clock.size() - 4);
+}
+
+// How wide things are. Where there is little room lanes go without seconds and shares, then rows without how
+// long a segment is, the thousandths of its times, and when it ends; a name may take half of the width.
+struct layout {
+    size_t name, lane, time;
+    bool has_sums, has_length, has_thousandths, has_end;
+};
+
+layout layout_of(const diarization &result, const parley_terminal &terminal) {
+    constexpr size_t SUMS = 17, LENGTH = 11, SHORTEST_LANE = 8, GAP = 2;
+    const size_t width =
+        std::max<size_t>(20, terminal.columns > 0 ? static_cast<size_t>(terminal.columns) : 100);
+    layout l = {};
+    for (const speaker &s : result.speakers) l.name = std::max(l.name, columns_of(s.name));
+    l.name = std::min(l.name, std::max(width / 2 - 1, width - std::min<size_t>(width, 60)));
+    l.has_sums = l.name + GAP + SHORTEST_LANE + SUMS <= width;
+    l.lane = width - l.name - GAP - (l.has_sums ? SUMS : 0);
+    const size_t time = clock_time(result.duration).size();
+    const auto row = [&] {
+        return l.name + (l.has_end ? 2 : 1) * (l.time + GAP) + (l.has_length ? LENGTH : 0);
+    };
+    l.time = std::max<size_t>(time, width >= 60 ? 12 : 0);
+    l.has_thousandths = l.has_length = l.has_end = true;
+    if (row() > width) l.has_length = false;
+    if (row() > width) {
+        l.has_thousandths = false;
+        l.time = time - 4;
+    }
+    l.has_end = row() <= width;
+    return l;
 }
 
 }  // namespace
@@ -25,22 +65,19 @@ std::string write_table(const diarization &result, const parley_terminal &termin
     if (!result.note.empty()) text += "note: " + result.note + "\n";
     if (result.segments.empty()) return text + "nobody speaks\n";
 
-    size_t widest = 0;
-    for (const speaker &s : result.speakers) widest = std::max(widest, characters(s.name));
+    const layout l = layout_of(result, terminal);
     double talk = 0;
     for (const speaker &s : result.speakers) talk += s.seconds;
-    const size_t columns = static_cast<size_t>(
-        std::max(20, terminal.columns - static_cast<int>(std::min<size_t>(widest, 40)) - 24));
     text += "\n";
     for (size_t k = 0; k < result.speakers.size(); k++) {
         // An eighth of a column is the finest a terminal draws; a column is filled by the share of it that is
         // speech.
-        std::vector<double> filled(columns);
-        const double step = result.duration / static_cast<double>(columns);
+        std::vector<double> filled(l.lane);
+        const double step = result.duration / static_cast<double>(l.lane);
         for (const segment &s : result.segments) {
             if (static_cast<size_t>(s.speaker) != k) continue;
             for (auto c = static_cast<size_t>(s.start / step);
-                 c < columns && static_cast<double>(c) * step < s.end; c++) {
+                 c < l.lane && static_cast<double>(c) * step < s.end; c++) {
                 const double from = static_cast<double>(c) * step;
                 filled[c] += std::min(s.end, from + step) - std::max(s.start, from);
             }
@@ -50,17 +87,24 @@ std::string write_table(const diarization &result, const parley_terminal &termin
         for (double f : filled)
             bar += BLOCKS[f <= 0 ? 0 : std::clamp(static_cast<int>(std::lround(8 * f / step)), 1, 8)];
         const speaker &s = result.speakers[k];
-        text += padded(s.name, widest) + "  " + painted(terminal, static_cast<int>(k), bar) +
-                line("  %9s %3.0f %%\n",
-                     clock_time(s.seconds).substr(0, clock_time(s.seconds).size() - 4).c_str(),
-                     talk > 0 ? 100 * s.seconds / talk : 0.0);
+        text += padded(cut_to(s.name, l.name), l.name) + "  " + painted(terminal, static_cast<int>(k), bar);
+        if (l.has_sums) {
+            text += line("  %9s %3.0f %%", without_fraction(clock_time(s.seconds)).c_str(),
+                         talk > 0 ? 100 * s.seconds / talk : 0.0);
+        }
+        text += "\n";
     }
     text += "\n";
+    const auto clock = [&l](double seconds) {
+        const std::string all = clock_time(seconds);
+        return right(l.has_thousandths ? all : without_fraction(all), l.time) + "  ";
+    };
     for (const segment &s : result.segments) {
-        text += line("%12s  %12s  ", clock_time(s.start).c_str(), clock_time(s.end).c_str()) +
-                painted(terminal, s.speaker, padded(name_of(result, s), widest)) +
-                line("  %7.1f s", s.end - s.start);
-        text += result.with_confidence ? line("  %.2f\n", s.confidence) : "\n";
+        text += clock(s.start) + (l.has_end ? clock(s.end) : "") +
+                painted(terminal, s.speaker,
+                        padded(cut_to(name_of(result, s), l.name), l.has_length ? l.name : 0));
+        if (l.has_length) text += line("  %7.1f s", s.end - s.start);
+        text += result.with_confidence && l.has_length ? line("  %.2f\n", s.confidence) : "\n";
     }
     return text;
 }
