@@ -240,8 +240,9 @@ typedef struct {
     const char *speaker;
 } parley_turn;
 
-/* A transcript (JSON in Whisper's style, WebVTT, SRT or CTM) with a speaker for every word or caption, in the
- * format it has: into a new block, released with parley_free. Turns count as far as `reach` seconds away.
+/* A transcript (JSON of Whisper, whisper.cpp, WhisperX or Vosk, Whisper's TSV, WebVTT, SRT or CTM) with a
+ * speaker for every word or caption, in the format it has: into a new block, released with parley_free. Turns
+ * count as far as `reach` seconds away.
  * PARLEY_INVALID with the line for what is none of them. */
 PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, size_t size,
                                                       const parley_turn *turns, int32_t num_turns,

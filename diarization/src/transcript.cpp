@@ -17,18 +17,48 @@ constexpr int DEEPEST = 64;  // of JSON; transcripts need four or five levels
 
 using json = nlohmann::ordered_json;
 
-std::optional<std::pair<double, double>> times_of(const json &object) {
-    if (!object.is_object() || !object.contains("start") || !object.contains("end")) return std::nullopt;
-    const json &start = object["start"], &end = object["end"];
+std::optional<std::pair<double, double>> numbers_of(const json &object, const char *first, const char *last,
+                                                    double unit) {
+    if (!object.is_object() || !object.contains(first) || !object.contains(last)) return std::nullopt;
+    const json &start = object[first], &end = object[last];
     if (!start.is_number() || !end.is_number()) return std::nullopt;
-    return std::pair(start.get<double>(), end.get<double>());
+    return std::pair(unit * start.get<double>(), unit * end.get<double>());
 }
 
-void assign_json(json *value, const std::vector<turn> &turns, double reach) {
+// Seconds as "start" and "end", or milliseconds as "offsets": {"from", "to"}.
+std::optional<std::pair<double, double>> times_of(const json &object) {
+    if (object.is_object() && object.contains("offsets"))
+        return numbers_of(object["offsets"], "from", "to", 0.001);
+    return numbers_of(object, "start", "end", 1);
+}
+
+// Words without times (numbers, often) go with the one before, or else the one behind.
+void give_neighbours_speaker(json *words) {
+    const auto has_speaker = [](const json &word) { return word.is_object() && word.contains("speaker"); };
+    const auto take = [&](auto first, auto last) {
+        for (const json *before = nullptr; first != last; ++first) {
+            if (has_speaker(*first)) {
+                before = &(*first)["speaker"];
+            } else if (before && first->is_object()) {
+                const json speaker = *before;
+                (*first)["speaker"] = speaker;
+                before = &(*first)["speaker"];
+            }
+        }
+    };
+    take(words->begin(), words->end());
+    take(words->rbegin(), words->rend());
+}
+
+// Returns how many speakers were asked for.
+int assign_json(json *value, const std::vector<turn> &turns, double reach) {
+    int num_timed = 0;
     for (json &inner : *value)
-        if (inner.is_structured()) assign_json(&inner, turns, reach);
+        if (inner.is_structured()) num_timed += assign_json(&inner, turns, reach);
+    if (value->is_object() && value->contains("words") && (*value)["words"].is_array())
+        give_neighbours_speaker(&(*value)["words"]);
     const auto times = times_of(*value);
-    if (!times) return;
+    if (!times) return num_timed;
     std::string speaker = speaker_at(turns, times->first, times->second, reach);
     if (value->contains("words") && (*value)["words"].is_array()) {
         std::map<std::string, double> spoken;
@@ -42,6 +72,7 @@ void assign_json(json *value, const std::vector<turn> &turns, double reach) {
         if (most != spoken.end()) speaker = most->first;
     }
     (*value)["speaker"] = speaker.empty() ? json(nullptr) : json(speaker);
+    return num_timed + 1;
 }
 
 // "1:02:03.450", "02:03.450", "01:02:03,450"; nothing else.
@@ -113,6 +144,21 @@ std::string assign_captions(const std::string &text, const std::vector<turn> &tu
     });
 }
 
+// Whisper's table: start and end in milliseconds, text. A column more.
+std::string assign_table(const std::string &text, const std::vector<turn> &turns, double reach) {
+    return rewrite_lines(text, [&](const std::string &line, int number) {
+        if (number == 1) return line + "\tspeaker";
+        if (line.empty()) return line;
+        char *end_of_start = nullptr, *end_of_end = nullptr;
+        const double start = std::strtod(line.c_str(), &end_of_start);
+        const double end = std::strtod(end_of_start, &end_of_end);
+        if (end_of_start == line.c_str() || end_of_end == end_of_start || *end_of_end != '\t')
+            throw std::runtime_error("line " + std::to_string(number) +
+                                     " is none of a table of times and text");
+        return line + "\t" + speaker_at(turns, start / 1000, end / 1000, reach);
+    });
+}
+
 std::string assign_ctm(const std::string &text, const std::vector<turn> &turns, double reach) {
     return rewrite_lines(text, [&](const std::string &line, int number) {
         std::istringstream stream(line);
@@ -173,9 +219,15 @@ std::string assign_speakers(const std::string &text, const std::vector<turn> &tu
         } catch (const json::exception &error) {
             throw std::runtime_error(error.what());
         }
-        assign_json(&value, turns, reach);
+        if (assign_json(&value, turns, reach) == 0) {
+            throw std::runtime_error(
+                "JSON without times: what Whisper, whisper.cpp, faster-whisper, WhisperX and Vosk write has "
+                "\"start\" and \"end\", or \"offsets\"");
+        }
         return dump_json(value, 1) + "\n";
     }
+    if (text.compare(begin, 14, "start\tend\ttext") == 0)
+        return assign_table(text.substr(begin), turns, reach);
     if (text.compare(begin, 6, "WEBVTT") == 0) return assign_captions(text, turns, reach, true);
     if (text.find("-->") != std::string::npos) return assign_captions(text, turns, reach, false);
     return assign_ctm(text, turns, reach);

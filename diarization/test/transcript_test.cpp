@@ -28,10 +28,18 @@ TEST(transcript, json_words_outvote_their_segment) {
     EXPECT_EQ(json["segments"][0]["speaker"], "Ann");  // though Bob speaks longest in all of it
     EXPECT_EQ(json["segments"][0]["id"], 7);
     EXPECT_EQ(json["segments"][0]["words"][1]["speaker"], "Bob");
-    EXPECT_FALSE(json["segments"][0]["words"][2].contains("speaker"));
+    EXPECT_EQ(json["segments"][0]["words"][2]["speaker"], "Bob");  // without times: as the one before
     EXPECT_TRUE(json["segments"][1]["speaker"].is_null());
     EXPECT_EQ(nlohmann::json::parse(assign_speakers(R"([{"start": 0, "end": 1}])", TURNS, 1))[0]["speaker"],
               "Ann");
+}
+
+TEST(transcript, milliseconds_are_known_where_they_stand) {
+    const auto json = nlohmann::json::parse(assign_speakers(
+        R"({"transcription": [{"offsets": {"from": 2500, "to": 3000}, "text": "x"}]})", TURNS, 1));
+    EXPECT_EQ(json["transcription"][0]["speaker"], "Bob");
+    EXPECT_EQ(assign_speakers("start\tend\ttext\n500\t1000\tHi there\n2500\t3000\tyou\n", TURNS, 1),
+              "start\tend\ttext\tspeaker\n500\t1000\tHi there\tAnn\n2500\t3000\tyou\tBob\n");
 }
 
 TEST(transcript, captions_keep_all_but_the_speaker) {
@@ -55,7 +63,8 @@ TEST(transcript, ctm_gets_type_and_speaker) {
 }
 
 TEST(transcript, what_is_no_transcript_is_refused) {
-    for (const char *text : {"", " \n", "{\"start\": ", "hello world\n", "x 1 a 0.5 hi\n", "x 1 0.5\n"})
+    for (const char *text : {"", " \n", "{\"start\": ", "hello world\n", "x 1 a 0.5 hi\n", "x 1 0.5\n",
+                             "{\"text\": \"x\"}", "start\tend\ttext\nx\ty\tz\n"})
         EXPECT_THROW(assign_speakers(text, TURNS, 1), std::runtime_error) << text;
 }
 
