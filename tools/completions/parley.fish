@@ -34,7 +34,7 @@ complete -c parley -n '__fish_seen_subcommand_from score' -l skip-overlap -d 'le
 complete -c parley -n '__fish_seen_subcommand_from score' -l uem -r -d 'look only at the parts of the recordings that it lists'
 complete -c parley -n '__fish_seen_subcommand_from score' -l each -d 'print a line for every recording too'
 complete -c parley -n '__fish_seen_subcommand_from assign' -l help -s h -d 'Print this help message and exit'
-complete -c parley -n '__fish_seen_subcommand_from assign' -l words -r -d 'JSON (Whisper, whisper.cpp, WhisperX, Vosk), TSV, WebVTT, SRT or CTM; - is standard input'
+complete -c parley -n '__fish_seen_subcommand_from assign' -l words -r -d 'JSON (Whisper\'s, Vosk\'s), TSV, WebVTT, SRT or CTM; - is standard input'
 complete -c parley -n '__fish_seen_subcommand_from assign' -l reach -x -d 'how far from a segment a word outside of all may lie (1)'
 complete -c parley -n '__fish_seen_subcommand_from assign' -l speakers -s n -x -d 'exactly that many speakers'
 complete -c parley -n '__fish_seen_subcommand_from assign' -l names -x -d 'of the first speakers heard'

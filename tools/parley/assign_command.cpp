@@ -73,9 +73,8 @@ int run(const arguments &a) {
 command assign_command(CLI::App *app) {
     const auto a = std::make_shared<arguments>();
     app->description("Adds who speaks to a transcript: every word or caption gets its speaker.");
-    app->add_option(
-           "--words", a->words,
-           "JSON (Whisper, whisper.cpp, WhisperX, Vosk), TSV, WebVTT, SRT or CTM; - is standard input")
+    app->add_option("--words", a->words,
+                    "JSON (Whisper's, Vosk's), TSV, WebVTT, SRT or CTM; - is standard input")
         ->required()
         ->type_name("FILE");
     app->add_option("SOURCE", a->source, "the recording, or an RTTM file about it")
