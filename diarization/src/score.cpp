@@ -33,7 +33,10 @@ public:
 
     // Their ids, rising, each once.
     std::vector<int> at(double time) {
-        if (next_ == 0) std::ranges::sort(stretches_, {}, &stretch::start);
+        if (next_ == 0) {
+            std::sort(stretches_.begin(), stretches_.end(),
+                      [](const stretch &a, const stretch &b) { return a.start < b.start; });
+        }
         for (; next_ < stretches_.size() && stretches_[next_].start <= time; next_++) {
             ends_.emplace(stretches_[next_].end, stretches_[next_].id);
             open_[stretches_[next_].id]++;
