@@ -88,6 +88,7 @@ typedef struct {
     int32_t confidence;         /* formats tell how sure each segment's speaker is (0) */
     int32_t embeddings;         /* JSON holds the speakers' vectors (0) */
     double max_duration;        /* seconds: longer recordings are refused before they are read (0: none is) */
+    double sensitivity;         /* how much is taken for speech: 0 little, 1 much (0.5) */
     int32_t via_ffmpeg; /* ffmpeg reads, if it is there, what nothing else does: 0; never: 1; all: 2 (0) */
 } parley_options;
 

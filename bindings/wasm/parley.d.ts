@@ -52,6 +52,8 @@ export interface Options {
   /** Whether formats tell these. */
   confidence?: boolean;
   embeddings?: boolean;
+  /** How much is taken for speech, 0 to 1 (0.5). */
+  sensitivity?: number;
   maxDuration?: number;
   /** Called with the share that is done, 0 to 1. */
   onProgress?: (fraction: number) => void;

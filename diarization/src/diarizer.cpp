@@ -74,6 +74,12 @@ std::vector<double> loudness(const std::vector<int16_t> &samples) {
     return result;
 }
 
+// Of the second look to take a frame for nobody's: cosines differ by 0.3 or so between what is clearly speech
+// and what is clearly not.
+double reluctance_of(const parley_options &options) {
+    return 0.6 * (options.sensitivity - 0.5);
+}
+
 [[noreturn]] void refuse(const std::string &message) {
     throw diarization_error(PARLEY_INVALID, message);
 }
@@ -132,6 +138,7 @@ void check_options(const parley_options &o) {
     seconds("min-duration", o.min_duration);
     seconds("pad", o.pad);
     if (!(o.max_duration >= 0)) refuse("max-duration takes a number of seconds");
+    if (!(o.sensitivity >= 0 && o.sensitivity <= 1)) refuse("sensitivity takes from 0 to 1");
     number("via-ffmpeg", o.via_ffmpeg);
     if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
     if (o.split_channels && o.max_speakers + o.min_speakers > 0)
@@ -151,6 +158,9 @@ thresholds thresholds_of(const parley_options &options, const thresholds &own) {
     thresholds result;
     for (size_t i = 0; i < result.size(); i++)
         result[i] = options.thresholds[i] < 0 ? own[i] : options.thresholds[i];
+    // Half or one and a half times the distance from the background that speech needs.
+    for (const size_t i : {size_t{2}, size_t{3}})
+        if (options.thresholds[i] < 0) result[i] *= 1.5 - options.sensitivity;
     return result;
 }
 
@@ -164,13 +174,15 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
     const auto cluster = [&](double offline) {
         values[0] = offline;
         tags result = engine_.cluster(all, values, progress);
-        if (options.refine) refine_tags(all, engine_.background(), offline, options.min_speakers, &result);
+        if (options.refine)
+            refine_tags(all, engine_.background(), reluctance_of(options), offline, options.min_speakers,
+                        &result);
         return result;
     };
     const double first = values[0];
     tags found = cluster(first);
     if (options.refine && count_speakers(found) == 0) {
-        find_few_words(all, engine_.background(), values[3], &found);
+        find_few_words(all, engine_.background(), reluctance_of(options), values[3], &found);
         if (count_speakers(found) > 0) add_note(note, "a few words only: too little to tell speakers apart");
         return found;
     }

@@ -83,6 +83,8 @@ constexpr entry ENTRIES[] = {
     {{"max-speakers", "N", "at most", 1, 1000},
      [](parley_options *o, const O &x, const char *v) { o->max_speakers = whole(x, v); }},
     {{"threshold", "O,P,S,B", "offline, prune, segment, background threshold", 0, 1}, set_thresholds},
+    {{"sensitivity", "S", "0 takes little for speech, 1 much (0.5)", 0, 1},
+     [](parley_options *o, const O &x, const char *v) { o->sensitivity = number(x, v); }},
     {{"channels", "HOW", "mix them (default), or split: each is a speaker", 0, 0}, set_channels},
     {{"no-refine", nullptr, "leave frames to the speaker of the first look", 0, 0},
      [](parley_options *o, const O &x, const char *v) { o->refine = !flag(x, v); }},
@@ -112,6 +114,7 @@ void init_options(parley_options *options) {
     options->size = sizeof(*options);
     for (double &t : options->thresholds) t = -1;
     options->refine = 1;
+    options->sensitivity = 0.5;
     options->speaker_prefix = "speaker ";
 }
 

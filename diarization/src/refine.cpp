@@ -8,8 +8,9 @@ constexpr double CHANGE_COST = 3;         // pays if the frames after it are nea
 constexpr int32_t SHORTEST_SPEAKER = 62;  // frames, 2 s
 constexpr int32_t FEW_WORDS = 12;         // frames, 0.4 s
 
-// The best way through: for each frame the index of its state, whose centroids are the rows of `means`.
-std::vector<uint16_t> decide(const frames &all, const std::vector<const float *> &means) {
+// The best way through: for each frame the index of its state, whose centroids are the rows of `means`,
+// nobody's first.
+std::vector<uint16_t> decide(const frames &all, const std::vector<const float *> &means, double reluctance) {
     const size_t num_states = means.size();
     const auto size = static_cast<size_t>(all.size);
     std::vector<float> by_dimension(size *
@@ -28,6 +29,7 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
         for (size_t d = 0; d < size; d++)
             for (size_t k = 0; k < num_states; k++)
                 here[k] += double{row[d]} * double{by_dimension[d * num_states + k]};
+        here[0] -= reluctance;
         const auto before = std::max_element(best.begin(), best.end());
         const double moved = *before - CHANGE_COST;
         from[t] = static_cast<uint16_t>(before - best.begin());
@@ -47,7 +49,8 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
 
 }  // namespace
 
-void refine_tags(const frames &all, const float *background, double same, int fewest, tags *which) {
+void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
+                 tags *which) {
     for (;;) {
         const centroids speakers = centroids_of(all, *which);
         if (speakers.empty()) return;
@@ -57,7 +60,7 @@ void refine_tags(const frames &all, const float *background, double same, int fe
             means.push_back(mean.data());
             names.push_back(tag);
         }
-        const std::vector<uint16_t> path = decide(all, means);
+        const std::vector<uint16_t> path = decide(all, means, reluctance);
         std::vector<int32_t> frames_of(names.size());
         for (const uint16_t state : path) frames_of[state]++;
         const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());
@@ -72,7 +75,8 @@ void refine_tags(const frames &all, const float *background, double same, int fe
     }
 }
 
-void find_few_words(const frames &all, const float *background, double threshold, tags *which) {
+void find_few_words(const frames &all, const float *background, double reluctance, double threshold,
+                    tags *which) {
     std::vector<double> sums(static_cast<size_t>(all.count) + 1);  // of distances, up to a frame
     const std::vector<float> nobody(background, background + all.size);
     for (int32_t t = 0; t < all.count; t++)
@@ -82,5 +86,5 @@ void find_few_words(const frames &all, const float *background, double threshold
         if (sums[t + FEW_WORDS] - sums[t] >= threshold * FEW_WORDS)
             std::fill_n(which->begin() + static_cast<std::ptrdiff_t>(t), FEW_WORDS, 1u);
     }
-    refine_tags(all, background, 0, 1, which);
+    refine_tags(all, background, reluctance, 0, 1, which);
 }

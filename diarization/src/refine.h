@@ -10,13 +10,17 @@
 //
 //   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   CHANGE_COST  per change
 //
+// where nobody's frames count `reluctance` less: the higher, the more is speech.
+//
 // A speaker who is left with less than SHORTEST_SPEAKER frames is taken out, two whose means are no farther
 // apart than `same` (the distance at which the clustering merges; its own order of merges can stop before)
 // become one, and the rest is decided again, as long as more than `fewest` (at least 1) remain.
-void refine_tags(const frames &all, const float *background, double same, int fewest, tags *which);
+void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
+                 tags *which);
 
 // Where nobody was found: stretches of FEW_WORDS frames whose mean distance to the background is at least
 // `threshold` become speaker 1, and refine_tags gives them their borders.
-void find_few_words(const frames &all, const float *background, double threshold, tags *which);
+void find_few_words(const frames &all, const float *background, double reluctance, double threshold,
+                    tags *which);
 
 #endif

@@ -135,9 +135,9 @@ parley_status parley_stages_segments(parley_stages *stages, const float *embeddi
         *num_segments = 0;
         const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
         tags which = stages->own.cluster(all, {values[0], values[1], values[2], values[3]}, {});
-        if (refine) refine_tags(all, stages->own.background(), values[0], 0, &which);
+        if (refine) refine_tags(all, stages->own.background(), 0, values[0], 0, &which);
         if (refine && count_speakers(which) == 0)
-            find_few_words(all, stages->own.background(), values[3], &which);
+            find_few_words(all, stages->own.background(), 0, values[3], &which);
         for (const auto &[start, end, tag] : runs_of(which)) {
             times[2 * *num_segments] = FRAME_SECONDS * start;
             times[2 * *num_segments + 1] = FRAME_SECONDS * end;

@@ -26,7 +26,7 @@ tags refined(const std::vector<int> &voices, const std::vector<int> &first_look,
              int fewest = 0) {
     const std::vector<float> rows = rows_of(voices);
     tags which(first_look.begin(), first_look.end());
-    refine_tags({rows.data(), static_cast<int32_t>(voices.size()), 3}, BACKGROUND, same, fewest, &which);
+    refine_tags({rows.data(), static_cast<int32_t>(voices.size()), 3}, BACKGROUND, 0, same, fewest, &which);
     return which;
 }
 

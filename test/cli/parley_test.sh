@@ -109,6 +109,9 @@ for n in 1 2 3; do
 done
 [ "$(speakers --min-speakers 3 --max-speakers 5)" = 3 ] || failures=$((failures + 1))
 [ "$(speakers --threshold 0,0,0,1)" = 0 ] || failures=$((failures + 1)) # everything is background
+spoken() { "$parley" "$@" "$sample" | awk '{sum += 1000 * ($2 - $1)} END {printf "%d", sum}'; }
+[ "$(spoken --sensitivity 0)" -lt "$(spoken)" ] && [ "$(spoken)" -lt "$(spoken --sensitivity 1)" ] ||
+    { echo "sensitivity: $(spoken --sensitivity 0) $(spoken) $(spoken --sensitivity 1) ms"; failures=$((failures + 1)); }
 expect 0 '"note": "only [0-9]+ speakers can be told apart"' '' -n 40 --format json "$sample"
 "$parley" - <"$sample" >"$tmp/from_stdin"
 cmp "$tmp/one" "$tmp/from_stdin" || failures=$((failures + 1))

@@ -14,7 +14,7 @@ _parley() {
     --manifest | --model | --uem | --words | -m) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers --max-speakers --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --model --color --quiet --verbose"
+        local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --model --color --quiet --verbose"
         case $command in
         score) options="--help --collar --skip-overlap --uem --each" ;;
         assign) options="--help --words --reach --speakers --names --model" ;;

@@ -13,6 +13,7 @@ complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l sp
 complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l min-speakers -x -d 'at least'
 complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l max-speakers -x -d 'at most'
 complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l threshold -x -d 'offline, prune, segment, background threshold'
+complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l sensitivity -x -d '0 takes little for speech, 1 much (0.5)'
 complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l channels -x -a 'mix split' -d 'mix them (default), or split: each is a speaker'
 complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l no-refine -d 'leave frames to the speaker of the first look'
 complete -c parley -n 'not __fish_seen_subcommand_from score assign match' -l merge-gap -x -d 'join a speaker\'s segments that close'

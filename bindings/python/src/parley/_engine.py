@@ -91,7 +91,7 @@ class Diarizer:
                 min_duration: Optional[float] = None, pad: Optional[float] = None,
                 names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
                 refine: bool = True, confidence: bool = False, embeddings: bool = False,
-                max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
+                sensitivity: Optional[float] = None, max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
                 progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
         """Finds out who spoke when.
 
@@ -107,6 +107,7 @@ class Diarizer:
         channels: "mix", or "split", where each is a speaker.
         refine: frames go, once more, to the nearest of the speakers found.
         confidence, embeddings: whether formats tell these; the answer has them anyway.
+        sensitivity: how much is taken for speech, from 0 to 1 (0.5).
         max_duration: seconds; longer recordings are refused before they are read.
         via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
         progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
@@ -116,7 +117,7 @@ class Diarizer:
         options = _Options({"speakers": num_speakers, "min-speakers": min_speakers, "max-speakers": max_speakers,
                             "threshold": thresholds, "channels": channels, "no-refine": not refine, "merge-gap": merge_gap,
                             "min-duration": min_duration, "pad": pad, "speaker-prefix": speaker_prefix, "names": names,
-                            "confidence": confidence, "embeddings": embeddings, "max-duration": max_duration,
+                            "confidence": confidence, "embeddings": embeddings, "sensitivity": sensitivity, "max-duration": max_duration,
                             "via-ffmpeg": via_ffmpeg})
         if isinstance(source, (str, os.PathLike)) or hasattr(source, "read"):
             if sample_rate is not None:
