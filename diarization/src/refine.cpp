@@ -4,9 +4,11 @@
 
 namespace {
 
-constexpr double CHANGE_COST = 3;         // pays if the frames after it are nearer by 0.3 for ten frames, say
-constexpr int32_t SHORTEST_SPEAKER = 62;  // frames, 2 s
-constexpr int32_t FEW_WORDS = 12;         // frames, 0.4 s
+constexpr double CHANGE_COST = 3;  // pays if the frames after it are nearer by 0.3 for ten frames, say
+// What a speaker needs not to be taken for an accident: a twenty-fifth of the recording, from 2 s up, but not
+// more than 3.5 s.
+constexpr int32_t SHORTEST_SPEAKER = 62, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
+constexpr int32_t FEW_WORDS = 12;                                         // frames, 0.4 s
 
 // The best way through: for each frame the index of its state, whose centroids are the rows of `means`,
 // nobody's first.
@@ -51,6 +53,7 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
 
 void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
                  tags *which) {
+    const int32_t shortest = std::clamp(all.count / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
     for (;;) {
         const centroids speakers = centroids_of(all, *which);
         if (speakers.empty()) return;
@@ -65,7 +68,7 @@ void refine_tags(const frames &all, const float *background, double reluctance, 
         for (const uint16_t state : path) frames_of[state]++;
         const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());
         const bool may_lose_one = static_cast<int>(speakers.size()) > std::max(1, fewest);
-        if (*least < SHORTEST_SPEAKER && may_lose_one) {
+        if (*least < shortest && may_lose_one) {
             std::replace(which->begin(), which->end(), names[static_cast<size_t>(least - frames_of.begin())],
                          0u);
             continue;
