@@ -32,4 +32,7 @@ endfunction()
 function(parley_program_test name label)
   add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
   set_tests_properties(${name} PROPERTIES LABELS ${label} SKIP_RETURN_CODE 77 TIMEOUT 300)
+  if(NOT label STREQUAL unit) # first, so that others run beside them
+    set_tests_properties(${name} PROPERTIES COST 100)
+  endif()
 endfunction()
