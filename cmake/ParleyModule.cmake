@@ -28,6 +28,17 @@ function(parley_test name)
                        PROPERTIES TIMEOUT 300 LABELS ${ARG_LABEL} SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
 endfunction()
 
+# parley_unpack(TARGET ARCHIVE FOLDER): a target that has the archive's files in the folder, unpacked again when it changes.
+function(parley_unpack target archive folder)
+  add_custom_command(OUTPUT "${folder}.unpacked" DEPENDS "${archive}"
+    COMMAND "${CMAKE_COMMAND}" -E rm -rf "${folder}"
+    COMMAND "${CMAKE_COMMAND}" -E make_directory "${folder}"
+    COMMAND "${CMAKE_COMMAND}" -E chdir "${folder}" "${CMAKE_COMMAND}" -E tar xf "${archive}"
+    COMMAND "${CMAKE_COMMAND}" -E touch "${folder}.unpacked"
+    VERBATIM)
+  add_custom_target(${target} DEPENDS "${folder}.unpacked")
+endfunction()
+
 # parley_program_test(NAME LABEL COMMAND...): a test that is a program of its own; a status of 77 is a skip.
 function(parley_program_test name label)
   add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
