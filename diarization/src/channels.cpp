@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int32_t RATE = 16000, FILTER_ORDER = 50, BLOCK = 1024;
+constexpr int32_t FILTER_ORDER = 50, BLOCK = 1024;
 
 }  // namespace
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+constexpr int32_t RATE = 16000;  // Hz, of everything that the engine takes
+
 // Every channel of a file as 16-bit samples at 16 kHz, all of one length; at least one sample. Reads what
 // libsndfile does (WAV, FLAC, Ogg, MP3 and more) at 8 kHz or any rate from 16 kHz up. Throws
 // diarization_error.

@@ -14,12 +14,11 @@
 
 namespace {
 
-constexpr int32_t RATE = 16000;  // Hz
 constexpr int32_t LARGEST_NUMBER = 1000;
 constexpr double LONGEST = 3600;  // seconds
 
 std::vector<float> draw_waveform(const int16_t *samples, size_t count) {
-    const size_t step = 16000 / WAVEFORM_RATE;
+    const size_t step = RATE / WAVEFORM_RATE;
     std::vector<float> peaks;
     for (size_t at = 0; at < count; at += step) {
         int loudest = 0;
@@ -125,9 +124,11 @@ zx_parley_samples_t take(const given_samples &samples, std::vector<int16_t> *hol
 }  // namespace
 
 void check_options(const parley_options &o) {
-    const auto number = [](const char *name, int32_t value) {
-        if (value < 0 || value > LARGEST_NUMBER)
-            refuse(std::string(name) + " is " + std::to_string(value) + ", not a number from 0 to 1000");
+    const auto number = [](const char *name, int32_t value, int32_t largest = LARGEST_NUMBER) {
+        if (value < 0 || value > largest) {
+            refuse(std::string(name) + " is " + std::to_string(value) + ", not a number from 0 to " +
+                   std::to_string(largest));
+        }
     };
     const auto seconds = [](const char *name, double value) {
         if (!(value >= 0 && value <= LONGEST)) refuse(std::string(name) + " takes from 0 to 3600 seconds");
@@ -139,7 +140,7 @@ void check_options(const parley_options &o) {
     seconds("pad", o.pad);
     if (!(o.max_duration >= 0)) refuse("max-duration takes a number of seconds");
     if (!(o.sensitivity >= 0 && o.sensitivity <= 1)) refuse("sensitivity takes from 0 to 1");
-    number("via-ffmpeg", o.via_ffmpeg);
+    number("via-ffmpeg", o.via_ffmpeg, 2);
     if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
     if (o.split_channels && o.max_speakers + o.min_speakers > 0)
         refuse("with channels apart the channels are the speakers: their number cannot be asked for");
@@ -243,7 +244,7 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     std::vector<int16_t> converted;
     zx_parley_samples_t samples =
         given ? take(*given, &converted)
-              : read_any(&engine_, path, options.via_ffmpeg, options.max_duration, progress, &result.note);
+              : read_any(&engine_, read_request(path, options, progress), &result.note);
     result.duration = static_cast<double>(samples.count) / RATE;
     result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
     const embeddings rows = engine_.embed(&samples, path, progress);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -60,17 +61,14 @@ void set_thresholds(parley_options *o, const parley_option &option, const char *
     std::copy(values.begin(), values.end(), o->thresholds);
 }
 
-void set_channels(parley_options *o, const parley_option &option, const char *value) {
-    if (std::string_view(value) != "mix" && std::string_view(value) != "split")
-        refuse(option, value, "mix or split");
-    o->split_channels = std::string_view(value) == "split";
-}
-
-void set_via_ffmpeg(parley_options *o, const parley_option &option, const char *value) {
-    static constexpr std::string_view WHEN[] = {"auto", "never", "always"};
-    const auto *found = std::find(std::begin(WHEN), std::end(WHEN), value);
-    if (found == std::end(WHEN)) refuse(option, value, "auto, never or always");
-    o->via_ffmpeg = static_cast<int32_t>(found - WHEN);
+// The number of the word.
+int32_t word(const parley_option &option, const char *value, std::initializer_list<std::string_view> words) {
+    const auto *found = std::find(words.begin(), words.end(), value);
+    if (found != words.end()) return static_cast<int32_t>(found - words.begin());
+    std::string wanted;
+    for (const std::string_view &w : words)
+        wanted.append(wanted.empty() ? "" : &w + 1 == words.end() ? " or " : ", ").append(w);
+    refuse(option, value, wanted);
 }
 
 using O = parley_option;
@@ -85,7 +83,10 @@ constexpr entry ENTRIES[] = {
     {{"threshold", "O,P,S,B", "offline, prune, segment, background threshold", 0, 1}, set_thresholds},
     {{"sensitivity", "S", "0 takes little for speech, 1 much (0.5)", 0, 1},
      [](parley_options *o, const O &x, const char *v) { o->sensitivity = number(x, v); }},
-    {{"channels", "HOW", "mix them (default), or split: each is a speaker", 0, 0}, set_channels},
+    {{"channels", "HOW", "mix them (default), or split: each is a speaker", 0, 0},
+     [](parley_options *o, const O &x, const char *v) {
+         o->split_channels = word(x, v, {"mix", "split"});
+     }},
     {{"no-refine", nullptr, "leave frames to the speaker of the first look", 0, 0},
      [](parley_options *o, const O &x, const char *v) { o->refine = !flag(x, v); }},
     {{"merge-gap", "SECONDS", "join a speaker's segments that close", 0, 3600},
@@ -104,7 +105,10 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) { o->embeddings = flag(x, v); }},
     {{"max-duration", "SECONDS", "refuse recordings that are longer", 0, 1e9},
      [](parley_options *o, const O &x, const char *v) { o->max_duration = number(x, v); }},
-    {{"via-ffmpeg", "WHEN", "auto (what nothing else reads), never or always", 0, 0}, set_via_ffmpeg},
+    {{"via-ffmpeg", "WHEN", "auto (what nothing else reads), never or always", 0, 0},
+     [](parley_options *o, const O &x, const char *v) {
+         o->via_ffmpeg = word(x, v, {"auto", "never", "always"});
+     }},
 };
 
 }  // namespace

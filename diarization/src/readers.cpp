@@ -22,8 +22,6 @@
 
 namespace {
 
-constexpr int32_t RATE = 16000;
-
 zx_parley_samples_t owned_samples(const std::vector<int16_t> &from) {
     zx_parley_samples_t result;
     if (from.size() > INT32_MAX) throw diarization_error(PARLEY_INVALID, "more than 2^31 - 1 samples");
@@ -119,15 +117,15 @@ public:
 private:
     static constexpr const char *FORMATS =
         "aac,ac3,aiff,amr,amrnb,amrwb,ape,asf,au,avi,caf,eac3,flac,flv,gsm,loas,matroska,mov,mp3,mpeg,mpegts,"
-        "ogg,"
-        "tta,w64,wav,wv";
+        "ogg,tta,w64,wav,wv";
     int output_ = -1;
     pid_t child_ = -1;
 };
 
-std::vector<int16_t> read_with_ffmpeg(const std::string &path, int64_t most,
-                                      const progress_function &progress) {
-    const ffmpeg_process process(path);
+// Empty where it may not be asked.
+std::vector<int16_t> read_with_ffmpeg(const read_request &request) {
+    if (request.ffmpeg == ffmpeg_use::never) return {};
+    const ffmpeg_process process(request.path);
     std::vector<int16_t> result;
     size_t bytes = 0;
     for (;;) {
@@ -136,8 +134,9 @@ std::vector<int16_t> read_with_ffmpeg(const std::string &path, int64_t most,
         const size_t got = process.read(reinterpret_cast<char *>(result.data()) + bytes, BLOCK);
         if (got == 0) break;
         bytes += got;
-        if (static_cast<int64_t>(bytes / sizeof(int16_t)) > most) break;  // told by the caller
-        if (progress && !progress(0)) throw diarization_error(PARLEY_CANCELLED, path + ": was cancelled");
+        if (static_cast<int64_t>(bytes / sizeof(int16_t)) > request.most) break;  // told by the caller
+        if (request.progress && !request.progress(0))
+            throw diarization_error(PARLEY_CANCELLED, request.path + ": was cancelled");
     }
     result.resize(bytes / sizeof(int16_t));
     return result;
@@ -145,7 +144,7 @@ std::vector<int16_t> read_with_ffmpeg(const std::string &path, int64_t most,
 
 #else
 
-std::vector<int16_t> read_with_ffmpeg(const std::string &, int64_t, const progress_function &) {
+std::vector<int16_t> read_with_ffmpeg(const read_request &) {
     return {};
 }
 
@@ -157,16 +156,15 @@ std::string seconds_of(int64_t count) {
 }
 
 // What others make of a file that the engine's own readers refuse; empty if nothing.
-std::vector<int16_t> read_with_others(const std::string &path, int ffmpeg, int64_t most,
-                                      const progress_function &progress, std::string *note) {
+std::vector<int16_t> read_with_others(const read_request &request, std::string *note) {
     std::vector<int16_t> samples;
     try {
-        samples = read_with_libsndfile(path);
+        samples = read_with_libsndfile(request.path);
     } catch (const diarization_error &) {
     }
     const char *reader = "libsndfile";
-    if (samples.empty() && ffmpeg != 1) {
-        samples = read_with_ffmpeg(path, most, progress);
+    if (samples.empty()) {
+        samples = read_with_ffmpeg(request);
         reader = "ffmpeg";
     }
     if (!samples.empty())
@@ -177,8 +175,7 @@ std::vector<int16_t> read_with_others(const std::string &path, int ffmpeg, int64
 // Where a container and its decoder disagree about the time that the audio takes. With the two rates of
 // HE-AAC the container names the lower and the decoder gives the higher: everything seems to take twice as
 // long.
-void settle_duration(const std::string &path, int ffmpeg, int64_t most, const progress_function &progress,
-                     zx_parley_samples_t *samples, std::string *note) {
+void settle_duration(const read_request &request, zx_parley_samples_t *samples, std::string *note) {
     const double media = samples->media_seconds, read = static_cast<double>(samples->count) / RATE;
     if (media <= 0 || std::abs(read - media) < std::max(1.0, 0.03 * media)) return;
     if (std::abs(read / 2 - media) < std::max(0.5, 0.03 * media)) {
@@ -186,8 +183,7 @@ void settle_duration(const std::string &path, int ffmpeg, int64_t most, const pr
         add_note(note, "HE-AAC: taken at the decoder's rate, twice the one that the file names");
         return;
     }
-    const std::vector<int16_t> others =
-        ffmpeg == 1 ? std::vector<int16_t>() : read_with_ffmpeg(path, most, progress);
+    const std::vector<int16_t> others = read_with_ffmpeg(request);
     if (std::abs(static_cast<double>(others.size()) / RATE - media) < std::abs(read - media)) {
         *samples = owned_samples(others);
         add_note(note, "read by ffmpeg, since the own reader finds another length than the file names");
@@ -199,27 +195,35 @@ void settle_duration(const std::string &path, int ffmpeg, int64_t most, const pr
 
 }  // namespace
 
-zx_parley_samples_t read_any(engine *own, const std::string &path, int ffmpeg, double longest,
-                             const progress_function &progress, std::string *note) {
-    const int64_t most = longest > 0 ? std::llround(longest * RATE) : INT32_MAX;
+read_request::read_request(const std::string &file, const parley_options &options,
+                           const progress_function &callback)
+    : path(file),
+      ffmpeg(static_cast<ffmpeg_use>(options.via_ffmpeg)),
+      most(options.max_duration > 0 && options.max_duration < static_cast<double>(INT32_MAX) / RATE
+               ? std::llround(options.max_duration * RATE)
+               : INT32_MAX),
+      progress(callback) {}
+
+zx_parley_samples_t read_any(engine *own, const read_request &request, std::string *note) {
     zx_parley_samples_t result;
-    if (ffmpeg == 2) result = owned_samples(read_with_ffmpeg(path, most, progress));
+    if (request.ffmpeg == ffmpeg_use::at_once) result = owned_samples(read_with_ffmpeg(request));
     if (result.count == 0) {
         try {
-            result = own->read(path, most, progress);
-            if (result.count <= most) settle_duration(path, ffmpeg, most, progress, &result, note);
+            result = own->read(request.path, request.most, request.progress);
+            if (result.count <= request.most) settle_duration(request, &result, note);
         } catch (const diarization_error &refusal) {
             if (refusal.status != PARLEY_INVALID && refusal.status != PARLEY_UNREADABLE) throw;
-            const std::vector<int16_t> samples = read_with_others(path, ffmpeg, most, progress, note);
-            result = samples.empty() ? own->read_what_is_there(path, progress) : owned_samples(samples);
+            const std::vector<int16_t> samples = read_with_others(request, note);
+            result = samples.empty() ? own->read_what_is_there(request.path, request.progress)
+                                     : owned_samples(samples);
             if (result.count < ZX_PARLEY_FRAME_LENGTH) throw;
             if (refusal.status == PARLEY_UNREADABLE)
                 add_note(note,
                          "damaged or cut short: the first " + seconds_of(result.count) + " could be read");
         }
     }
-    if (result.count > most)
-        throw diarization_error(PARLEY_INVALID,
-                                path + ": is longer than the " + seconds_of(most) + " allowed");
+    if (result.count > request.most)
+        throw diarization_error(
+            PARLEY_INVALID, request.path + ": is longer than the " + seconds_of(request.most) + " allowed");
     return result;
 }

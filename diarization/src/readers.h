@@ -7,11 +7,22 @@
 #include <string>
 
 #include "engine.h"
+#include "parley_diarization.h"
 
-// Mono samples at the engine's rate, not longer than `longest` seconds (0: no limit). `ffmpeg`: 0 where it is
-// needed, 1 never, 2 at once. What a user should know of the way the file was read is added to `note`. Throws
-// diarization_error: what the engine's own readers say of the file when nobody can read it.
-zx_parley_samples_t read_any(engine *own, const std::string &path, int ffmpeg, double longest,
-                             const progress_function &progress, std::string *note);
+enum class ffmpeg_use : int32_t { where_needed, never, at_once };  // as `via_ffmpeg` counts them
+
+// What to read and how. `most`: samples, beyond which a recording is refused.
+struct read_request {
+    read_request(const std::string &file, const parley_options &options, const progress_function &callback);
+
+    const std::string &path;
+    ffmpeg_use ffmpeg;
+    int64_t most;
+    const progress_function &progress;
+};
+
+// Mono samples at the engine's rate. What a user should know of the way the file was read is added to `note`.
+// Throws diarization_error: what the engine's own readers say of the file when nobody can read it.
+zx_parley_samples_t read_any(engine *own, const read_request &request, std::string *note);
 
 #endif

@@ -90,21 +90,21 @@ void define(CLI::App *app, arguments *a) {
 }
 
 // What becomes of several answers that go to standard output one after the other.
-enum class joined { by_lines, with_one_header, as_json_lines, not_at_all };
+enum class joined { not_at_all, by_lines, with_one_header, as_json_lines };
 
-joined joining_of(const std::string &format) {
-    static const std::map<std::string, joined> WAYS = {
-        {"table", joined::by_lines},     {"text", joined::by_lines},      {"rttm", joined::by_lines},
-        {"uem", joined::by_lines},       {"ctm", joined::by_lines},       {"jsonl", joined::by_lines},
-        {"json", joined::as_json_lines}, {"csv", joined::with_one_header}};
-    const auto found = WAYS.find(format);
-    return found == WAYS.end() ? joined::not_at_all : found->second;
-}
+struct traits {
+    joined several;
+    bool tells_notes;  // has a place for what the user should know of an answer
+};
 
-// Whether a format has a place for what the user should know of an answer.
-bool tells_notes(const parley_format *format) {
-    const std::string name = format->name;
-    return name == "table" || name == "json" || name == "jsonl";
+traits traits_of(const parley_format *format) {
+    static const std::map<std::string, traits> TRAITS = {
+        {"table", {joined::by_lines, true}},     {"text", {joined::by_lines, false}},
+        {"rttm", {joined::by_lines, false}},     {"uem", {joined::by_lines, false}},
+        {"ctm", {joined::by_lines, false}},      {"jsonl", {joined::by_lines, true}},
+        {"json", {joined::as_json_lines, true}}, {"csv", {joined::with_one_header, false}}};
+    const auto found = TRAITS.find(format->name);
+    return found == TRAITS.end() ? traits{} : found->second;
 }
 
 std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
@@ -169,7 +169,7 @@ private:
     void print(const std::string &text) {
         if (text.empty()) return;
         progress_.clear();
-        const bool headless = has_printed_ && joining_of(formats_.front()->name) == joined::with_one_header;
+        const bool headless = has_printed_ && traits_of(formats_.front()).several == joined::with_one_header;
         const size_t begin = headless ? text.find('\n') + 1 : 0;
         std::fwrite(text.data() + begin, 1, text.size() - begin, out_);
         has_printed_ = true;
@@ -211,7 +211,8 @@ private:
             const std::lock_guard lock(mutex_);
             seconds_ += parley_result_duration(result.get());
             const std::string note = parley_result_note(result.get());
-            if (!note.empty() && !a_.quiet && !std::ranges::all_of(formats_, tells_notes)) {
+            if (!note.empty() && !a_.quiet &&
+                !std::ranges::all_of(formats_, &traits::tells_notes, traits_of)) {
                 progress_.clear();
                 std::fprintf(stderr, "parley: %s: %s\n", recording.path.c_str(), note.c_str());
             }
@@ -230,7 +231,7 @@ private:
     std::string printed_form(const parley_result *result, const recording_file &recording) const {
         std::string format = formats_.front()->name;
         if (recordings_.size() == 1) return write(result, format, terminal_);
-        if (joining_of(format) == joined::as_json_lines) format = "jsonl";
+        if (traits_of(formats_.front()).several == joined::as_json_lines) format = "jsonl";
         const std::string text = write(result, format, terminal_);
         if (format != "text") return text;
         // Plain lines of several files carry the file's name.
@@ -277,7 +278,7 @@ int run(arguments *a) {
     const std::vector<recording_file> recordings = list_recordings(a->files, a->manifests);
     if (recordings.empty()) throw std::runtime_error("there are no recordings in what was named");
     if (a->output_dir.empty() && recordings.size() > 1 && !formats.empty() &&
-        joining_of(formats.front()->name) == joined::not_at_all) {
+        traits_of(formats.front()).several == joined::not_at_all) {
         throw CLI::ValidationError(std::string("several recordings cannot be one ") + formats.front()->name +
                                    ": -o DIR writes a file for each");
     }

@@ -35,8 +35,7 @@ struct layout {
 
 layout layout_of(const diarization &result, const parley_terminal &terminal) {
     constexpr size_t SUMS = 17, LENGTH = 11, SHORTEST_LANE = 8, GAP = 2;
-    const size_t width =
-        std::max<size_t>(20, terminal.columns > 0 ? static_cast<size_t>(terminal.columns) : 100);
+    const size_t width = static_cast<size_t>(std::max(20, terminal.columns));
     layout l = {};
     for (const speaker &s : result.speakers) l.name = std::max(l.name, columns_of(s.name));
     l.name = std::min(l.name, std::max(width / 2 - 1, width - std::min<size_t>(width, 60)));
@@ -67,7 +66,12 @@ std::string write_table(const diarization &result, const parley_terminal &termin
 
     const layout l = layout_of(result, terminal);
     double talk = 0;
-    for (const speaker &s : result.speakers) talk += s.seconds;
+    std::vector<std::string> short_names, columns;  // as they fit, and filled up to the column's width
+    for (const speaker &s : result.speakers) {
+        talk += s.seconds;
+        short_names.push_back(cut_to(s.name, l.name));
+        columns.push_back(padded(short_names.back(), l.name));
+    }
     text += "\n";
     for (size_t k = 0; k < result.speakers.size(); k++) {
         // An eighth of a column is the finest a terminal draws; a column is filled by the share of it that is
@@ -87,7 +91,7 @@ std::string write_table(const diarization &result, const parley_terminal &termin
         for (double f : filled)
             bar += BLOCKS[f <= 0 ? 0 : std::clamp(static_cast<int>(std::lround(8 * f / step)), 1, 8)];
         const speaker &s = result.speakers[k];
-        text += padded(cut_to(s.name, l.name), l.name) + "  " + painted(terminal, static_cast<int>(k), bar);
+        text += columns[k] + "  " + painted(terminal, static_cast<int>(k), bar);
         if (l.has_sums) {
             text += line("  %9s %3.0f %%", without_fraction(clock_time(s.seconds)).c_str(),
                          talk > 0 ? 100 * s.seconds / talk : 0.0);
@@ -102,7 +106,7 @@ std::string write_table(const diarization &result, const parley_terminal &termin
     for (const segment &s : result.segments) {
         text += clock(s.start) + (l.has_end ? clock(s.end) : "") +
                 painted(terminal, s.speaker,
-                        padded(cut_to(name_of(result, s), l.name), l.has_length ? l.name : 0));
+                        (l.has_length ? columns : short_names)[static_cast<size_t>(s.speaker)]);
         if (l.has_length) text += line("  %7.1f s", s.end - s.start);
         text += result.with_confidence && l.has_length ? line("  %.2f\n", s.confidence) : "\n";
     }
