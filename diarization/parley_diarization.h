@@ -74,15 +74,15 @@ PARLEY_API const char *parley_version(void);
 /* What can be asked of a run. parley_options_init fills in the defaults, which each field's comment names. */
 typedef struct {
     size_t size; /* of this record, set by parley_options_init: later versions add fields at the end */
-    int32_t min_speakers;   /* at least that many speakers, 0 to 1000 (0) */
-    int32_t max_speakers;   /* at most that many, 0 to 1000; 0: as many as are found (0) */
-    double thresholds[4];   /* offline, prune, segment, background: cosine distances from 0 to 1; a negative
+    int32_t min_speakers; /* at least that many speakers, 0 to 1000 (0) */
+    int32_t max_speakers; /* at most that many, 0 to 1000; 0: as many as are found (0) */
+    double thresholds[4]; /* offline, prune, segment, background: cosine distances from 0 to 1; a negative
                                    value stands for the model's (-1 each) */
-    int32_t split_channels; /* each channel is a speaker of its own (0) */
-    int32_t refine;         /* frames go, once more, to the nearest of the speakers found (1) */
-    double merge_gap;       /* seconds, 0 to 3600: a speaker's segments that far apart become one (0) */
-    double min_duration;    /* seconds, 0 to 3600: shorter segments are dropped (0) */
-    double pad;             /* seconds, 0 to 3600, added to either end as far as neighbours leave room (0) */
+    int32_t channels;     /* mixed: 0; each a speaker of its own: 1; the loudest alone: 2 (0) */
+    int32_t refine;       /* frames go, once more, to the nearest of the speakers found (1) */
+    double merge_gap;     /* seconds, 0 to 3600: a speaker's segments that far apart become one (0) */
+    double min_duration;  /* seconds, 0 to 3600: shorter segments are dropped (0) */
+    double pad;           /* seconds, 0 to 3600, added to either end as far as neighbours leave room (0) */
     const char *speaker_prefix; /* before the number of a speaker ("speaker ") */
     const char *names;          /* of the first speakers heard, separated by commas, or null (null) */
     int32_t confidence;         /* formats tell how sure each segment's speaker is (0) */

@@ -41,7 +41,7 @@ export interface Options {
   maxSpeakers?: number;
   /** Offline, prune, segment, background. */
   thresholds?: [number, number, number, number];
-  channels?: "mix" | "split";
+  channels?: "mix" | "split" | "loudest";
   refine?: boolean;
   /** Seconds. */
   mergeGap?: number;

@@ -33,8 +33,9 @@ struct diarization {
     bool with_embeddings = false;
 };
 
-// Adds to what the user should know.
+// Adds to what the user should know, if there is anything to add.
 inline void add_note(std::string *note, const std::string &text) {
+    if (text.empty()) return;
     *note += (note->empty() ? "" : "; ") + text;
 }
 

@@ -14,6 +14,8 @@
 
 namespace {
 
+enum channel_use : int32_t { MIXED, APART, LOUDEST };  // as `channels` counts them
+
 constexpr int32_t LARGEST_NUMBER = 1000;
 constexpr double LONGEST = 3600;  // seconds
 
@@ -41,7 +43,7 @@ std::vector<std::string> split_names(const char *names) {
 // they are heard, unless they stand for channels.
 void number_speakers(const parley_options &options, const centroids &means, diarization *result) {
     std::map<int, int> numbers;
-    if (options.split_channels) {
+    if (options.channels == APART) {
         for (const auto &[tag, mean] : means)
             numbers.try_emplace(static_cast<int>(tag), static_cast<int>(tag) - 1);
     }
@@ -106,19 +108,29 @@ std::vector<std::vector<int16_t>> take_apart(const given_samples &samples) {
     return result;
 }
 
+std::vector<std::vector<int16_t>> channels_of(const std::string &path, const given_samples *given,
+                                              const parley_options &options) {
+    return given ? take_apart(*given) : read_channels(path, longest_of(options));
+}
+
+zx_parley_samples_t borrowed(const std::vector<int16_t> &from) {
+    if (from.size() > INT32_MAX) refuse("more than 2^31 - 1 samples");
+    zx_parley_samples_t result;
+    result.pcm = from.data();
+    result.count = static_cast<int32_t>(from.size());
+    return result;
+}
+
 // Samples at the engine's rate, which `holder` keeps if they had to be made.
 zx_parley_samples_t take(const given_samples &samples, std::vector<int16_t> *holder) {
-    zx_parley_samples_t result;
     if (samples.num_channels == 1 && samples.rate == RATE) {
+        zx_parley_samples_t result;
         result.pcm = samples.values;
         result.count = static_cast<int32_t>(samples.num_frames);
         return result;
     }
     *holder = convert_rate(mix(samples), samples.rate);
-    if (holder->size() > INT32_MAX) refuse("more than 2^31 - 1 samples");
-    result.pcm = holder->data();
-    result.count = static_cast<int32_t>(holder->size());
-    return result;
+    return borrowed(*holder);
 }
 
 }  // namespace
@@ -140,9 +152,10 @@ void check_options(const parley_options &o) {
     seconds("pad", o.pad);
     if (!(o.max_duration >= 0)) refuse("max-duration takes a number of seconds");
     if (!(o.sensitivity >= 0 && o.sensitivity <= 1)) refuse("sensitivity takes from 0 to 1");
+    number("channels", o.channels, LOUDEST);
     number("via-ffmpeg", o.via_ffmpeg, 2);
     if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
-    if (o.split_channels && o.max_speakers + o.min_speakers > 0)
+    if (o.channels == APART && o.max_speakers + o.min_speakers > 0)
         refuse("with channels apart the channels are the speakers: their number cannot be asked for");
     if (!o.speaker_prefix) refuse("the speaker prefix is missing");
     for (const double t : o.thresholds)
@@ -237,14 +250,22 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     result.recording = std::filesystem::path(path).stem().string();
     result.with_confidence = options.confidence != 0;
     result.with_embeddings = options.embeddings != 0;
-    if (options.split_channels) {
+    if (options.channels == APART) {
         run_channels(path, given, options, progress, &result);
         return result;
     }
     std::vector<int16_t> converted;
-    zx_parley_samples_t samples =
-        given ? take(*given, &converted)
-              : read_any(&engine_, read_request(path, options, progress), &result.note);
+    zx_parley_samples_t samples;
+    if (options.channels == LOUDEST) {
+        converted = loudest_of(channels_of(path, given, options));
+        samples = borrowed(converted);
+    } else if (given) {
+        if (given->num_channels == 2)
+            result.note = note_on_mixing({given->values, static_cast<size_t>(2 * given->num_frames)});
+        samples = take(*given, &converted);
+    } else {
+        samples = read_any(&engine_, read_request(path, options, progress), &result.note);
+    }
     result.duration = static_cast<double>(samples.count) / RATE;
     result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
     const embeddings rows = engine_.embed(&samples, path, progress);
@@ -263,8 +284,7 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
                             const parley_options &options, const progress_function &progress,
                             diarization *result) {
     constexpr double LEAK = 16;  // 12 dB
-    const std::vector<std::vector<int16_t>> channels = given ? take_apart(*given) : read_channels(path);
-    if (channels.front().size() > INT32_MAX) refuse("more than 2^31 - 1 samples");
+    const std::vector<std::vector<int16_t>> channels = channels_of(path, given, options);
     result->duration = static_cast<double>(channels.front().size()) / RATE;
     std::vector<std::vector<double>> loud;
     loud.reserve(channels.size());
@@ -278,9 +298,7 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         const std::vector<float> wave = draw_waveform(channels[c].data(), channels[c].size());
         result->waveform.resize(wave.size());
         for (size_t i = 0; i < wave.size(); i++) result->waveform[i] = std::max(result->waveform[i], wave[i]);
-        zx_parley_samples_t samples;
-        samples.pcm = channels[c].data();
-        samples.count = static_cast<int32_t>(channels[c].size());
+        zx_parley_samples_t samples = borrowed(channels[c]);
         const embeddings rows = engine_.embed(&samples, path, share);
         const frames all = rows.view();
         tags which = engine_.cluster(all, thresholds_of(options, engine_.own_thresholds()), share);

@@ -24,10 +24,11 @@ std::string sentence_of(parley_status status) {
         case PARLEY_UNREADABLE:
             return "cannot be read, or ends before its audio does";
         case PARLEY_INVALID:
-            return "holds no audio that can be read here: WAV, FLAC, MP3, Ogg (Opus, Vorbis), MP4 (AAC), 3GP "
-                   "(AMR) and "
-                   "WebM of one or two channels, at 8 kHz or 16 kHz and more, can; ffmpeg converts others: "
-                   "ffmpeg -i FILE -ac 1 -ar 16000 new.wav";
+            return std::string(
+                       "holds no audio that can be read here: WAV, FLAC, MP3, Ogg (Opus, Vorbis), MP4 "
+                       "(AAC), 3GP (AMR) and WebM of one or two channels, at 8 kHz or 16 kHz and more, "
+                       "can; ffmpeg converts others: ") +
+                   HOW_TO_CONVERT;
         case PARLEY_CANCELLED:
             return "was cancelled";
         default:

@@ -9,6 +9,8 @@
 #include "parley_diarization.h"
 #include "zx_base.h"
 
+inline constexpr const char *HOW_TO_CONVERT = "ffmpeg -i FILE -ac 1 -ar 16000 new.wav";
+
 struct diarization_error : std::runtime_error {
     diarization_error(parley_status status_, const std::string &message,
                       std::vector<std::string> details_ = {})

@@ -83,9 +83,9 @@ constexpr entry ENTRIES[] = {
     {{"threshold", "O,P,S,B", "offline, prune, segment, background threshold", 0, 1}, set_thresholds},
     {{"sensitivity", "S", "0 takes little for speech, 1 much (0.5)", 0, 1},
      [](parley_options *o, const O &x, const char *v) { o->sensitivity = number(x, v); }},
-    {{"channels", "HOW", "mix them (default), or split: each is a speaker", 0, 0},
+    {{"channels", "HOW", "mix (default), split (each is a speaker), loudest", 0, 0},
      [](parley_options *o, const O &x, const char *v) {
-         o->split_channels = word(x, v, {"mix", "split"});
+         o->channels = word(x, v, {"mix", "split", "loudest"});
      }},
     {{"no-refine", nullptr, "leave frames to the speaker of the first look", 0, 0},
      [](parley_options *o, const O &x, const char *v) { o->refine = !flag(x, v); }},

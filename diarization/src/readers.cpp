@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <string_view>
 #include <vector>
@@ -19,19 +18,10 @@
 #include "channels.h"
 #include "diarization.h"
 #include "errors.h"
+#include "joined.h"
+#include "sample_buffer.h"
 
 namespace {
-
-zx_parley_samples_t owned_samples(const std::vector<int16_t> &from) {
-    zx_parley_samples_t result;
-    if (from.size() > INT32_MAX) throw diarization_error(PARLEY_INVALID, "more than 2^31 - 1 samples");
-    result.own.reset(static_cast<int16_t *>(std::malloc((from.size() + 1) * sizeof(int16_t))));
-    if (!result.own) throw std::bad_alloc();
-    std::copy(from.begin(), from.end(), result.own.get());
-    result.pcm = result.own.get();
-    result.count = static_cast<int32_t>(from.size());
-    return result;
-}
 
 // Whether a file begins like one of those that libsndfile knows surely. Anything else it takes for MP3, of
 // which its decoder complains on standard error.
@@ -42,18 +32,6 @@ bool is_for_libsndfile(const std::string &path) {
     std::ifstream(path, std::ios::binary).read(bytes.data(), bytes.size());
     const std::string_view begin(bytes.data(), bytes.size());
     return std::find(std::begin(BEGINNINGS), std::end(BEGINNINGS), begin) != std::end(BEGINNINGS);
-}
-
-// The mean of all channels, rounded towards zero; empty where it is not to be had.
-std::vector<int16_t> read_with_libsndfile(const std::string &path) {
-    if (!is_for_libsndfile(path)) return {};
-    std::vector<std::vector<int16_t>> channels = read_channels(path);
-    for (size_t i = 0; channels.size() > 1 && i < channels.front().size(); i++) {
-        int64_t sum = 0;
-        for (const auto &channel : channels) sum += channel[i];
-        channels.front()[i] = static_cast<int16_t>(sum / static_cast<int64_t>(channels.size()));
-    }
-    return std::move(channels.front());
 }
 
 #if !defined(__EMSCRIPTEN__)
@@ -122,52 +100,48 @@ private:
     pid_t child_ = -1;
 };
 
-// Empty where it may not be asked.
-std::vector<int16_t> read_with_ffmpeg(const read_request &request) {
+// Nothing where it may not be asked.
+zx_parley_samples_t read_with_ffmpeg(const read_request &request) {
     if (request.ffmpeg == ffmpeg_use::never) return {};
     const ffmpeg_process process(request.path);
-    std::vector<int16_t> result;
-    size_t bytes = 0;
-    for (;;) {
-        constexpr size_t BLOCK = size_t{1} << 16;
-        result.resize((bytes + BLOCK) / sizeof(int16_t) + 1);
-        const size_t got = process.read(reinterpret_cast<char *>(result.data()) + bytes, BLOCK);
-        if (got == 0) break;
-        bytes += got;
-        if (static_cast<int64_t>(bytes / sizeof(int16_t)) > request.most) break;  // told by the caller
+    sample_buffer samples;
+    std::vector<int16_t> block(1 << 15);
+    auto *bytes = reinterpret_cast<char *>(block.data());
+    size_t held = 0;  // bytes: a pipe may give half a sample
+    while (const size_t got = process.read(bytes + held, block.size() * sizeof(int16_t) - held)) {
+        held += got;
+        const size_t whole = held / sizeof(int16_t);
+        samples.append({block.data(), whole});
+        held %= sizeof(int16_t);
+        std::copy_n(bytes + whole * sizeof(int16_t), held, bytes);
+        if (static_cast<int64_t>(samples.count()) > request.most) refuse_length(request.path, request.most);
         if (request.progress && !request.progress(0))
             throw diarization_error(PARLEY_CANCELLED, request.path + ": was cancelled");
     }
-    result.resize(bytes / sizeof(int16_t));
-    return result;
+    return samples.release();
 }
 
 #else
 
-std::vector<int16_t> read_with_ffmpeg(const read_request &) {
+zx_parley_samples_t read_with_ffmpeg(const read_request &) {
     return {};
 }
 
 #endif
 
-std::string seconds_of(int64_t count) {
-    const int64_t tenths = (count * 10 + RATE / 2) / RATE;
-    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s";
-}
-
-// What others make of a file that the engine's own readers refuse; empty if nothing.
-std::vector<int16_t> read_with_others(const read_request &request, std::string *note) {
-    std::vector<int16_t> samples;
+// What others make of a file that the engine's own readers refuse; maybe nothing.
+zx_parley_samples_t read_with_others(const read_request &request, std::string *note) {
+    zx_parley_samples_t samples;
     try {
-        samples = read_with_libsndfile(request.path);
+        if (is_for_libsndfile(request.path)) samples = read_mixed(request.path, request.most);
     } catch (const diarization_error &) {
     }
     const char *reader = "libsndfile";
-    if (samples.empty()) {
+    if (samples.count == 0) {
         samples = read_with_ffmpeg(request);
         reader = "ffmpeg";
     }
-    if (!samples.empty())
+    if (samples.count > 0)
         add_note(note, std::string("read by ") + reader + ", since the own readers refuse the file");
     return samples;
 }
@@ -179,13 +153,15 @@ void settle_duration(const read_request &request, zx_parley_samples_t *samples, 
     const double media = samples->media_seconds, read = static_cast<double>(samples->count) / RATE;
     if (media <= 0 || std::abs(read - media) < std::max(1.0, 0.03 * media)) return;
     if (std::abs(read / 2 - media) < std::max(0.5, 0.03 * media)) {
-        *samples = owned_samples(resample(samples->pcm, samples->count, 2 * RATE, RATE));
+        sample_buffer halved;
+        halved.append(resample({samples->pcm, static_cast<size_t>(samples->count)}, 2 * RATE, RATE));
+        *samples = halved.release();
         add_note(note, "HE-AAC: taken at the decoder's rate, twice the one that the file names");
         return;
     }
-    const std::vector<int16_t> others = read_with_ffmpeg(request);
-    if (std::abs(static_cast<double>(others.size()) / RATE - media) < std::abs(read - media)) {
-        *samples = owned_samples(others);
+    zx_parley_samples_t others = read_with_ffmpeg(request);
+    if (std::abs(static_cast<double>(others.count) / RATE - media) < std::abs(read - media)) {
+        *samples = std::move(others);
         add_note(note, "read by ffmpeg, since the own reader finds another length than the file names");
     } else {
         add_note(note, "the file names a length of " + seconds_of(std::llround(media * RATE)) +
@@ -193,37 +169,52 @@ void settle_duration(const read_request &request, zx_parley_samples_t *samples, 
     }
 }
 
+// Where rate or channels change on the way the own readers would give noise.
+zx_parley_samples_t read_joined(const read_request &request, std::string *note) {
+    constexpr const char *WHAT = "joined from recordings of different rates or channels";
+    zx_parley_samples_t samples = read_with_ffmpeg(request);
+    if (samples.count == 0) {
+        throw diarization_error(PARLEY_INVALID,
+                                request.path + ": is " + WHAT + "; ffmpeg converts it: " + HOW_TO_CONVERT);
+    }
+    add_note(note, std::string(WHAT) + ": read by ffmpeg");
+    return samples;
+}
+
 }  // namespace
+
+int64_t longest_of(const parley_options &options) {
+    constexpr double ANY = static_cast<double>(INT32_MAX) / RATE;
+    return options.max_duration > 0 && options.max_duration < ANY ? std::llround(options.max_duration * RATE)
+                                                                  : INT32_MAX;
+}
 
 read_request::read_request(const std::string &file, const parley_options &options,
                            const progress_function &callback)
     : path(file),
       ffmpeg(static_cast<ffmpeg_use>(options.via_ffmpeg)),
-      most(options.max_duration > 0 && options.max_duration < static_cast<double>(INT32_MAX) / RATE
-               ? std::llround(options.max_duration * RATE)
-               : INT32_MAX),
+      most(longest_of(options)),
       progress(callback) {}
 
 zx_parley_samples_t read_any(engine *own, const read_request &request, std::string *note) {
     zx_parley_samples_t result;
-    if (request.ffmpeg == ffmpeg_use::at_once) result = owned_samples(read_with_ffmpeg(request));
+    if (request.ffmpeg == ffmpeg_use::at_once) result = read_with_ffmpeg(request);
+    if (result.count == 0 && changes_on_the_way(request.path)) result = read_joined(request, note);
     if (result.count == 0) {
         try {
             result = own->read(request.path, request.most, request.progress);
             if (result.count <= request.most) settle_duration(request, &result, note);
+            if (is_for_libsndfile(request.path)) add_note(note, note_on_mixing(request.path));
         } catch (const diarization_error &refusal) {
             if (refusal.status != PARLEY_INVALID && refusal.status != PARLEY_UNREADABLE) throw;
-            const std::vector<int16_t> samples = read_with_others(request, note);
-            result = samples.empty() ? own->read_what_is_there(request.path, request.progress)
-                                     : owned_samples(samples);
+            result = read_with_others(request, note);
+            if (result.count == 0) result = own->read_what_is_there(request.path, request.progress);
             if (result.count < ZX_PARLEY_FRAME_LENGTH) throw;
             if (refusal.status == PARLEY_UNREADABLE)
                 add_note(note,
                          "damaged or cut short: the first " + seconds_of(result.count) + " could be read");
         }
     }
-    if (result.count > request.most)
-        throw diarization_error(
-            PARLEY_INVALID, request.path + ": is longer than the " + seconds_of(request.most) + " allowed");
+    if (result.count > request.most) refuse_length(request.path, request.most);
     return result;
 }

@@ -11,6 +11,9 @@
 
 enum class ffmpeg_use : int32_t { where_needed, never, at_once };  // as `via_ffmpeg` counts them
 
+// Samples at the engine's rate that a recording may have.
+int64_t longest_of(const parley_options &options);
+
 // What to read and how. `most`: samples, beyond which a recording is refused.
 struct read_request {
     read_request(const std::string &file, const parley_options &options, const progress_function &callback);

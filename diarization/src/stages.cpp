@@ -71,16 +71,16 @@ parley_status parley_stage_change_speed(const int16_t *samples, int64_t num_samp
                                         int16_t **result, int64_t *num_result) {
     return guarded([&] {
         const int32_t rate = zx_sample_rate();
+        const std::span<const int16_t> given(samples, static_cast<size_t>(num_samples));
         const auto played = [&](double factor) { return static_cast<int32_t>(std::lround(rate * factor)); };
         if (speed >= 1) {
-            hand_out(resample(samples, num_samples, played(speed), rate), result, num_result);
+            hand_out(resample(given, played(speed), rate), result, num_result);
             return;
         }
         // The resampler converts downwards by any ratio but upwards only by two: slower speech is doubled
         // first.
-        const std::vector<int16_t> doubled = resample(samples, num_samples, rate, 2 * rate);
-        hand_out(resample(doubled.data(), static_cast<int64_t>(doubled.size()), played(2 * speed), rate),
-                 result, num_result);
+        const std::vector<int16_t> doubled = resample(given, rate, 2 * rate);
+        hand_out(resample(doubled, played(2 * speed), rate), result, num_result);
     });
 }
 

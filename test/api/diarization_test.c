@@ -63,9 +63,9 @@ int main(int argc, char **argv) {
            "an option by name");
     expect(parley_options_set(&options, "speakers", "two") == PARLEY_INVALID, "a value that makes no sense");
     expect(parley_options_set(&options, "no-such", "1") == PARLEY_INVALID, "an unknown option");
-    options.split_channels = 1;
+    options.channels = 1;
     expect(parley_options_check(&options) == PARLEY_INVALID, "options that contradict each other");
-    options.split_channels = 0;
+    options.channels = 0;
     expect(parley_diarize_file(diarizer, argv[2], &options, rising, &last, &result) == PARLEY_OK, "a file");
     expect(last > 0.9, "progress gets to the end");
     expect(result && parley_result_num_speakers(result) == 2, "as many speakers as asked for");

@@ -38,7 +38,9 @@ expect 0 '^parley 1\.0\.0$' '' --version
 # What people do wrong: the words say what is wrong and what helps; what the engine calls it shows with -v alone.
 head -c 1000 "$sample" >"$tmp/cut.wav"
 head -c 600 "$sample" >"$tmp/tiny.wav"
-mkdir -p "$tmp/empty" "$tmp/twice/a" "$tmp/twice/b"
+mkdir -p "$tmp/empty" "$tmp/twice/a" "$tmp/twice/b" "$tmp/with-notes"
+cp "$sample" "$tmp/with-notes"
+touch "$tmp/with-notes/notes.txt"
 cp "$sample" "$tmp/twice/a/x.wav"
 cp "$sample" "$tmp/twice/b/x.wav"
 printf '%s\n' "$tmp/twice/a/x.wav" '# a comment' "$tmp/twice/b/x.wav" >"$tmp/list"
@@ -156,6 +158,33 @@ FILES
     expect 0 '"duration": 2' '' -f json --via-ffmpeg always "$audio/wav_s16_mono_16000.wav"
 fi
 expect 1 '' 'is longer than the 10.0 s allowed' --max-duration 10 "$sample"
+expect 1 '' 'standard input: is more than the 65536 bytes allowed' --max-input 64K - <"$sample"
+expect 0 'speaker 1' 'left out: 1 file that by name is no audio, as .*notes.txt' "$tmp/with-notes"
+
+# Two channels that cancel each other, one that is silent, and files joined from others of another rate.
+if [ "$all_readers" ]; then
+    make() { ffmpeg -nostdin -v error -y -i "$sample" "$@"; }
+    make -af 'aeval=val(0)|-val(0):c=stereo' "$tmp/opposite.wav"
+    make -af 'aeval=val(0)|0:c=stereo' "$tmp/half.flac"
+    expect 0 '' 'cancel each other.*--channels loudest' "$tmp/opposite.wav"
+    expect 0 'speaker 1' 'one of the two channels is silent' "$tmp/half.flac"
+    for file in opposite.wav half.flac; do
+        expect 0 'speaker 1' '' --channels loudest "$tmp/$file"
+        cmp "$tmp/one" "$tmp/out" || { echo "$file: not as its loudest channel"; failures=$((failures + 1)); }
+        expect 1 '' 'is longer than the 10.0 s' --max-duration 10 --channels loudest "$tmp/$file"
+    done
+    for kind in mp3 ogg; do
+        make -ar 16000 "$tmp/first.$kind"
+        make -ar 32000 -ac 2 "$tmp/second.$kind"
+        cat "$tmp/first.$kind" "$tmp/first.$kind" >"$tmp/same.$kind"
+        cat "$tmp/first.$kind" "$tmp/second.$kind" >"$tmp/joined.$kind"
+        expect 0 '"duration": 13[0-9]' '' -f json "$tmp/same.$kind"
+        matches 'joined' "$tmp/out" && { echo "$kind: joined of the same"; failures=$((failures + 1)); }
+        expect 0 '"duration": 13[0-9]' '' -f json "$tmp/joined.$kind"
+        expect 0 'joined from recordings of different rates' '' -f json "$tmp/joined.$kind"
+        expect 1 '' 'is joined from .*ffmpeg -i' --via-ffmpeg never "$tmp/joined.$kind"
+    done
+fi
 
 # A speaker per channel: the first half of the sample on one, the second on the other, each leaking into the other.
 if [ "$all_readers" ]; then

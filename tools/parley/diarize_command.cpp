@@ -30,6 +30,7 @@ struct arguments {
     std::vector<std::string> files, manifests, formats;
     std::string model, output_dir, color = "auto";
     int jobs = 1;
+    uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
     parley_options options;
     std::deque<std::string> texts;  // which the options refer to
@@ -72,6 +73,9 @@ void define(CLI::App *app, arguments *a) {
         ->type_name("N");
     app->add_flag("--resume", a->resume, "leave out recordings whose files are there");
     define_options(app, a);
+    app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
+        ->transform(CLI::AsSizeValue(false).description(""))
+        ->type_name("BYTES");
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
@@ -184,7 +188,7 @@ private:
     // What goes to standard output; nothing with an output folder.
     std::string diarize(size_t worker, const recording_file &recording) {
         std::optional<spooled_stream> stream;
-        if (is_stream(recording.path)) stream.emplace(recording.path);
+        if (is_stream(recording.path)) stream.emplace(recording.path, a_.max_input);
         struct worker_progress {
             progress_line *line;
             size_t worker;
@@ -275,7 +279,12 @@ std::vector<const parley_format *> check_arguments(const arguments &a) {
 
 int run(arguments *a) {
     std::vector<const parley_format *> formats = check_arguments(*a);
-    const std::vector<recording_file> recordings = list_recordings(a->files, a->manifests);
+    left_out others;
+    const std::vector<recording_file> recordings = list_recordings(a->files, a->manifests, &others);
+    if (others.count > 0 && !a->quiet) {
+        std::fprintf(stderr, "parley: left out: %zu file%s that by name %s no audio, as %s\n", others.count,
+                     others.count == 1 ? "" : "s", others.count == 1 ? "is" : "are", others.example.c_str());
+    }
     if (recordings.empty()) throw std::runtime_error("there are no recordings in what was named");
     if (a->output_dir.empty() && recordings.size() > 1 && !formats.empty() &&
         traits_of(formats.front()).several == joined::not_at_all) {

@@ -21,12 +21,17 @@ namespace {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Copies until the source ends. False, with errno, on failure.
-bool copy(int from, int to) {
+// Copies until the source ends. False, with errno, on failure: EFBIG beyond `most` bytes.
+bool copy(int from, int to, uint64_t most) {
     char block[1 << 16];
-    for (;;) {
+    for (uint64_t all = 0;;) {
         const ssize_t got = read(from, block, sizeof(block));
         if (got <= 0) return got == 0;
+        all += static_cast<uint64_t>(got);
+        if (all > most) {
+            errno = EFBIG;
+            return false;
+        }
         for (ssize_t done = 0; done < got;) {
             const ssize_t written = write(to, block + done, static_cast<size_t>(got - done));
             if (written <= 0) return false;
@@ -69,20 +74,24 @@ bool is_stream(const std::string &path) {
            (stat(path.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)));
 }
 
-spooled_stream::spooled_stream(const std::string &path) {
+spooled_stream::spooled_stream(const std::string &path, uint64_t most) {
     std::string name = (std::filesystem::temp_directory_path() / "parley.XXXXXX").string();
     file_ = mkstemp(name.data());
     if (file_ < 0) fail(name);
     unlink(name.c_str());
     path_ = "/proc/self/fd/" + std::to_string(file_);
     const int source = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY);
-    const bool copied = source >= 0 && copy(source, file_);
+    const bool copied = source >= 0 && copy(source, file_, most);
     const int reason = errno;
     if (source > STDIN_FILENO) close(source);
     if (!copied) {
         close(file_);
         errno = reason;
-        fail(path == "-" ? "standard input" : path);
+        const std::string shown = path == "-" ? "standard input" : path;
+        if (reason == EFBIG)
+            throw std::runtime_error(shown + ": is more than the " + std::to_string(most) +
+                                     " bytes allowed (--max-input)");
+        fail(shown);
     }
 }
 

@@ -2,6 +2,7 @@
 #ifndef PARLEY_TOOL_FILES_H
 #define PARLEY_TOOL_FILES_H
 
+#include <cstdint>
 #include <string>
 
 namespace parley {
@@ -16,10 +17,10 @@ void write_atomically(const std::string &path, const std::string &content);
 bool is_stream(const std::string &path);
 
 // The rest of a stream as a file that has no name any more, so that nothing stays behind whatever happens.
-// Throws std::system_error.
+// Throws std::system_error, and std::runtime_error for one of more than `most` bytes.
 class spooled_stream {
 public:
-    explicit spooled_stream(const std::string &path);
+    spooled_stream(const std::string &path, uint64_t most);
     ~spooled_stream();
     spooled_stream(const spooled_stream &) = delete;
     spooled_stream &operator=(const spooled_stream &) = delete;

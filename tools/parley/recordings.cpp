@@ -28,13 +28,18 @@ bool looks_like_audio(const fs::path &path) {
     return std::ranges::find(KNOWN, extension) != KNOWN.end();
 }
 
-void add_folder(const fs::path &folder, std::vector<recording_file> *list) {
+void add_folder(const fs::path &folder, std::vector<recording_file> *list, left_out *others) {
     std::error_code error;
     std::vector<fs::path> found;
     for (auto entry =
              fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, error);
          !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-        if (looks_like_audio(entry->path()) && entry->is_regular_file(error)) found.push_back(entry->path());
+        if (!entry->is_regular_file(error)) continue;
+        if (looks_like_audio(entry->path())) {
+            found.push_back(entry->path());
+        } else if (others->count++ == 0) {
+            others->example = entry->path().string();
+        }
     }
     if (error) throw std::runtime_error(folder.string() + ": " + error.message());
     std::ranges::sort(found);
@@ -42,19 +47,19 @@ void add_folder(const fs::path &folder, std::vector<recording_file> *list) {
         list->push_back({path.string(), path.lexically_relative(folder).replace_extension().string()});
 }
 
-void add(const std::string &argument, std::vector<recording_file> *list) {
+void add(const std::string &argument, std::vector<recording_file> *list, left_out *others) {
     std::error_code error;
     if (argument == "-") {
         list->push_back({"-", "stdin"});
     } else if (fs::is_directory(argument, error)) {
-        add_folder(argument, list);
+        add_folder(argument, list, others);
     } else if (!fs::exists(argument, error) && argument.find_first_of("*?[") != std::string::npos) {
         glob_t matches{};
         const int status = glob(argument.c_str(), 0, nullptr, &matches);
         const std::vector<std::string> paths(matches.gl_pathv, matches.gl_pathv + matches.gl_pathc);
         globfree(&matches);
         if (status != 0) throw std::runtime_error(argument + ": nothing matches");
-        for (const std::string &path : paths) add(path, list);
+        for (const std::string &path : paths) add(path, list, others);
     } else {
         list->push_back({argument, fs::path(argument).stem().string()});
     }
@@ -63,15 +68,15 @@ void add(const std::string &argument, std::vector<recording_file> *list) {
 }  // namespace
 
 std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
-                                            const std::vector<std::string> &manifests) {
+                                            const std::vector<std::string> &manifests, left_out *others) {
     std::vector<recording_file> list;
-    for (const std::string &argument : arguments) add(argument, &list);
+    for (const std::string &argument : arguments) add(argument, &list, others);
     for (const std::string &manifest : manifests) {
         if (fs::is_directory(manifest)) throw std::runtime_error(manifest + ": is a folder, not a list");
         std::istringstream file(read_text(manifest));
         for (std::string line; std::getline(file, line);) {
             while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
-            if (!line.empty() && line[0] != '#') add(line, &list);
+            if (!line.empty() && line[0] != '#') add(line, &list, others);
         }
     }
     std::map<std::string, int> uses;

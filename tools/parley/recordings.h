@@ -7,6 +7,12 @@
 
 namespace parley {
 
+// What of folders was left out since its name does not look like audio.
+struct left_out {
+    size_t count = 0;
+    std::string example;
+};
+
 struct recording_file {
     std::string path;
     std::string
@@ -18,7 +24,7 @@ struct recording_file {
 // name keep their extensions. Throws std::runtime_error for a folder or manifest that cannot be read and a
 // pattern that matches nothing.
 std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
-                                            const std::vector<std::string> &manifests);
+                                            const std::vector<std::string> &manifests, left_out *others);
 
 // Throws std::runtime_error where two recordings would be written to the same files.
 void check_outputs(const std::vector<recording_file> &recordings);

@@ -39,9 +39,14 @@ int64_t file_length(FILE *file) {
     return fseeko(file, position, SEEK_SET) == 0 ? length : -1;
 }
 
+// What boxes without media may take of memory. A list of brands is a few dozen bytes; the tables of 2^31 samples
+// at 16 kHz in frames of 10 ms stay below 256 MiB.
+constexpr uint64_t LARGEST_FTYP = uint64_t{1} << 20, LARGEST_TABLES = uint64_t{1} << 28;
+
 // Reads the box of `size` bytes at the position of a file of `length` bytes. ZX_STATUS_IO_ERROR when the file
-// does not hold it: found out before memory is taken for it.
-zx_status_t read_box(FILE *file, int64_t length, uint64_t size, zx_heap_ptr<uint8_t> *box) {
+// does not hold it, ZX_STATUS_INVALID_ARGUMENT beyond `largest`: found out before memory is taken for it.
+zx_status_t read_box(FILE *file, int64_t length, uint64_t size, uint64_t largest, zx_heap_ptr<uint8_t> *box) {
+    if (size > largest) return ZX_STATUS_INVALID_ARGUMENT;
     const off_t position = ftello(file);
     if (position < 0 || length < position || size > static_cast<uint64_t>(length - position)) {
         return ZX_STATUS_IO_ERROR;
@@ -74,7 +79,8 @@ bool zx_container_isobmff_is_compatible_file(const char *path) {
         return false;
     }
     zx_heap_ptr<uint8_t> box;
-    if (read_box(file.get(), file_length(file.get()), size, &box) != ZX_STATUS_SUCCESS) return false;
+    if (read_box(file.get(), file_length(file.get()), size, LARGEST_FTYP, &box) != ZX_STATUS_SUCCESS)
+        return false;
     zx_container_isobmff_ftyp_box_t *parsed = nullptr;
     if (size < 8 || zx_container_isobmff_ftyp_box_init(box.get(), &parsed) != ZX_STATUS_SUCCESS) return true;
     const zx_owned<zx_container_isobmff_ftyp_box_t, zx_container_isobmff_ftyp_box_delete> ftyp(parsed);
@@ -136,7 +142,7 @@ zx_status_t zx_container_isobmff_read_metadata_boxes(FILE *file, boxes_t **metad
         const bool is_moov = std::strcmp(type, "moov") == 0;
         if (is_moov || std::strcmp(type, "moof") == 0) {
             zx_heap_ptr<uint8_t> box;
-            zx_status_t status = read_box(file, length, size, &box);
+            zx_status_t status = read_box(file, length, size, LARGEST_TABLES, &box);
             if (status != ZX_STATUS_SUCCESS) return status;
             status = is_moov ? add_moov(box.get(), boxes.get())
                              : add_moof(box.get(), static_cast<uint64_t>(position), boxes.get());

@@ -1,5 +1,9 @@
 #include "zx_container_isobmff.h"
 
+#include <sys/resource.h>
+
+#include <filesystem>
+
 #include "mp4_builder.h"
 #include "support.h"
 
@@ -129,6 +133,21 @@ TEST_F(zx_container_isobmff, tables_that_disagree_are_refused) {
         amr_file_builder file;
         row.apply(file);
         open(file.bytes(), ZX_STATUS_INVALID_ARGUMENT);
+    }
+}
+
+TEST_F(zx_container_isobmff, boxes_without_media_do_not_take_the_memory_they_claim) {
+    for (const char *type : {"ftyp", "moov"}) {
+        const std::string brands = std::strcmp(type, "moov") == 0 ? box("ftyp", "isom" + be32(0)) : "";
+        const temporary_file file(brands + be32(0xC0000000) + type + "isom" + be32(0));
+        std::filesystem::resize_file(file.path(),
+                                     uint64_t{3} << 30 | 4096);  // holes take no room on the disk
+        void *reader = nullptr;
+        EXPECT_EQ(zx_container_isobmff_init(file.path(), &reader), ZX_STATUS_INVALID_ARGUMENT) << type;
+        EXPECT_EQ(zx_container_isobmff_is_compatible_file(file.path()), !brands.empty()) << type;
+        rusage used;
+        getrusage(RUSAGE_SELF, &used);
+        EXPECT_LT(used.ru_maxrss, 1 << 20) << type;  // KiB
     }
 }
 

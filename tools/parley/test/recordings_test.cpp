@@ -28,17 +28,22 @@ protected:
     void TearDown() override { fs::remove_all(folder_); }
 
     std::vector<std::string> outputs(const std::vector<std::string> &arguments,
-                                     const std::vector<std::string> &manifests = {}) const {
+                                     const std::vector<std::string> &manifests = {}) {
+        others_ = {};
         std::vector<std::string> names;
-        for (const recording_file &r : list_recordings(arguments, manifests)) names.push_back(r.output);
+        for (const recording_file &r : list_recordings(arguments, manifests, &others_))
+            names.push_back(r.output);
         return names;
     }
 
     fs::path folder_;
+    left_out others_;
 };
 
 TEST_F(batch, folders_are_searched_and_their_shape_kept) {
     EXPECT_THAT(outputs({folder_}), testing::ElementsAre("a", "b", "deep/b", "deep/er/c"));
+    EXPECT_EQ(others_.count, 1U);
+    EXPECT_EQ(others_.example, folder_ / "notes.txt");
 }
 
 TEST_F(batch, files_patterns_and_manifests_mix) {

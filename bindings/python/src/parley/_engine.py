@@ -104,7 +104,7 @@ class Diarizer:
         merge_gap, min_duration, pad: seconds: a speaker's segments that close are joined, shorter ones dropped, all
             lengthened where there is room.
         names, speaker_prefix: of the first speakers heard; before the number of the others.
-        channels: "mix", or "split", where each is a speaker.
+        channels: "mix", "split", where each is a speaker, or "loudest", where that one alone is heard.
         refine: frames go, once more, to the nearest of the speakers found.
         confidence, embeddings: whether formats tell these; the answer has them anyway.
         sensitivity: how much is taken for speech, from 0 to 1 (0.5).
