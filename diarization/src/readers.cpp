@@ -151,7 +151,7 @@ zx_parley_samples_t read_with_others(const read_request &request, std::string *n
 // long.
 void settle_duration(const read_request &request, zx_parley_samples_t *samples, std::string *note) {
     const double media = samples->media_seconds, read = static_cast<double>(samples->count) / RATE;
-    if (media <= 0 || std::abs(read - media) < std::max(1.0, 0.03 * media)) return;
+    if (media <= 0 || std::abs(read - media) < std::max(0.25, 0.03 * media)) return;
     if (std::abs(read / 2 - media) < std::max(0.5, 0.03 * media)) {
         sample_buffer halved;
         halved.append(resample({samples->pcm, static_cast<size_t>(samples->count)}, 2 * RATE, RATE));
