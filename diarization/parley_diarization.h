@@ -194,6 +194,15 @@ PARLEY_API const char *parley_result_note(const parley_result *result);
 /* Gives the recording another path, from which formats take its name: for copies in temporary files. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_rename(parley_result *result, const char *path);
 
+/* Pages hold sound files of up to `embedded` bytes themselves (negative: 64 MiB) and refer to larger ones by
+ * `url`; with "" they are silent and say so. Until this is called: 64 MiB, and the file's name. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_link_audio(parley_result *result, const char *url,
+                                                                 int64_t embedded);
+
+/* A path as pages and other documents refer to it: every character encoded that means something in a URL. Into
+ * a new block, released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_url_of_path(const char *path, char **url);
+
 /* ---- Writing */
 
 typedef struct {
@@ -242,12 +251,18 @@ typedef struct {
 } parley_turn;
 
 /* A transcript (JSON of Whisper, whisper.cpp, WhisperX or Vosk, Whisper's TSV, WebVTT, SRT or CTM) with a
- * speaker for every word or caption, in the format it has: into a new block, released with parley_free. Turns
- * count as far as `reach` seconds away.
+ * speaker for every word or caption; what has text ends where the speaker changes. `format`: null for the one
+ * it has, or "text", "markdown", "srt", "vtt", "json". Into a new block, released with parley_free. Turns count
+ * as far as `reach` seconds away.
  * PARLEY_INVALID with the line for what is none of them. */
 PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, size_t size,
                                                       const parley_turn *turns, int32_t num_turns,
-                                                      double reach, char **text, size_t *text_size);
+                                                      double reach, const char *format, char **text,
+                                                      size_t *text_size);
+
+/* Adds such a transcript to an answer, whose pages show it then. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_add_words(parley_result *result, const char *transcript,
+                                                                size_t size, double reach);
 
 /* The turns of an RTTM text about one recording, one block released with parley_free; messages say `name`. */
 PARLEY_API PARLEY_CHECKED parley_status parley_read_rttm(const char *text, size_t size, const char *name,

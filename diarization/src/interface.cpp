@@ -15,6 +15,7 @@
 #include "errors.h"
 #include "formats.h"
 #include "guarded.h"
+#include "media.h"
 #include "options.h"
 #include "rttm.h"
 #include "score.h"
@@ -260,7 +261,39 @@ const char *parley_result_note(const parley_result *result) {
 parley_status parley_result_rename(parley_result *result, const char *path) {
     return guarded([&] {
         require(result && path, "a result or its path is missing");
+        if (result->inner.file.empty()) result->inner.file = result->inner.path;
         name_recording(path, &result->inner);
+    });
+}
+
+parley_status parley_result_add_words(parley_result *result, const char *transcript, size_t size,
+                                      double reach) {
+    return guarded([&] {
+        require(result && transcript, "a result or a transcript is missing");
+        diarization &inner = result->inner;
+        std::vector<turn> turns;
+        for (const segment &s : inner.segments)
+            turns.push_back({s.start, s.end, inner.speakers[static_cast<size_t>(s.speaker)].name});
+        try {
+            inner.words = read_words(std::string(transcript, size), speakers_over_time(turns, reach));
+        } catch (const std::runtime_error &error) {
+            throw diarization_error(PARLEY_INVALID, error.what());
+        }
+    });
+}
+
+parley_status parley_result_link_audio(parley_result *result, const char *url, int64_t embedded) {
+    return guarded([&] {
+        require(result && url, "a result or a URL is missing");
+        result->inner.sound = url;
+        if (embedded >= 0) result->inner.most_embedded = embedded;
+    });
+}
+
+parley_status parley_url_of_path(const char *path, char **url) {
+    return guarded([&] {
+        require(path && url, "a path or the place for the URL is missing");
+        *url = copied(url_of_path(path));
     });
 }
 
@@ -304,14 +337,17 @@ const char *parley_color(int32_t speaker) {
 }
 
 parley_status parley_assign(const char *transcript, size_t size, const parley_turn *turns, int32_t num_turns,
-                            double reach, char **text, size_t *text_size) {
+                            double reach, const char *format, char **text, size_t *text_size) {
     return guarded([&] {
         require(transcript && (turns || num_turns == 0) && text,
                 "a transcript, turns or the place for the text is missing");
         *text = nullptr;
         std::string result;
         try {
-            result = assign_speakers(std::string(transcript, size), turns_of(turns, num_turns), reach);
+            const speakers_over_time speakers(turns_of(turns, num_turns), reach);
+            const std::string given(transcript, size);
+            result =
+                format ? write_words(read_words(given, speakers), format) : assign_speakers(given, speakers);
         } catch (const std::runtime_error &error) {
             throw diarization_error(PARLEY_INVALID, error.what());
         }

@@ -94,8 +94,8 @@ public:
 
 private:
     static constexpr const char *FORMATS =
-        "aac,ac3,aiff,amr,amrnb,amrwb,ape,asf,au,avi,caf,eac3,flac,flv,gsm,loas,matroska,mov,mp3,mpeg,mpegts,"
-        "ogg,tta,w64,wav,wv";
+        "aac,ac3,aiff,amr,amrnb,amrwb,ape,asf,au,avi,caf,dts,eac3,flac,flv,gsm,loas,matroska,mov,mp3,mpeg,"
+        "mpegts,ogg,rm,truehd,tta,voc,w64,wav,wv";
     int output_ = -1;
     pid_t child_ = -1;
 };

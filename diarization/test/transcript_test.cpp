@@ -7,7 +7,8 @@
 
 namespace {
 
-const std::vector<turn> TURNS = {{0, 2, "Ann"}, {2, 5, "Bob"}, {4, 6, "Ann"}};
+const std::vector<turn> TURN_LIST = {{0, 2, "Ann"}, {2, 5, "Bob"}, {4, 6, "Ann"}};
+const speakers_over_time TURNS(TURN_LIST, 1);
 
 TEST(transcript, longest_speaker_wins_and_the_nearest_stands_in) {
     const struct {
@@ -15,8 +16,8 @@ TEST(transcript, longest_speaker_wins_and_the_nearest_stands_in) {
         const char *speaker;
     } cases[] = {{0.5, 1, "Ann"}, {1.5, 4, "Bob"}, {3.9, 5.5, "Ann"},
                  {6.5, 7, "Ann"}, {7.5, 8, ""},    {3, 3, "Bob"}};
-    for (const auto &c : cases) EXPECT_EQ(speaker_at(TURNS, c.start, c.end, 1), c.speaker) << c.start;
-    EXPECT_EQ(speaker_at({}, 0, 1, 100), "");
+    for (const auto &c : cases) EXPECT_EQ(TURNS.at(c.start, c.end), c.speaker) << c.start;
+    EXPECT_EQ(speakers_over_time({}, 100).at(0, 1), "");
 }
 
 TEST(transcript, json_words_outvote_their_segment) {
@@ -24,48 +25,111 @@ TEST(transcript, json_words_outvote_their_segment) {
         R"({"text": "x", "segments": [{"id": 7, "start": 0, "end": 6, "words": [
             {"word": "a", "start": 0, "end": 1.9}, {"word": "b", "start": 2, "end": 2.5}, {"word": "?"}]},
             {"start": 20, "end": 21, "words": []}]})",
-        TURNS, 1));
+        TURNS));
     EXPECT_EQ(json["segments"][0]["speaker"], "Ann");  // though Bob speaks longest in all of it
     EXPECT_EQ(json["segments"][0]["id"], 7);
     EXPECT_EQ(json["segments"][0]["words"][1]["speaker"], "Bob");
     EXPECT_EQ(json["segments"][0]["words"][2]["speaker"], "Bob");  // without times: as the one before
     EXPECT_TRUE(json["segments"][1]["speaker"].is_null());
-    EXPECT_EQ(nlohmann::json::parse(assign_speakers(R"([{"start": 0, "end": 1}])", TURNS, 1))[0]["speaker"],
+    EXPECT_EQ(nlohmann::json::parse(assign_speakers(R"([{"start": 0, "end": 1}])", TURNS))[0]["speaker"],
               "Ann");
 }
 
 TEST(transcript, milliseconds_are_known_where_they_stand) {
     const auto json = nlohmann::json::parse(assign_speakers(
-        R"({"transcription": [{"offsets": {"from": 2500, "to": 3000}, "text": "x"}]})", TURNS, 1));
+        R"({"transcription": [{"offsets": {"from": 2500, "to": 3000}, "text": "x"}]})", TURNS));
     EXPECT_EQ(json["transcription"][0]["speaker"], "Bob");
-    EXPECT_EQ(assign_speakers("start\tend\ttext\n500\t1000\tHi there\n2500\t3000\tyou\n", TURNS, 1),
+    EXPECT_EQ(assign_speakers("start\tend\ttext\n500\t1000\tHi there\n2500\t3000\tyou\n", TURNS),
               "start\tend\ttext\tspeaker\n500\t1000\tHi there\tAnn\n2500\t3000\tyou\tBob\n");
 }
 
 TEST(transcript, captions_keep_all_but_the_speaker) {
     EXPECT_EQ(assign_speakers("WEBVTT\n\nNOTE --> x\n\n1\n00:00.500 --> 00:01.000 align:left\nHi\nthere\n\n"
                               "00:02.500 --> 00:03.000\n<v Zoe>Me\n",
-                              TURNS, 1),
+                              TURNS),
               "WEBVTT\n\nNOTE --> x\n\n1\n00:00.500 --> 00:01.000 align:left\n<v Ann>Hi\nthere\n\n"
               "00:02.500 --> 00:03.000\n<v Zoe>Me\n");
     EXPECT_EQ(
         assign_speakers(
             "1\r\n00:00:02,500 --> 00:00:03,000\r\nHi\r\n\r\n2\r\n00:01:00,000 --> 00:01:01,000\r\nlate",
-            TURNS, 1),
+            TURNS),
         "1\r\n00:00:02,500 --> 00:00:03,000\r\nBob: Hi\r\n\r\n2\r\n00:01:00,000 --> 00:01:01,000\r\nlate");
+}
+
+TEST(transcript, what_has_text_ends_where_the_speaker_changes) {
+    // Six words of four letters over [0, 6]: Ann to 2 s, Bob to 5 s, Ann again from 4 s.
+    const std::string text = "that were what said then they";
+    EXPECT_EQ(assign_speakers(
+                  "7\n00:00:00,000 --> 00:00:06,000\n" + text + "\n\n8\n00:00:05,500 --> 00:00:06,000\nyes\n",
+                  TURNS),
+              "7\n00:00:00,000 --> 00:00:02,000\nAnn: that were\n\n8\n00:00:02,000 --> 00:00:04,000\nBob: "
+              "what said\n\n9\n00:00:04,000 --> 00:00:06,000\nAnn: then they\n\n10\n00:00:05,500 --> "
+              "00:00:06,000\nAnn: yes\n");
+    EXPECT_EQ(assign_speakers(
+                  "WEBVTT\n\na\n00:00.000 --> 00:06.000 align:left\nthat <i>were</i>\nwhat said then they\n",
+                  TURNS),
+              "WEBVTT\n\na\n00:00:00.000 --> 00:00:02.000 align:left\n<v Ann>that were\n\n00:00:02.000 --> "
+              "00:00:04.000 align:left\n<v Bob>what said\n\n00:00:04.000 --> 00:00:06.000 "
+              "align:left\n<v Ann>then they\n");
+    const auto plain = nlohmann::json::parse(assign_speakers(
+        R"({"segments": [{"id": 1, "start": 0, "end": 6, "text": ")" + text + R"("}]})", TURNS))["segments"];
+    ASSERT_EQ(plain.size(), 3U);
+    EXPECT_EQ(plain[1]["text"], "what said");
+    EXPECT_EQ(plain[1]["speaker"], "Bob");
+    EXPECT_EQ(plain[2]["end"], 6);
+    // With words their own times count; a short word between is not split off.
+    const auto timed = nlohmann::json::parse(assign_speakers(
+        R"({"segments": [{"start": 0, "end": 6, "text": " we said it", "words": [
+            {"word": " we", "start": 0.1, "end": 1}, {"word": " uh", "start": 2.1, "end": 2.3},
+            {"word": " said", "start": 1, "end": 1.9}, {"word": " it", "start": 2.5, "end": 3.9}]}]})",
+        TURNS))["segments"];
+    ASSERT_EQ(timed.size(), 2U);
+    EXPECT_EQ(timed[0]["text"], " we uh said");
+    EXPECT_EQ(timed[0]["words"].size(), 3U);
+    EXPECT_EQ(timed[1]["start"], 2.5);
+}
+
+TEST(transcript, any_of_them_can_be_written_for_reading) {
+    const char *const given[] = {
+        R"({"segments": [{"start": 0, "end": 1, "text": "Oh & no"}, {"start": 2.5, "end": 3.5, "text": "Yes"}]})",
+        R"({"transcription": [{"offsets": {"from": 0, "to": 1000}, "text": " Oh & no"}, {"offsets": {"from": 2500, "to": 3500}, "text": " Yes"}]})",
+        R"({"result": [{"start": 0, "end": 0.3, "word": "Oh"}, {"start": 0.3, "end": 0.5, "word": "&"},
+                       {"start": 0.5, "end": 1, "word": "no"}, {"start": 2.5, "end": 3.5, "word": "Yes"}], "text": "x"})",
+        "WEBVTT\n\n00:00.000 --> 00:01.000\nOh & no\n\n00:02.500 --> 00:03.500\nYes\n",
+        "1\n00:00:00,000 --> 00:00:01,000\nOh & no\n\n2\n00:00:02,500 --> 00:00:03,500\nYes\n",
+        "start\tend\ttext\n0\t1000\tOh & no\n2500\t3500\tYes\n",
+        "x 1 0 0.3 Oh\nx 1 0.3 0.2 &\nx 1 0.5 0.5 no\nx 1 2.5 1 Yes\n"};
+    for (const char *text : given) {
+        const auto words = read_words(text, TURNS);
+        EXPECT_EQ(write_words(words, "text"), "Ann (0:00): Oh & no\n\nBob (0:02): Yes\n") << text;
+        EXPECT_EQ(write_words(words, "markdown"), "**Ann** 0:00  \nOh & no\n\n**Bob** 0:02  \nYes\n") << text;
+        EXPECT_EQ(write_words(words, "vtt"),
+                  "WEBVTT\n\n00:00:00.000 --> 00:00:01.000\n<v Ann>Oh &amp; no\n\n"
+                  "00:00:02.500 --> 00:00:03.500\n<v Bob>Yes\n")
+            << text;
+        EXPECT_EQ(write_words(words, "srt"),
+                  "1\n00:00:00,000 --> 00:00:01,000\nAnn: Oh & no\n\n"
+                  "2\n00:00:02,500 --> 00:00:03,500\nBob: Yes\n\n")
+            << text;
+        const auto json = nlohmann::json::parse(write_words(words, "json"))["segments"];
+        ASSERT_EQ(json.size(), 2U);
+        EXPECT_EQ(json[0]["text"], "Oh & no");
+        EXPECT_EQ(json[0]["words"].size(), 3U);
+        EXPECT_EQ(json[1]["speaker"], "Bob");
+    }
+    EXPECT_THROW(write_words({}, "docx"), std::runtime_error);
 }
 
 TEST(transcript, ctm_gets_type_and_speaker) {
     EXPECT_EQ(
-        assign_speakers(";; note\nx 1 0.5 0.2 hi\nx 1 2.5 0.2 you 0.9\nx 1 90 1 late 0.5 lex old\n", TURNS,
-                        1),
+        assign_speakers(";; note\nx 1 0.5 0.2 hi\nx 1 2.5 0.2 you 0.9\nx 1 90 1 late 0.5 lex old\n", TURNS),
         ";; note\nx 1 0.5 0.2 hi NA lex Ann\nx 1 2.5 0.2 you 0.9 lex Bob\nx 1 90 1 late 0.5 lex unknown\n");
 }
 
 TEST(transcript, what_is_no_transcript_is_refused) {
     for (const char *text : {"", " \n", "{\"start\": ", "hello world\n", "x 1 a 0.5 hi\n", "x 1 0.5\n",
                              "{\"text\": \"x\"}", "start\tend\ttext\nx\ty\tz\n"})
-        EXPECT_THROW(assign_speakers(text, TURNS, 1), std::runtime_error) << text;
+        EXPECT_THROW(assign_speakers(text, TURNS), std::runtime_error) << text;
 }
 
 }  // namespace

@@ -40,14 +40,27 @@ class Browser:
     def run(self, script, *arguments):
         return self.send("POST", self.session + "/execute/sync", {"script": script, "args": list(arguments)})
 
-    def key(self, key):
-        actions = [{"type": "keyDown", "value": key}, {"type": "keyUp", "value": key}]
-        self.send("POST", self.session + "/actions", {"actions": [{"type": "key", "id": "k", "actions": actions}]})
+    def run_async(self, script):
+        """The script calls its last argument with what it returns."""
+        return self.send("POST", self.session + "/execute/async", {"script": script, "args": []})
+
+    def act(self, kind, *actions):
+        self.send("POST", self.session + "/actions", {"actions": [{"type": kind, "id": kind, "actions": actions}]})
+
+    def key(self, key, held=""):
+        down, up = ([{"type": type, "value": k} for k in (*held, key)] for type in ("keyDown", "keyUp"))
+        self.act("key", *down, *reversed(up))
 
     def click(self, x, y):
-        actions = [{"type": "pointerMove", "x": int(x), "y": int(y)}, {"type": "pointerDown", "button": 0},
-                   {"type": "pointerUp", "button": 0}]
-        self.send("POST", self.session + "/actions", {"actions": [{"type": "pointer", "id": "p", "actions": actions}]})
+        self.drag(x, y)
+
+    def drag(self, x, y, *to):
+        moves = [{"type": "pointerMove", "x": int(to[0]), "y": int(to[1]), "duration": 100}] if to else []
+        self.act("pointer", {"type": "pointerMove", "x": int(x), "y": int(y)}, {"type": "pointerDown", "button": 0}, *moves,
+                 {"type": "pointerUp", "button": 0})
+
+    def wheel(self, x, y, by):
+        self.act("wheel", {"type": "scroll", "x": int(x), "y": int(y), "deltaX": 0, "deltaY": by})
 
     def resize(self, width, height):
         self.send("POST", self.session + "/window/rect", {"width": width, "height": height})

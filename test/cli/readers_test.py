@@ -4,6 +4,7 @@
 All formats must agree with each other. A reader that is not installed is named and its format left out."""
 
 import csv
+import datetime
 import json
 import shutil
 import subprocess
@@ -23,7 +24,13 @@ try:
 except ImportError:
     Image = None
 
-PARLEY, AUDIO = sys.argv[1:3]
+try:
+    import jsonschema
+except ImportError:
+    jsonschema = None
+
+PARLEY, AUDIO = (str(Path(p).resolve()) for p in sys.argv[1:3])
+SCHEMAS = Path(__file__).resolve().parents[2] / "docs/schema"
 FORMATS = "json,csv,vtt,srt,audacity,textgrid,eaf,ctm,uem,rttm,html,text,table" + (",svg,png" if "png" in subprocess.run(
     [PARLEY, "--help"], capture_output=True, text=True).stdout else "")
 
@@ -60,6 +67,22 @@ class Readers(unittest.TestCase):
             own = sum(s["end"] - s["start"] for s in self.json["segments"] if s["speaker"] == speaker["name"])
             self.assertAlmostEqual(own, speaker["seconds"], delta=0.05)
         self.assertTrue(all(0 <= s["confidence"] <= 1 for s in self.json["segments"]))
+
+    @unittest.skipUnless(jsonschema, "python3-jsonschema is not installed")
+    def test_json_and_csv_are_as_their_schemas_say(self):
+        check = lambda value, name: jsonschema.validate(value, json.loads((SCHEMAS / name).read_text()))
+        check(self.json, "diarization.schema.json")
+        lines = subprocess.run([PARLEY, "-f", "jsonl", "--embeddings", "-n", "40", AUDIO], check=True, stdout=subprocess.PIPE).stdout
+        check(json.loads(lines), "diarization.schema.json")  # with embeddings and a note
+        words = self.folder / "words.srt"
+        words.write_text("1\n00:00:01,000 --> 00:00:09,000\nSome words that two people say\n")
+        said = subprocess.run([PARLEY, "assign", "-f", "json", "--words", words, AUDIO], check=True, stdout=subprocess.PIPE).stdout
+        check(json.loads(said), "transcript.schema.json")
+        with self.assertRaises(jsonschema.ValidationError):
+            check({**self.json, "segments": [{"start": -1, "end": 0, "speaker": "x"}]}, "diarization.schema.json")
+        columns = json.loads((SCHEMAS / "segments.csv-metadata.json").read_text())["tableSchema"]["columns"]
+        with open(self.file(".csv"), newline="") as file:
+            self.assertEqual(next(csv.reader(file)), [c["name"] for c in columns])
 
     def test_csv(self):
         with open(self.file(".csv"), newline="") as file:
@@ -112,6 +135,10 @@ endfor
             for a in tier.iter("ALIGNABLE_ANNOTATION"):
                 found.append((at[a.get("TIME_SLOT_REF1")] / 1000, at[a.get("TIME_SLOT_REF2")] / 1000, tier.get("TIER_ID")))
         self.assert_same(found)
+        media = root.find("HEADER/MEDIA_DESCRIPTOR")
+        self.assertEqual(media.get("MEDIA_URL"), Path(AUDIO).resolve().as_uri())
+        self.assertEqual((media.get("MIME_TYPE"), media.get("RELATIVE_MEDIA_URL")), ("audio/wav", "./" + Path(AUDIO).name))
+        datetime.datetime.fromisoformat(root.get("DATE"))
 
     def test_nist_files(self):
         nist = lambda name: "_".join(name.split())

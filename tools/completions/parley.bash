@@ -8,16 +8,17 @@ _parley() {
         compopt -o nospace
         return ;;
     --channels) COMPREPLY=($(compgen -W "mix split loudest" -- "$current")); return ;;
+    --audio) COMPREPLY=($(compgen -W "auto embed link copy none" -- "$current")); return ;;
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     --via-ffmpeg) COMPREPLY=($(compgen -W "auto never always" -- "$current")); return ;;
     --output-dir | -o) COMPREPLY=($(compgen -d -- "$current")); return ;;
     --manifest | --model | --uem | --words | -m) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--help --version --manifest --format --output-dir --jobs --resume --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --max-input --model --color --quiet --verbose"
+        local options="--help --version --manifest --format --output-dir --jobs --audio --resume --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --max-input --model --color --quiet --verbose"
         case $command in
         score) options="--help --collar --skip-overlap --uem --each" ;;
-        assign) options="--help --words --reach --speakers --names --model" ;;
+        assign) options="--help --words --format --reach --speakers --names --model" ;;
         match) options="--help --threshold" ;;
         esac
         COMPREPLY=($(compgen -W "$options" -- "$current"))

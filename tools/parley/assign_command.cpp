@@ -15,15 +15,14 @@ namespace parley {
 namespace {
 
 struct arguments {
-    std::string words, source, model, names;
+    std::string words, source, model, names, format;
     double reach = 1.0;
     int speakers = 0;
 };
 
 using turns_ptr = std::unique_ptr<parley_turn, releaser<parley_free>>;
 
-// The turns of a recording, which is diarized; `result` keeps their names.
-std::vector<parley_turn> diarize(const arguments &a, result_ptr *result) {
+result_ptr diarize(const arguments &a) {
     parley_options options;
     parley_options_init(&options);
     options.min_speakers = options.max_speakers = a.speakers;
@@ -31,13 +30,21 @@ std::vector<parley_turn> diarize(const arguments &a, result_ptr *result) {
     const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
     parley_result *made = nullptr;
     check(parley_diarize_file(diarizer.get(), a.source.c_str(), &options, nullptr, nullptr, &made));
-    result->reset(made);
+    return result_ptr(made);
+}
+
+// Whose names the answer keeps.
+std::vector<parley_turn> turns_of(const parley_result *result) {
     std::vector<parley_turn> turns;
-    for (int32_t i = 0; i < parley_result_num_segments(made); i++) {
-        const parley_segment s = parley_result_segment(made, i);
-        turns.push_back({s.start, s.end, parley_result_speaker(made, s.speaker).name});
+    for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
+        const parley_segment s = parley_result_segment(result, i);
+        turns.push_back({s.start, s.end, parley_result_speaker(result, s.speaker).name});
     }
     return turns;
+}
+
+void check_words(parley_status status, const std::string &words) {
+    if (status != PARLEY_OK) throw std::runtime_error(words + ": " + parley_message());
 }
 
 int run(const arguments &a) {
@@ -46,7 +53,9 @@ int run(const arguments &a) {
     std::vector<parley_turn> turns;
     result_ptr result;
     turns_ptr read;
+    const bool is_page = a.format == "html";
     if (std::filesystem::path(a.source).extension() == ".rttm") {
+        if (is_page) throw std::runtime_error("a page needs the recording itself, not an RTTM file");
         const std::string text = read_text(a.source);
         parley_turn *first = nullptr;
         int32_t count = 0;
@@ -54,13 +63,20 @@ int run(const arguments &a) {
         read.reset(first);
         turns.assign(first, first + count);
     } else {
-        turns = diarize(a, &result);
+        result = diarize(a);
+        turns = turns_of(result.get());
     }
     char *text = nullptr;
     size_t size = 0;
-    if (parley_assign(transcript.c_str(), transcript.size(), turns.data(), static_cast<int32_t>(turns.size()),
-                      a.reach, &text, &size) != PARLEY_OK) {
-        throw std::runtime_error(a.words + ": " + parley_message());
+    if (is_page) {
+        check_words(parley_result_add_words(result.get(), transcript.c_str(), transcript.size(), a.reach),
+                    a.words);
+        check(parley_write_text(result.get(), "html", &text, &size));
+    } else {
+        check_words(parley_assign(transcript.c_str(), transcript.size(), turns.data(),
+                                  static_cast<int32_t>(turns.size()), a.reach,
+                                  a.format.empty() ? nullptr : a.format.c_str(), &text, &size),
+                    a.words);
     }
     const text_ptr owned(text);
     std::fwrite(text, 1, size, out);
@@ -80,6 +96,9 @@ command assign_command(CLI::App *app) {
     app->add_option("SOURCE", a->source, "the recording, or an RTTM file about it")
         ->required()
         ->type_name("");
+    app->add_option("-f,--format", a->format, "the transcript's own, text, markdown, srt, vtt, json or html")
+        ->check(CLI::IsMember({"text", "markdown", "srt", "vtt", "json", "html"}).description(""))
+        ->type_name("NAME");
     app->add_option("--reach", a->reach, "how far from a segment a word outside of all may lie (1)")
         ->check(CLI::Range(0.0, 3600.0).description(""))
         ->type_name("SECONDS");
@@ -88,7 +107,8 @@ command assign_command(CLI::App *app) {
         ->type_name("N");
     app->add_option("--names", a->names, "of the first speakers heard")->type_name("A,B,...");
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
-    app->footer("The transcript comes back on standard output in the format it has.");
+    app->footer(
+        "The transcript comes back on standard output. Segments and captions end where the speaker changes.");
     return [a] { return run(*a); };
 }
 

@@ -28,7 +28,7 @@ namespace {
 
 struct arguments {
     std::vector<std::string> files, manifests, formats;
-    std::string model, output_dir, color = "auto";
+    std::string model, output_dir, audio = "auto", color = "auto";
     int jobs = 1;
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
@@ -71,6 +71,9 @@ void define(CLI::App *app, arguments *a) {
     app->add_option("-j,--jobs", a->jobs, "recordings at a time")
         ->check(CLI::Range(1, 256).description(""))
         ->type_name("N");
+    app->add_option("--audio", a->audio, "of pages: embed, link, copy (beside them), none")
+        ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
+        ->type_name("HOW");
     app->add_flag("--resume", a->resume, "leave out recordings whose files are there");
     define_options(app, a);
     app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
@@ -113,6 +116,29 @@ traits traits_of(const parley_format *format) {
 
 std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
     return (fs::path(a.output_dir) / (recording.output + format.extension)).string();
+}
+
+bool is_page(const parley_format &format) {
+    return format.name == std::string("html");
+}
+
+// Where a page at `page` (on standard output: "") finds the sound of a recording.
+void link_audio(const std::string &how, const std::string &recording, const std::string &page,
+                parley_result *result) {
+    const int64_t embedded = how == "auto" ? -1 : how == "embed" ? INT64_MAX : 0;
+    if (how == "none") check(parley_result_link_audio(result, "", 0));
+    if (how == "none" || is_stream(recording)) return;
+    fs::path target = fs::absolute(recording);
+    const fs::path folder = fs::absolute(page.empty() ? "." : fs::path(page).parent_path());
+    if (how == "copy" && !page.empty() && folder != target.parent_path()) {
+        const fs::path copy = fs::path(page).replace_extension(target.extension());
+        fs::copy_file(target, copy, fs::copy_options::overwrite_existing);
+        target = fs::absolute(copy);
+    }
+    char *url = nullptr;
+    check(parley_url_of_path(target.lexically_relative(folder).c_str(), &url));
+    const text_ptr owned(url);
+    check(parley_result_link_audio(result, url, embedded));
 }
 
 class batch {
@@ -221,10 +247,14 @@ private:
                 std::fprintf(stderr, "parley: %s: %s\n", recording.path.c_str(), note.c_str());
             }
         }
-        if (a_.output_dir.empty()) return printed_form(result.get(), recording);
+        if (a_.output_dir.empty()) {
+            if (is_page(*formats_.front())) link_audio(a_.audio, recording.path, "", result.get());
+            return printed_form(result.get(), recording);
+        }
         for (const parley_format *format : formats_) {
             const std::string path = file_of(a_, recording, *format);
             fs::create_directories(fs::path(path).parent_path());
+            if (is_page(*format)) link_audio(a_.audio, recording.path, path, result.get());
             write_atomically(path, write(result.get(), format->name, {0, 0}));
             const std::lock_guard lock(mutex_);
             num_files_++;

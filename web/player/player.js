@@ -1,193 +1,351 @@
-// The player: waveform, a lane a speaker, shares of talk time, the list of segments; all follow one <audio>.
-// Used by the page that `parley --format html` writes and by the page in the browser.
+// The player: who spoke when over time, shares of talk time, the list of segments, and tools to correct them; all follow one
+// <audio>. Used by the page that `parley --format html` writes and by the page in the browser.
 "use strict";
 
-const PARLEY_COLORS = ["#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9", "#d55e00", "#9a8f00", "#7a7a7a"];
-
-function parleyClock(seconds, digits = 0) {
-  const scale = 10 ** digits;
-  const whole = Math.round(Math.max(0, seconds) * scale) / scale;
-  const h = Math.floor(whole / 3600), m = Math.floor(whole / 60) % 60, s = (whole % 60).toFixed(digits);
-  const pad = (text, to) => String(text).padStart(to, "0");
-  return (h ? h + ":" + pad(m, 2) : m) + ":" + pad(s, digits ? digits + 3 : 2);
+function parleyButton(text, action, className) {
+  const button = parleyElement("button", className, text);
+  button.type = "button";
+  button.addEventListener("click", action);
+  return button;
 }
 
-function parleyElement(name, className, text) {
-  const element = document.createElement(name);
-  if (className) element.className = className;
-  if (text !== undefined) element.textContent = text;
-  return element;
+function parleySelect(label, options) {
+  const select = parleyElement("select");
+  select.setAttribute("aria-label", label);
+  select.append(...options.map(([value, text]) => new Option(text, value)));
+  return select;
 }
 
-// Fills `root`. data: what `--format json` writes, and `waveform`: peaks from 0 to 1 over the whole duration. audio: an
-// <audio> element, or null when there is nothing to play.
-function parleyPlayer(root, data, audio) {
-  const color = new Map(data.speakers.map((s, i) => [s.name, PARLEY_COLORS[i % PARLEY_COLORS.length]]));
+function parleySave(name, type, text) {
+  const link = document.createElement("a");
+  link.href = URL.createObjectURL(new Blob([text], { type }));
+  link.download = name;
+  link.click();
+  setTimeout(() => URL.revokeObjectURL(link.href), 10000);
+}
+
+// Fills `root`. data: what `--format json` writes, and `waveform`: peaks from 0 to 1 over the whole duration; `media`: {url, type,
+// beside}; maybe `words`. audio: an <audio> element, or null when there is nothing to play; `why` says then, why.
+function parleyPlayer(root, data, audio, why = "") {
+  const answer = new ParleyAnswer(data);
   const duration = Math.max(data.duration, 0.001);
-  const place = (seconds) => (100 * seconds / duration) + "%";
+  let position = 0, selected = -1;
+
+  // ---- What there is
+
   root.replaceChildren();
   root.classList.add("parley");
-  root.append(parleyElement("h1", "", data.recording));
-  const people = data.speakers.length === 1 ? "1 speaker" : data.speakers.length + " speakers";
-  root.append(parleyElement("p", "about", parleyClock(data.duration) + ", " + people + (data.note ? ". " + data.note : "")));
-
+  const about = parleyElement("p", "about");
+  root.append(parleyElement("h1", "", data.recording), about);
+  const stage = parleyElement("section", "stage");
+  stage.setAttribute("aria-label", "Player");
   const controls = parleyElement("div", "controls");
-  const play = parleyElement("button", "play", "Play");
-  play.type = "button";
-  const clock = parleyElement("span", "clock", parleyClock(0, 1) + " / " + parleyClock(duration, 1));
+  const play = parleyButton("Play", () => toggle(), "play");
+  const clock = parleyElement("span", "clock");
   const speaking = parleyElement("span", "speaking");
-  speaking.setAttribute("aria-live", "polite");
-  controls.append(play, clock, speaking);
-  root.append(controls);
-  play.hidden = !audio;
-
-  const board = parleyElement("div", "board");
-  board.tabIndex = 0;
-  board.setAttribute("role", "slider");
-  board.setAttribute("aria-label", "Position in the recording");
-  board.setAttribute("aria-valuemin", "0");
-  board.setAttribute("aria-valuemax", duration.toFixed(1));
-  const wave = parleyElement("canvas");
-  const cursor = parleyElement("div", "cursor");
-  board.append(wave, cursor);
-  const parts = [];
-  for (const speaker of data.speakers) {
-    const lane = parleyElement("div", "lane");
-    lane.dataset.speaker = speaker.name;
-    lane.append(parleyElement("span", "name", speaker.name));
-    for (const segment of data.segments.filter((s) => s.speaker === speaker.name)) {
-      const part = parleyElement("div", "part");
-      part.style.left = place(segment.start);
-      part.style.width = place(segment.end - segment.start);
-      part.style.background = color.get(speaker.name);
-      part.title = `${speaker.name}, ${parleyClock(segment.start, 1)} to ${parleyClock(segment.end, 1)}`;
-      parts.push([segment, part]);
-      lane.append(part);
-    }
-    board.append(lane);
-  }
-  root.append(board);
-
+  const following = parleyElement("label", "follow");
+  const follow = parleyElement("input");
+  Object.assign(follow, { type: "checkbox", checked: true });
+  following.append(follow, " Follow");
+  const zooms = parleyElement("span", "zooms");
+  const zoom = (text, label, action) => {
+    const button = parleyButton(text, action);
+    button.setAttribute("aria-label", label);
+    button.title = label;
+    return button;
+  };
+  zooms.append(zoom("−", "Zoom out", () => timeline.zoom(1 / 2, position)), zoom("+", "Zoom in", () => timeline.zoom(2, position)),
+    zoom("All", "All of the recording", () => timeline.show(0, duration)));
+  controls.append(play, clock, speaking, zooms, following);
+  play.hidden = following.hidden = !audio;
+  const silence = parleyElement("p", "why", why);
+  silence.hidden = !why;
+  silence.setAttribute("role", "status");
+  const timeline = new ParleyTimeline(answer, { seek, select: (index) => select(index) });
+  const tools = parleyElement("div", "tools");
+  stage.append(controls, silence, timeline.element, tools);
   const shares = parleyElement("ul", "shares");
-  const talk = data.speakers.reduce((sum, s) => sum + s.seconds, 0) || 1;
-  for (const speaker of data.speakers) {
-    const item = parleyElement("li");
-    const bar = parleyElement("span", "bar");
-    const fill = parleyElement("i");
-    fill.style.width = (100 * speaker.seconds / talk) + "%";
-    fill.style.background = color.get(speaker.name);
-    bar.append(fill);
-    item.append(parleyElement("span", "", speaker.name), bar,
-      parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`));
-    shares.append(item);
+  const people = parleyElement("section", "people");
+  people.setAttribute("aria-label", "Speakers");
+  people.append(parleyElement("h2", "", "Speakers"), shares);
+  const list = new ParleyList(answer, { choose });
+  const transcript = data.words?.length ? new ParleyTranscript(answer, { seek }) : null;
+  const lists = parleyElement("section", "lists");
+  lists.setAttribute("aria-label", transcript ? "Transcript and segments" : "Segments");
+  if (transcript) {
+    const tabs = parleyElement("div", "tabs");
+    const showTab = (words) => {
+      transcript.element.hidden = !words;
+      list.element.hidden = words;
+      [...tabs.children].forEach((tab, i) => tab.setAttribute("aria-pressed", (i === 0) === words));
+      list.render();
+    };
+    tabs.append(parleyButton("Transcript", () => showTab(true)), parleyButton("Segments", () => showTab(false)));
+    lists.append(tabs, transcript.element, list.element);
+    showTab(true);
+  } else {
+    lists.append(parleyElement("h2", "", "Segments"), list.element);
   }
-  root.append(shares);
-  if (audio) {
-    const hint = parleyElement("p", "hint");
-    hint.innerHTML = "<kbd>space</kbd> plays and pauses, <kbd>←</kbd> <kbd>→</kbd> move by 5 s, <kbd>↑</kbd> <kbd>↓</kbd> " +
-      "by a segment, <kbd>1</kbd> to <kbd>9</kbd> go to a speaker's next segment";
-    root.append(hint);
-  }
-
-  const table = parleyElement("table");
-  const head = parleyElement("tr");
-  for (const title of ["Start", "End", "Speaker"]) head.append(parleyElement("th", "", title));
-  head.append(parleyElement("th", "confidence", "Confidence"));
-  const header = parleyElement("thead");
-  header.append(head);
-  const body = parleyElement("tbody");
-  const rows = data.segments.map((segment) => {
-    const row = parleyElement("tr");
-    row.append(parleyElement("td", "", parleyClock(segment.start, 1)), parleyElement("td", "", parleyClock(segment.end, 1)));
-    const who = parleyElement("td");
-    const dot = parleyElement("span", "dot");
-    dot.style.background = color.get(segment.speaker);
-    who.append(dot, segment.speaker);
-    row.append(who, parleyElement("td", "confidence", segment.confidence === undefined ? "" : segment.confidence.toFixed(2)));
-    row.addEventListener("click", () => seek(segment.start, true));
-    body.append(row);
-    return row;
+  const changes = parleyElement("section", "changes");
+  changes.setAttribute("aria-label", "Changes and files");
+  const undo = parleyButton("Undo", () => answer.undo());
+  const redo = parleyButton("Redo", () => answer.redo());
+  const discard = parleyButton("Discard all changes", () => answer.discard());
+  const kept = parleyElement("span", "hint");
+  const format = parleySelect("Format of the file", Object.entries(PARLEY_WRITERS).map(([name, { label }]) => [name, label]));
+  const save = parleyButton("Save as", () => {
+    const { extension, write } = PARLEY_WRITERS[format.value];
+    parleySave(data.recording + extension, "text/plain", write(answer));
   });
-  table.append(header, body);
-  root.append(table);
+  changes.append(save, format, undo, redo, discard, kept);
+  const help = parleyElement("details", "hint");
+  help.append(parleyElement("summary", "", "Keys"), parleyKeys(audio !== null));
+  root.append(stage, changes, people, lists, help);
 
-  let position = 0;
-  function show(seconds) {
-    position = Math.min(Math.max(seconds, 0), duration);
-    cursor.style.left = place(position);
-    clock.textContent = parleyClock(position, 1) + " / " + parleyClock(duration, 1);
-    board.setAttribute("aria-valuenow", position.toFixed(1));
-    const now = data.segments.filter((s) => s.start <= position && position < s.end);
-    const names = now.map((s) => s.speaker).join(", ");
-    if (speaking.textContent !== names) speaking.textContent = names;
-    speaking.style.color = now.length ? color.get(now[0].speaker) : "";
-    for (const [segment, part] of parts) part.classList.toggle("now", now.includes(segment));
-    rows.forEach((row, i) => row.classList.toggle("now", now.includes(data.segments[i])));
+  // ---- Correcting
+
+  function select(index) {
+    selected = index;
+    timeline.select(index);
+    list.show(answer.at(position), selected);
+    showTools();
   }
+
+  function showTools() {
+    const segment = answer.segments[selected];
+    tools.hidden = !segment;
+    if (!segment) return;
+    const who = parleySelect("Speaker of the segment", [...answer.names.map((name) => [name, name]), ["", "someone else …"]]);
+    who.value = segment.speaker;
+    who.addEventListener("change", () => {
+      const name = who.value || prompt("Name of the speaker", "");
+      if (name) answer.assign(selected, name);
+      else who.value = segment.speaker;
+    });
+    const time = (side) => {
+      const input = parleyElement("input", "time");
+      input.value = parleyClock(segment[side], 3);
+      input.setAttribute("aria-label", side === "start" ? "Start of the segment" : "End of the segment");
+      input.addEventListener("change", () => {
+        const seconds = input.value.split(":").reduce((sum, part) => 60 * sum + Number(part), 0);
+        if (Number.isFinite(seconds)) answer.move(selected, side, seconds);
+        input.value = parleyClock(answer.segments[selected][side], 3);
+      });
+      return input;
+    };
+    const comment = parleyElement("input", "note");
+    Object.assign(comment, { value: segment.comment ?? "", placeholder: "Note" });
+    comment.setAttribute("aria-label", "Note on the segment");
+    comment.addEventListener("change", () => answer.comment(selected, comment.value));
+    tools.replaceChildren(who, time("start"), parleyElement("span", "", "to"), time("end"), parleyButton("Split here", split),
+      parleyButton("Delete", remove), comment);
+  }
+
+  function split() {
+    const within = answer.segments[selected];
+    const index = within && within.start < position && position < within.end ? selected : answer.at(position)[0];
+    if (index === undefined || !answer.split(index, position)) say("Move to where the segment is to be split.");
+  }
+
+  function remove() {
+    if (!answer.segments[selected]) return;
+    const index = selected;
+    selected = -1;
+    answer.remove(index);
+  }
+
+  function showShares() {
+    const { speakers } = answer;
+    const talk = speakers.reduce((sum, s) => sum + s.seconds, 0) || 1;
+    shares.replaceChildren(...speakers.map((speaker) => {
+      const item = parleyElement("li");
+      const name = parleyButton(speaker.name, () => {
+        const input = parleyElement("input");
+        input.value = speaker.name;
+        input.setAttribute("aria-label", `New name of ${speaker.name}`);
+        let ends = false;
+        const end = (takes) => {
+          if (ends) return;
+          ends = true;
+          if (takes) answer.rename(speaker.name, input.value);
+          if (input.isConnected) input.replaceWith(name);
+        };
+        input.addEventListener("keydown", (event) => {
+          if (event.key === "Enter" || event.key === "Escape") end(event.key === "Enter");
+        });
+        input.addEventListener("blur", () => end(true));
+        name.replaceWith(input);
+        input.select();
+      }, "name");
+      name.title = "Rename";
+      const dot = parleyElement("span", "dot");
+      dot.style.background = timeline.color.get(speaker.name);
+      name.prepend(dot);
+      const bar = parleyElement("span", "bar");
+      const fill = parleyElement("i");
+      fill.style.width = (100 * speaker.seconds / talk) + "%";
+      fill.style.background = timeline.color.get(speaker.name);
+      bar.append(fill);
+      const merge = parleySelect(`Merge ${speaker.name} into`, [["", "is really …"],
+        ...speakers.filter((s) => s !== speaker).map((s) => [s.name, s.name])]);
+      merge.addEventListener("change", () => answer.rename(speaker.name, merge.value));
+      merge.disabled = speakers.length < 2;
+      item.append(name, bar, parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`),
+        merge);
+      return item;
+    }));
+  }
+
+  function update() {
+    const count = answer.names.length;
+    about.textContent = `${parleyClock(data.duration)}, ${count} speaker${count === 1 ? "" : "s"}${data.note ? ". " + data.note : ""}`;
+    if (selected >= answer.segments.length) selected = -1;
+    timeline.update();
+    timeline.select(selected);
+    list.update(timeline.color);
+    transcript?.update(timeline.color);
+    showShares();
+    showTools();
+    undo.disabled = !answer.canUndo;
+    redo.disabled = !answer.canRedo;
+    discard.hidden = !answer.isChanged;
+    kept.textContent = answer.isChanged ? "Changed by hand; kept in this browser." : "";
+    show(position);
+  }
+  answer.onChange(update);
+
+  // ---- Playing
+
+  function say(text) {
+    silence.textContent = text;
+    silence.hidden = !text;
+  }
+
+  function show(seconds, plays = false) {
+    position = Math.min(Math.max(seconds, 0), duration);
+    const now = answer.at(position);
+    const names = now.map((i) => answer.segments[i].speaker).join(", ");
+    clock.textContent = parleyClock(position, 1) + " / " + parleyClock(duration, 1);
+    if (speaking.textContent !== names) speaking.textContent = names;
+    speaking.style.setProperty("--dot", now.length ? timeline.color.get(answer.segments[now[0]].speaker) : "transparent");
+    timeline.place(position, `${parleyClock(position, 1)} of ${parleyClock(duration, 1)}${names ? ", " + names : ""}`);
+    list.show(now, selected);
+    const moved = transcript?.show(position);
+    if (!plays || !follow.checked) return;
+    timeline.reveal(position, true);
+    const covered = stage.getBoundingClientRect().bottom;
+    if (transcript && !transcript.element.hidden) {
+      if (moved) transcript.reveal(covered);
+    } else if (now.length && now[0] !== show.last) {
+      list.reveal(now[0], covered);
+    }
+    show.last = now[0];
+  }
+
   function seek(seconds, listen) {
     show(seconds);
+    timeline.reveal(position);
     if (!audio) return;
     audio.currentTime = position;
     if (listen) start();
   }
+
+  function choose(index, listen) {
+    select(index);
+    list.reveal(index, stage.getBoundingClientRect().bottom);
+    seek(answer.segments[index].start, listen);
+  }
+
   function start() {
-    audio.play().catch(() => {});  // interrupted by a pause; a file that cannot be played tells so itself
+    audio.play().catch(() => {}); // interrupted by a pause; a file that cannot be played tells so itself
   }
   function toggle() {
     if (audio) audio.paused ? start() : audio.pause();
   }
-  function follow() {
-    show(audio.currentTime);
-    if (!audio.paused) requestAnimationFrame(follow);
+  function tick() {
+    show(audio.currentTime, true);
+    if (!audio.paused) requestAnimationFrame(tick);
   }
-  const at = (event) => {
-    const box = board.getBoundingClientRect();
-    return duration * (event.clientX - box.left) / box.width;
-  };
-  board.addEventListener("click", (event) => seek(at(event), true));
-  play.addEventListener("click", toggle);
   if (audio) {
-    audio.addEventListener("play", () => { play.textContent = "Pause"; follow(); });
+    audio.addEventListener("play", () => { play.textContent = "Pause"; tick(); });
     audio.addEventListener("pause", () => { play.textContent = "Play"; });
     audio.addEventListener("seeked", () => show(audio.currentTime));
-    audio.addEventListener("error", () => { speaking.textContent = "The browser cannot play this file."; });
+    audio.addEventListener("error", () => say(`The sound cannot be played: the browser does not find ${audio.dataset.name ?? "it"} or does not know its format.`));
   }
+
+  // ---- Keys
+
+  // Of one segment to the next or back; what plays now counts as begun a second ago.
+  function step(by) {
+    const { segments } = answer;
+    const next = parleyFirst(segments, (s) => s.start > position + 0.01);
+    const index = by > 0 ? next : parleyFirst(segments, (s) => s.start >= position - 1) - 1;
+    if (segments[index]) choose(index, false);
+  }
+
+  const actions = {
+    " ": toggle,
+    ArrowRight: () => seek(position + 5),
+    ArrowLeft: () => seek(position - 5),
+    n: () => step(1),
+    p: () => step(-1),
+    "+": () => timeline.zoom(1.5, position),
+    "=": () => timeline.zoom(1.5, position),
+    "-": () => timeline.zoom(1 / 1.5, position),
+    0: () => timeline.show(0, duration),
+    s: split,
+    Delete: remove,
+    Escape: () => select(-1),
+  };
+  const slides = { ArrowUp: 5, ArrowDown: -5, PageUp: 60, PageDown: -60, Home: -duration, End: duration };
   const keys = (event) => {
-    if (event.target.closest("input, textarea, select") || event.ctrlKey || event.metaKey || event.altKey) return;
-    if (event.key === " " && event.target.closest("button")) return;  // which the browser presses
-    const starts = data.segments.map((s) => s.start);
-    if (event.key === " ") toggle();
-    else if (event.key === "ArrowRight") seek(position + 5);
-    else if (event.key === "ArrowLeft") seek(position - 5);
-    else if (event.key === "ArrowDown") seek(starts.find((s) => s > position + 0.01) ?? position);
-    else if (event.key === "ArrowUp") seek(starts.filter((s) => s < position - 1).pop() ?? 0);
-    else if (/^[1-9]$/.test(event.key)) {
-      const own = data.segments.filter((s) => s.speaker === data.speakers[event.key - 1]?.name);
-      const next = own.find((s) => s.start > position + 0.01) ?? own[0];
-      if (next) seek(next.start, true);
-    } else return;
+    const { key, target } = event;
+    if (target.closest("input:not([type=checkbox]), textarea, select") || event.altKey) return;
+    let action;
+    if (event.ctrlKey || event.metaKey) {
+      if (key.toLowerCase() === "z") action = () => (event.shiftKey ? answer.redo() : answer.undo());
+      else if (key === "y") action = () => answer.redo();
+    } else if (key === " " && target.closest("button, summary, input")) {
+      return; // which the browser presses
+    } else if (target === timeline.slider && key in slides) {
+      action = () => seek(position + slides[key]);
+    } else if (/^[1-9]$/.test(key)) {
+      const name = answer.names[key - 1];
+      const own = answer.segments.map((s, i) => i).filter((i) => answer.segments[i].speaker === name);
+      const next = own.find((i) => answer.segments[i].start > position + 0.01) ?? own[0];
+      action = () => next !== undefined && choose(next, true);
+    } else {
+      action = actions[key];
+    }
+    if (!action) return;
+    action();
     event.preventDefault();
   };
   document.addEventListener("keydown", keys);
 
-  function drawWave() {
-    const ratio = window.devicePixelRatio || 1;
-    const width = Math.max(1, Math.round(board.clientWidth * ratio)), height = Math.round(72 * ratio);
-    wave.width = width;
-    wave.height = height;
-    const context = wave.getContext("2d");
-    context.fillStyle = getComputedStyle(root).getPropertyValue("--wave");
-    const peaks = data.waveform || [];
-    for (let x = 0; x < width; x++) {
-      const from = Math.floor(x * peaks.length / width), to = Math.max(from + 1, Math.floor((x + 1) * peaks.length / width));
-      let peak = 0;
-      for (let i = from; i < to && i < peaks.length; i++) peak = Math.max(peak, peaks[i]);
-      const tall = Math.max(1, Math.sqrt(peak) * (height - 8));
-      context.fillRect(x, (height - tall) / 2, 1, tall);
-    }
+  update();
+  return {
+    seek, answer, timeline,
+    write: (name) => PARLEY_WRITERS[name].write(answer),
+    close() {
+      document.removeEventListener("keydown", keys);
+      list.close();
+    },
+  };
+}
+
+function parleyKeys(plays) {
+  const table = parleyElement("dl");
+  const rows = [
+    ...(plays ? [["space", "play, pause"]] : []),
+    ["← →", "5 s back, on; on the waveform ↑ ↓, page up, page down, home and end as well"],
+    ["n p", "next, previous segment"], ["1 … 9", "a speaker's next segment"], ["+ − 0", "zoom in, out, show all; so does the wheel"],
+    ["s", "split the segment here"], ["delete", "remove the chosen segment"], ["ctrl z, ctrl y", "undo, redo"],
+  ];
+  for (const [keys, what] of rows) {
+    const term = parleyElement("dt");
+    for (const key of keys.split(" ")) term.append(parleyElement("kbd", "", key), " ");
+    table.append(term, parleyElement("dd", "", what));
   }
-  new ResizeObserver(drawWave).observe(board);
-  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", drawWave);
-  show(0);
-  return { seek, close: () => document.removeEventListener("keydown", keys) };
+  return table;
 }

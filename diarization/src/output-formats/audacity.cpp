@@ -9,7 +9,7 @@ std::string write_audacity(const diarization &result, const parley_terminal &) {
         std::string label = name_of(result, s);
         std::replace_if(
             label.begin(), label.end(), [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, ' ');
-        text += line("%.6f\t%.6f\t%s\n", s.start, s.end, label.c_str());
+        text += line("%.3f\t%.3f\t%s\n", s.start, s.end, label.c_str());
     }
     return text;
 }

@@ -1,9 +1,28 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <ctime>
 #include <vector>
 
 #include "formats.h"
 #include "markup.h"
+#include "media.h"
+
+namespace {
+
+// 2026-11-22T10:15:00+00:00; of SOURCE_DATE_EPOCH where that is set, so that files can be made again.
+std::string today() {
+    const char *given = std::getenv("SOURCE_DATE_EPOCH");
+    const std::time_t now =
+        given ? static_cast<std::time_t>(std::strtoll(given, nullptr, 10)) : std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char text[32];
+    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S+00:00", &parts);
+    return text;
+}
+
+}  // namespace
 
 std::string write_eaf(const diarization &result, const parley_terminal &) {
     const auto milliseconds = [](double seconds) { return std::to_string(std::llround(seconds * 1000)); };
@@ -34,13 +53,16 @@ std::string write_eaf(const diarization &result, const parley_terminal &) {
         }
         tiers += "    </TIER>\n";
     }
+    const media about = media_of(result);
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<ANNOTATION_DOCUMENT AUTHOR=\"parley\" DATE=\"1970-01-01T00:00:00+00:00\" FORMAT=\"3.0\" "
-           "VERSION=\"3.0\">\n"
+           "<ANNOTATION_DOCUMENT AUTHOR=\"parley\" DATE=\"" +
+           today() +
+           "\" FORMAT=\"3.0\" VERSION=\"3.0\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+           "xsi:noNamespaceSchemaLocation=\"http://www.mpi.nl/tools/elan/EAFv3.0.xsd\">\n"
            "    <HEADER MEDIA_FILE=\"\" TIME_UNITS=\"milliseconds\">\n"
            "        <MEDIA_DESCRIPTOR MEDIA_URL=\"" +
-           escape_xml(result.path) +
-           "\" MIME_TYPE=\"audio/*\"/>\n"
+           about.url + "\" MIME_TYPE=\"" + about.type + "\" RELATIVE_MEDIA_URL=\"" + about.beside +
+           "\"/>\n"
            "    </HEADER>\n    <TIME_ORDER>\n" +
            slots + "    </TIME_ORDER>\n" + tiers +
            "    <LINGUISTIC_TYPE GRAPHIC_REFERENCES=\"false\" LINGUISTIC_TYPE_ID=\"default-lt\" "

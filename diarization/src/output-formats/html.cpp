@@ -1,7 +1,5 @@
 // The page: web/player with the diarization and the sound inside, so that one file is all there is to send.
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -9,11 +7,10 @@
 
 #include "formats.h"
 #include "markup.h"
+#include "media.h"
 #include "player_assets.h"
 
 namespace {
-
-constexpr uintmax_t LARGEST_EMBEDDED = 64 << 20;  // bytes; beyond that the page refers to the file beside it
 
 std::string base64(const std::string &bytes) {
     static constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -29,30 +26,27 @@ std::string base64(const std::string &bytes) {
     return text;
 }
 
-const char *media_type(const std::string &path) {
-    std::string extension = std::filesystem::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return std::tolower(c); });
-    static constexpr struct {
-        const char *extension, *type;
-    } TYPES[] = {{".wav", "audio/wav"}, {".flac", "audio/flac"}, {".mp3", "audio/mpeg"},
-                 {".ogg", "audio/ogg"}, {".opus", "audio/ogg"},  {".m4a", "audio/mp4"},
-                 {".mp4", "audio/mp4"}, {".webm", "audio/webm"}};
-    for (const auto &[known, type] : TYPES)
-        if (extension == known) return type;
-    return "application/octet-stream";
+std::string attribute(const char *name, const std::string &value) {
+    return std::string(name) + "=\"" + escape_xml(value) + "\" ";
 }
 
-// The attribute of <audio>; nothing where there is no file to be had, as for standard input.
-std::string audio_source(const std::string &path) {
+// The attributes of <audio>: what plays, or why nothing does.
+std::string audio_attributes(const diarization &result) {
+    const std::string name = std::filesystem::path(result.path).filename().string();
+    const auto silent = [](const std::string &why) { return attribute("data-why", why); };
+    if (result.sound && result.sound->empty()) return silent("This page was made without sound.");
+    const std::string named = attribute("data-name", name);
+    const std::string &file = result.file.empty() ? result.path : result.file;
     std::error_code error;
-    const uintmax_t size = std::filesystem::file_size(path, error);
-    if (error) return "";
-    if (size > LARGEST_EMBEDDED)
-        return "src=\"" + escape_xml(std::filesystem::path(path).filename().string()) + "\"";
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    return std::string("src=\"data:") + media_type(path) + ";base64," + base64(bytes) + "\"";
+    const uintmax_t size = std::filesystem::file_size(file, error);
+    if (error) return silent("There is no sound: " + name + " was not there when this page was made.");
+    if (size > static_cast<uintmax_t>(result.most_embedded)) {
+        if (!result.sound && name == "-") return silent("There is no sound: it was too long to be kept.");
+        return named + attribute("src", result.sound.value_or(url_of_path(name)));
+    }
+    std::ifstream stream(file, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    return named + attribute("src", "data:" + media_type(file) + ";base64," + base64(bytes));
 }
 
 // In one pass, so that nothing inside a value is taken for a place to fill.
@@ -83,12 +77,17 @@ std::string write_html(const diarization &result, const parley_terminal &) {
     nlohmann::ordered_json data = to_json(result);
     data["waveform"] = nlohmann::ordered_json::array();
     for (float peak : result.waveform) data["waveform"].push_back(std::round(double{peak} * 1000) / 1000);
+    const media about = media_of(result);
+    data["media"] = {{"url", about.url}, {"beside", about.beside}, {"type", about.type}};
+    for (const spoken_word &word : result.words)
+        data["words"].push_back(
+            {{"start", word.start}, {"end", word.end}, {"text", word.text}, {"speaker", word.speaker}});
     std::string json = dump_json(data, -1);
     // A "</script>" in a name must not end the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos; at++) json.replace(at, 1, "\\u003c");
     return fill_template(PLAYER_PAGE, {{"@PARLEY_TITLE@", escape_xml(result.recording)},
                                        {"@PARLEY_STYLE@", PLAYER_STYLE},
-                                       {"@PARLEY_AUDIO@", audio_source(result.path)},
+                                       {"@PARLEY_AUDIO@", audio_attributes(result)},
                                        {"@PARLEY_DATA@", json},
                                        {"@PARLEY_SCRIPT@", PLAYER_SCRIPT}});
 }

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <vector>
 
 #include "formats.h"
@@ -20,14 +21,19 @@ struct interval {
 
 std::vector<interval> fill(const diarization &result, size_t speaker) {
     std::vector<interval> tier;
-    double at = 0;
+    int64_t at = 0;  // in milliseconds, as they are written: nothing may become empty by rounding
+    const auto add = [&](double until, const std::string &text) {
+        const int64_t end = std::llround(until * 1000);
+        if (end <= at) return;
+        tier.push_back({static_cast<double>(at) / 1000, static_cast<double>(end) / 1000, text});
+        at = end;
+    };
     for (const segment &s : result.segments) {
         if (static_cast<size_t>(s.speaker) != speaker) continue;
-        if (s.start > at) tier.push_back({at, s.start, ""});
-        tier.push_back({s.start, s.end, result.speakers[speaker].name});
-        at = s.end;
+        add(s.start, "");
+        add(s.end, result.speakers[speaker].name);
     }
-    if (at < result.duration) tier.push_back({at, result.duration, ""});
+    add(result.duration, "");
     return tier;
 }
 

@@ -100,7 +100,7 @@ def _load() -> ctypes.CDLL:
         ("parley_write_text", c_int32, [c_void_p, c_char_p, text, size]),
         ("parley_free", None, [c_void_p]),
         ("parley_color", c_char_p, [c_int32]),
-        ("parley_assign", c_int32, [c_char_p, c_size_t, turns, c_int32, c_double, text, size]),
+        ("parley_assign", c_int32, [c_char_p, c_size_t, turns, c_int32, c_double, c_char_p, text, size]),
         ("parley_match", c_int32, [POINTER(c_float), c_int32, POINTER(c_float), c_int32, c_int32, c_double, POINTER(c_int32),
                                    POINTER(c_double)]),
         ("parley_score_turns", c_int32, [turns, c_int32, turns, c_int32, POINTER(c_double), c_int32, c_double, c_int32,

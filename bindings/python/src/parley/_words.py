@@ -37,7 +37,7 @@ def assign_speakers(words: Union[Mapping[str, Any], Iterable[Mapping[str, Any]]]
     words = list(words)
     times = json.dumps([{"start": float(w["start"]), "end": float(w["end"])} for w in words]).encode()
     text, size = c_void_p(), c_size_t()
-    check(library.parley_assign(times, len(times), *_turns(segments), _ANYWHERE, byref(text), byref(size)))
+    check(library.parley_assign(times, len(times), *_turns(segments), _ANYWHERE, None, byref(text), byref(size)))
     try:
         answers = json.loads(ctypes.string_at(text.value, size.value))
     finally:

@@ -1,0 +1,249 @@
+// The segments as a list of any length, of which only what is in view exists, and the words of a transcript.
+"use strict";
+
+class ParleyList {
+  static ROW = 36; // pixels
+
+  #answer;
+  #on;
+  #rows = new Map(); // index: element
+  #now = new Set();
+  #selected = -1;
+  #color;
+  #whole = false; // all of it, for paper
+
+  // on: {choose(index, listen)}
+  constructor(answer, on) {
+    this.#answer = answer;
+    this.#on = on;
+    this.element = parleyElement("div", "list");
+    this.element.setAttribute("role", "listbox");
+    this.element.setAttribute("aria-label", "Segments");
+    this.element.addEventListener("click", (event) => {
+      const row = event.target.closest(".row");
+      if (row) this.#on.choose(Number(row.dataset.index), true);
+    });
+    this.element.addEventListener("keydown", (event) => this.#key(event));
+    this.render = this.render.bind(this);
+    addEventListener("scroll", this.render, { passive: true });
+    addEventListener("resize", this.render);
+    this.paper = [() => this.#print(true), () => this.#print(false)];
+    addEventListener("beforeprint", this.paper[0]);
+    addEventListener("afterprint", this.paper[1]);
+  }
+
+  close() {
+    removeEventListener("scroll", this.render);
+    removeEventListener("resize", this.render);
+    removeEventListener("beforeprint", this.paper[0]);
+    removeEventListener("afterprint", this.paper[1]);
+  }
+
+  update(color) {
+    this.#color = color;
+    this.#rows.clear();
+    this.element.replaceChildren();
+    this.element.style.height = this.#answer.segments.length * ParleyList.ROW + "px";
+    this.render();
+  }
+
+  #print(whole) {
+    this.#whole = whole;
+    this.render();
+  }
+
+  // The rows in view and some more; one that has the focus stays.
+  render() {
+    if (!this.element.isConnected) return;
+    const { ROW } = ParleyList, count = this.#answer.segments.length;
+    const top = -this.element.getBoundingClientRect().top;
+    const first = this.#whole ? 0 : Math.max(0, Math.floor(top / ROW) - 10);
+    const last = this.#whole ? count : Math.min(count, Math.max(10, Math.ceil((top + innerHeight) / ROW) + 10));
+    for (const [index, row] of this.#rows) {
+      if ((index >= first && index < last) || row === document.activeElement) continue;
+      row.remove();
+      this.#rows.delete(index);
+    }
+    const added = document.createDocumentFragment();
+    for (let i = first; i < last; i++) if (!this.#rows.has(i)) added.append(this.#row(i));
+    this.element.append(added);
+    this.#mark();
+  }
+
+  #row(index) {
+    const segment = this.#answer.segments[index];
+    const row = parleyElement("div", "row");
+    row.setAttribute("role", "option");
+    row.setAttribute("aria-posinset", index + 1);
+    row.setAttribute("aria-setsize", this.#answer.segments.length);
+    row.dataset.index = index;
+    row.style.top = index * ParleyList.ROW + "px";
+    const dot = parleyElement("span", "dot");
+    dot.style.background = this.#color.get(segment.speaker);
+    const sure = segment.edited ? "by hand" : segment.confidence === undefined ? "" : segment.confidence.toFixed(2);
+    row.append(parleyElement("span", "time", parleyClock(segment.start, 1)), parleyElement("span", "time", parleyClock(segment.end, 1)),
+      dot, parleyElement("span", "who", segment.speaker), parleyElement("span", "comment", segment.comment ?? ""),
+      parleyElement("span", "sure", sure));
+    this.#rows.set(index, row);
+    return row;
+  }
+
+  // Which segments are spoken now, and which one is chosen.
+  show(now, selected) {
+    if (selected === this.#selected && now.length === this.#now.size && now.every((i) => this.#now.has(i))) return;
+    this.#now = new Set(now);
+    this.#selected = selected;
+    this.#mark();
+  }
+
+  #mark() {
+    const reachable = this.#rows.has(this.#selected) ? this.#selected : Math.min(...this.#rows.keys());
+    for (const [index, row] of this.#rows) {
+      row.classList.toggle("now", this.#now.has(index));
+      row.setAttribute("aria-selected", index === this.#selected);
+      row.tabIndex = index === reachable ? 0 : -1;
+    }
+  }
+
+  // Scrolls so that a row can be seen below what sticks to the top.
+  reveal(index, covered) {
+    const { ROW } = ParleyList;
+    const at = this.element.getBoundingClientRect().top + index * ROW;
+    if (at >= covered && at + ROW <= innerHeight) return;
+    scrollBy({ top: at - covered - (innerHeight - covered) / 3 });
+    this.render();
+  }
+
+  focus(index) {
+    this.#rows.get(index)?.focus({ preventScroll: true });
+  }
+
+  #key(event) {
+    const row = event.target.closest(".row");
+    if (!row || event.ctrlKey || event.metaKey || event.altKey) return;
+    const index = Number(row.dataset.index), last = this.#answer.segments.length - 1;
+    const to = { ArrowDown: index + 1, ArrowUp: index - 1, PageDown: index + 10, PageUp: index - 10, Home: 0, End: last }[event.key];
+    if (to !== undefined) {
+      const next = Math.min(Math.max(to, 0), last);
+      this.#on.choose(next, false);
+      this.focus(next);
+    } else if (event.key === "Enter") {
+      this.#on.choose(index, true);
+    } else {
+      return;
+    }
+    event.preventDefault();
+    event.stopPropagation();
+  }
+}
+
+// A transcript as paragraphs by speaker. Far away ones are laid out when they come near.
+class ParleyTranscript {
+  #answer;
+  #words;
+  #elements = [];
+  #now = -1;
+  #found = [];
+  #at = -1;
+
+  // on: {seek(seconds, listen)}
+  constructor(answer, on) {
+    this.#answer = answer;
+    this.#words = answer.data.words;
+    this.element = parleyElement("div", "words");
+    this.search = parleyElement("input", "search");
+    Object.assign(this.search, { type: "search", placeholder: "Find in the transcript" });
+    this.search.setAttribute("aria-label", "Find in the transcript");
+    this.count = parleyElement("span", "count");
+    this.count.setAttribute("role", "status");
+    const bar = parleyElement("div", "find");
+    bar.append(this.search, this.count);
+    this.text = parleyElement("div", "text");
+    this.element.append(bar, this.text);
+    this.search.addEventListener("input", () => this.#find());
+    this.search.addEventListener("keydown", (event) => {
+      if (event.key === "Enter") this.#step(event.shiftKey ? -1 : 1);
+    });
+    this.text.addEventListener("click", (event) => {
+      const word = event.target.closest("[data-word]");
+      if (word) on.seek(this.#words[word.dataset.word].start, true);
+    });
+  }
+
+  // Words keep the speaker they came with until the answer is corrected; then they are whose segment they lie in.
+  #speaker(word) {
+    if (!this.#answer.isChanged) return word.speaker ?? "";
+    const [index] = this.#answer.at((word.start + word.end) / 2);
+    return index === undefined ? "" : this.#answer.segments[index].speaker;
+  }
+
+  update(color) {
+    this.#elements = [];
+    this.#now = -1;
+    this.text.replaceChildren();
+    let speaker, end = 0, paragraph, length = 0;
+    this.#words.forEach((word, index) => {
+      const who = this.#speaker(word) || speaker || "";
+      if (!paragraph || who !== speaker || word.start - end > 3 || length > 150) {
+        paragraph = parleyElement("p");
+        if (!this.text.lastChild || who !== speaker) {
+          const name = parleyElement("b", "who", who);
+          const dot = parleyElement("span", "dot");
+          dot.style.background = color.get(who) ?? "";
+          name.prepend(dot);
+          paragraph.append(name, " ");
+        }
+        paragraph.append(parleyElement("span", "time", parleyClock(word.start)), " ");
+        this.text.append(paragraph);
+        speaker = who;
+        length = 0;
+      }
+      const element = parleyElement("span", "", word.text.trim());
+      element.dataset.word = index;
+      paragraph.append(element, " ");
+      this.#elements.push(element);
+      end = word.end;
+      length++;
+    });
+    this.#find();
+  }
+
+  show(seconds) {
+    const index = parleyFirst(this.#words, (word) => word.start > seconds) - 1;
+    const now = index >= 0 && seconds < this.#words[index].end + 0.3 ? index : -1;
+    if (now === this.#now) return false;
+    this.#elements[this.#now]?.classList.remove("now");
+    this.#elements[now]?.classList.add("now");
+    this.#now = now;
+    return now >= 0;
+  }
+
+  reveal(covered) {
+    const box = this.#elements[this.#now]?.getBoundingClientRect();
+    if (box && (box.top < covered || box.bottom > innerHeight)) scrollBy({ top: box.top - covered - (innerHeight - covered) / 3 });
+  }
+
+  // Words one after the other that begin with what is looked for; the last may be half of one.
+  #find() {
+    for (const element of this.text.querySelectorAll(".found")) element.classList.remove("found", "at");
+    const plain = (text) => text.toLowerCase().replace(/[^\p{L}\p{N}]+/gu, "");
+    const wanted = this.search.value.split(/\s+/).map(plain).filter(Boolean);
+    const words = wanted.length ? this.#words.map((word) => plain(word.text)) : [];
+    const fits = (k, i) => (i + 1 < wanted.length ? words[k] === wanted[i] : words[k]?.startsWith(wanted[i]));
+    this.#found = words.map((_, k) => k).filter((k) => wanted.every((_, i) => fits(k + i, i)));
+    for (const k of this.#found) wanted.forEach((_, i) => this.#elements[k + i].classList.add("found"));
+    this.#at = -1;
+    this.count.textContent = !wanted.length ? "" : this.#found.length ? `${this.#found.length} found` : "not found";
+    if (this.#found.length) this.#step(1);
+  }
+
+  #step(by) {
+    if (!this.#found.length) return;
+    this.#elements[this.#found[this.#at]]?.classList.remove("at");
+    this.#at = (this.#at + by + this.#found.length) % this.#found.length;
+    const element = this.#elements[this.#found[this.#at]];
+    element.classList.add("at");
+    element.scrollIntoView({ block: "center" });
+    this.count.textContent = `${this.#at + 1} of ${this.#found.length}`;
+  }
+}
