@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import pickle
+import re
 import subprocess
 import sys
 import threading
@@ -191,6 +192,19 @@ def test_words_get_the_speaker_of_most_of_their_time():
     assert [w["speaker"] for w in parley.assign_speakers(whisper, segments)] == [1, 2]
     assert parley.assign_speakers(words[:1], [])[0]["speaker"] is None
     assert "speaker" not in words[0]
+
+
+def test_the_readme_s_examples_run(tmp_path, monkeypatch, capsys, samples):
+    monkeypatch.chdir(tmp_path)
+    (tmp_path / "meeting.wav").write_bytes(RECORDING.read_bytes())
+    pytest.importorskip("pandas")
+    names = {"samples": samples}
+    blocks = re.findall(r"^```python\n(.*?)^```", (ROOT / "bindings/python/README.md").read_text(), re.M | re.S)
+    assert len(blocks) >= 3
+    for block in blocks:
+        exec(block.replace("with parley.Diarizer() as diarizer:", "diarizer = parley.Diarizer()\nif True:"), names)  # others go on with it
+    assert capsys.readouterr().out.count("speaker") > 5
+    assert (tmp_path / "meeting.rttm").exists()
 
 
 def test_other_threads_run_on(diarizer, samples):
