@@ -215,10 +215,10 @@ typedef struct {
 /* The table of formats; null beyond its end. */
 PARLEY_API const parley_format *parley_format_at(int32_t index);
 
-/* Where a format is drawn for a terminal: how wide, and whether in colours. */
+/* Where a format is drawn for a terminal: how wide, and in how many colours. */
 typedef struct {
     int32_t columns; /* 0: 100 */
-    int32_t colors;  /* 0 or 1 */
+    int32_t colors;  /* 0: none, 16, 256, 1: any */
 } parley_terminal;
 
 /* Takes the next part of a text. 0: stop. */

@@ -92,6 +92,22 @@ TEST(formats, nobody_speaking_is_an_answer_too) {
     EXPECT_EQ(count(written("table", d), "nobody speaks"), 1u);
 }
 
+TEST(formats, table_has_the_colours_of_the_terminal) {
+    const struct {
+        int32_t colors;
+        const char *first, *second;  // #0072b2 and #e69f00
+    } cases[] = {{0, "", ""},
+                 {1, "\033[38;2;0;114;178m", "\033[38;2;230;159;0m"},
+                 {256, "\033[38;5;31m", "\033[38;5;214m"},
+                 {16, "\033[34m", "\033[33m"}};
+    for (const auto &c : cases) {
+        const std::string table = write_table(hostile(), {.columns = 80, .colors = c.colors});
+        EXPECT_EQ(count(table, "\033[") > 0, c.colors > 0);
+        for (const char *begin : {c.first, c.second})
+            EXPECT_NE(table.find(begin), std::string::npos) << c.colors;
+    }
+}
+
 TEST(formats, table_fits_the_terminal) {
     diarization wide = hostile();
     wide.speakers[0].name = "山田太郎と申します";

@@ -19,6 +19,14 @@ namespace {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
+// As parley_terminal counts them: 1 for any colour.
+int32_t number_of_colors() {
+    const char *all = std::getenv("COLORTERM"), *kind = std::getenv("TERM");
+    const std::string_view depth = all ? all : "", terminal = kind ? kind : "";
+    if (depth == "truecolor" || depth == "24bit" || terminal.ends_with("direct")) return 1;
+    return terminal.find("256color") != std::string_view::npos ? 256 : 16;
+}
+
 }  // namespace
 
 std::FILE *take_standard_output() {
@@ -48,8 +56,9 @@ bool is_dumb_terminal() {
 parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
     parley_terminal result = {0, 0};
     const char *no_color = std::getenv("NO_COLOR");
-    result.colors = color == "always" || (color == "auto" && is_terminal(stream) && !is_dumb_terminal() &&
-                                          !(no_color && *no_color));
+    const bool has_colors = color == "always" || (color == "auto" && is_terminal(stream) &&
+                                                  !is_dumb_terminal() && !(no_color && *no_color));
+    result.colors = has_colors ? number_of_colors() : 0;
     winsize size{};
     if (is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         result.columns = size.ws_col;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 
 #include "formats.h"
 #include "writing.h"
@@ -10,7 +11,17 @@ namespace {
 std::string painted(const parley_terminal &terminal, int speaker, const std::string &text) {
     if (!terminal.colors) return text;
     const long rgb = std::strtol(speaker_color(speaker) + 1, nullptr, 16);
-    return line("\033[38;2;%ld;%ld;%ldm", rgb >> 16, rgb >> 8 & 255, rgb & 255) + text + "\033[0m";
+    const long red = rgb >> 16, green = rgb >> 8 & 255, blue = rgb & 255;
+    std::string begin = line("\033[38;2;%ld;%ld;%ldm", red, green, blue);
+    if (terminal.colors == 256) {  // a cube of six steps of each
+        const auto step = [](long value) { return std::lround(5 * static_cast<double>(value) / 255); };
+        begin = line("\033[38;5;%ldm", 16 + 36 * step(red) + 6 * step(green) + step(blue));
+    } else if (terminal.colors ==
+               16) {  // near them: blue, yellow, green, magenta, cyan, red, bright yellow, grey
+        static constexpr int NEAR[] = {34, 33, 32, 35, 36, 31, 93, 90};
+        begin = line("\033[%dm", NEAR[static_cast<size_t>(speaker) % std::size(NEAR)]);
+    }
+    return begin + text + "\033[0m";
 }
 
 std::string padded(const std::string &text, size_t to) {
