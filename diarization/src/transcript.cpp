@@ -537,7 +537,7 @@ std::string write_words_json(const std::vector<spoken_word> &words) {
                                         {"word", words[i].text}});
         result["segments"].push_back(std::move(segment));
     }
-    return dump_json(result, 1) + "\n";
+    return pretty_json(result) + "\n";
 }
 
 }  // namespace
@@ -579,7 +579,7 @@ std::string assign_speakers(const std::string &given, const speakers_over_time &
         case kind::objects: {
             json value = parse_json(text);
             if (assign_json(&value, speakers) == 0) refuse_without_times();
-            return dump_json(value, 1) + "\n";
+            return pretty_json(value) + "\n";
         }
         case kind::table:
             return assign_table(text, speakers);

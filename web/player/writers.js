@@ -40,6 +40,7 @@ function parleyJson(answer) {
     if (typeof value === "number") return parleyNumber(value);
     if (typeof value !== "object") return JSON.stringify(value);
     const inner = indent + " ", isList = Array.isArray(value);
+    if (isList && value.length && value.every((v) => typeof v !== "object")) return `[${value.map((v) => dump(v, inner)).join(", ")}]`;
     const parts = isList ? value.map((v) => dump(v, inner))
       : Object.entries(value).map(([k, v]) => `${JSON.stringify(k)}: ${dump(v, inner)}`);
     const [open, close] = isList ? "[]" : "{}";

@@ -82,7 +82,7 @@ std::string write_html(const diarization &result, const parley_terminal &) {
     for (const spoken_word &word : result.words)
         data["words"].push_back(
             {{"start", word.start}, {"end", word.end}, {"text", word.text}, {"speaker", word.speaker}});
-    std::string json = dump_json(data, -1);
+    std::string json = dump_json(data);
     // A "</script>" in a name must not end the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos; at++) json.replace(at, 1, "\\u003c");
     return fill_template(PLAYER_PAGE, {{"@PARLEY_TITLE@", escape_xml(result.recording)},

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 
 #include "formats.h"
@@ -38,15 +39,30 @@ nlohmann::ordered_json to_json(const diarization &result) {
     return json;
 }
 
-std::string dump_json(const nlohmann::ordered_json &json, int indent) {
+std::string dump_json(const nlohmann::ordered_json &json) {
     // Names of files need not be UTF-8; what is not becomes a replacement character.
-    return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string pretty_json(const nlohmann::ordered_json &json, const std::string &indent) {
+    const auto is_plain = [](const auto &inner) { return !inner.is_structured(); };
+    if (!json.is_structured() || json.empty()) return dump_json(json);
+    const bool is_list = json.is_array();
+    const bool in_a_line = is_list && std::all_of(json.begin(), json.end(), is_plain);  // a vector
+    const std::string inner = indent + " ", between = in_a_line ? ", " : ",\n" + inner;
+    std::string text;
+    for (const auto &[key, value] : json.items()) {
+        text += (text.empty() ? "" : between) + (is_list ? "" : dump_json(key) + ": ") +
+                pretty_json(value, inner);
+    }
+    if (in_a_line) return "[" + text + "]";
+    return (is_list ? "[\n" : "{\n") + inner + text + "\n" + indent + (is_list ? "]" : "}");
 }
 
 std::string write_json(const diarization &result, const parley_terminal &) {
-    return dump_json(to_json(result), 1) + "\n";
+    return pretty_json(to_json(result)) + "\n";
 }
 
 std::string write_jsonl(const diarization &result, const parley_terminal &) {
-    return dump_json(to_json(result), -1) + "\n";
+    return dump_json(to_json(result)) + "\n";
 }

@@ -11,6 +11,10 @@
 std::string escape_xml(const std::string &text);
 
 nlohmann::ordered_json to_json(const diarization &result);
-std::string dump_json(const nlohmann::ordered_json &json, int indent);
+// In one line.
+std::string dump_json(const nlohmann::ordered_json &json);
+
+// A line a value, but for lists of numbers and words, which take one together.
+std::string pretty_json(const nlohmann::ordered_json &json, const std::string &indent = "");
 
 #endif
