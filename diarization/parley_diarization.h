@@ -158,6 +158,34 @@ parley_diarize_samples(parley_diarizer *diarizer, const int16_t *samples, int64_
                        int32_t num_channels, int32_t rate, const char *name, const parley_options *options,
                        parley_progress progress, void *context, parley_result **result);
 
+/* ---- While it is recorded */
+
+typedef struct parley_session parley_session; /* a recording that is still going on */
+
+/* Begins to listen: samples of num_channels (1 to 64, averaged) at `rate` Hz will come, interleaved. The diarizer
+ * must outlive the session and does not work on anything else while a call of the session runs. */
+PARLEY_API PARLEY_CHECKED parley_status parley_listen(parley_diarizer *diarizer, const char *name,
+                                                      int32_t num_channels, int32_t rate,
+                                                      const parley_options *options,
+                                                      parley_session **session);
+
+/* Takes num_frames samples of every channel. */
+PARLEY_API PARLEY_CHECKED parley_status parley_session_feed(parley_session *session, const int16_t *samples,
+                                                            int64_t num_frames);
+
+/* The answer about what was heard so far; *result stays null if nothing new was. Speakers keep their names from
+ * one answer to the next. Only what new samples change goes through the network; clustering takes at most
+ * `share` of the time that passes (0.05: a twentieth of a core), in between what is new goes to the nearest of
+ * the speakers found. */
+PARLEY_API PARLEY_CHECKED parley_status parley_session_update(parley_session *session, double share,
+                                                              parley_result **result);
+
+/* The answer that parley_diarize_samples would give of all samples, to the last bit. The session cannot be fed
+ * any more. PARLEY_INVALID for less than 32 ms. */
+PARLEY_API PARLEY_CHECKED parley_status parley_session_end(parley_session *session, parley_result **result);
+
+PARLEY_API void parley_session_delete(parley_session *session); /* null is accepted */
+
 /* ---- The answer. Everything it hands out lives as long as it does. */
 
 /* `confidence`: how much nearer the segment lies to its speaker than to the next best one, 0 (equally near)

@@ -13,13 +13,11 @@
 
 #include "errors.h"
 #include "sample_buffer.h"
-#include "zx_heap.h"
-#include "zx_resampler.h"
 
 namespace {
 
 constexpr int32_t FILTER_ORDER = 50;
-constexpr size_t BLOCK = 1024;
+constexpr size_t BLOCK = sample_converter::BLOCK;
 
 // Energies of two channels, and what they have in common.
 struct balance {
@@ -44,37 +42,28 @@ struct balance {
     }
 };
 
-// Samples from one rate to another, block by block.
-class converter {
-public:
-    converter(int32_t from, int32_t to) : converted_(2 * BLOCK + 2) {
-        if (from == to) return;
-        zx_resampler_t *created = nullptr;
-        const zx_status_t status = zx_resampler_init(from, to, FILTER_ORDER, &created);
-        resampler_.reset(created);
-        if (status == ZX_STATUS_SUCCESS) return;
-        throw diarization_error(PARLEY_INVALID,
-                                "a rate of " + std::to_string(from) +
-                                    " Hz cannot be converted: 8000 Hz can, and 16000 Hz and more");
-    }
-
-    // Up to BLOCK samples; what they become is valid until the next call.
-    std::span<const int16_t> convert(std::span<const int16_t> block) {
-        if (!resampler_ || block.empty()) return block;
-        const int32_t made = zx_resampler_process(resampler_.get(), block.data(),
-                                                  static_cast<int32_t>(block.size()), converted_.data());
-        return {converted_.data(), static_cast<size_t>(made)};
-    }
-
-private:
-    zx_owned<zx_resampler_t, zx_resampler_delete> resampler_;
-    std::vector<int16_t> converted_;
-};
-
 }  // namespace
 
+sample_converter::sample_converter(int32_t from, int32_t to) : converted_(2 * BLOCK + 2) {
+    if (from == to) return;
+    zx_resampler_t *created = nullptr;
+    const zx_status_t status = zx_resampler_init(from, to, FILTER_ORDER, &created);
+    resampler_.reset(created);
+    if (status == ZX_STATUS_SUCCESS) return;
+    throw diarization_error(
+        PARLEY_INVALID,
+        "a rate of " + std::to_string(from) + " Hz cannot be converted: 8000 Hz can, and 16000 Hz and more");
+}
+
+std::span<const int16_t> sample_converter::convert(std::span<const int16_t> block) {
+    if (!resampler_ || block.empty()) return block;
+    const int32_t made = zx_resampler_process(resampler_.get(), block.data(),
+                                              static_cast<int32_t>(block.size()), converted_.data());
+    return {converted_.data(), static_cast<size_t>(made)};
+}
+
 std::vector<int16_t> resample(std::span<const int16_t> samples, int32_t from, int32_t to) {
-    converter to_rate(from, to);
+    sample_converter to_rate(from, to);
     std::vector<int16_t> result;
     for (size_t at = 0; at < samples.size(); at += BLOCK) {
         const auto block = to_rate.convert(samples.subspan(at, std::min(BLOCK, samples.size() - at)));
@@ -174,7 +163,7 @@ std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t
 zx_parley_samples_t read_mixed(const std::string &path, int64_t most) {
     sound_file file = open_sound(path);
     const auto count = static_cast<size_t>(file.info.channels);
-    converter to_rate(file.info.samplerate, RATE);
+    sample_converter to_rate(file.info.samplerate, RATE);
     sample_buffer samples;
     std::vector<int16_t> mixed(BLOCK);
     for (std::span<const int16_t> block; !(block = file.next()).empty();) {

@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "zx_heap.h"
 #include "zx_parley_internal.h"
+#include "zx_resampler.h"
 
 constexpr int32_t RATE = 16000;  // Hz, of everything that the engine takes
 
@@ -35,6 +37,22 @@ std::string note_on_mixing(std::span<const int16_t> interleaved);
 
 // The one with most energy.
 std::vector<int16_t> loudest_of(std::vector<std::vector<int16_t>> channels);
+
+// Samples from one rate in Hz to another, block by block.
+class sample_converter {
+public:
+    static constexpr size_t BLOCK = 1024;
+
+    // Throws diarization_error for rates that cannot be converted.
+    sample_converter(int32_t from, int32_t to);
+
+    // Up to BLOCK samples, less only at the end; what they become is valid until the next call.
+    std::span<const int16_t> convert(std::span<const int16_t> block);
+
+private:
+    zx_owned<zx_resampler_t, zx_resampler_delete> resampler_;
+    std::vector<int16_t> converted_;
+};
 
 // Samples from one rate in Hz to another, where the engine's resampler can: downwards, and upwards by two.
 // Throws diarization_error.

@@ -40,22 +40,23 @@ std::vector<std::string> split_names(const char *names) {
 }
 
 // Fills speakers and their talk time; segments carry tags until then. Tags are numbered in the order in which
-// they are heard, unless they stand for channels.
-void number_speakers(const parley_options &options, const centroids &means, diarization *result) {
+// they are heard; `by_tag` they are named by it: as channels are, and speakers who keep their name.
+void number_speakers(const parley_options &options, const centroids &means, bool by_tag,
+                     diarization *result) {
     std::map<int, int> numbers;
-    if (options.channels == APART) {
+    if (by_tag) {
         for (const auto &[tag, mean] : means)
-            numbers.try_emplace(static_cast<int>(tag), static_cast<int>(tag) - 1);
+            numbers.try_emplace(static_cast<int>(tag), static_cast<int>(numbers.size()));
     }
     for (segment &s : result->segments)
         s.speaker = numbers.try_emplace(s.speaker, static_cast<int>(numbers.size())).first->second;
     result->speakers.resize(numbers.size());
     const std::vector<std::string> names = split_names(options.names);
     for (const auto &[tag, number] : numbers) {
-        const auto at = static_cast<size_t>(number);
-        result->speakers[at].embedding = means.at(static_cast<uint32_t>(tag));
-        result->speakers[at].name =
-            at < names.size() ? names[at] : options.speaker_prefix + std::to_string(number + 1);
+        speaker &named = result->speakers[static_cast<size_t>(number)];
+        const auto place = static_cast<size_t>(by_tag ? tag - 1 : number);
+        named.embedding = means.at(static_cast<uint32_t>(tag));
+        named.name = place < names.size() ? names[place] : options.speaker_prefix + std::to_string(place + 1);
     }
     for (const segment &s : result->segments)
         result->speakers[static_cast<size_t>(s.speaker)].seconds += s.end - s.start;
@@ -270,13 +271,17 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
     const embeddings rows = engine_.embed(&samples, path, progress);
     const frames all = rows.view();
-    const tags which = find_speakers(all, options, progress, &result.note);
-    const centroids means = centroids_of(all, which);
-    result.segments = segments_of(all, which, means, engine_.background());
-    for (segment &s : result.segments) s.end = std::min(s.end, result.duration);
-    tidy_segments(&result.segments, result.duration, options);
-    number_speakers(options, means, &result);
+    tell(all, find_speakers(all, options, progress, &result.note), options, false, &result);
     return result;
+}
+
+void diarizer::tell(const frames &all, const tags &which, const parley_options &options, bool by_tag,
+                    diarization *result) {
+    const centroids means = centroids_of(all, which);
+    result->segments = segments_of(all, which, means, engine_.background());
+    for (segment &s : result->segments) s.end = std::min(s.end, result->duration);
+    tidy_segments(&result->segments, result->duration, options);
+    number_speakers(options, means, by_tag, result);
 }
 
 // Everything that is speech on a channel is its speaker's, but not what a louder channel leaks into it.
@@ -320,7 +325,7 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
     }
     std::stable_sort(result->segments.begin(), result->segments.end(),
                      [](const segment &a, const segment &b) { return a.start < b.start; });
-    number_speakers(options, means, result);
+    number_speakers(options, means, true, result);
 }
 
 void tidy_segments(std::vector<segment> *segments, double duration, const parley_options &options) {

@@ -28,12 +28,20 @@ public:
     diarization run(const std::string &path, const given_samples *samples, const parley_options &options,
                     const progress_function &progress);
 
-private:
-    void run_channels(const std::string &path, const given_samples *samples, const parley_options &options,
-                      const progress_function &progress, diarization *result);
+    // Who speaks in which frame.
     tags find_speakers(const frames &all, const parley_options &options, const progress_function &progress,
                        std::string *note);
 
+    // Fills segments and speakers of `result`, whose duration is known. Speakers are numbered as they are heard, or with
+    // `by_tag` by their tags.
+    void tell(const frames &all, const tags &which, const parley_options &options, bool by_tag,
+              diarization *result);
+
+    engine *own_engine() { return &engine_; }
+
+private:
+    void run_channels(const std::string &path, const given_samples *samples, const parley_options &options,
+                      const progress_function &progress, diarization *result);
     engine engine_;
 };
 

@@ -19,6 +19,7 @@
 #include "options.h"
 #include "rttm.h"
 #include "score.h"
+#include "session.h"
 #include "transcript.h"
 #include "zx_parley.h"
 
@@ -29,6 +30,11 @@ struct parley_diarizer {
 
 struct parley_result {
     diarization inner;
+};
+
+struct parley_session {
+    session inner;
+    bool has_ended = false;
 };
 
 namespace {
@@ -218,6 +224,50 @@ parley_status parley_diarize_samples(parley_diarizer *diarizer, const int16_t *s
         *result = new parley_result{
             diarizer->inner.run(name, &given, known_options(options), rising(progress, context))};
     });
+}
+
+parley_status parley_listen(parley_diarizer *diarizer, const char *name, int32_t num_channels, int32_t rate,
+                            const parley_options *options, parley_session **session) {
+    return guarded([&] {
+        require(diarizer && name && session, "a diarizer, a name or the place for the session is missing");
+        *session = nullptr;
+        require(num_channels >= 1 && num_channels <= 64, "there are 1 to 64 channels");
+        *session = new parley_session{{&diarizer->inner, name, known_options(options), num_channels, rate}};
+    });
+}
+
+parley_status parley_session_feed(parley_session *session, const int16_t *samples, int64_t num_frames) {
+    return guarded([&] {
+        require(session && (samples || num_frames == 0) && num_frames >= 0,
+                "a session or samples are missing");
+        require(!session->has_ended, "the session has ended");
+        session->inner.feed(samples, num_frames);
+    });
+}
+
+parley_status parley_session_update(parley_session *session, double share, parley_result **result) {
+    return guarded([&] {
+        require(session && result, "a session or the place for the result is missing");
+        *result = nullptr;
+        require(!session->has_ended, "the session has ended");
+        require(share >= 0 && share <= 1, "the share of time lies between 0 and 1");
+        auto made = std::make_unique<parley_result>();
+        if (session->inner.update(share, &made->inner)) *result = made.release();
+    });
+}
+
+parley_status parley_session_end(parley_session *session, parley_result **result) {
+    return guarded([&] {
+        require(session && result, "a session or the place for the result is missing");
+        *result = nullptr;
+        require(!session->has_ended, "the session has ended");
+        session->has_ended = true;
+        *result = new parley_result{session->inner.end()};
+    });
+}
+
+void parley_session_delete(parley_session *session) {
+    delete session;
 }
 
 void parley_result_delete(parley_result *result) {

@@ -19,6 +19,7 @@ _parley() {
         case $command in
         score) options="--help --collar --skip-overlap --uem --each" ;;
         assign) options="--help --words --format --reach --speakers --names --model" ;;
+        listen) options="--help --rate --input-channels --every --share --lines --format --output-dir --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --model --color" ;;
         match) options="--help --threshold" ;;
         esac
         COMPREPLY=($(compgen -W "$options" -- "$current"))
@@ -26,6 +27,6 @@ _parley() {
     fi
     COMPREPLY=($(compgen -f -- "$current"))
     compopt -o filenames
-    [ "$COMP_CWORD" != 1 ] || COMPREPLY+=($(compgen -W "score assign match" -- "$current"))
+    [ "$COMP_CWORD" != 1 ] || COMPREPLY+=($(compgen -W "score assign listen match" -- "$current"))
 }
 complete -F _parley parley

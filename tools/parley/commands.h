@@ -13,6 +13,7 @@ command diarize_command(CLI::App *app);
 command score_command(CLI::App *app);
 command assign_command(CLI::App *app);
 command match_command(CLI::App *app);
+command listen_command(CLI::App *app);
 
 }  // namespace parley
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "progress.h"
 #include "recordings.h"
 #include "room.h"
+#include "room_options.h"
 #include "terminal.h"
 #include "workers.h"
 
@@ -32,29 +32,8 @@ struct arguments {
     int jobs = 1;
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
-    parley_options options;
-    std::deque<std::string> texts;  // which the options refer to
+    room_options options;
 };
-
-// The options of the room, as its table has them.
-void define_options(CLI::App *app, arguments *a) {
-    parley_options_init(&a->options);
-    for (int32_t i = 0; const parley_option *option = parley_option_at(i); i++) {
-        const auto set = [a, option](const std::string &value) {
-            a->texts.push_back(value);
-            if (parley_options_set(&a->options, option->name, a->texts.back().c_str()) != PARLEY_OK)
-                throw CLI::ValidationError(std::string("--") + parley_message());
-        };
-        const std::string name =
-            std::string(option->name) == "speakers" ? "-n,--speakers" : std::string("--") + option->name;
-        if (option->value) {
-            app->add_option_function<std::string>(name, set, option->purpose)->type_name(option->value);
-        } else {
-            app->add_flag_callback(
-                name, [set] { set("1"); }, option->purpose);
-        }
-    }
-}
 
 // The two columns of help fit a terminal of 80.
 void define(CLI::App *app, arguments *a) {
@@ -75,7 +54,7 @@ void define(CLI::App *app, arguments *a) {
         ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
         ->type_name("HOW");
     app->add_flag("--resume", a->resume, "leave out recordings whose files are there");
-    define_options(app, a);
+    a->options.define(app);
     app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("BYTES");
@@ -226,8 +205,8 @@ private:
         };
         parley_result *made = nullptr;
         const parley_status status = parley_diarize_file(
-            diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(), &a_.options,
-            tell, &told, &made);
+            diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(),
+            a_.options.get(), tell, &told, &made);
         const result_ptr result(made);
         if (status != PARLEY_OK && stream) {  // whose place in the system nobody knows
             room_error failure(status);
@@ -294,7 +273,7 @@ private:
 // What the parser cannot see. Throws CLI::ValidationError.
 std::vector<const parley_format *> check_arguments(const arguments &a) {
     if (a.files.empty() && a.manifests.empty()) throw CLI::ValidationError("no audio file given");
-    if (parley_options_check(&a.options) != PARLEY_OK) throw CLI::ValidationError(parley_message());
+    if (parley_options_check(a.options.get()) != PARLEY_OK) throw CLI::ValidationError(parley_message());
     std::vector<const parley_format *> formats;
     for (const std::string &name : a.formats) {
         const parley_format *format = find_format(name);

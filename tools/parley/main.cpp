@@ -19,6 +19,7 @@ int main(int argc, char **argv) {
         {"diarize", "what parley does without a command", diarize_command},
         {"score", "error rates of one RTTM file against another", score_command},
         {"assign", "adds who speaks to a transcript", assign_command},
+        {"listen", "tells who speaks while it is recorded", listen_command},
         {"match", "tells which speakers of two recordings are the same", match_command},
     };
     command chosen = diarize_command(&app);

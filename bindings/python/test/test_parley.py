@@ -194,6 +194,24 @@ def test_words_get_the_speaker_of_most_of_their_time():
     assert "speaker" not in words[0]
 
 
+def test_listening_ends_with_the_answer_of_the_whole(diarizer, samples, expected):
+    pieces = [samples[at:at + 7001] for at in range(0, len(samples), 7001)]
+    states = list(diarizer.listen(iter(pieces), every=2.0, share=1.0))
+    assert len(states) > 20 and all(a.duration < b.duration for a, b in zip(states, states[1:-1]))
+    assert states[-1] == expected and all((states[-1].embeddings[k] == v).all() for k, v in expected.embeddings.items())
+    stable = [s for s in states if s.duration > 10]
+    assert all(s[0].speaker == stable[0][0].speaker for s in stable)
+    stereo = np.stack([samples, samples], axis=1)
+    assert [list(s) for s in diarizer.listen([stereo], share=0)][-1] == list(expected)
+    with pytest.raises(ValueError, match="no samples"):
+        list(diarizer.listen([]))
+    with pytest.raises(ValueError, match="channels"):
+        list(diarizer.listen([samples[:9000], stereo]))
+    waiting = diarizer.listen(iter(pieces), every=1.0)
+    next(waiting)
+    waiting.close()  # releases the session
+
+
 def test_the_readme_s_examples_run(tmp_path, monkeypatch, capsys, samples):
     monkeypatch.chdir(tmp_path)
     (tmp_path / "meeting.wav").write_bytes(RECORDING.read_bytes())

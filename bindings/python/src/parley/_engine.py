@@ -5,7 +5,7 @@ import ctypes
 import os
 import threading
 from ctypes import POINTER, byref, c_int16, c_void_p
-from typing import IO, Any, Callable, Dict, Optional, Sequence, Tuple, Union
+from typing import IO, Any, Callable, Dict, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
@@ -139,6 +139,55 @@ class Diarizer:
             self._object, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0], pcm.shape[1], sample_rate, b"recording",
             options.record, *rest))
 
+    def listen(self, pieces: Iterable[Any], sample_rate: int = 16000, *, every: float = 1.0, share: float = 0.05,
+               **options: Any) -> Iterator[Diarization]:
+        """Tells who speaks while samples still come.
+
+        pieces: an iterable of samples as diarize takes them, all of one number of channels, as they are recorded.
+        every: seconds of audio between two answers, at least.
+        share: of the time that passes, for clustering again; in between what is new goes to the nearest of the speakers found.
+        options: min_speakers, names, sensitivity and so on, as of diarize.
+
+        Yields what is known so far, with speakers who keep their number, and in the end what diarize would return of all samples.
+        """
+        asked = _Options({name.replace("_", "-"): value for name, value in options.items()})
+        session = c_void_p()
+        heard = told = 0
+        try:
+            for piece in pieces:
+                pcm = _to_int16(piece)
+                if not session:
+                    with self._lock:
+                        self._check_open()
+                        check(library.parley_listen(self._object, b"recording", pcm.shape[1], sample_rate, asked.record, byref(session)))
+                        channels = pcm.shape[1]
+                if pcm.shape[1] != channels:
+                    raise ValueError(f"a piece has {pcm.shape[1]} channels, those before had {channels}")
+                with self._lock:
+                    self._check_open()
+                    check(library.parley_session_feed(session, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0]))
+                heard += pcm.shape[0]
+                if heard - told >= every * sample_rate:
+                    told = heard
+                    if (state := self._ask(library.parley_session_update, session, share)) is not None:
+                        yield state
+            if not session:
+                raise ValueError("there were no samples")
+            yield self._ask(library.parley_session_end, session)
+        finally:
+            library.parley_session_delete(session)
+
+    def _check_open(self) -> None:
+        if self._object is None:
+            raise ValueError("the Diarizer is closed")
+
+    def _ask(self, call: Callable[..., int], *arguments: Any) -> Optional[Diarization]:
+        result = c_void_p()
+        with self._lock:
+            self._check_open()
+            check(call(*arguments, byref(result)))
+        return Diarization._take(result) if result else None
+
     def _run(self, progress: Optional[Callable[[float], Optional[bool]]], call: Callable[..., int]) -> Diarization:
         raised: list = []
 
@@ -151,8 +200,7 @@ class Diarizer:
 
         result = c_void_p()
         with self._lock:
-            if self._object is None:
-                raise ValueError("the Diarizer is closed")
+            self._check_open()
             status = call(Progress(tell) if progress else Progress(), None, byref(result))
             if raised:
                 raise raised[0]

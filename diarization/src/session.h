@@ -1,0 +1,66 @@
+// A recording that is still going on: samples come in pieces, the answer about what was heard so far whenever it is asked
+// for, and in the end the very answer that the whole recording gets.
+#ifndef PARLEY_SESSION_H
+#define PARLEY_SESSION_H
+
+#include <chrono>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "channels.h"
+#include "diarizer.h"
+#include "frames.h"
+#include "zx_filterbank.h"
+
+class session {
+public:
+    // Samples will be interleaved, at `rate` Hz. Throws diarization_error, as everything here.
+    session(diarizer *owner, const std::string &name, const parley_options &options, int32_t num_channels,
+            int32_t rate);
+
+    void feed(const int16_t *interleaved, int64_t num_frames);
+
+    // The answer about what was heard so far; false if there is nothing new. Only what new samples change goes through the
+    // network again. Clustering takes at most `share` of the time that passes; in between new frames go to the nearest of
+    // the speakers found. Speakers keep their number, also when the clustering finds others.
+    bool update(double share, diarization *state);
+
+    // The answer, as if all had come at once. Nothing can be fed any more.
+    diarization end();
+
+private:
+    void hear(std::span<const int16_t> samples);
+    void embed();
+    void embed_chunk(int32_t length, int32_t end_kept);
+    void keep_numbers(const tags &found);
+    void extend();
+    frames all() const;
+    diarization empty_answer() const;
+
+    using clock = std::chrono::steady_clock;
+
+    diarizer *owner_;
+    std::string name_, prefix_, names_;
+    parley_options options_;
+    int32_t num_channels_;
+    sample_converter converter_;
+    zx_owned<zx_filterbank_t, zx_filterbank_delete> filterbank_;
+    std::vector<int16_t> pending_;  // mono, before conversion: less than a block
+    std::vector<int16_t> hop_;      // samples of a row that is not complete
+    int64_t num_samples_ = 0;       // at the engine's rate
+    std::vector<float> waveform_;
+
+    std::vector<int16_t> rows_;  // normalized, from the chunk that is not complete on
+    int32_t num_frames_ = 0, chunk_start_ = 0, first_kept_ = 0;
+    std::vector<float> embeddings_;
+    int32_t size_;  // of an embedding
+
+    tags which_;  // numbers that stay; of as many frames as were told
+    uint32_t next_number_ = 1;
+    clock::time_point last_clustering_{};
+    clock::duration clustering_took_{};
+};
+
+#endif
