@@ -77,6 +77,16 @@ export interface Answer {
 /** Decodes what the browser can play to mono samples from -1 to 1 at 16 kHz. */
 export declare function decodeAudio(source: Blob | ArrayBuffer): Promise<Float32Array>;
 
+/** A recording that is still going on. */
+export interface Session {
+  feed(samples: Int16Array | Float32Array): Promise<void>;
+  /** What is known so far, null if nothing is new; clustering takes at most that share of the time that passes (0.05). */
+  update(share?: number): Promise<Answer | null>;
+  /** What diarize would give of all samples; closes the session. */
+  end(): Promise<Answer>;
+  close(): void;
+}
+
 /** An engine in a worker. */
 export declare class Parley {
   /** Starts the worker and loads the model; both lie beside this file unless named. */
@@ -85,6 +95,8 @@ export declare class Parley {
   /** In which answers can be written. */
   formats: Format[];
   diarize(samples: Int16Array | Float32Array, options?: Options): Promise<Answer>;
+  /** Begins to listen to samples that will come. */
+  listen(options?: Options): Promise<Session>;
   /** Ends the worker. */
   close(): void;
 }

@@ -68,6 +68,39 @@ class Answer {
   }
 }
 
+// A recording that is still going on.
+class Session {
+  #parley;
+  #number;
+
+  constructor(parley, number) {
+    this.#parley = parley;
+    this.#number = number;
+  }
+
+  // Samples as diarize takes them.
+  async feed(samples) {
+    const pcm = toInt16(samples);
+    await this.#parley.ask({ feed: pcm, session: this.#number }, undefined, [pcm.buffer]);
+  }
+
+  // The answer about what was heard so far, null if nothing is new. Speakers keep their numbers. Clustering takes at most `share` of
+  // the time that passes.
+  async update(share = 0.05) {
+    const reply = await this.#parley.ask({ update: share, session: this.#number });
+    return reply.answer ? new Answer(this.#parley, reply) : null;
+  }
+
+  // The answer that diarize would give of all samples; the session is closed then.
+  async end() {
+    return new Answer(this.#parley, await this.#parley.ask({ end: this.#number }));
+  }
+
+  close() {
+    this.#parley.tell({ leave: this.#number });
+  }
+}
+
 export class Parley {
   // Starts a worker and loads the engine and the model, by default from beside this file.
   static load({ model = new URL("./parley.zx", import.meta.url), worker = new URL("./worker.js", import.meta.url) } = {}) {
@@ -124,6 +157,12 @@ export class Parley {
     const pcm = toInt16(samples);
     const message = { samples: pcm, channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
     return new Answer(this, await this.ask(message, onProgress, [pcm.buffer]));
+  }
+
+  // Begins to listen to samples that will come.
+  async listen({ name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
+    const wish = { channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
+    return new Session(this, (await this.ask({ listen: wish })).session);
   }
 
   // Ends the worker; calls that are under way fail.

@@ -1,11 +1,13 @@
 // The engine in a thread of its own, so that pages stay responsive. Messages in: {open: URL of the model},
-// {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, write: format, answer}, {release: answer}.
-// Messages out: {opened: formats}, {id, progress}, {id, answer, ...}, {id, bytes}, {id, error}.
+// {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, write: format, answer}, {release: answer};
+// while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
+// {id, end: session}, {leave: session}. Messages out: {id, session}, {id, answer: 0} for nothing new, {opened: formats}, {id, progress}, {id, answer, ...}, {id, bytes}, {id, error}.
 import createCore from "./parley-core.js";
 
 const OPTIONS_SIZE = 1024; // bytes: room for the record of options, which is filled by name alone
 let core, diarizer, current;
 const results = new Map(); // number of an answer: address
+const sessions = new Map(); // number of a session: {address, channels}
 let next = 1;
 
 // Runs `work` with the addresses of texts, which are released behind it.
@@ -75,25 +77,76 @@ function shown(result) {
            speakers, waveform };
 }
 
-function run({ samples, channels, rate, name, options }) {
-  const pcm = core._malloc(samples.length * 2 + 2);
+// Calls `work` with the addresses of the name, of the options' record and of room for what is made.
+function withOptions(name, options, work) {
   const record = core._malloc(OPTIONS_SIZE), out = core._malloc(4);
-  const texts = [name, ...options.flat()];
   try {
-    if (!pcm) throw new Error("there is not enough memory");
-    core.HEAP16.set(samples, pcm >> 1);
     core._parley_options_init(record);
-    return withTexts(texts, (recording, ...pairs) => {
+    return withTexts([name, ...options.flat()], (recording, ...pairs) => {
       for (let i = 0; i < pairs.length; i += 2) check(core._parley_options_set(record, pairs[i], pairs[i + 1]));
-      check(core._parley_run(diarizer, pcm, samples.length / channels, channels, rate, recording, record, out));
-      const result = core.HEAP32[out >> 2];
-      const number = next++;
-      results.set(number, result);
-      return { answer: number, ...shown(result) };
+      return work(recording, record, out);
     });
   } finally {
-    [pcm, record, out].forEach((address) => core._free(address));
+    [record, out].forEach((address) => core._free(address));
   }
+}
+
+function withSamples(samples, work) {
+  const pcm = core._malloc(samples.length * 2 + 2);
+  if (!pcm) throw new Error("there is not enough memory");
+  try {
+    core.HEAP16.set(samples, pcm >> 1);
+    return work(pcm);
+  } finally {
+    core._free(pcm);
+  }
+}
+
+function kept(result) {
+  const number = next++;
+  results.set(number, result);
+  return { answer: number, ...shown(result) };
+}
+
+function run({ samples, channels, rate, name, options }) {
+  return withSamples(samples, (pcm) => withOptions(name, options, (recording, record, out) => {
+    check(core._parley_run(diarizer, pcm, samples.length / channels, channels, rate, recording, record, out));
+    return kept(core.HEAP32[out >> 2]);
+  }));
+}
+
+// ---- While it is recorded
+
+function listen({ channels, rate, name, options }) {
+  return withOptions(name, options, (recording, record, out) => {
+    check(core._parley_listen(diarizer, recording, channels, rate, record, out));
+    const number = next++;
+    sessions.set(number, { address: core.HEAP32[out >> 2], channels });
+    return { session: number };
+  });
+}
+
+function session(number) {
+  const found = sessions.get(number);
+  if (!found) throw new Error("the session was closed");
+  return found;
+}
+
+// What a call of a session makes: an answer, or nothing new.
+function made(call) {
+  const out = core._malloc(4);
+  try {
+    check(call(out));
+    const result = core.HEAP32[out >> 2];
+    return result ? kept(result) : { answer: 0 };
+  } finally {
+    core._free(out);
+  }
+}
+
+function leave(number) {
+  core._parley_session_delete(sessions.get(number)?.address ?? 0);
+  sessions.delete(number);
 }
 
 function write(number, format) {
@@ -119,6 +172,19 @@ onmessage = async ({ data }) => {
     } else if (data.release) {
       core._parley_result_delete(results.get(data.release) ?? 0);
       results.delete(data.release);
+    } else if (data.listen) {
+      postMessage({ id: data.id, ...listen(data.listen) });
+    } else if (data.feed) {
+      const { address, channels } = session(data.session);
+      withSamples(data.feed, (pcm) => check(core._parley_session_feed(address, pcm, data.feed.length / channels)));
+      postMessage({ id: data.id });
+    } else if (data.update !== undefined) {
+      postMessage({ id: data.id, ...made((out) => core._parley_session_update(session(data.session).address, data.update, out)) });
+    } else if (data.end) {
+      postMessage({ id: data.id, ...made((out) => core._parley_session_end(session(data.end).address, out)) });
+      leave(data.end);
+    } else if (data.leave) {
+      leave(data.leave);
     } else if (data.write) {
       const bytes = write(data.answer, data.write);
       postMessage({ id: data.id, bytes }, [bytes.buffer]);

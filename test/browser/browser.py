@@ -11,7 +11,7 @@ SKIPPED = 77  # CTest's status for a test that could not run
 
 
 class Browser:
-    def __init__(self, shots=None):
+    def __init__(self, shots=None, *more):
         self.shots = shots  # folder for screenshots
         self.profile = tempfile.TemporaryDirectory()
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
@@ -21,7 +21,7 @@ class Browser:
                 break
         arguments = ["--headless=new", "--disable-gpu", "--no-first-run", "--disable-background-networking",
                      "--disable-component-update", "--disable-sync", "--autoplay-policy=no-user-gesture-required",
-                     "--mute-audio", f"--user-data-dir={self.profile.name}"]
+                     "--mute-audio", f"--user-data-dir={self.profile.name}", *more]
         if os.geteuid() == 0:
             arguments.append("--no-sandbox")
         options = {"args": arguments}

@@ -34,7 +34,8 @@ class Web(unittest.TestCase):
         cls.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), functools.partial(Handler, directory=WEB))
         threading.Thread(target=cls.server.serve_forever, daemon=True).start()
         cls.expected = json.loads(subprocess.run([PARLEY, "--format", "json", AUDIO], check=True, stdout=subprocess.PIPE).stdout)
-        cls.browser = Browser(SHOTS)
+        cls.browser = Browser(SHOTS, "--use-fake-device-for-media-stream", "--use-fake-ui-for-media-stream",
+                              f"--use-file-for-fake-audio-capture={Path(AUDIO).resolve()}")
         cls.browser.resize(1100, 1000)
 
     @classmethod
@@ -92,6 +93,34 @@ class Web(unittest.TestCase):
         # Only the page's own parts were asked for, and nothing was sent.
         self.assertTrue(all(Path(WEB, path.split("?")[0].strip("/") or "index.html").exists() or path == "/favicon.ico"
                             for path in Handler.requests), Handler.requests)
+
+    def test_the_microphone_shows_lanes_while_people_speak(self):
+        self.browser.run("document.getElementById('listen').click()")
+        self.wait("return document.querySelectorAll('.label').length > 0")
+        self.wait("return document.querySelector('.slider')?.ariaValueNow > 12")
+        self.assertIn("speaker", self.browser.run("return document.getElementById('status').textContent"))
+        self.assertGreater(self.browser.run("return document.getElementById('level').value"), 0)
+        self.browser.shot("microphone.png")
+        self.browser.run("document.getElementById('listen').click()")
+        self.wait("return globalThis.parleyShown !== undefined")
+        data = json.loads(self.browser.run("return parleyFormats().json"))
+        self.assertGreater(data["duration"], 12)
+        self.assertGreaterEqual(len(data["speakers"]), 1)
+        self.wait("return document.getElementById('audio').readyState >= 1")
+        self.assertAlmostEqual(self.browser.run("return document.getElementById('audio').duration"), data["duration"], delta=0.1)
+        # What was recorded gets, as a whole, the same answer.
+        again = self.browser.run_async("""const done = arguments[0];
+            (async () => {
+                const { Parley } = await import('./parley.js');
+                const bytes = await parleySound().arrayBuffer();
+                const parley = await Parley.load();
+                const answer = await parley.diarize(new Int16Array(bytes, 44), { sampleRate: new DataView(bytes).getUint32(24, true) });
+                const found = answer.segments.map(({ start, end, speaker }) => [start, end, answer.speakers[speaker - 1].name]);
+                parley.close();
+                return found;
+            })().then(done, (error) => done(String(error)));""")
+        self.assertEqual(again, [[s["start"], s["end"], s["speaker"]] for s in data["segments"]])
+        self.assertEqual(self.browser.complaints(), [])
 
     def test_what_is_no_audio_is_said_and_the_next_file_works(self):
         self.choose(Path(WEB) / "app.css")

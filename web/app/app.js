@@ -5,6 +5,7 @@ const element = (id) => document.getElementById(id);
 const status = element("status"), progress = element("progress"), audio = element("audio");
 let engine; // a promise, made with the first file
 let texts = {}; // the answer in every format that the engine writes, but as a page
+let heard; // the sound it is about, a Blob
 
 function say(text, fraction) {
   status.textContent = text;
@@ -12,38 +13,139 @@ function say(text, fraction) {
   progress.value = fraction ?? 0;
 }
 
+function clear() {
+  globalThis.parleyShown?.close();
+  globalThis.parleyShown = undefined;
+  element("player").replaceChildren();
+}
+
+function load() {
+  engine ??= Parley.load();
+  return engine.catch((error) => {
+    engine = undefined; // the next try begins again
+    throw error;
+  });
+}
+
+// Shows an answer with the sound it is about.
+async function show(loaded, answer, sound, fileName) {
+  texts = {};
+  for (const { name } of loaded.formats) if (name !== "html") texts[name] = await answer.text(name);
+  const shown = JSON.parse(texts.json);
+  answer.close();
+  if (audio.src) URL.revokeObjectURL(audio.src);
+  audio.src = URL.createObjectURL(sound);
+  heard = sound;
+  audio.dataset.name = fileName;
+  const name = encodeURIComponent(fileName);
+  const media = { url: name, beside: "./" + name, type: sound.type || "application/octet-stream" };
+  globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...answer.waveform] }, audio);
+  return shown;
+}
+
 async function open(file) {
   try {
-    globalThis.parleyShown?.close();
-    element("player").replaceChildren();
+    clear();
     say("Decoding " + file.name);
     const samples = await decodeAudio(file);
-    engine ??= Parley.load();
-    const loaded = await engine.catch((error) => {
-      engine = undefined; // the next file tries again
-      throw error;
-    });
+    const loaded = await load();
     const begin = performance.now();
     const answer = await loaded.diarize(samples, { name: file.name, onProgress: (fraction) => say("Listening", fraction) });
     const elapsed = (performance.now() - begin) / 1000;
-    texts = {};
-    for (const { name } of loaded.formats) if (name !== "html") texts[name] = await answer.text(name);
-    const shown = JSON.parse(texts.json);
-    answer.close();
-    if (audio.src) URL.revokeObjectURL(audio.src);
-    audio.src = URL.createObjectURL(file);
-    audio.dataset.name = file.name;
-    const name = encodeURIComponent(file.name);
-    const media = { url: name, beside: "./" + name, type: "application/octet-stream" };
-    globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...answer.waveform] }, audio);
+    const shown = await show(loaded, answer, file, file.name);
     say(`Took ${elapsed.toFixed(1)} s, ${Math.round(shown.duration / elapsed)} times as fast as listening.`);
   } catch (error) {
     say(`${file.name}: ${error.message || error.name}`);
   }
 }
 
+// ---- The microphone
+
+let stop; // ends what is being recorded
+
+// 16-bit mono samples as a WAV file.
+function wavOf(pieces, rate) {
+  const count = pieces.reduce((sum, piece) => sum + piece.length, 0);
+  const bytes = new DataView(new ArrayBuffer(44 + 2 * count));
+  const put = (at, text) => [...text].forEach((c, i) => bytes.setUint8(at + i, c.charCodeAt(0)));
+  put(0, "RIFF");
+  bytes.setUint32(4, 36 + 2 * count, true);
+  put(8, "WAVEfmt ");
+  [[16, 16], [24, rate], [28, 2 * rate], [40, 2 * count]].forEach(([at, value]) => bytes.setUint32(at, value, true));
+  [[20, 1], [22, 1], [32, 2], [34, 16]].forEach(([at, value]) => bytes.setUint16(at, value, true));
+  put(36, "data");
+  let at = 44;
+  for (const piece of pieces) for (const sample of piece) bytes.setInt16(at, sample, true), (at += 2);
+  return new Blob([bytes], { type: "audio/wav" });
+}
+
+async function listen() {
+  const button = element("listen"), meter = element("level");
+  let context, stream, session;
+  try {
+    clear();
+    say("Waiting for the microphone");
+    stream = await navigator.mediaDevices.getUserMedia({
+      audio: { channelCount: 1, echoCancellation: false, noiseSuppression: false, autoGainControl: false } });
+    const loaded = await load();
+    context = new AudioContext();
+    await context.audioWorklet.addModule("recorder.js");
+    const recorder = new AudioWorkletNode(context, "recorder");
+    const name = `microphone ${new Date().toISOString().slice(0, 16).replace(":", ".")}`;
+    session = await loaded.listen({ name, sampleRate: context.sampleRate });
+    const pieces = [];
+    recorder.port.onmessage = ({ data }) => {
+      const piece = Int16Array.from(data, (x) => Math.max(-32768, Math.min(32767, Math.round(x * 32768))));
+      pieces.push(piece);
+      meter.value = Math.sqrt(data.reduce((most, x) => Math.max(most, Math.abs(x)), 0));
+      session.feed(piece).catch((error) => stop?.(error));
+    };
+    context.createMediaStreamSource(stream).connect(recorder);
+    button.textContent = "Stop";
+    meter.hidden = false;
+    const ended = new Promise((resolve) => { stop = resolve; });
+    stream.getAudioTracks()[0].addEventListener("ended", () => stop?.()); // unplugged
+    let timeline;
+    for (let goesOn = true; goesOn;) {
+      goesOn = await Promise.race([ended.then(() => false), new Promise((resolve) => setTimeout(resolve, 1000, true))]);
+      const state = await session.update();
+      if (!state) continue;
+      const data = { recording: name, duration: state.duration, waveform: [...state.waveform], speakers: state.speakers,
+                     segments: state.segments.map((s) => ({ ...s, speaker: state.speakers[s.speaker - 1].name })) };
+      state.close();
+      const answer = new ParleyAnswer(data);
+      if (timeline) timeline.become(answer);
+      else timeline = new ParleyTimeline(answer, { seek() {}, select() {} });
+      if (!timeline.element.isConnected) element("player").replaceChildren(timeline.element);
+      element("player").classList.add("parley");
+      timeline.show(Math.max(0, state.duration - 60), state.duration);
+      const now = answer.at(state.duration - 0.05).map((i) => answer.segments[i].speaker).join(", ");
+      timeline.place(state.duration, `${parleyClock(state.duration)}, ${now || "nobody"}`);
+      say(`${parleyClock(state.duration)} heard. Now: ${now || "nobody"}`);
+    }
+    const failure = await ended;
+    if (failure) throw failure;
+    const sound = wavOf(pieces, context.sampleRate);
+    const shown = await show(loaded, await session.end(), sound, name + ".wav");
+    session = undefined;
+    say(`${parleyClock(shown.duration)} recorded; nothing of it has left this machine.`);
+  } catch (error) {
+    const why = { NotAllowedError: "it is not allowed to listen", NotFoundError: "there is none" }[error.name];
+    say(`Microphone: ${why ?? error.message}`);
+  } finally {
+    stop = undefined;
+    session?.close();
+    stream?.getTracks().forEach((track) => track.stop());
+    context?.close();
+    button.textContent = "Listen to the microphone";
+    meter.hidden = true;
+  }
+}
+element("listen").addEventListener("click", () => (stop ? stop() : listen()));
+
 // For tests.
 globalThis.parleyFormats = () => texts;
+globalThis.parleySound = () => heard;
 
 element("file").addEventListener("change", ({ target }) => target.files.length && open(target.files[0]));
 for (const name of ["dragenter", "dragover", "dragleave", "drop"]) {

@@ -68,6 +68,14 @@ class ParleyTimeline {
     this.update();
   }
 
+  // Another answer, about more of the same recording.
+  become(answer) {
+    this.#answer = answer;
+    this.duration = Math.max(answer.data.duration, 0.001);
+    this.slider.setAttribute("aria-valuemax", this.duration.toFixed(1));
+    this.update();
+  }
+
   // After the answer has changed.
   update() {
     this.color = new Map(this.#answer.names.map((name, i) => [name, PARLEY_COLORS[i % PARLEY_COLORS.length]]));
