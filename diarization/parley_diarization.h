@@ -132,6 +132,9 @@ PARLEY_API PARLEY_CHECKED parley_status parley_open_memory(const void *model, si
                                                            parley_diarizer **diarizer);
 
 /* Null is accepted. */
+/* Names the model, 16 digits that are its file's hash: vectors of two models have nothing to do with each other. */
+PARLEY_API const char *parley_model(const parley_diarizer *diarizer);
+
 PARLEY_API void parley_close(parley_diarizer *diarizer);
 
 /* Diarizes an audio file. `options` and `progress` may be null. The caller deletes *result, which is null
@@ -202,6 +205,7 @@ typedef struct {
     double seconds;         /* of speech */
     const float *embedding; /* of unit length: the mean over the speaker's frames */
     int32_t embedding_size;
+    double similarity; /* cosine with the known voice that gave the name; 0 where none did */
 } parley_speaker;
 
 PARLEY_API void parley_result_delete(parley_result *result);           /* null is accepted */
@@ -302,6 +306,27 @@ PARLEY_API PARLEY_CHECKED parley_status parley_read_rttm(const char *text, size_
 PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t num_here, const float *there,
                                                      int32_t num_there, int32_t dimension, double threshold,
                                                      int32_t *others, double *cosines);
+
+/* Voices of people who are known from earlier recordings, as a text (JSON, docs/schema) that the caller keeps; "" is the empty list.
+ * All of these give PARLEY_UNREADABLE for a text that is damaged, and PARLEY_INVALID, with the remedy, for one of another model. */
+
+/* Adds a sample of `name`: speaker `speaker` of the answer. The new text is one block released with parley_free. PARLEY_INVALID for
+ * a speaker who is heard for less than 3 s. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_add(const char *voices, const char *name,
+                                                          const parley_result *result, int32_t speaker,
+                                                          char **text);
+
+/* Takes `name` out. PARLEY_INVALID if there is no such voice. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_remove(const char *voices, const char *name,
+                                                             char **text);
+
+/* Person `index` of the list and how many samples there are; *name is null beyond the last. One block released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_at(const char *voices, int32_t index, char **name,
+                                                         int32_t *num_samples);
+
+/* Gives the speakers of an answer the names of known people who are near enough: a cosine above `threshold` (0: 0.8), each name once. The others stay as they are called. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_name_voices(parley_result *result, const char *voices,
+                                                                  double threshold);
 
 /* Seconds of a recording's errors against a reference, see diarization/src/score.h for their definition. */
 typedef struct {

@@ -20,6 +20,7 @@ struct speaker {
     std::string name;
     double seconds;                // of speech
     std::vector<float> embedding;  // of unit length: the mean over the speaker's frames
+    double similarity = 0;         // cosine with the known voice that gave the name; 0 where none did
 };
 
 struct spoken_word {
@@ -30,6 +31,7 @@ struct spoken_word {
 struct diarization {
     std::string path;                  // as the user named it; "-" for standard input
     std::string recording;             // the file's name without folder and extension
+    std::string model;                 // whose vectors the embeddings are
     double duration = 0;               // seconds
     std::vector<segment> segments;     // by start
     std::vector<speaker> speakers;     // in the order in which they are first heard

@@ -249,6 +249,7 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     diarization result;
     result.path = path;
     result.recording = std::filesystem::path(path).stem().string();
+    result.model = engine_.id();
     result.with_confidence = options.confidence != 0;
     result.with_embeddings = options.embeddings != 0;
     if (options.channels == APART) {

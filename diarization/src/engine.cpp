@@ -1,6 +1,9 @@
 #include "engine.h"
 
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "errors.h"
 #include "zx_error.h"
@@ -28,6 +31,17 @@ struct reporter {
     zx_parley_progress_t record = {report, this};
 };
 
+// FNV-1a of 64 bits.
+std::string hash_of(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    uint64_t hash = 0xcbf29ce484222325;
+    for (std::istreambuf_iterator<char> byte(file), end; byte != end; ++byte)
+        hash = (hash ^ static_cast<unsigned char>(*byte)) * 0x100000001b3;
+    char text[17];
+    std::snprintf(text, sizeof(text), "%016llx", static_cast<unsigned long long>(hash));
+    return text;
+}
+
 }  // namespace
 
 engine::engine(const std::string &model_path) {
@@ -45,6 +59,7 @@ engine::engine(const std::string &model_path) {
         if (error.status == PARLEY_OUT_OF_MEMORY) throw;
         throw diarization_error(error.status, model_path + " is no model of this version", error.details);
     }
+    id_ = hash_of(model_path);
     const zx_parley_classifier_param_t *classifier = object_->param->classifier;
     if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
         throw diarization_error(PARLEY_INVALID,

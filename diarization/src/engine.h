@@ -43,10 +43,14 @@ public:
     thresholds own_thresholds() const;
     const float *background() const { return object_->param->cluster->reference_centroid; }
 
+    // Names the model: a hash of its file, 16 digits.
+    const std::string &id() const { return id_; }
+
     // The engine itself, for what is not here.
     zx_parley_t *get() const { return object_.get(); }
 
 private:
+    std::string id_;
     zx_owned<zx_parley_t, zx_parley_delete> object_;
 };
 

@@ -21,6 +21,7 @@
 #include "score.h"
 #include "session.h"
 #include "transcript.h"
+#include "voices.h"
 #include "zx_parley.h"
 
 struct parley_diarizer {
@@ -181,6 +182,10 @@ parley_status parley_open_memory(const void *model, size_t size, parley_diarizer
     });
 }
 
+const char *parley_model(const parley_diarizer *diarizer) {
+    return diarizer ? const_cast<parley_diarizer *>(diarizer)->inner.own_engine()->id().c_str() : "";
+}
+
 void parley_close(parley_diarizer *diarizer) {
     delete diarizer;
 }
@@ -293,9 +298,10 @@ parley_segment parley_result_segment(const parley_result *result, int32_t index)
 }
 
 parley_speaker parley_result_speaker(const parley_result *result, int32_t index) {
-    if (index < 0 || index >= parley_result_num_speakers(result)) return {"", 0, nullptr, 0};
+    if (index < 0 || index >= parley_result_num_speakers(result)) return {"", 0, nullptr, 0, 0};
     const speaker &s = of(result).speakers[static_cast<size_t>(index)];
-    return {s.name.c_str(), s.seconds, s.embedding.data(), static_cast<int32_t>(s.embedding.size())};
+    return {s.name.c_str(), s.seconds, s.embedding.data(), static_cast<int32_t>(s.embedding.size()),
+            s.similarity};
 }
 
 const float *parley_result_waveform(const parley_result *result, int32_t *count, int32_t *rate) {
@@ -306,6 +312,48 @@ const float *parley_result_waveform(const parley_result *result, int32_t *count,
 
 const char *parley_result_note(const parley_result *result) {
     return of(result).note.c_str();
+}
+
+parley_status parley_voices_add(const char *voices, const char *name, const parley_result *result,
+                                int32_t speaker, char **text) {
+    return guarded([&] {
+        require(voices && name && result && text,
+                "voices, a name, a result or the place for the text is missing");
+        voice_list list = read_voices(voices);
+        add_voice(&list, name, of(result), speaker);
+        *text = copied(write_voices(list));
+    });
+}
+
+parley_status parley_voices_remove(const char *voices, const char *name, char **text) {
+    return guarded([&] {
+        require(voices && name && text, "voices, a name or the place for the text is missing");
+        voice_list list = read_voices(voices);
+        const auto gone = std::erase_if(list.people, [name](const voice &v) { return v.name == name; });
+        require(gone > 0, ("there is no voice of " + std::string(name)).c_str());
+        *text = copied(write_voices(list));
+    });
+}
+
+parley_status parley_voices_at(const char *voices, int32_t index, char **name, int32_t *num_samples) {
+    return guarded([&] {
+        require(voices && index >= 0 && name, "voices, an index or the place for the name is missing");
+        *name = nullptr;
+        const voice_list list = read_voices(voices);
+        if (static_cast<size_t>(index) >= list.people.size()) return;
+        const voice &found = list.people[static_cast<size_t>(index)];
+        if (num_samples) *num_samples = static_cast<int32_t>(found.samples.size());
+        *name = copied(found.name);
+    });
+}
+
+parley_status parley_result_name_voices(parley_result *result, const char *voices, double threshold) {
+    constexpr double NEAR_ENOUGH = 0.8;  // test/voices/trials
+    return guarded([&] {
+        require(result && voices, "a result or voices are missing");
+        require(threshold >= 0 && threshold <= 1, "the threshold lies between 0 and 1");
+        name_voices(&result->inner, read_voices(voices), threshold > 0 ? threshold : NEAR_ENOUGH);
+    });
 }
 
 parley_status parley_result_rename(parley_result *result, const char *path) {

@@ -148,6 +148,7 @@ void session::extend() {
 diarization session::empty_answer() const {
     diarization result;
     result.path = result.recording = name_;
+    result.model = owner_->own_engine()->id();
     result.duration = static_cast<double>(num_samples_) / RATE;
     result.waveform = waveform_;
     result.with_confidence = options_.confidence != 0;

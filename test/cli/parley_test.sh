@@ -201,6 +201,34 @@ fi
 "$parley" --format json --embeddings --names C,A,B "$sample" >"$tmp/b.json"
 expect 0 '^speaker 2'$'	''A'$'	''1\.000$' '' match "$tmp/a.json" "$tmp/b.json"
 expect 1 '' 'is not what' match "$tmp/a.json" "$reference"
+export PARLEY_VOICES=$tmp/config/voices.json
+expect 0 '^Ann: [0-9.]+ s of' '' voices add Ann "$sample" --speaker 2
+expect 0 '^Bob: [0-9.]+ s of' '' voices add Bob "$sample" --from 0 --to 5
+expect 0 '^Ann'$'\t''1$' '' voices list
+expect 0 'Ann$' '' --voices "$PARLEY_VOICES" "$sample"
+sed 's/Bob/speaker 1/; s/Ann/speaker 2/' "$tmp/out" | cmp - "$tmp/one" || { echo "voices: others than they were"; failures=$((failures + 1)); }
+expect 0 '"similarity": (1.0|0.99)' '' -f json --voices "$PARLEY_VOICES" "$sample"
+expect 1 '' 'holds 3 speakers; say which' voices add Cem "$sample"
+expect 1 '' 'there are 3 speakers' voices add Cem "$sample" --speaker 4
+expect 1 '' 'there is no voice of Cem' voices remove Cem
+expect 0 '' '' voices remove Bob
+sed 's/"model": "./"model": "x/' "$PARLEY_VOICES" >"$tmp/other.json"
+expect 1 '' 'of another model .*add them again' --voices "$tmp/other.json" "$sample"
+expect 1 '' 'the voices are none: damaged' --voices "$source/README.md" "$sample"
+expect 1 '' 'nowhere.json: cannot be opened' --voices nowhere.json "$sample"
+expect 0 '' '' voices forget --all
+[ ! -e "$PARLEY_VOICES" ] || failures=$((failures + 1))
+unset PARLEY_VOICES
+
+# While it is recorded: lines of what changes, and in the end the files of the whole.
+"$parley" listen - -f rttm -o "$tmp/live" <"$sample" >"$tmp/lines" || failures=$((failures + 1))
+sed 's/ live / three-voices /' "$tmp/live/live.rttm" | cmp - "$tmp/hypothesis.rttm" || { echo "listen: another answer"; failures=$((failures + 1)); }
+grep -q '"final":true' "$tmp/lines" || failures=$((failures + 1))
+tail -c +45 "$sample" | "$parley" listen - | grep -q '"added":\[{"id":1,"start":0.8' || { echo "listen: raw samples"; failures=$((failures + 1)); }
+expect 1 '' 'is compressed; ffmpeg makes samples' listen "$audio/flac_s16_mono_16000.flac"
+expect 1 '' 'shorter than 32 ms' listen - </dev/null
+expect 2 '' 'go together' listen -f json - </dev/null
+
 printf 'WEBVTT\n\n00:01.000 --> 00:02.000\nHello\n' >"$tmp/words.vtt"
 expect 0 '^<v Ann>Hello$' '' assign --words "$tmp/words.vtt" --names Ann "$sample"
 expect 0 '^<v [a-z]+>Hello$' '' assign --words "$tmp/words.vtt" "$reference"

@@ -80,6 +80,11 @@ class Readers(unittest.TestCase):
         check(json.loads(said), "transcript.schema.json")
         with self.assertRaises(jsonschema.ValidationError):
             check({**self.json, "segments": [{"start": -1, "end": 0, "speaker": "x"}]}, "diarization.schema.json")
+        voices = self.folder / "voices.json"
+        subprocess.run([PARLEY, "voices", "add", "Ann", AUDIO, "--speaker", "1", "--voices", voices], check=True, stdout=subprocess.DEVNULL)
+        check(json.loads(voices.read_text()), "voices.schema.json")
+        named = subprocess.run([PARLEY, "-f", "json", "--voices", voices, AUDIO], check=True, stdout=subprocess.PIPE).stdout
+        check(json.loads(named), "diarization.schema.json")
         columns = json.loads((SCHEMAS / "segments.csv-metadata.json").read_text())["tableSchema"]["columns"]
         with open(self.file(".csv"), newline="") as file:
             self.assertEqual(next(csv.reader(file)), [c["name"] for c in columns])

@@ -14,6 +14,7 @@ command score_command(CLI::App *app);
 command assign_command(CLI::App *app);
 command match_command(CLI::App *app);
 command listen_command(CLI::App *app);
+command voices_command(CLI::App *app);
 
 }  // namespace parley
 

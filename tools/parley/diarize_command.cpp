@@ -18,6 +18,7 @@
 #include "room.h"
 #include "room_options.h"
 #include "terminal.h"
+#include "voices.h"
 #include "workers.h"
 
 namespace fs = std::filesystem;
@@ -28,7 +29,7 @@ namespace {
 
 struct arguments {
     std::vector<std::string> files, manifests, formats;
-    std::string model, output_dir, audio = "auto", color = "auto";
+    std::string model, voices, output_dir, audio = "auto", color = "auto";
     int jobs = 1;
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
@@ -58,6 +59,7 @@ void define(CLI::App *app, arguments *a) {
     app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("BYTES");
+    app->add_option("--voices", a->voices, "known people (parley voices) get their names")->type_name("FILE");
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
@@ -129,6 +131,7 @@ public:
           recordings_(std::move(recordings)),
           out_(out),
           terminal_(terminal_of(out, a.color)),
+          voices_(a.voices.empty() ? "" : read_text(a.voices)),
           num_workers_(std::min<size_t>(static_cast<size_t>(a_.jobs), recordings_.size())),
           shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb_terminal()),
           progress_(recordings_.size(), num_workers_, shows_progress_) {}
@@ -216,6 +219,7 @@ private:
         }
         check(status);
         if (stream) check(parley_result_rename(result.get(), recording.path.c_str()));
+        name_known(result.get(), voices_, 0);
         {
             const std::lock_guard lock(mutex_);
             seconds_ += parley_result_duration(result.get());
@@ -259,6 +263,7 @@ private:
     std::vector<recording_file> recordings_;
     std::FILE *out_;
     parley_terminal terminal_;
+    std::string voices_;
     size_t num_workers_;
     std::vector<diarizer_ptr> diarizers_;
     bool shows_progress_;

@@ -22,6 +22,7 @@
 #include "room.h"
 #include "room_options.h"
 #include "terminal.h"
+#include "voices.h"
 
 namespace fs = std::filesystem;
 
@@ -33,7 +34,7 @@ using json = nlohmann::ordered_json;
 using session_ptr = std::unique_ptr<parley_session, releaser<parley_session_delete>>;
 
 struct arguments {
-    std::string source = "-", model, output_dir, color = "auto";
+    std::string source = "-", model, voices, output_dir, color = "auto";
     std::vector<std::string> formats;
     int rate = 16000, channels = 1;
     double every = 1, share = 0.05;
@@ -242,6 +243,7 @@ int run(const arguments &a) {
     check(
         parley_listen(diarizer.get(), name.c_str(), from.channels(), from.rate(), a.options.get(), &created));
     const session_ptr session(created);
+    const std::string voices = a.voices.empty() ? "" : read_text(a.voices);
     screen lanes(out, terminal);
     changes since;
     const auto tell = [&](const parley_result *result) {
@@ -263,6 +265,7 @@ int run(const arguments &a) {
         parley_result *state = nullptr;
         check(parley_session_update(session.get(), a.share, &state));
         const result_ptr owned(state);
+        if (state) name_known(state, voices, 0);
         if (state) tell(state);
         told = clock::now();
         told_at = heard;
@@ -270,6 +273,7 @@ int run(const arguments &a) {
     parley_result *answer = nullptr;
     check(parley_session_end(session.get(), &answer));
     const result_ptr owned(answer);
+    name_known(answer, voices, 0);
     if (draws) {
         lanes.draw(answer);
     } else {
@@ -316,6 +320,7 @@ command listen_command(CLI::App *app) {
     app->add_option("-o,--output-dir", a->output_dir, "a file per format, there, at the end")
         ->type_name("DIR");
     a->options.define(app);
+    app->add_option("--voices", a->voices, "known people (parley voices) get their names")->type_name("FILE");
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))

@@ -20,6 +20,7 @@ int main(int argc, char **argv) {
         {"score", "error rates of one RTTM file against another", score_command},
         {"assign", "adds who speaks to a transcript", assign_command},
         {"listen", "tells who speaks while it is recorded", listen_command},
+        {"voices", "people who are known from earlier recordings", voices_command},
         {"match", "tells which speakers of two recordings are the same", match_command},
     };
     command chosen = diarize_command(&app);

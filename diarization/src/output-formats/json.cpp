@@ -21,6 +21,7 @@ nlohmann::ordered_json to_json(const diarization &result) {
     json["speakers"] = nlohmann::ordered_json::array();
     for (const speaker &s : result.speakers) {
         nlohmann::ordered_json entry = {{"name", s.name}, {"seconds", rounded(s.seconds, 1000)}};
+        if (s.similarity > 0) entry["similarity"] = rounded(s.similarity, 1000);
         if (result.with_embeddings) {
             entry["embedding"] = nlohmann::ordered_json::array();
             for (float v : s.embedding) entry["embedding"].push_back(rounded(double{v}, 1e6));

@@ -32,7 +32,7 @@ class CSegment(ctypes.Structure):
 class CSpeaker(ctypes.Structure):
     """parley_speaker"""
 
-    _fields_ = [("name", c_char_p), ("seconds", c_double), ("embedding", POINTER(c_float)), ("embedding_size", c_int32)]
+    _fields_ = [("name", c_char_p), ("seconds", c_double), ("embedding", POINTER(c_float)), ("embedding_size", c_int32), ("similarity", c_double)]
 
 
 class CTurn(ctypes.Structure):

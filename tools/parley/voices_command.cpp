@@ -1,0 +1,151 @@
+// People who are known from earlier recordings: add, list, remove, forget.
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "commands.h"
+#include "files.h"
+#include "model.h"
+#include "terminal.h"
+#include "voices.h"
+
+namespace fs = std::filesystem;
+
+namespace parley {
+
+std::string own_voices_file() {
+    if (const char *path = std::getenv("PARLEY_VOICES")) return path;
+    const char *folder = std::getenv("XDG_CONFIG_HOME"), *home = std::getenv("HOME");
+    const fs::path base = folder && *folder ? fs::path(folder) : fs::path(home ? home : ".") / ".config";
+    return (base / "parley" / "voices.json").string();
+}
+
+std::string read_voices_file(const std::string &path) {
+    return fs::exists(path) ? read_text(path) : "";
+}
+
+void name_known(parley_result *result, const std::string &voices, double threshold) {
+    if (!voices.empty()) check(parley_result_name_voices(result, voices.c_str(), threshold));
+}
+
+namespace {
+
+struct arguments {
+    std::string file = own_voices_file(), name, recording, model;
+    int speaker = 0;
+    std::optional<double> from, to;
+    bool all = false;
+};
+
+std::string taken(parley_status status, char *text) {
+    check(status);
+    const text_ptr owned(text);
+    return text;
+}
+
+void write_voices_file(const std::string &path, const std::string &text) {
+    if (fs::path(path).has_parent_path()) fs::create_directories(fs::path(path).parent_path());
+    write_atomically(path, text);
+    fs::permissions(path, fs::perms::owner_read |
+                              fs::perms::owner_write);  // what voices sound like is nobody else's business
+}
+
+// The speaker that is meant: the given one, the one heard most in the given stretch, or the only one.
+int32_t speaker_of(const arguments &a, const parley_result *result) {
+    const int32_t count = parley_result_num_speakers(result);
+    if (a.speaker > 0) return a.speaker - 1;
+    std::vector<double> heard(static_cast<size_t>(count));
+    for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
+        const parley_segment s = parley_result_segment(result, i);
+        heard[static_cast<size_t>(s.speaker)] += std::max(
+            0.0, std::min(s.end, a.to.value_or(s.end)) - std::max(s.start, a.from.value_or(s.start)));
+    }
+    const auto most = std::ranges::max_element(heard);
+    if (count == 0 || *most <= 0) throw std::runtime_error(a.recording + ": nobody speaks there");
+    if (!a.from && !a.to && count > 1)
+        throw std::runtime_error(a.recording + ": holds " + std::to_string(count) +
+                                 " speakers; say which with --speaker K, or when with --from and --to");
+    return static_cast<int32_t>(most - heard.begin());
+}
+
+int add(const arguments &a) {
+    const std::string before = read_voices_file(a.file);
+    const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
+    parley_result *made = nullptr;
+    check(parley_diarize_file(diarizer.get(), a.recording.c_str(), nullptr, nullptr, nullptr, &made));
+    const result_ptr result(made);
+    const int32_t speaker = speaker_of(a, made);
+    char *text = nullptr;
+    const parley_status status = parley_voices_add(before.c_str(), a.name.c_str(), made, speaker, &text);
+    write_voices_file(a.file, taken(status, text));
+    std::printf("%s: %.1f s of %s\n", a.name.c_str(), parley_result_speaker(made, speaker).seconds,
+                a.recording.c_str());
+    return EXIT_SUCCESS;
+}
+
+int list(const arguments &a) {
+    const std::string voices = read_voices_file(a.file);
+    for (int32_t i = 0;; i++) {
+        char *name = nullptr;
+        int32_t samples = 0;
+        check(parley_voices_at(voices.c_str(), i, &name, &samples));
+        const text_ptr owned(name);
+        if (!name) return EXIT_SUCCESS;
+        std::printf("%s\t%d\n", name, samples);
+    }
+}
+
+int remove(const arguments &a) {
+    char *text = nullptr;
+    const parley_status status =
+        parley_voices_remove(read_voices_file(a.file).c_str(), a.name.c_str(), &text);
+    write_voices_file(a.file, taken(status, text));
+    return EXIT_SUCCESS;
+}
+
+int forget(const arguments &a) {
+    if (!a.all)
+        throw std::runtime_error(
+            "forget takes --all: every voice is lost then; one goes with parley voices remove NAME");
+    fs::remove(a.file);
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+command voices_command(CLI::App *app) {
+    const auto a = std::make_shared<arguments>();
+    const auto chosen = std::make_shared<int (*)(const arguments &)>(nullptr);
+    app->description(
+        "People who are known from earlier recordings; parley --voices FILE gives them their names.");
+    app->require_subcommand(1);
+    const auto sub = [&](const char *name, const char *what, int (*run)(const arguments &)) {
+        CLI::App *made = app->add_subcommand(name, what);
+        made->get_formatter()->column_width(30);
+        made->add_option("--voices", a->file,
+                         "the file of voices ($PARLEY_VOICES, or ~/.config/parley/voices.json)")
+            ->type_name("FILE");
+        made->parse_complete_callback([chosen, run] { *chosen = run; });
+        return made;
+    };
+    CLI::App *adding = sub("add", "remembers a voice, or another sample of it", add);
+    adding->add_option("NAME", a->name, "whose voice it is")->required()->type_name("");
+    adding->add_option("RECORDING", a->recording, "where it is heard")->required()->type_name("");
+    adding->add_option("--speaker", a->speaker, "the K-th who is heard there")
+        ->check(CLI::Range(1, 1000).description(""))
+        ->type_name("K");
+    adding->add_option("--from", a->from, "who is heard from there")->type_name("SECONDS");
+    adding->add_option("--to", a->to, "to there")->type_name("SECONDS");
+    adding->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
+    sub("list", "names and numbers of samples", list);
+    sub("remove", "forgets a voice", remove)
+        ->add_option("NAME", a->name, "whose voice")
+        ->required()
+        ->type_name("");
+    sub("forget", "forgets every voice", forget)->add_flag("--all", a->all, "really");
+    return [a, chosen] { return (*chosen)(*a); };
+}
+
+}  // namespace parley
