@@ -70,6 +70,10 @@ export interface Answer {
   /** In one of the formats, byte for byte what the command line tool writes. */
   bytes(format: string): Promise<Uint8Array>;
   text(format: string): Promise<string>;
+  /** Gives known people their names; the text of a file of voices, as `parley voices` and remember write it. */
+  nameVoices(voices: string): Promise<void>;
+  /** The voices with a sample of that name added: the speaker of that index. */
+  remember(name: string, speaker: number, voices?: string): Promise<string>;
   /** Releases what the worker keeps of it. */
   close(): void;
 }

@@ -62,6 +62,16 @@ class Answer {
     return new TextDecoder().decode(await this.bytes(format));
   }
 
+  // Gives known people their names; voices: the text of a file of voices (parley voices, or what remember gave).
+  async nameVoices(voices) {
+    Object.assign(this, await this.#parley.ask({ name: voices, answer: this.#number }));
+  }
+
+  // The voices, a text, with a sample of `name` added: the speaker of that index.
+  async remember(name, speaker, voices = "") {
+    return (await this.#parley.ask({ remember: { voices, name, speaker }, answer: this.#number })).voices;
+  }
+
   // Releases what the worker keeps of it.
   close() {
     this.#parley.tell({ release: this.#number });

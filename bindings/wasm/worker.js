@@ -1,7 +1,8 @@
 // The engine in a thread of its own, so that pages stay responsive. Messages in: {open: URL of the model},
 // {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, write: format, answer}, {release: answer};
 // while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
-// {id, end: session}, {leave: session}. Messages out: {id, session}, {id, answer: 0} for nothing new, {opened: formats}, {id, progress}, {id, answer, ...}, {id, bytes}, {id, error}.
+// {id, end: session}, {leave: session}; known voices {id, name: voices, answer},
+// {id, remember: {voices, name, speaker}, answer}. Messages out: {id, voices}, {id, session}, {id, answer: 0} for nothing new, {opened: formats}, {id, progress}, {id, answer, ...}, {id, bytes}, {id, error}.
 import createCore from "./parley-core.js";
 
 const OPTIONS_SIZE = 1024; // bytes: room for the record of options, which is filled by name alone
@@ -150,8 +151,7 @@ function leave(number) {
 }
 
 function write(number, format) {
-  const result = results.get(number);
-  if (result === undefined) throw new Error("the answer was closed");
+  const result = answerOf(number);
   const out = core._malloc(8);
   try {
     withTexts([format], (name) => check(core._parley_write_text(result, name, out, out + 4)));
@@ -159,6 +159,33 @@ function write(number, format) {
     const bytes = core.HEAPU8.slice(address, address + size);
     core._parley_free(address);
     return bytes;
+  } finally {
+    core._free(out);
+  }
+}
+
+// ---- Known voices
+
+function answerOf(number) {
+  const result = results.get(number);
+  if (result === undefined) throw new Error("the answer was closed");
+  return result;
+}
+
+function name(number, voices) {
+  const result = answerOf(number);
+  withTexts([voices], (text) => check(core._parley_result_name_voices(result, text, 0)));
+  return shown(result);
+}
+
+function remember(number, { voices, name, speaker }) {
+  const out = core._malloc(4);
+  try {
+    withTexts([voices, name], (list, person) => check(core._parley_voices_add(list, person, answerOf(number), speaker, out)));
+    const address = core.HEAP32[out >> 2];
+    const added = core.UTF8ToString(address);
+    core._parley_free(address);
+    return { voices: added };
   } finally {
     core._free(out);
   }
@@ -185,6 +212,10 @@ onmessage = async ({ data }) => {
       leave(data.end);
     } else if (data.leave) {
       leave(data.leave);
+    } else if (data.name !== undefined && data.answer) {
+      postMessage({ id: data.id, ...name(data.answer, data.name) });
+    } else if (data.remember) {
+      postMessage({ id: data.id, ...remember(data.answer, data.remember) });
     } else if (data.write) {
       const bytes = write(data.answer, data.write);
       postMessage({ id: data.id, bytes }, [bytes.buffer]);

@@ -10,6 +10,7 @@ import re
 import shutil
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 import unittest
@@ -120,6 +121,27 @@ class Web(unittest.TestCase):
                 return found;
             })().then(done, (error) => done(String(error)));""")
         self.assertEqual(again, [[s["start"], s["end"], s["speaker"]] for s in data["segments"]])
+        self.assertEqual(self.browser.complaints(), [])
+
+    def test_a_voice_that_was_named_is_known_next_time(self):
+        self.choose(AUDIO)
+        self.wait("return globalThis.parleyShown !== undefined")
+        self.browser.run("parleyShown.answer.rename('speaker 2', 'Ann')")
+        self.browser.run("document.querySelector('#people button').click()")
+        self.wait("return document.getElementById('known').textContent === 'This browser knows Ann.'")
+        self.browser.go(f"http://127.0.0.1:{self.server.server_port}/")
+        self.choose(AUDIO)
+        self.wait("return globalThis.parleyShown !== undefined")
+        expected = [s["speaker"].replace("speaker 2", "Ann") for s in self.expected["segments"]]
+        self.assertEqual([s["speaker"] for s in json.loads(self.browser.run("return parleyFormats().json"))["segments"]], expected)
+        kept = self.browser.run("return localStorage.getItem('parley-voices')")
+        with tempfile.NamedTemporaryFile("w", suffix=".json") as file:  # the tool knows the file, too
+            file.write(kept)
+            file.flush()
+            tool = subprocess.run([PARLEY, "-f", "json", "--voices", file.name, AUDIO], check=True, stdout=subprocess.PIPE).stdout
+        self.assertEqual([s["speaker"] for s in json.loads(tool)["segments"]], expected)
+        self.browser.run("document.getElementById('forget-voices').click()")
+        self.assertIsNone(self.browser.run("return localStorage.getItem('parley-voices')"))
         self.assertEqual(self.browser.complaints(), [])
 
     def test_what_is_no_audio_is_said_and_the_next_file_works(self):

@@ -6,6 +6,7 @@ const status = element("status"), progress = element("progress"), audio = elemen
 let engine; // a promise, made with the first file
 let texts = {}; // the answer in every format that the engine writes, but as a page
 let heard; // the sound it is about, a Blob
+let told; // the answer, which knows the voices
 
 function say(text, fraction) {
   status.textContent = text;
@@ -16,6 +17,9 @@ function say(text, fraction) {
 function clear() {
   globalThis.parleyShown?.close();
   globalThis.parleyShown = undefined;
+  told?.close();
+  told = undefined;
+  element("voices").hidden = true;
   element("player").replaceChildren();
 }
 
@@ -29,10 +33,12 @@ function load() {
 
 // Shows an answer with the sound it is about.
 async function show(loaded, answer, sound, fileName) {
+  told = answer;
+  const known = voices();
+  if (known) await answer.nameVoices(known).catch((error) => say(error.message));
   texts = {};
   for (const { name } of loaded.formats) if (name !== "html") texts[name] = await answer.text(name);
   const shown = JSON.parse(texts.json);
-  answer.close();
   if (audio.src) URL.revokeObjectURL(audio.src);
   audio.src = URL.createObjectURL(sound);
   heard = sound;
@@ -40,8 +46,54 @@ async function show(loaded, answer, sound, fileName) {
   const name = encodeURIComponent(fileName);
   const media = { url: name, beside: "./" + name, type: sound.type || "application/octet-stream" };
   globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...answer.waveform] }, audio);
+  globalThis.parleyShown.answer.onChange(showVoices);
+  showVoices();
   return shown;
 }
+
+// ---- Known voices, which this browser keeps: the text of a file of voices
+
+const VOICES = "parley-voices";
+
+function voices() {
+  return localStorage.getItem(VOICES) ?? "";
+}
+
+// Whom the user calls a speaker of the answer now.
+function nameNow(speaker) {
+  const { data, segments } = globalThis.parleyShown.answer;
+  const own = data.segments.filter((s) => s.speaker === speaker).sort((a, b) => b.end - b.start - (a.end - a.start))[0];
+  const [index] = own ? globalThis.parleyShown.answer.at((own.start + own.end) / 2) : [];
+  return index === undefined ? speaker : segments[index].speaker;
+}
+
+// Offers to remember the people who have got a name.
+function showVoices() {
+  const list = element("people");
+  const known = voices() ? JSON.parse(voices()).people : [];
+  const named = globalThis.parleyShown.answer.data.speakers.map(({ name }, index) => [nameNow(name), index])
+    .filter(([name]) => !/^speaker \d+$/.test(name));
+  list.replaceChildren(...named.map(([name, index]) => {
+    const samples = known.find((k) => k.name === name)?.samples.length ?? 0;
+    return parleyButton(samples ? `Remember ${name} from this recording, too` : `Remember the voice of ${name}`, async ({ target }) => {
+      try {
+        localStorage.setItem(VOICES, await told.remember(name, index, voices()));
+        target.disabled = true;
+        showVoices();
+      } catch (error) {
+        say(error.message);
+      }
+    });
+  }));
+  element("known").textContent = known.length ? `This browser knows ${known.map((k) => k.name).join(", ")}.` : "";
+  for (const id of ["save-voices", "forget-voices"]) element(id).hidden = !known.length;
+  element("voices").hidden = !named.length && !known.length;
+}
+element("save-voices").addEventListener("click", () => parleySave("voices.json", "application/json", voices()));
+element("forget-voices").addEventListener("click", () => {
+  localStorage.removeItem(VOICES);
+  showVoices();
+});
 
 async function open(file) {
   try {
@@ -123,6 +175,7 @@ async function listen() {
       timeline.place(state.duration, `${parleyClock(state.duration)}, ${now || "nobody"}`);
       say(`${parleyClock(state.duration)} heard. Now: ${now || "nobody"}`);
     }
+    recorder.port.onmessage = null; // what comes now is in neither the sound nor the answer
     const failure = await ended;
     if (failure) throw failure;
     const sound = wavOf(pieces, context.sampleRate);
