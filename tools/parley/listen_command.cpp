@@ -1,26 +1,20 @@
 // A recording that is still going on: who speaks, as it comes.
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "commands.h"
 #include "files.h"
 #include "model.h"
 #include "room.h"
 #include "room_options.h"
+#include "source.h"
 #include "terminal.h"
 #include "voices.h"
 
@@ -43,99 +37,6 @@ struct arguments {
 };
 
 volatile sig_atomic_t was_interrupted = 0;
-
-// What comes through a pipe: raw samples of 16 bits, or a WAV file of such samples, which says their rate.
-class source {
-public:
-    source(const std::string &path, int rate, int channels) : rate_(rate), channels_(channels) {
-        file_ = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY);
-        if (file_ < 0) throw std::system_error(errno, std::generic_category(), path);
-        while (bytes_.size() < 12 && fill(-1)) {
-        }
-        if (bytes_.compare(0, 4, "RIFF") == 0 || bytes_.compare(0, 4, "RF64") == 0) read_header(path);
-        for (const char *other : {"fLaC", "OggS", "ID3", "\x1A\x45\xDF\xA3"}) {
-            if (bytes_.starts_with(other))
-                throw std::runtime_error(path + ": is compressed; ffmpeg makes samples of it: ffmpeg -i " +
-                                         path + " -f s16le -ac 1 -ar 16000 - | parley listen -");
-        }
-    }
-    ~source() {
-        if (file_ > STDIN_FILENO) close(file_);
-    }
-    source(const source &) = delete;
-    source &operator=(const source &) = delete;
-
-    int rate() const { return rate_; }
-    int channels() const { return channels_; }
-    bool has_ended() const { return has_ended_; }
-    const std::string &failure() const { return failure_; }
-
-    // Samples that came within so many milliseconds (-1: as long as it takes), whole frames of all channels.
-    std::vector<int16_t> take(int wait) {
-        fill(wait);
-        const size_t frame = sizeof(int16_t) * static_cast<size_t>(channels_);
-        const size_t size = bytes_.size() / frame * frame;
-        std::vector<int16_t> samples(size / sizeof(int16_t));
-        std::memcpy(samples.data(), bytes_.data(), size);
-        bytes_.erase(0, size);
-        return samples;
-    }
-
-private:
-    bool fill(int wait) {
-        pollfd asked = {file_, POLLIN, 0};
-        const int ready = poll(&asked, 1, wait);
-        if (ready <= 0) return ready == 0 || errno == EINTR;
-        char block[1 << 16];
-        const ssize_t got = read(file_, block, sizeof(block));
-        if (got > 0) {
-            bytes_.append(block, static_cast<size_t>(got));
-            return true;
-        }
-        if (got < 0 && errno == EINTR) return true;
-        if (got < 0) failure_ = std::strerror(errno);
-        has_ended_ = true;
-        return false;
-    }
-
-    uint32_t number(size_t at, size_t size) const {
-        uint32_t value = 0;
-        for (size_t i = size; i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes_[at + i]);
-        return value;
-    }
-
-    // Chunks up to the samples, which go on to the end of the stream whatever their size says.
-    void read_header(const std::string &path) {
-        const auto need = [&](size_t size) {
-            while (bytes_.size() < size && fill(-1)) {
-            }
-            if (bytes_.size() < size) throw std::runtime_error(path + ": ends within its header");
-        };
-        for (size_t at = 12;; at += 8 + number(at + 4, 4) + number(at + 4, 4) % 2) {
-            need(at + 8);
-            if (bytes_.compare(at, 4, "data") == 0) {
-                bytes_.erase(0, at + 8);
-                return;
-            }
-            if (number(at + 4, 4) > 1 << 20) throw std::runtime_error(path + ": its header is damaged");
-            need(at + 8 + number(at + 4, 4));
-            if (bytes_.compare(at, 4, "fmt ") != 0) continue;
-            need(at + 24);
-            const uint32_t kind = number(at + 8, 2), bits = number(at + 22, 2);
-            if ((kind != 1 && kind != 0xFFFE) || bits != 16)
-                throw std::runtime_error(
-                    path +
-                    ": its samples are not of 16 bits: ffmpeg -i FILE -f s16le -ac 1 -ar 16000 - "
-                    "makes such");
-            channels_ = static_cast<int>(number(at + 10, 2));
-            rate_ = static_cast<int>(number(at + 12, 4));
-        }
-    }
-
-    int file_ = -1, rate_, channels_;
-    std::string bytes_, failure_;
-    bool has_ended_ = false;
-};
 
 // A segment as it was told, by a number that stays its own.
 struct told_segment {
@@ -236,6 +137,7 @@ int run(const arguments &a) {
     stop.sa_handler = [](int) { was_interrupted = 1; };
     sigaction(SIGINT, &stop, nullptr);
     sigaction(SIGTERM, &stop, nullptr);
+    signal(SIGPIPE, SIG_IGN);  // of a decoder that has ended
 
     source from(a.source, a.rate, a.channels);
     const std::string name = a.source == "-" ? "live" : fs::path(a.source).stem().string();
@@ -271,7 +173,12 @@ int run(const arguments &a) {
         told_at = heard;
     }
     parley_result *answer = nullptr;
-    check(parley_session_end(session.get(), &answer));
+    if (const std::string file = from.whole(); file.empty()) {
+        check(parley_session_end(session.get(), &answer));
+    } else {
+        check(parley_diarize_file(diarizer.get(), file.c_str(), a.options.get(), nullptr, nullptr, &answer));
+        check(parley_result_rename(answer, name.c_str()));
+    }
     const result_ptr owned(answer);
     name_known(answer, voices, 0);
     if (draws) {

@@ -1,0 +1,191 @@
+#include "source.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+namespace parley {
+
+namespace {
+
+bool write_all(int file, const char *data, size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(file, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+}  // namespace
+
+source::source(const std::string &path, int rate, int channels)
+    : path_(path), rate_(rate), channels_(channels) {
+    file_ = samples_from_ = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file_ < 0) throw std::system_error(errno, std::generic_category(), path);
+    while (bytes_.size() < 12 && fill(-1)) {
+    }
+    if (bytes_.compare(0, 4, "RIFF") == 0) {
+        keep_all();
+        read_header();
+        return;
+    }
+    for (const char *begin :
+         {"fLaC", "OggS", "ID3", "RF64", "FORM", "\xFF\xFB", "\xFF\xF1", "\x1A\x45\xDF\xA3"}) {
+        if (!bytes_.starts_with(begin)) continue;
+        keep_all();
+        decode();
+        return;
+    }
+}
+
+source::~source() {
+    if (relay_.joinable()) {
+        relay_.request_stop();
+        relay_.join();
+    }
+    if (samples_from_ != file_) close(samples_from_);
+    if (decoder_ > 0) waitpid(decoder_, nullptr, 0);
+    if (kept_ >= 0) close(kept_);
+    if (file_ > STDIN_FILENO) close(file_);
+}
+
+std::vector<int16_t> source::take(int wait) {
+    fill(wait);
+    const size_t frame = sizeof(int16_t) * static_cast<size_t>(channels_);
+    const size_t size = bytes_.size() / frame * frame;
+    std::vector<int16_t> samples(size / sizeof(int16_t));
+    std::memcpy(samples.data(), bytes_.data(), size);
+    bytes_.erase(0, size);
+    return samples;
+}
+
+std::string source::whole() {
+    if (relay_.joinable()) {
+        relay_.request_stop();
+        relay_.join();
+    }
+    return kept_ < 0 ? "" : "/proc/self/fd/" + std::to_string(kept_);
+}
+
+bool source::fill(int wait) {
+    pollfd asked = {samples_from_, POLLIN, 0};
+    const int ready = poll(&asked, 1, wait);
+    if (ready <= 0) return ready == 0 || errno == EINTR;
+    char block[1 << 16];
+    const ssize_t got = read(samples_from_, block, sizeof(block));
+    if (got > 0) {
+        bytes_.append(block, static_cast<size_t>(got));
+        if (kept_ >= 0 && samples_from_ == file_ && !write_all(kept_, block, static_cast<size_t>(got)))
+            failure_ = std::strerror(errno);
+        return true;
+    }
+    if (got < 0 && errno == EINTR) return true;
+    if (got < 0) failure_ = std::strerror(errno);
+    has_ended_ = true;
+    return false;
+}
+
+void source::keep_all() {
+    std::string name = (std::filesystem::temp_directory_path() / "parley.XXXXXX").string();
+    kept_ = mkostemp(name.data(), O_CLOEXEC);
+    if (kept_ < 0) throw std::system_error(errno, std::generic_category(), name);
+    unlink(name.c_str());
+    if (!write_all(kept_, bytes_.data(), bytes_.size()))
+        throw std::system_error(errno, std::generic_category(), name);
+}
+
+uint32_t source::number(size_t at, size_t size) const {
+    uint32_t value = 0;
+    for (size_t i = size; i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes_[at + i]);
+    return value;
+}
+
+// Chunks up to the samples, which go on to the end of the stream whatever their size says.
+void source::read_header() {
+    const auto need = [&](size_t size) {
+        while (bytes_.size() < size && fill(-1)) {
+        }
+        if (bytes_.size() < size) throw std::runtime_error(path_ + ": ends within its header");
+    };
+    for (size_t at = 12;; at += 8 + number(at + 4, 4) + number(at + 4, 4) % 2) {
+        need(at + 8);
+        if (bytes_.compare(at, 4, "data") == 0) {
+            bytes_.erase(0, at + 8);
+            return;
+        }
+        if (number(at + 4, 4) > 1 << 20) throw std::runtime_error(path_ + ": its header is damaged");
+        need(at + 8 + number(at + 4, 4));
+        if (bytes_.compare(at, 4, "fmt ") != 0) continue;
+        need(at + 24);
+        const uint32_t kind = number(at + 8, 2), bits = number(at + 22, 2);
+        if ((kind != 1 && kind != 0xFFFE) || bits != 16 || number(at + 10, 2) == 0) {
+            decode();
+            return;
+        }
+        channels_ = static_cast<int>(number(at + 10, 2));
+        rate_ = static_cast<int>(number(at + 12, 4));
+    }
+}
+
+// ffmpeg as a child between the stream and the samples.
+void source::decode() {
+    int to[2], from[2];
+    if (pipe2(to, O_CLOEXEC) != 0 || pipe2(from, O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), path_);
+    std::string words[] = {
+        "ffmpeg", "-v",    "quiet",  "-probesize", "65536", "-fflags", "nobuffer", "-protocol_whitelist",
+        "pipe",   "-i",    "pipe:0", "-map",       "0:a:0", "-vn",     "-ac",      "1",
+        "-ar",    "16000", "-f",     "s16le",      "pipe:1"};
+    std::vector<char *> arguments;
+    for (std::string &word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, to[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, from[1], STDOUT_FILENO);
+    const int failed = posix_spawnp(&decoder_, "ffmpeg", &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(to[0]);
+    close(from[1]);
+    if (failed != 0) {
+        decoder_ = -1;
+        close(to[1]);
+        close(from[0]);
+        throw std::runtime_error(
+            path_ +
+            ": is neither raw samples of 16 bits nor WAV of such; anything else takes ffmpeg, which "
+            "is not installed");
+    }
+    samples_from_ = from[0];
+    rate_ = 16000;
+    channels_ = 1;
+    relay_ = std::jthread([file = file_, decoder = to[1], kept = kept_,
+                           first = std::move(bytes_)](const std::stop_token &stop) {
+        bool goes_on = write_all(decoder, first.data(), first.size());
+        while (goes_on && !stop.stop_requested()) {
+            pollfd asked = {file, POLLIN, 0};
+            if (poll(&asked, 1, 200) <= 0) continue;
+            char block[1 << 16];
+            const ssize_t got = read(file, block, sizeof(block));
+            if (got < 0 && errno == EINTR) continue;
+            goes_on = got > 0 && write_all(kept, block, static_cast<size_t>(got)) &&
+                      write_all(decoder, block, static_cast<size_t>(got));
+        }
+        close(decoder);
+    });
+    bytes_.clear();
+}
+
+}  // namespace parley
