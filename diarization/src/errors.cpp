@@ -32,7 +32,7 @@ std::string sentence_of(parley_status status) {
         case PARLEY_CANCELLED:
             return "was cancelled";
         default:
-            return "failed";
+            return "cannot be worked on: it is damaged, or not what its beginning says";
     }
 }
 

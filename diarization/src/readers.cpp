@@ -206,7 +206,9 @@ zx_parley_samples_t read_any(engine *own, const read_request &request, std::stri
             if (result.count <= request.most) settle_duration(request, &result, note);
             if (is_for_libsndfile(request.path)) add_note(note, note_on_mixing(request.path));
         } catch (const diarization_error &refusal) {
-            if (refusal.status != PARLEY_INVALID && refusal.status != PARLEY_UNREADABLE) throw;
+            if (refusal.status == PARLEY_CANCELLED || refusal.status == PARLEY_MISSING ||
+                refusal.status == PARLEY_OUT_OF_MEMORY)
+                throw;
             result = read_with_others(request, note);
             if (result.count == 0) result = own->read_what_is_there(request.path, request.progress);
             if (result.count < ZX_PARLEY_FRAME_LENGTH) throw;

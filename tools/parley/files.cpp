@@ -32,15 +32,30 @@ bool copy(int from, int to, uint64_t most) {
             errno = EFBIG;
             return false;
         }
-        for (ssize_t done = 0; done < got;) {
-            const ssize_t written = write(to, block + done, static_cast<size_t>(got - done));
-            if (written <= 0) return false;
-            done += written;
-        }
+        if (!write_all(to, block, static_cast<size_t>(got))) return false;
     }
 }
 
 }  // namespace
+
+bool write_all(int file, const char *data, size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(file, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+int open_nameless_file() {
+    std::string name = (std::filesystem::temp_directory_path() / "parley.XXXXXX").string();
+    const int file = mkostemp(name.data(), O_CLOEXEC);
+    if (file < 0) fail(name);
+    unlink(name.c_str());
+    return file;
+}
 
 std::string read_text(const std::string &path) {
     if (path == "-") return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
@@ -75,10 +90,7 @@ bool is_stream(const std::string &path) {
 }
 
 spooled_stream::spooled_stream(const std::string &path, uint64_t most) {
-    std::string name = (std::filesystem::temp_directory_path() / "parley.XXXXXX").string();
-    file_ = mkstemp(name.data());
-    if (file_ < 0) fail(name);
-    unlink(name.c_str());
+    file_ = open_nameless_file();
     path_ = "/proc/self/fd/" + std::to_string(file_);
     const int source = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY);
     const bool copied = source >= 0 && copy(source, file_, most);

@@ -10,6 +10,12 @@ namespace parley {
 // A whole file, or standard input for "-". Throws std::runtime_error.
 std::string read_text(const std::string &path);
 
+// False, with errno, if not all of it could be written.
+bool write_all(int file, const char *data, size_t size);
+
+// A file that goes with its last descriptor, whatever happens. Throws std::system_error.
+int open_nameless_file();
+
 // Writes a file so that it is there whole or not at all. Throws std::system_error.
 void write_atomically(const std::string &path, const std::string &content);
 

@@ -34,7 +34,8 @@ void add_folder(const fs::path &folder, std::vector<recording_file> *list, left_
     for (auto entry =
              fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, error);
          !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-        if (!entry->is_regular_file(error)) continue;
+        std::error_code ignored;  // of links to what is not there
+        if (!entry->is_regular_file(ignored)) continue;
         if (looks_like_audio(entry->path())) {
             found.push_back(entry->path());
         } else if (others->count++ == 0) {

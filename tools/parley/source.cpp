@@ -9,26 +9,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 
+#include "files.h"
+
 namespace parley {
-
-namespace {
-
-bool write_all(int file, const char *data, size_t size) {
-    while (size > 0) {
-        const ssize_t written = write(file, data, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        data += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
-}  // namespace
 
 source::source(const std::string &path, int rate, int channels)
     : path_(path), rate_(rate), channels_(channels) {
@@ -75,6 +61,7 @@ std::string source::whole() {
     if (relay_.joinable()) {
         relay_.request_stop();
         relay_.join();
+        if (relay_error_ != 0) failure_ = std::strerror(relay_error_);
     }
     return kept_ < 0 ? "" : "/proc/self/fd/" + std::to_string(kept_);
 }
@@ -98,12 +85,9 @@ bool source::fill(int wait) {
 }
 
 void source::keep_all() {
-    std::string name = (std::filesystem::temp_directory_path() / "parley.XXXXXX").string();
-    kept_ = mkostemp(name.data(), O_CLOEXEC);
-    if (kept_ < 0) throw std::system_error(errno, std::generic_category(), name);
-    unlink(name.c_str());
+    kept_ = open_nameless_file();
     if (!write_all(kept_, bytes_.data(), bytes_.size()))
-        throw std::system_error(errno, std::generic_category(), name);
+        throw std::system_error(errno, std::generic_category(), path_);
 }
 
 uint32_t source::number(size_t at, size_t size) const {
@@ -171,17 +155,17 @@ void source::decode() {
     samples_from_ = from[0];
     rate_ = 16000;
     channels_ = 1;
-    relay_ = std::jthread([file = file_, decoder = to[1], kept = kept_,
-                           first = std::move(bytes_)](const std::stop_token &stop) {
+    relay_ = std::jthread([this, decoder = to[1], first = std::move(bytes_)](const std::stop_token &stop) {
         bool goes_on = write_all(decoder, first.data(), first.size());
         while (goes_on && !stop.stop_requested()) {
-            pollfd asked = {file, POLLIN, 0};
+            pollfd asked = {file_, POLLIN, 0};
             if (poll(&asked, 1, 200) <= 0) continue;
             char block[1 << 16];
-            const ssize_t got = read(file, block, sizeof(block));
+            const ssize_t got = read(file_, block, sizeof(block));
             if (got < 0 && errno == EINTR) continue;
-            goes_on = got > 0 && write_all(kept, block, static_cast<size_t>(got)) &&
-                      write_all(decoder, block, static_cast<size_t>(got));
+            const bool is_kept = got > 0 && write_all(kept_, block, static_cast<size_t>(got));
+            if (got != 0 && !is_kept) relay_error_ = errno;
+            goes_on = is_kept && write_all(decoder, block, static_cast<size_t>(got));
         }
         close(decoder);
     });

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -48,6 +49,7 @@ private:
     bool has_ended_ = false;
     int kept_ = -1;
     pid_t decoder_ = -1;
+    std::atomic<int> relay_error_ = 0;
     std::jthread relay_;  // from the file to the decoder
 };
 

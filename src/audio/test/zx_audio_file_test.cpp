@@ -1,5 +1,7 @@
 #include "zx_audio_file.h"
 
+#include <sys/resource.h>
+
 #include "mp4_builder.h"
 #include "support.h"
 #include "zx_error.h"
@@ -105,6 +107,25 @@ TEST(zx_audio_file, the_engines_rate_passes_straight_through) {
     ASSERT_EQ(zx_audio_file_read(reader.get(), 2000, &y[1000]), ZX_STATUS_SUCCESS);
     EXPECT_EQ(y, x);
     EXPECT_EQ(zx_audio_file_read(reader.get(), 1, y.data()), ZX_STATUS_IO_ERROR);
+}
+
+TEST(zx_audio_file, a_header_of_nothing_but_tracks_does_not_cost_gigabytes) {
+    const auto append_size = [](std::string *to, size_t size) {  // in eight bytes
+        to->append(1, '\1').append(3, '\0').append(be32(static_cast<uint32_t>(size)));
+    };
+    std::string tracks;
+    while (tracks.size() < 8000000) tracks += "\xAE\x83\xD7\x81\x01";  // a track entry of five bytes
+    std::string bytes =
+        "\x1A\x45\xDF\xA3\x9F\x42\x86\x81\x01\x42\xF7\x81\x01\x42\xF2\x81\x04\x42\xF3\x81\x08\x42\x82\x84webm"
+        "\x42\x87\x81\x02\x42\x85\x81\x02\x18\x53\x80\x67";
+    append_size(&bytes, tracks.size() + 12);
+    bytes += "\x16\x54\xAE\x6B";
+    append_size(&bytes, tracks.size());
+    bytes += tracks;
+    open(bytes, PARLEY_WITH_WEBM ? ZX_STATUS_INVALID_STATE : ZX_STATUS_INVALID_ARGUMENT);
+    rusage used;
+    getrusage(RUSAGE_SELF, &used);
+    EXPECT_LT(used.ru_maxrss, 1 << 20);  // KiB
 }
 
 TEST(zx_audio_file, rates_that_cannot_be_converted_are_refused) {
