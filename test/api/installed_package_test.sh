@@ -33,6 +33,22 @@ flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs parley)
 cc -std=c99 "$source/test/api/api_test.c" $flags -o "$tmp/with_pkg_config"
 LD_LIBRARY_PATH=$(dirname "$pc") "$tmp/with_pkg_config" "$(PKG_CONFIG_PATH=$pc pkg-config --variable=model parley)"
 
+# What is not built is not installed by half, and says what to do; who sets no build type gets a fast one.
+alone=(-DPARLEY_BUILD_TESTS=OFF -DPARLEY_WITH_{FLAC,MP3,OPUS,VORBIS,AAC,AMR}=OFF)
+"$cmake" -S "$source" -B "$tmp/half" "${alone[@]}" -DPARLEY_BUILD_DIARIZATION=OFF >/dev/null
+grep -q '^CMAKE_BUILD_TYPE:STRING=Release' "$tmp/half/CMakeCache.txt"
+if "$cmake" --install "$tmp/half" --prefix "$tmp/nothing" >"$tmp/output" 2>&1; then exit 1; fi
+tr -s ' \n' ' ' <"$tmp/output" | grep -q 'is not built yet: cmake --build'
+[ ! -e "$tmp/nothing" ]
+
+# As a part of another project it adds a library and nothing else.
+mkdir "$tmp/outer"
+printf 'cmake_minimum_required(VERSION 3.25)\nproject(outer C CXX)\nadd_subdirectory("%s" parley)\n' "$source" >"$tmp/outer/CMakeLists.txt"
+"$cmake" -S "$tmp/outer" -B "$tmp/outer/build" "${alone[@]:1}" >/dev/null
+"$cmake" --install "$tmp/outer/build" --prefix "$tmp/outer/installed" >/dev/null
+[ ! -e "$tmp/outer/installed" ] && [ ! -e "$tmp/outer/build/CPackConfig.cmake" ]
+[ "$(cd "$tmp/outer/build" && "${cmake%cmake}ctest" -N | tail -1)" = 'Total Tests: 0' ]
+
 # The installed tool finds the installed model, not the one of the source tree.
 cmp "$source/models/parley.zx" "$tmp/usr/share/parley/parley.zx"
 [ -e "$tmp/usr/bin/parley" ] || exit 0 # built without it

@@ -52,7 +52,7 @@ std::vector<int16_t> source::take(int wait) {
     const size_t frame = sizeof(int16_t) * static_cast<size_t>(channels_);
     const size_t size = bytes_.size() / frame * frame;
     std::vector<int16_t> samples(size / sizeof(int16_t));
-    std::memcpy(samples.data(), bytes_.data(), size);
+    if (size > 0) std::memcpy(samples.data(), bytes_.data(), size);
     bytes_.erase(0, size);
     return samples;
 }
