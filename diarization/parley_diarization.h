@@ -132,7 +132,8 @@ PARLEY_API PARLEY_CHECKED parley_status parley_open_memory(const void *model, si
                                                            parley_diarizer **diarizer);
 
 /* Null is accepted. */
-/* Names the model, 16 digits that are its file's hash: vectors of two models have nothing to do with each other. */
+/* Names the model, 16 digits that are its file's hash: vectors of two models have nothing to do with each
+ * other. */
 PARLEY_API const char *parley_model(const parley_diarizer *diarizer);
 
 PARLEY_API void parley_close(parley_diarizer *diarizer);
@@ -165,8 +166,8 @@ parley_diarize_samples(parley_diarizer *diarizer, const int16_t *samples, int64_
 
 typedef struct parley_session parley_session; /* a recording that is still going on */
 
-/* Begins to listen: samples of num_channels (1 to 64, averaged) at `rate` Hz will come, interleaved. The diarizer
- * must outlive the session and does not work on anything else while a call of the session runs. */
+/* Begins to listen: samples of num_channels (1 to 64, averaged) at `rate` Hz will come, interleaved. The
+ * diarizer must outlive the session and does not work on anything else while a call of the session runs. */
 PARLEY_API PARLEY_CHECKED parley_status parley_listen(parley_diarizer *diarizer, const char *name,
                                                       int32_t num_channels, int32_t rate,
                                                       const parley_options *options,
@@ -176,15 +177,15 @@ PARLEY_API PARLEY_CHECKED parley_status parley_listen(parley_diarizer *diarizer,
 PARLEY_API PARLEY_CHECKED parley_status parley_session_feed(parley_session *session, const int16_t *samples,
                                                             int64_t num_frames);
 
-/* The answer about what was heard so far; *result stays null if nothing new was. Speakers keep their names from
- * one answer to the next. Only what new samples change goes through the network; clustering takes at most
- * `share` of the time that passes (0.05: a twentieth of a core), in between what is new goes to the nearest of
- * the speakers found. */
+/* The answer about what was heard so far; *result stays null if nothing new was. Speakers keep their names
+ * from one answer to the next. Only what new samples change goes through the network; clustering takes at
+ * most `share` of the time that passes (0.05: a twentieth of a core), in between what is new goes to the
+ * nearest of the speakers found. */
 PARLEY_API PARLEY_CHECKED parley_status parley_session_update(parley_session *session, double share,
                                                               parley_result **result);
 
-/* The answer that parley_diarize_samples would give of all samples, to the last bit. The session cannot be fed
- * any more. PARLEY_INVALID for less than 32 ms. */
+/* The answer that parley_diarize_samples would give of all samples, to the last bit. The session cannot be
+ * fed any more. PARLEY_INVALID for less than 32 ms. */
 PARLEY_API PARLEY_CHECKED parley_status parley_session_end(parley_session *session, parley_result **result);
 
 PARLEY_API void parley_session_delete(parley_session *session); /* null is accepted */
@@ -231,8 +232,8 @@ PARLEY_API PARLEY_CHECKED parley_status parley_result_rename(parley_result *resu
 PARLEY_API PARLEY_CHECKED parley_status parley_result_link_audio(parley_result *result, const char *url,
                                                                  int64_t embedded);
 
-/* A path as pages and other documents refer to it: every character encoded that means something in a URL. Into
- * a new block, released with parley_free. */
+/* A path as pages and other documents refer to it: every character encoded that means something in a URL.
+ * Into a new block, released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_url_of_path(const char *path, char **url);
 
 /* ---- Writing */
@@ -283,10 +284,9 @@ typedef struct {
 } parley_turn;
 
 /* A transcript (JSON of Whisper, whisper.cpp, WhisperX or Vosk, Whisper's TSV, WebVTT, SRT or CTM) with a
- * speaker for every word or caption; what has text ends where the speaker changes. `format`: null for the one
- * it has, or "text", "markdown", "srt", "vtt", "json". Into a new block, released with parley_free. Turns count
- * as far as `reach` seconds away.
- * PARLEY_INVALID with the line for what is none of them. */
+ * speaker for every word or caption; what has text ends where the speaker changes. `format`: null for the
+ * one it has, or "text", "markdown", "srt", "vtt", "json". Into a new block, released with parley_free.
+ * Turns count as far as `reach` seconds away. PARLEY_INVALID with the line for what is none of them. */
 PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, size_t size,
                                                       const parley_turn *turns, int32_t num_turns,
                                                       double reach, const char *format, char **text,
@@ -307,11 +307,12 @@ PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t 
                                                      int32_t num_there, int32_t dimension, double threshold,
                                                      int32_t *others, double *cosines);
 
-/* Voices of people who are known from earlier recordings, as a text (JSON, docs/schema) that the caller keeps; "" is the empty list.
- * All of these give PARLEY_UNREADABLE for a text that is damaged, and PARLEY_INVALID, with the remedy, for one of another model. */
+/* Voices of people who are known from earlier recordings, as a text (JSON, docs/schema) that the caller
+ * keeps; "" is the empty list. All of these give PARLEY_UNREADABLE for a text that is damaged, and
+ * PARLEY_INVALID, with the remedy, for one of another model. */
 
-/* Adds a sample of `name`: speaker `speaker` of the answer. The new text is one block released with parley_free. PARLEY_INVALID for
- * a speaker who is heard for less than 3 s. */
+/* Adds a sample of `name`: speaker `speaker` of the answer. The new text is one block released with
+ * parley_free. PARLEY_INVALID for a speaker who is heard for less than 3 s. */
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_add(const char *voices, const char *name,
                                                           const parley_result *result, int32_t speaker,
                                                           char **text);
@@ -320,11 +321,13 @@ PARLEY_API PARLEY_CHECKED parley_status parley_voices_add(const char *voices, co
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_remove(const char *voices, const char *name,
                                                              char **text);
 
-/* Person `index` of the list and how many samples there are; *name is null beyond the last. One block released with parley_free. */
+/* Person `index` of the list and how many samples there are; *name is null beyond the last. One block
+ * released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_at(const char *voices, int32_t index, char **name,
                                                          int32_t *num_samples);
 
-/* Gives the speakers of an answer the names of known people who are near enough: a cosine above `threshold` (0: 0.8), each name once. The others stay as they are called. */
+/* Gives the speakers of an answer the names of known people who are near enough: a cosine above
+ * `threshold` (0: 0.8), each name once. The others stay as they are called. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_name_voices(parley_result *result, const char *voices,
                                                                   double threshold);
 

@@ -32,8 +32,8 @@ public:
     tags find_speakers(const frames &all, const parley_options &options, const progress_function &progress,
                        std::string *note);
 
-    // Fills segments and speakers of `result`, whose duration is known. Speakers are numbered as they are heard, or with
-    // `by_tag` by their tags.
+    // Fills segments and speakers of `result`, whose duration is known. Speakers are numbered as they are
+    // heard, or with `by_tag` by their tags.
     void tell(const frames &all, const tags &which, const parley_options &options, bool by_tag,
               diarization *result);
 

@@ -46,12 +46,20 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
 }
 
 bool join_nearest(const frames &all, double limit, tags *which) {
+    // What is said in a few seconds is not all that a voice is: the mean of n frames lies about BY_CHANCE /
+    // n away from the speaker's own. Of one speaker, two stretches of 3 s seem to be 0.04 apart for that
+    // alone.
+    constexpr double BY_CHANCE = 2;
     const centroids speakers = centroids_of(all, *which);
+    std::map<uint32_t, double> heard;  // frames
+    for (const uint32_t tag : *which) heard[tag]++;
     double nearest = std::numeric_limits<double>::max();
     uint32_t keep = 0, drop = 0;
     for (auto a = speakers.begin(); a != speakers.end(); ++a) {
         for (auto b = std::next(a); b != speakers.end(); ++b) {
-            if (const double d = distance(a->second, b->second); d < nearest) {
+            const double d =
+                distance(a->second, b->second) - BY_CHANCE * (1 / heard[a->first] + 1 / heard[b->first]);
+            if (d < nearest) {
                 nearest = d;
                 keep = a->first;
                 drop = b->first;

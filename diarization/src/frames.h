@@ -38,8 +38,8 @@ struct run {
 // The longest stretches of equal tags, but those of tag 0.
 std::vector<run> runs_of(const tags &which);
 
-// The nearest two speakers become one, unless their means are farther apart than `limit`. False if nothing
-// was joined.
+// The nearest two speakers become one, unless their means are farther apart than `limit`, what chance may
+// add to the distance of few frames taken off. False if nothing was joined.
 bool join_nearest(const frames &all, double limit, tags *which);
 
 // Different tags but 0.

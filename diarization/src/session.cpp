@@ -70,8 +70,8 @@ frames session::all() const {
     return {embeddings_.data(), static_cast<int32_t>(embeddings_.size() / static_cast<size_t>(size_)), size_};
 }
 
-// The first `length` frames of the chunk that is under way through the network; keeps what it tells of the frames up to
-// `end_kept`.
+// The first `length` frames of the chunk that is under way through the network; keeps what it tells of the
+// frames up to `end_kept`.
 void session::embed_chunk(int32_t length, int32_t end_kept) {
     const auto size = static_cast<size_t>(size_);
     std::vector<float> chunk(static_cast<size_t>(length) * size);
@@ -102,7 +102,8 @@ void session::embed() {
 
 // ---- Embeddings to speakers
 
-// Speakers of a new clustering take the numbers of those whose frames they have; others get numbers of their own.
+// Speakers of a new clustering take the numbers of those whose frames they have; others get numbers of their
+// own.
 void session::keep_numbers(const tags &found) {
     uint32_t most = 0;
     for (const uint32_t tag : found) most = std::max(most, tag);

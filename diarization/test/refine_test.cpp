@@ -61,6 +61,13 @@ TEST(refine, speakers_nearer_than_clusters_merge_become_one) {
     EXPECT_EQ(count_speakers(refined(voices, voices, 0.12, 3)), 3);
 }
 
+TEST(refine, of_few_frames_chance_is_taken_off) {
+    for (const auto &[length, count] : {std::pair(70, 2), std::pair(140, 3), std::pair(1400, 3)}) {
+        const auto voices = stretches({{1, length}, {3, length}, {2, length}});  // 1 and 3 are 0.1 apart
+        EXPECT_EQ(count_speakers(refined(voices, voices, 0.05)), count) << length;
+    }
+}
+
 TEST(refine, nobody_stays_nobody) {
     const auto voices = stretches({{0, 100}});
     EXPECT_EQ(refined(voices, voices), expected(voices));

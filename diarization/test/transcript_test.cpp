@@ -91,10 +91,13 @@ TEST(transcript, what_has_text_ends_where_the_speaker_changes) {
 
 TEST(transcript, any_of_them_can_be_written_for_reading) {
     const char *const given[] = {
-        R"({"segments": [{"start": 0, "end": 1, "text": "Oh & no"}, {"start": 2.5, "end": 3.5, "text": "Yes"}]})",
-        R"({"transcription": [{"offsets": {"from": 0, "to": 1000}, "text": " Oh & no"}, {"offsets": {"from": 2500, "to": 3500}, "text": " Yes"}]})",
+        R"({"segments": [{"start": 0, "end": 1, "text": "Oh & no"},
+                         {"start": 2.5, "end": 3.5, "text": "Yes"}]})",
+        R"({"transcription": [{"offsets": {"from": 0, "to": 1000}, "text": " Oh & no"},
+                              {"offsets": {"from": 2500, "to": 3500}, "text": " Yes"}]})",
         R"({"result": [{"start": 0, "end": 0.3, "word": "Oh"}, {"start": 0.3, "end": 0.5, "word": "&"},
-                       {"start": 0.5, "end": 1, "word": "no"}, {"start": 2.5, "end": 3.5, "word": "Yes"}], "text": "x"})",
+                       {"start": 0.5, "end": 1, "word": "no"}, {"start": 2.5, "end": 3.5, "word": "Yes"}],
+            "text": "x"})",
         "WEBVTT\n\n00:00.000 --> 00:01.000\nOh & no\n\n00:02.500 --> 00:03.500\nYes\n",
         "1\n00:00:00,000 --> 00:00:01,000\nOh & no\n\n2\n00:00:02,500 --> 00:00:03,500\nYes\n",
         "start\tend\ttext\n0\t1000\tOh & no\n2500\t3500\tYes\n",

@@ -73,9 +73,11 @@ TEST(voices, what_is_no_list_of_this_model_is_refused) {
          R"({"schema": "parley-voices-1", "model": 1, "people": []})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [1]})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "", "samples": []}]})",
-         R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": []}, {"name": "a", "samples": []}]})",
+         R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": []},
+                                                                       {"name": "a", "samples": []}]})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": [[]]}]})",
-         R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": [[1, 0], [1]]}]})",
+         R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a",
+                                                                       "samples": [[1, 0], [1]]}]})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": [[1e300, 0]]}]})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": ["x"]}]})"})
         EXPECT_THROW(read_voices(text), diarization_error) << text;

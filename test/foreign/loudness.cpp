@@ -1,5 +1,5 @@
-// What the readers make of a file: MODEL FILE WHEN, where the last is never or auto (ffmpeg). Prints the seconds, the note
-// and the level of every 32 ms in dB, a line each.
+// What the readers make of a file: MODEL FILE WHEN, where the last is never or auto (ffmpeg). Prints the
+// seconds, the note and the level of every 32 ms in dB, a line each.
 
 #include <cmath>
 #include <cstdio>

@@ -39,8 +39,8 @@ int64_t file_length(FILE *file) {
     return fseeko(file, position, SEEK_SET) == 0 ? length : -1;
 }
 
-// What boxes without media may take of memory. A list of brands is a few dozen bytes; the tables of 2^31 samples
-// at 16 kHz in frames of 10 ms stay below 256 MiB.
+// What boxes without media may take of memory. A list of brands is a few dozen bytes; the tables of 2^31
+// samples at 16 kHz in frames of 10 ms stay below 256 MiB.
 constexpr uint64_t LARGEST_FTYP = uint64_t{1} << 20, LARGEST_TABLES = uint64_t{1} << 28;
 
 // Reads the box of `size` bytes at the position of a file of `length` bytes. ZX_STATUS_IO_ERROR when the file

@@ -16,7 +16,8 @@
 namespace {
 
 constexpr int32_t COUNT_MAX_FRAMES = 8192;  // per packet while counting
-// Bytes in front of the first cluster, of which the parser keeps two hundred times as much in memory if it is all tracks.
+// Bytes in front of the first cluster, of which the parser keeps two hundred times as much in memory if it
+// is all tracks.
 constexpr int64_t LARGEST_HEADER = 1 << 20;
 
 struct container_webm_t {
