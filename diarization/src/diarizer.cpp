@@ -182,7 +182,7 @@ thresholds thresholds_of(const parley_options &options, const thresholds &own) {
 // As the model would have it, unless the number of speakers is not the one asked for: then with the offline
 // threshold nearest to the model's at which it is, found by bisection; more speakers merge at a higher one.
 // The clustering drops who has less than about a second: where that leaves nobody, a few words may still be
-// there.
+// there, and they may be somewhat nearer to the background: nobody at all is the rarer answer.
 tags diarizer::find_speakers(const frames &all, const parley_options &options,
                              const progress_function &progress, std::string *note) {
     thresholds values = thresholds_of(options, engine_.own_thresholds());
@@ -197,7 +197,8 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
     const double first = values[0];
     tags found = cluster(first);
     if (options.refine && count_speakers(found) == 0) {
-        find_few_words(all, engine_.background(), reluctance_of(options), values[3], &found);
+        constexpr double SOMEWHAT = 0.9;
+        find_few_words(all, engine_.background(), reluctance_of(options), SOMEWHAT * values[3], &found);
         if (count_speakers(found) > 0) add_note(note, "a few words only: too little to tell speakers apart");
         return found;
     }
