@@ -47,14 +47,8 @@ zx_status_t count_packet(codec_opus_t *o) {
         return is_identification_header(&o->packet) ? start_stream(o) : ZX_STATUS_SUCCESS;
     }
     if (!o->decoder) return ZX_STATUS_INVALID_STATE;  // audio before its header
-    const int count = opus_decode(o->decoder, o->packet.packet, static_cast<opus_int32>(o->packet.bytes),
-                                  o->decode_buffer, ZX_CODEC_OPUS_MAX_FRAMES, 0);
-    if (count < 0) {
-        zx_codec_opus_log_failure(count);
-        return ZX_STATUS_INVALID_STATE;
-    }
-    o->buffer.num_samples += static_cast<uint64_t>(count);
-    return ZX_STATUS_SUCCESS;
+    return zx_codec_opus_count_packet(&o->packet, o->sample_rate, ZX_CODEC_OPUS_MAX_FRAMES,
+                                      &o->buffer.num_samples);
 }
 
 zx_status_t init_num_samples(codec_opus_t *o) {
@@ -103,6 +97,29 @@ zx_status_t zx_codec_opus_decoder_init(uint32_t sample_rate, uint32_t num_channe
     if (error == OPUS_OK) return ZX_STATUS_SUCCESS;
     zx_codec_opus_log_failure(error);
     return ZX_STATUS_INVALID_STATE;
+}
+
+// Decoding fails with nothing but what is wrong with a packet's frame lengths, and an empty packet is
+// concealed by as many frames as there is room for, if that is a multiple of 2.5 ms.
+zx_status_t zx_codec_opus_count_packet(const ogg_packet *packet, uint32_t sample_rate, int32_t max_frames,
+                                       uint64_t *num_samples) {
+    const auto rate = static_cast<opus_int32>(sample_rate);
+    const auto length = static_cast<opus_int32>(packet->bytes);
+    int32_t count = max_frames;
+    if (length == 0 || !packet->packet) {
+        if (max_frames % (rate / 400) != 0) count = OPUS_BAD_ARG;
+    } else {
+        opus_int16 lengths[48];
+        count = opus_packet_get_nb_samples(packet->packet, length, rate);
+        if (count <= 0 || opus_packet_parse(packet->packet, length, nullptr, nullptr, lengths, nullptr) < 0)
+            count = OPUS_INVALID_PACKET;
+    }
+    if (count < 0) {
+        zx_codec_opus_log_failure(count);
+        return ZX_STATUS_INVALID_STATE;
+    }
+    *num_samples += static_cast<uint64_t>(count);
+    return ZX_STATUS_SUCCESS;
 }
 
 zx_status_t zx_codec_opus_read_packet(OpusDecoder *decoder, const ogg_packet *packet, uint32_t num_channels,

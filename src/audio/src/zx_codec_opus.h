@@ -15,7 +15,7 @@
 
 inline constexpr int32_t ZX_CODEC_OPUS_MAX_FRAMES = 5760;  // per packet: 120 ms at 48 kHz
 
-// The operations of zx_audio_adapter_t (zx_audio_file.h). init decodes the whole file once to count its
+// The operations of zx_audio_adapter_t (zx_audio_file.h). init goes through the whole file once to count its
 // samples. ZX_STATUS_IO_ERROR: the file cannot be opened; ZX_STATUS_INVALID_ARGUMENT: more than two channels,
 // a cut header, no audio; ZX_STATUS_INVALID_STATE: a rate that Opus does not know, a damaged packet;
 // ZX_STATUS_OUT_OF_MEMORY.
@@ -33,6 +33,11 @@ int32_t zx_codec_opus_sample_rate(const void *object);
 // is null then.
 [[nodiscard]] zx_status_t zx_codec_opus_decoder_init(uint32_t sample_rate, uint32_t num_channels,
                                                      OpusDecoder **decoder);
+
+// Adds the number of frames that decoding a packet would give with room for max_frames, without decoding it,
+// to *num_samples. ZX_STATUS_INVALID_STATE, with a debug line, for a packet that cannot be decoded.
+[[nodiscard]] zx_status_t zx_codec_opus_count_packet(const ogg_packet *packet, uint32_t sample_rate,
+                                                     int32_t max_frames, uint64_t *num_samples);
 
 // Decodes one packet into `decode_buffer` (5760 frames of one or two channels) and down-mixes it to `pcm`;
 // *num_samples receives the number of samples. ZX_STATUS_IO_ERROR, with a debug line, for a damaged packet.

@@ -1,5 +1,6 @@
 #include "zx_codec_vorbis.h"
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -41,11 +42,7 @@ zx_status_t count_packet(codec_vorbis_t *o, int64_t number) {
         const zx_status_t status = zx_codec_vorbis_start_synthesis(&o->state);
         if (status != ZX_STATUS_SUCCESS) return status;
     }
-    int32_t count;
-    const zx_status_t status = zx_codec_vorbis_count_packet(&o->state, &o->packet, &count);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    o->buffer.num_samples += static_cast<uint64_t>(count);
-    return ZX_STATUS_SUCCESS;
+    return zx_codec_vorbis_count_packet(&o->state, &o->packet, &o->buffer.num_samples);
 }
 
 zx_status_t init_num_samples(codec_vorbis_t *o) {
@@ -84,13 +81,31 @@ const codec_vorbis_t *get(const void *object) {
     return static_cast<const codec_vorbis_t *>(object);
 }
 
-// Decodes a packet; *num_samples receives the number of samples per channel that wait to be taken.
-zx_status_t synthesize(zx_codec_vorbis_state_t *state, ogg_packet *packet, float ***channels,
-                       int32_t *num_samples) {
+constexpr std::array<float, ZX_CODEC_VORBIS_MAX_FRAMES> SILENCE{};  // of the longest block
+
+constexpr std::array<float *, 255> every_channel_silent() {
+    std::array<float *, 255> channels{};
+    channels.fill(const_cast<float *>(SILENCE.data()));  // only read
+    return channels;
+}
+
+constexpr auto SILENT_CHANNELS = every_channel_silent();
+
+// As vorbis_synthesis, with silence for audio: how much it is shows where the block is added to the one
+// before.
+int synthesize_silence(vorbis_block *block, ogg_packet *packet) {
+    const int status = vorbis_synthesis_trackonly(block, packet);
+    if (status == 0) block->pcm = const_cast<float **>(SILENT_CHANNELS.data());
+    return status;
+}
+
+// Takes a packet in by `step`, one of the two; *num_samples receives the number of samples per channel that
+// wait to be taken.
+zx_status_t synthesize(zx_codec_vorbis_state_t *state, ogg_packet *packet,
+                       int (*step)(vorbis_block *, ogg_packet *), float ***channels, int32_t *num_samples) {
     *num_samples = 0;
     if (!state->dsp.vi) return ZX_STATUS_INVALID_STATE;  // audio before synthesis has begun
-    if (vorbis_synthesis(&state->block, packet) != 0 ||
-        vorbis_synthesis_blockin(&state->dsp, &state->block) != 0) {
+    if (step(&state->block, packet) != 0 || vorbis_synthesis_blockin(&state->dsp, &state->block) != 0) {
         return ZX_STATUS_INVALID_STATE;
     }
     const int count = vorbis_synthesis_pcmout(&state->dsp, channels);
@@ -124,16 +139,19 @@ zx_status_t zx_codec_vorbis_start_synthesis(zx_codec_vorbis_state_t *state) {
 }
 
 zx_status_t zx_codec_vorbis_count_packet(zx_codec_vorbis_state_t *state, ogg_packet *packet,
-                                         int32_t *num_samples) {
-    const zx_status_t status = synthesize(state, packet, nullptr, num_samples);
-    if (status == ZX_STATUS_SUCCESS) vorbis_synthesis_read(&state->dsp, *num_samples);
-    return status;
+                                         uint64_t *num_samples) {
+    int32_t count;
+    const zx_status_t status = synthesize(state, packet, synthesize_silence, nullptr, &count);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    vorbis_synthesis_read(&state->dsp, count);
+    *num_samples += static_cast<uint64_t>(count);
+    return ZX_STATUS_SUCCESS;
 }
 
 zx_status_t zx_codec_vorbis_read_packet(zx_codec_vorbis_state_t *state, ogg_packet *packet, int16_t *pcm,
                                         int32_t *num_samples) {
     float **channels = nullptr;
-    const zx_status_t status = synthesize(state, packet, &channels, num_samples);
+    const zx_status_t status = synthesize(state, packet, vorbis_synthesis, &channels, num_samples);
     if (status != ZX_STATUS_SUCCESS || *num_samples == 0) return status;
     float mono[ZX_CODEC_VORBIS_MAX_FRAMES];
     if (state->info.channels == 2) {

@@ -41,9 +41,10 @@ void zx_codec_vorbis_state_clear(zx_codec_vorbis_state_t *state);
 // Ends the headers and begins with audio. ZX_STATUS_INVALID_STATE.
 [[nodiscard]] zx_status_t zx_codec_vorbis_start_synthesis(zx_codec_vorbis_state_t *state);
 
-// Decodes one packet and throws its audio away; *num_samples receives its length. ZX_STATUS_INVALID_STATE.
+// Adds the number of samples that decoding a packet would give, without decoding it, to *num_samples.
+// ZX_STATUS_INVALID_STATE for a packet that cannot be decoded.
 [[nodiscard]] zx_status_t zx_codec_vorbis_count_packet(zx_codec_vorbis_state_t *state, ogg_packet *packet,
-                                                       int32_t *num_samples);
+                                                       uint64_t *num_samples);
 
 // Decodes one packet and down-mixes it to `pcm` (room for 8192 samples): round(32767 x) with saturation.
 // ZX_STATUS_INVALID_STATE.

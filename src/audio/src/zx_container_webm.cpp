@@ -103,20 +103,11 @@ bool take_frame(container_webm_t *o, uint32_t index) {
 }
 
 zx_status_t count_frame(container_webm_t *o) {
-    int32_t count = 0;
     if (o->codec == NESTEGG_CODEC_OPUS) {
-        count = opus_decode(o->opus, o->frame.packet, static_cast<opus_int32>(o->frame.bytes),
-                            o->decode_buffer, COUNT_MAX_FRAMES, 0);
-        if (count < 0) {
-            zx_codec_opus_log_failure(count);
-            return ZX_STATUS_INVALID_STATE;
-        }
-    } else {
-        const zx_status_t status = zx_codec_vorbis_count_packet(&o->vorbis, &o->frame, &count);
-        if (status != ZX_STATUS_SUCCESS) return status;
+        return zx_codec_opus_count_packet(&o->frame, o->sample_rate, COUNT_MAX_FRAMES,
+                                          &o->buffer.num_samples);
     }
-    o->buffer.num_samples += static_cast<uint64_t>(count);
-    return ZX_STATUS_SUCCESS;
+    return zx_codec_vorbis_count_packet(&o->vorbis, &o->frame, &o->buffer.num_samples);
 }
 
 // Reads on to the next packet of the track; false at the end of what can be read.

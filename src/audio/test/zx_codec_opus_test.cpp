@@ -1,7 +1,11 @@
 #include "zx_codec_opus.h"
 
+#include <algorithm>
+#include <set>
+
 #include "support.h"
 #include "zx_codec_vorbis.h"
+#include "zx_container_ogg.h"
 
 namespace {
 
@@ -75,6 +79,53 @@ auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCC
 
 const std::string TAGS = "OpusTags" + bytes_of(int32_t{0}, int32_t{0});
 
+// The packets of the collection's files with a suffix, file by file.
+std::vector<std::vector<std::string>> packets_of_files(const std::string &suffix) {
+    std::set<std::filesystem::path> paths;
+    for (const auto &entry : std::filesystem::directory_iterator(PARLEY_TEST_DATA "/audio"))
+        if (entry.path().extension() == suffix) paths.insert(entry.path());
+    std::vector<std::vector<std::string>> files;
+    for (const auto &path : paths) {
+        zx_container_ogg_t *opened = nullptr;
+        if (zx_container_ogg_init(path.c_str(), &opened) != ZX_STATUS_SUCCESS) continue;
+        const auto container = owned<zx_container_ogg_delete>(opened);
+        files.emplace_back();
+        ogg_packet packet;
+        while (zx_container_ogg_read_ogg_page(opened) == ZX_STATUS_SUCCESS) {
+            while (zx_container_ogg_stream_packetout(opened, &packet) == 1)
+                files.back().emplace_back(reinterpret_cast<char *>(packet.packet),
+                                          static_cast<size_t>(packet.bytes));
+        }
+    }
+    return files;
+}
+
+// Overwrites some bytes, mostly of the head, or cuts or empties the packet.
+std::string damage(std::string packet, random_numbers *random) {
+    const auto size = static_cast<int32_t>(packet.size());
+    switch (random->between(0, 4)) {
+        case 0:
+            return packet;
+        case 1:
+            return packet.substr(0, static_cast<size_t>(random->between(0, std::min(size, 4))));
+        case 2:
+            return packet.substr(0, static_cast<size_t>(random->between(0, size)));
+        default:
+            break;
+    }
+    for (int32_t i = random->between(1, 6); i > 0 && size > 0; i--)
+        packet[static_cast<size_t>(random->between(0, std::min(size - 1, i < 4 ? 3 : size - 1)))] =
+            static_cast<char>(random->next());
+    return packet;
+}
+
+ogg_packet packet_of(const std::string &bytes) {
+    ogg_packet packet = {};
+    packet.packet = reinterpret_cast<unsigned char *>(const_cast<char *>(bytes.data()));
+    packet.bytes = static_cast<long>(bytes.size());
+    return packet;
+}
+
 class zx_codec_opus : public testing::Test {
 protected:
     void SetUp() override { zx_log_disable(); }
@@ -120,6 +171,38 @@ TEST_F(zx_codec_opus, headers_that_make_no_sense_are_refused) {
     }
 }
 
+TEST_F(zx_codec_opus, counting_finds_what_decoding_gives) {
+    random_numbers random(1);
+    std::vector<std::vector<std::string>> files = packets_of_files(".opus");
+    for (int channels : {1, 2}) files.push_back(opus_packets(50, 48000, channels));
+    files.emplace_back(200, std::string(40, '\0'));
+    int counted = 0, refused = 0;
+    for (int32_t rate : {8000, 12000, 16000, 24000, 48000}) {
+        OpusDecoder *created = nullptr;
+        ASSERT_EQ(zx_codec_opus_decoder_init(static_cast<uint32_t>(rate), 2, &created), ZX_STATUS_SUCCESS);
+        const auto decoder = owned<opus_decoder_destroy>(created);
+        for (const auto &packets : files) {
+            for (size_t i = 0; i < std::min<size_t>(packets.size(), 200); i++) {
+                const std::string bytes = damage(packets[i], &random);
+                const ogg_packet packet = packet_of(bytes);
+                const int32_t room = i % 2 == 0 ? ZX_CODEC_OPUS_MAX_FRAMES : 8192;
+                std::vector<int16_t> pcm(2 * static_cast<size_t>(room));
+                const int expected = opus_decode(created, packet.packet, static_cast<int32_t>(packet.bytes),
+                                                 pcm.data(), room, 0);
+                uint64_t count = 7;
+                const zx_status_t status =
+                    zx_codec_opus_count_packet(&packet, static_cast<uint32_t>(rate), room, &count);
+                ASSERT_EQ(status, expected < 0 ? ZX_STATUS_INVALID_STATE : ZX_STATUS_SUCCESS)
+                    << expected << " of " << packet.bytes << " bytes";
+                ASSERT_EQ(count, 7 + static_cast<uint64_t>(std::max(expected, 0)));
+                (expected < 0 ? refused : counted)++;
+            }
+        }
+    }
+    EXPECT_GT(counted, 2000);
+    EXPECT_GT(refused, 500);
+}
+
 // Two files behind each other play one after the other.
 TEST_F(zx_codec_opus, chained_streams_follow_each_other) {
     ogg_writer writer;
@@ -146,4 +229,42 @@ TEST(zx_codec_vorbis, packets_that_are_not_its_headers_are_refused) {
     EXPECT_EQ(zx_codec_vorbis_init(other.path(), &decoder), ZX_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(zx_codec_vorbis_init("/nonexistent", &decoder), ZX_STATUS_IO_ERROR);
     EXPECT_EQ(decoder, nullptr);
+}
+
+TEST(zx_codec_vorbis, counting_finds_what_decoding_gives) {
+    random_numbers random(2);
+    int counted = 0, refused = 0;
+    for (const auto &packets : packets_of_files(".ogg")) {
+        if (packets.size() < 4) continue;
+        zx_codec_vorbis_state_t counting = {}, decoding = {};
+        bool is_vorbis = true;
+        for (zx_codec_vorbis_state_t *state : {&counting, &decoding}) {
+            zx_codec_vorbis_state_init(state);
+            for (size_t i = 0; i < 3 && is_vorbis; i++) {
+                ogg_packet packet = packet_of(packets[i]);
+                packet.b_o_s = i == 0;
+                is_vorbis = vorbis_synthesis_headerin(&state->info, &state->comment, &packet) == 0;
+            }
+            is_vorbis = is_vorbis && state->info.channels <= 2 &&
+                        zx_codec_vorbis_start_synthesis(state) == ZX_STATUS_SUCCESS;
+        }
+        for (size_t i = 3; i < packets.size() && is_vorbis; i++) {
+            const std::string bytes = damage(packets[i], &random);
+            ogg_packet packet = packet_of(bytes);
+            packet.packetno = static_cast<int64_t>(i);
+            packet.granulepos = i % 3 == 0 ? random.between(0, 600 * static_cast<int32_t>(i)) : -1;
+            packet.e_o_s = random.between(0, 20) == 0 || i + 1 == packets.size();
+            uint64_t count = 0;
+            int32_t expected = 0;
+            std::vector<int16_t> pcm(8192);
+            const zx_status_t status = zx_codec_vorbis_read_packet(&decoding, &packet, pcm.data(), &expected);
+            ASSERT_EQ(zx_codec_vorbis_count_packet(&counting, &packet, &count), status) << "packet " << i;
+            ASSERT_EQ(count, status == ZX_STATUS_SUCCESS ? static_cast<uint64_t>(expected) : 0);
+            (status == ZX_STATUS_SUCCESS ? counted : refused)++;
+        }
+        zx_codec_vorbis_state_clear(&counting);
+        zx_codec_vorbis_state_clear(&decoding);
+    }
+    EXPECT_GT(counted, 200);
+    EXPECT_GT(refused, 20);
 }
