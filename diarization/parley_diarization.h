@@ -90,6 +90,7 @@ typedef struct {
     double max_duration;        /* seconds: longer recordings are refused before they are read (0: none is) */
     double sensitivity;         /* how much is taken for speech: 0 little, 1 much (0.5) */
     int32_t via_ffmpeg; /* ffmpeg reads, if it is there, what nothing else does: 0; never: 1; all: 2 (0) */
+    int32_t jobs;       /* threads for a recording, up to 64, which change no bit; 0: one a core (1) */
 } parley_options;
 
 PARLEY_API void parley_options_init(parley_options *options);

@@ -155,6 +155,7 @@ void check_options(const parley_options &o) {
     if (!(o.sensitivity >= 0 && o.sensitivity <= 1)) refuse("sensitivity takes from 0 to 1");
     number("channels", o.channels, LOUDEST);
     number("via-ffmpeg", o.via_ffmpeg, 2);
+    number("jobs", o.jobs, 64);
     if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
     if (o.channels == APART && o.max_speakers + o.min_speakers > 0)
         refuse("with channels apart the channels are the speakers: their number cannot be asked for");
@@ -182,7 +183,7 @@ thresholds thresholds_of(const parley_options &options, const thresholds &own) {
 // As the model would have it, unless the number of speakers is not the one asked for: then with the offline
 // threshold nearest to the model's at which it is, found by bisection; more speakers merge at a higher one.
 // The clustering drops who has less than about a second: where that leaves nobody, a few words may still be
-// there, and they may be somewhat nearer to the background: nobody at all is the rarer answer.
+// there, at last somewhat nearer to the background: nobody at all is the rarer answer.
 tags diarizer::find_speakers(const frames &all, const parley_options &options,
                              const progress_function &progress, std::string *note) {
     thresholds values = thresholds_of(options, engine_.own_thresholds());
@@ -191,14 +192,17 @@ tags diarizer::find_speakers(const frames &all, const parley_options &options,
         tags result = engine_.cluster(all, values, progress);
         if (options.refine)
             refine_tags(all, engine_.background(), reluctance_of(options), offline, options.min_speakers,
-                        &result);
+                        &result, engine_.get()->num_workers);
         return result;
     };
     const double first = values[0];
     tags found = cluster(first);
     if (options.refine && count_speakers(found) == 0) {
-        constexpr double SOMEWHAT = 0.9;
-        find_few_words(all, engine_.background(), reluctance_of(options), SOMEWHAT * values[3], &found);
+        for (const double nearness : {1.0, 0.9}) {
+            if (count_speakers(found) == 0)
+                find_few_words(all, engine_.background(), reluctance_of(options), nearness * values[3],
+                               &found);
+        }
         if (count_speakers(found) > 0) add_note(note, "a few words only: too little to tell speakers apart");
         return found;
     }
@@ -247,6 +251,7 @@ std::vector<segment> segments_of(const frames &all, const tags &which, const cen
 diarization diarizer::run(const std::string &path, const given_samples *given, const parley_options &options,
                           const progress_function &progress) {
     check_options(options);
+    engine_.set_jobs(options.jobs);
     diarization result;
     result.path = path;
     result.recording = std::filesystem::path(path).stem().string();

@@ -1,9 +1,11 @@
 #include "engine.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "errors.h"
 #include "zx_error.h"
@@ -64,6 +66,11 @@ engine::engine(const std::string &model_path) {
     if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
         throw diarization_error(PARLEY_INVALID,
                                 model_path + ": its chunks are not longer than three warm-ups");
+}
+
+void engine::set_jobs(int32_t jobs) {
+    object_->num_workers =
+        jobs > 0 ? jobs : std::max(1, static_cast<int32_t>(std::thread::hardware_concurrency()));
 }
 
 zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress) {

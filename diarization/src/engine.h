@@ -27,6 +27,9 @@ class engine {
 public:
     explicit engine(const std::string &model_path);
 
+    // Threads for embeddings; 0: one a core.
+    void set_jobs(int32_t jobs);
+
     // Refuses more than `most` samples before any is decoded.
     zx_parley_samples_t read(const std::string &path, int64_t most, const progress_function &progress);
 

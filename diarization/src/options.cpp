@@ -109,6 +109,8 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) {
          o->via_ffmpeg = word(x, v, {"auto", "never", "always"});
      }},
+    {{"jobs", "N", "threads; 0 (default of the tool): one a core", 0, 64},
+     [](parley_options *o, const O &x, const char *v) { o->jobs = whole(x, v); }},
 };
 
 }  // namespace
@@ -119,6 +121,7 @@ void init_options(parley_options *options) {
     for (double &t : options->thresholds) t = -1;
     options->refine = 1;
     options->sensitivity = 0.5;
+    options->jobs = 1;
     options->speaker_prefix = "speaker ";
 }
 

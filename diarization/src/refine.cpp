@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "zx_multiversion.h"
+#include "zx_parallel.h"
+
 namespace {
 
 constexpr double CHANGE_COST = 3;  // pays if the frames after it are nearer by 0.3 for ten frames, say
@@ -10,41 +13,99 @@ constexpr double CHANGE_COST = 3;  // pays if the frames after it are nearer by 
 constexpr int32_t SHORTEST_SPEAKER = 62, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
 constexpr int32_t FEW_WORDS = 12;                                         // frames, 0.4 s
 
+// Products of frames with every state's centroid. These lie in groups of GROUP states whose values of one
+// dimension are side by side: a group's sums, each in order of the dimensions, are computed together.
+class products {
+public:
+    products(const frames &all, const std::vector<const float *> &means)
+        : all_(all),
+          num_groups_((means.size() - 1) / GROUP + 1),
+          centroids_(num_groups_ * GROUP * static_cast<size_t>(all.size)),
+          num_rows_(std::max(PART, MOST_VALUES / static_cast<int32_t>(width()) / PART * PART)),
+          values_(static_cast<size_t>(std::min(num_rows_, all.count)) * width()) {
+        for (size_t k = 0; k < means.size(); k++)
+            for (size_t d = 0; d < static_cast<size_t>(all.size); d++)
+                centroids_[(k / GROUP * static_cast<size_t>(all.size) + d) * GROUP + k % GROUP] =
+                    double{means[k][d]};
+    }
+
+    // Of a frame; rising from 0.
+    double *of(int32_t frame, int num_threads) {
+        if (frame % num_rows_ == 0) {
+            first_ = frame;
+            const int32_t num_parts = (std::min(num_rows_, all_.count - frame) - 1) / PART + 1;
+            (void) zx_parallel_run(num_threads, num_parts, {compute_part, this}, nullptr);
+        }
+        return &values_[static_cast<size_t>(frame - first_) * width()];
+    }
+
+private:
+    static constexpr size_t GROUP = 16;
+    static constexpr int32_t PART = 1024;            // frames that a thread does at once
+    static constexpr int32_t MOST_VALUES = 1 << 20;  // that are held
+
+    size_t width() const { return num_groups_ * GROUP; }
+
+    static zx_status_t compute_part(void *context, int32_t, int32_t part) {
+        auto *self = static_cast<products *>(context);
+        const int32_t end = std::min((part + 1) * PART, self->all_.count - self->first_);
+        for (int32_t row = part * PART; row < end; row++) {
+            multiply(self->all_.at(self->first_ + row), static_cast<size_t>(self->all_.size),
+                     self->centroids_.data(), self->num_groups_,
+                     &self->values_[static_cast<size_t>(row) * self->width()]);
+        }
+        return ZX_STATUS_SUCCESS;
+    }
+
+    ZX_MULTIVERSION
+    static void multiply(const float *row, size_t size, const double *centroids, size_t num_groups,
+                         double *values) {
+        for (size_t g = 0; g < num_groups; g++, values += GROUP) {
+            double sums[GROUP] = {};
+            for (size_t d = 0; d < size; d++, centroids += GROUP) {
+                const double value = row[d];
+                for (size_t k = 0; k < GROUP; k++) sums[k] += value * centroids[k];
+            }
+            for (size_t k = 0; k < GROUP; k++) values[k] = sums[k];
+        }
+    }
+
+    const frames &all_;
+    size_t num_groups_;
+    std::vector<double> centroids_;
+    int32_t num_rows_;  // that are held, from first_ on
+    std::vector<double> values_;
+    int32_t first_ = 0;
+};
+
 // The best way through: for each frame the index of its state, whose centroids are the rows of `means`,
 // nobody's first.
-std::vector<uint16_t> decide(const frames &all, const std::vector<const float *> &means, double reluctance) {
+std::vector<uint16_t> decide(const frames &all, const std::vector<const float *> &means, double reluctance,
+                             int num_threads) {
     const size_t num_states = means.size();
-    const auto size = static_cast<size_t>(all.size);
-    std::vector<float> by_dimension(size *
-                                    num_states);  // states side by side, so that they are computed together
-    for (size_t k = 0; k < num_states; k++)
-        for (size_t d = 0; d < size; d++) by_dimension[d * num_states + k] = means[k][d];
-
+    products cosines(all, means);
     const auto count = static_cast<size_t>(all.count);
-    std::vector<double> best(num_states), here(num_states);
+    std::vector<double> best(num_states);
     std::vector<uint16_t> from(count);  // the best state before each frame
-    std::vector<bool> changed(count *
-                              num_states);  // whether a state is better reached from there than from itself
+    // Whether a state is better reached from there than from itself.
+    std::vector<uint8_t> changed(count * num_states);
     for (size_t t = 0; t < count; t++) {
-        std::fill(here.begin(), here.end(), 0.0);
-        const float *row = all.at(static_cast<int32_t>(t));
-        for (size_t d = 0; d < size; d++)
-            for (size_t k = 0; k < num_states; k++)
-                here[k] += double{row[d]} * double{by_dimension[d * num_states + k]};
+        double *here = cosines.of(static_cast<int32_t>(t), num_threads);
         here[0] -= reluctance;
         const auto before = std::max_element(best.begin(), best.end());
-        const double moved = *before - CHANGE_COST;
+        const double moved = t > 0 ? *before - CHANGE_COST : -1;
         from[t] = static_cast<uint16_t>(before - best.begin());
+        uint8_t *flags = &changed[t * num_states];
         for (size_t k = 0; k < num_states; k++) {
-            changed[t * num_states + k] = t > 0 && moved > best[k];
-            best[k] = (t > 0 ? std::max(best[k], moved) : 0.0) + here[k];
+            flags[k] = moved > best[k];
+            best[k] = std::max(best[k], moved) + here[k];
         }
     }
     std::vector<uint16_t> path(count);
     auto state = static_cast<size_t>(std::max_element(best.begin(), best.end()) - best.begin());
     for (size_t t = count; t-- > 0;) {
         path[t] = static_cast<uint16_t>(state);
-        if (changed[t * num_states + state]) state = from[t];
+        if (changed[t * num_states + state] != 0) state = from[t];
     }
     return path;
 }
@@ -52,7 +113,7 @@ std::vector<uint16_t> decide(const frames &all, const std::vector<const float *>
 }  // namespace
 
 void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
-                 tags *which) {
+                 tags *which, int num_threads) {
     const int32_t shortest = std::clamp(all.count / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
     for (;;) {
         const centroids speakers = centroids_of(all, *which);
@@ -63,7 +124,7 @@ void refine_tags(const frames &all, const float *background, double reluctance, 
             means.push_back(mean.data());
             names.push_back(tag);
         }
-        const std::vector<uint16_t> path = decide(all, means, reluctance);
+        const std::vector<uint16_t> path = decide(all, means, reluctance, num_threads);
         std::vector<int32_t> frames_of(names.size());
         for (const uint16_t state : path) frames_of[state]++;
         const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());

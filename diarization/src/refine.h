@@ -17,7 +17,7 @@
 // its own order of merges can stop before) become one, and the rest is decided again, as long as more than
 // `fewest` (at least 1) remain.
 void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
-                 tags *which);
+                 tags *which, int num_threads = 1);
 
 // Where nobody was found: stretches of FEW_WORDS frames whose mean distance to the background is at least
 // `threshold` become speaker 1, and refine_tags gives them their borders.

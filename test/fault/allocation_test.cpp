@@ -13,11 +13,13 @@
 #include "model_builder.h"
 #include "mp4_builder.h"
 #include "segments.h"
+#include "zx_parley_internal.h"
 
 extern "C" {
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
+void *__libc_memalign(size_t alignment, size_t size);
 void __libc_free(void *block);
 }
 
@@ -50,6 +52,10 @@ extern "C" void *calloc(size_t count, size_t size) {
 extern "C" void *realloc(void *block, size_t size) {
     if (!may_allocate()) return nullptr;
     return block ? __libc_realloc(block, size) : taken(__libc_realloc(block, size));
+}
+
+extern "C" void *aligned_alloc(size_t alignment, size_t size) {
+    return may_allocate() ? taken(__libc_memalign(alignment, size)) : nullptr;
 }
 
 extern "C" void free(void *block) {
@@ -141,6 +147,17 @@ TEST_F(allocation, failing_while_creating_an_engine) {
 TEST_F(allocation, failing_while_processing_a_buffer) {
     const auto pcm = audio();
     fail_each(true, [&](int32_t *count, zx_parley_segment_t **segments) {
+        return zx_parley_process(engine_.get(), pcm.data(), static_cast<int32_t>(pcm.size()), count,
+                                 segments);
+    });
+}
+
+TEST_F(allocation, failing_while_processing_a_buffer_on_three_threads) {
+    const auto pcm = audio();
+    engine_->num_workers = 3;
+    engine_->param->classifier->chunk_length_frames = 40;
+    engine_->param->classifier->warmup_length_frames = 10;
+    fail_each(false, [&](int32_t *count, zx_parley_segment_t **segments) {
         return zx_parley_process(engine_.get(), pcm.data(), static_cast<int32_t>(pcm.size()), count,
                                  segments);
     });

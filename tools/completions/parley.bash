@@ -15,11 +15,11 @@ _parley() {
     --manifest | --model | --uem | --voices | --words | -m) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--help --version --manifest --format --output-dir --jobs --audio --resume --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --max-input --voices --model --color --quiet --verbose"
+        local options="--help --version --manifest --format --output-dir --audio --resume --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --jobs --max-input --voices --model --color --quiet --verbose"
         case $command in
         score) options="--help --collar --skip-overlap --uem --each" ;;
         assign) options="--help --words --format --reach --speakers --names --model" ;;
-        listen) options="--help --rate --input-channels --every --share --lines --format --output-dir --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --voices --model --color" ;;
+        listen) options="--help --rate --input-channels --every --share --lines --format --output-dir --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --jobs --voices --model --color" ;;
         match) options="--help --threshold" ;;
         voices add) options="--help --voices --speaker --from --to --model" ;;
         voices list) options="--help --voices" ;;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <thread>
 
 #include "commands.h"
 #include "files.h"
@@ -30,7 +31,6 @@ namespace {
 struct arguments {
     std::vector<std::string> files, manifests, formats;
     std::string model, voices, output_dir, audio = "auto", color = "auto";
-    int jobs = 1;
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
     room_options options;
@@ -48,9 +48,6 @@ void define(CLI::App *app, arguments *a) {
         ->type_name("NAME,...");
     app->add_option("-o,--output-dir", a->output_dir, "a file per recording and format, there")
         ->type_name("DIR");
-    app->add_option("-j,--jobs", a->jobs, "recordings at a time")
-        ->check(CLI::Range(1, 256).description(""))
-        ->type_name("N");
     app->add_option("--audio", a->audio, "of pages: embed, link, copy (beside them), none")
         ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
         ->type_name("HOW");
@@ -122,6 +119,11 @@ void link_audio(const std::string &how, const std::string &recording, const std:
     check(parley_result_link_audio(result, url, embedded));
 }
 
+size_t num_threads(const parley_options &options) {
+    return options.jobs > 0 ? static_cast<size_t>(options.jobs)
+                            : std::clamp(std::thread::hardware_concurrency(), 1u, 64u);
+}
+
 class batch {
 public:
     batch(const arguments &a, std::vector<const parley_format *> formats,
@@ -132,9 +134,12 @@ public:
           out_(out),
           terminal_(terminal_of(out, a.color)),
           voices_(a.voices.empty() ? "" : read_text(a.voices)),
-          num_workers_(std::min<size_t>(static_cast<size_t>(a_.jobs), recordings_.size())),
+          options_(*a.options.get()),
+          num_workers_(std::min<size_t>(num_threads(options_), recordings_.size())),
           shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb_terminal()),
-          progress_(recordings_.size(), num_workers_, shows_progress_) {}
+          progress_(recordings_.size(), num_workers_, shows_progress_) {
+        options_.jobs = static_cast<int32_t>(num_threads(options_) / num_workers_);
+    }
 
     // The number of recordings that failed.
     size_t run() {
@@ -208,8 +213,8 @@ private:
         };
         parley_result *made = nullptr;
         const parley_status status = parley_diarize_file(
-            diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(),
-            a_.options.get(), tell, &told, &made);
+            diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(), &options_,
+            tell, &told, &made);
         const result_ptr result(made);
         if (status != PARLEY_OK && stream) {  // whose place in the system nobody knows
             room_error failure(status);
@@ -264,7 +269,8 @@ private:
     std::FILE *out_;
     parley_terminal terminal_;
     std::string voices_;
-    size_t num_workers_;
+    parley_options options_;
+    size_t num_workers_;  // recordings at a time, among which threads are divided
     std::vector<diarizer_ptr> diarizers_;
     bool shows_progress_;
     progress_line progress_;

@@ -1,5 +1,8 @@
 #include "room_options.h"
 
+#include <map>
+#include <string_view>
+
 namespace parley {
 
 void room_options::define(CLI::App *app) {
@@ -9,8 +12,9 @@ void room_options::define(CLI::App *app) {
             if (parley_options_set(&options_, option->name, texts_.back().c_str()) != PARLEY_OK)
                 throw CLI::ValidationError(std::string("--") + parley_message());
         };
-        const std::string name =
-            std::string(option->name) == "speakers" ? "-n,--speakers" : std::string("--") + option->name;
+        static const std::map<std::string_view, std::string> SHORT = {{"speakers", "-n,"}, {"jobs", "-j,"}};
+        const auto found = SHORT.find(option->name);
+        const std::string name = (found == SHORT.end() ? "" : found->second) + "--" + option->name;
         if (option->value) {
             app->add_option_function<std::string>(name, set, option->purpose)->type_name(option->value);
         } else {

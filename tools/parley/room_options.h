@@ -12,7 +12,10 @@ namespace parley {
 
 class room_options {
 public:
-    room_options() { parley_options_init(&options_); }
+    room_options() {
+        parley_options_init(&options_);
+        options_.jobs = 0;
+    }
     room_options(const room_options &) = delete;  // the options refer to the texts
     room_options &operator=(const room_options &) = delete;
 

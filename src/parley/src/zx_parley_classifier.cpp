@@ -1,5 +1,6 @@
 #include "zx_parley_classifier.h"
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "zx_heap.h"
 #include "zx_math.h"
 #include "zx_memory.h"
+#include "zx_parallel.h"
 
 namespace {
 
@@ -141,6 +143,7 @@ namespace {
 
 // Chunks that are computed side by side. Each load of a recurrent layer's weights then serves as many steps.
 constexpr int32_t MAX_SIDE_BY_SIDE = 8;
+constexpr int32_t MAX_SIDE_BY_SIDE_OF_MANY = 6;  // where there are several workers, of 2 MB a chunk each
 
 // A stretch of frames that is run through the layers from zero state, and which of its rows are kept.
 struct chunk {
@@ -151,7 +154,7 @@ struct chunk {
 };
 
 // Runs chunks, in falling order of length, through the network. Row 0 of d_vector is that of frame 0.
-zx_status_t process_chunks(zx_parley_classifier_t *object, const int16_t *feature, const chunk *chunks,
+zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *feature, const chunk *chunks,
                            int32_t num_chunks, float *d_vector) {
     const zx_parley_classifier_param_t *param = object->param;
     const size_t frame_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
@@ -208,45 +211,67 @@ zx_status_t process_chunks(zx_parley_classifier_t *object, const int16_t *featur
     return ZX_STATUS_SUCCESS;
 }
 
-}  // namespace
-
-// A later chunk starts 2 W frames before the end of the one before, K frames long at most. Its first W rows
-// lack context to the left and are not used; the W after them are used instead of rows that lacked context to
-// the right:
+// What is common to all chunks of a run. A later chunk starts 2 W frames before the end of the one before, K
+// frames long at most. Its first W rows lack context to the left and are not used; the W after them are used
+// instead of rows that lacked context to the right:
 //
 //   chunk 1   |.....................---|
 //   chunk 2                      |---......................|      --- W rows that are not used
 //
 // It advances by K - 2 W > W frames.
-zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
-                                         int32_t num_frames, float *d_vector, const zx_progress_t *progress) {
+struct chunk_run {
+    const zx_parley_classifier_t *object;
+    const int16_t *feature;
+    float *d_vector;
+    int64_t num_frames, length, warmup;
+    int32_t num_chunks, num_groups;
+
+    chunk at(int32_t index) const {
+        const int64_t start = index * (length - 2 * warmup);
+        const int64_t end = std::min(start + length, num_frames);
+        return {static_cast<int32_t>(start), static_cast<int32_t>(end - start),
+                static_cast<int32_t>(index == 0 ? 0 : start + warmup),
+                static_cast<int32_t>(end == num_frames ? end : end - warmup)};
+    }
+
+    // Groups differ by at most one chunk.
+    int32_t first_of_group(int32_t group) const {
+        return static_cast<int32_t>(int64_t{num_chunks} * group / num_groups);
+    }
+
+    static zx_status_t process_group(void *context, int32_t, int32_t group) {
+        const auto *self = static_cast<const chunk_run *>(context);
+        chunk chunks[MAX_SIDE_BY_SIDE];
+        const int32_t first = self->first_of_group(group), end = self->first_of_group(group + 1);
+        for (int32_t c = first; c < end; c++) chunks[c - first] = self->at(c);
+        return process_chunks(self->object, self->feature, chunks, end - first, self->d_vector);
+    }
+};
+
+int32_t divide_up(int64_t a, int64_t b) {
+    return static_cast<int32_t>((a + b - 1) / b);
+}
+
+}  // namespace
+
+zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, const int16_t *feature,
+                                         int32_t num_frames, float *d_vector, const zx_progress_t *progress,
+                                         int32_t num_workers) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(num_frames > 0);
     ZX_ASSERT(d_vector);
-    const int32_t chunk_length_frames = object->param->chunk_length_frames;
+    const int64_t chunk_length_frames = object->param->chunk_length_frames;
     const int64_t warmup_length_frames = object->param->warmup_length_frames;
     ZX_ASSERT(3 * warmup_length_frames < chunk_length_frames);
-    const int32_t num_warmup = object->param->warmup_length_frames;
-
-    chunk next = {0, zx_min_int32(num_frames, chunk_length_frames), 0, 0};
-    for (bool is_last = false; !is_last;) {
-        if (!zx_progress_report(progress, next.start, num_frames)) return ZX_STATUS_STOP_ITERATION;
-        chunk chunks[MAX_SIDE_BY_SIDE];
-        int32_t num_chunks = 0;
-        while (!is_last && num_chunks < MAX_SIDE_BY_SIDE) {
-            const int32_t end = next.start + next.length;
-            is_last = end == num_frames;
-            next.end_kept = is_last ? end : end - num_warmup;
-            chunks[num_chunks++] = next;
-            next.start = end - 2 * num_warmup;
-            next.length = zx_min_int32(num_frames - next.start, chunk_length_frames);
-            next.first_kept = next.start + num_warmup;
-        }
-        const zx_status_t status = process_chunks(object, feature, chunks, num_chunks, d_vector);
-        if (status != ZX_STATUS_SUCCESS) return status;
-    }
-    return ZX_STATUS_SUCCESS;
+    chunk_run run = {object, feature, d_vector, num_frames, chunk_length_frames, warmup_length_frames, 1, 1};
+    if (num_frames > run.length)
+        run.num_chunks += divide_up(num_frames - run.length, run.length - 2 * run.warmup);
+    // As many groups for each worker; what a group takes of memory grows with its chunks.
+    const int32_t most = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
+    run.num_groups = divide_up(divide_up(run.num_chunks, most), num_workers) * num_workers;
+    run.num_groups = std::min(run.num_groups, run.num_chunks);
+    return zx_parallel_run(num_workers, run.num_groups, {chunk_run::process_group, &run}, progress);
 }
 
 zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,

@@ -64,11 +64,14 @@ void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16
                                      int32_t num_frames);
 
 // feature: num_frames > 0 frames of normalized Q10 values. d_vector: num_frames rows of E floats of unit
-// length. Asserts 3 W < K and, through the inverse square root, that no embedding is all zeros.
+// length. Chunks go to num_workers > 0 threads, which changes no bit. Asserts 3 W < K and, through the
+// inverse square root, that no embedding is all zeros.
 // ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to stop.
-[[nodiscard]] zx_status_t zx_parley_classifier_process(zx_parley_classifier_t *object, const int16_t *feature,
-                                                       int32_t num_frames, float *d_vector,
-                                                       const zx_progress_t *progress = nullptr);
+[[nodiscard]] zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object,
+                                                       const int16_t *feature, int32_t num_frames,
+                                                       float *d_vector,
+                                                       const zx_progress_t *progress = nullptr,
+                                                       int32_t num_workers = 1);
 
 // The same for one chunk of at most K frames.
 [[nodiscard]] zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,

@@ -10,11 +10,10 @@
 #include "zx_audio_file.h"
 #include "zx_error.h"
 #include "zx_log.h"
+#include "zx_parallel.h"
 #include "zx_parley_report.h"
 
 namespace {
-
-constexpr int64_t HOPS_A_REPORT = 4096;  // about a minute of audio
 
 // What the parts of a model must have in common, which their loaders cannot see.
 zx_status_t check_consistency(const zx_parley_param_t *param) {
@@ -72,6 +71,7 @@ zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_
         return zx_parley_report_init("zx_memory", status);
     }
     o->param = owned_param.release();
+    o->num_workers = 1;
     o->num_tags = -1;
 
     status = check_consistency(param);
@@ -88,23 +88,58 @@ zx_status_t zx_parley_internal_init(zx_parley_param_t *param, bool with_feature_
     return ZX_STATUS_SUCCESS;
 }
 
+namespace {
+
+// Features of a recording, in spans whose filterbanks first hear the hops in front of them: the history of a
+// filterbank is one hop, whose first sample needs the one before.
+struct feature_run {
+    static constexpr int32_t SPAN = 4096, HISTORY = 2;  // hops; a span is about a minute
+
+    zx_filterbank_t *const *filterbanks;  // one a worker
+    const int16_t *pcm;
+    int64_t num_hops;
+    int16_t *feature;
+
+    static zx_status_t compute_span(void *context, int32_t worker, int32_t span) {
+        const auto *self = static_cast<const feature_run *>(context);
+        zx_filterbank_t *filterbank = self->filterbanks[worker];
+        zx_filterbank_reset(filterbank);  // a call that failed below may have left its audio there
+        const int64_t first = int64_t{span} * SPAN, end = std::min(first + SPAN, self->num_hops);
+        int16_t unused[ZX_FILTERBANK_NUM_BANDS];
+        for (int64_t hop = std::max<int64_t>(first - HISTORY, 0); hop < end; hop++) {
+            const zx_status_t status =
+                zx_filterbank_compute(filterbank, self->pcm + hop * ZX_PARLEY_HOP_LENGTH,
+                                      hop < first ? unused : self->feature + hop * ZX_FILTERBANK_NUM_BANDS);
+            if (status != ZX_STATUS_SUCCESS) return status;
+        }
+        zx_filterbank_reset(filterbank);
+        return ZX_STATUS_SUCCESS;
+    }
+};
+
+}  // namespace
+
 zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm, int32_t num_frames,
                                         int16_t *feature, const zx_progress_t *progress) {
     ZX_ASSERT(object);
     ZX_ASSERT(pcm);
     ZX_ASSERT(num_frames > 0);
     ZX_ASSERT(feature);
-    zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
-    const int64_t num_hops = 2 * int64_t{num_frames};
-    for (int64_t hop = 0; hop < num_hops; hop++) {
-        if (hop % HOPS_A_REPORT == 0 && !zx_progress_report(progress, hop, num_hops))
-            return ZX_STATUS_STOP_ITERATION;
-        const zx_status_t status = zx_filterbank_compute(object->filterbank, pcm + hop * ZX_PARLEY_HOP_LENGTH,
-                                                         feature + hop * ZX_FILTERBANK_NUM_BANDS);
-        if (status != ZX_STATUS_SUCCESS) return status;
-    }
-    zx_filterbank_reset(object->filterbank);
-    return ZX_STATUS_SUCCESS;
+    feature_run run = {nullptr, pcm, 2 * int64_t{num_frames}, feature};
+    const auto num_spans = static_cast<int32_t>((run.num_hops - 1) / feature_run::SPAN + 1);
+    const int32_t num_workers = std::min(object->num_workers, num_spans);
+    const zx_heap_ptr<zx_filterbank_t *> filterbanks(
+        zx_heap_zeroed<zx_filterbank_t *>(static_cast<size_t>(num_workers)));
+    if (!filterbanks) return ZX_STATUS_OUT_OF_MEMORY;
+    run.filterbanks = filterbanks.get();
+    filterbanks.get()[0] = object->filterbank;
+    zx_status_t status = ZX_STATUS_SUCCESS;
+    for (int32_t w = 1; w < num_workers && status == ZX_STATUS_SUCCESS; w++)
+        status = zx_filterbank_init(object->memory, ZX_PARLEY_HOP_LENGTH, &filterbanks.get()[w]);
+    if (status == ZX_STATUS_SUCCESS)
+        status = zx_parallel_run(num_workers, num_spans, {feature_run::compute_span, &run}, progress);
+    for (int32_t w = 1; w < num_workers; w++) zx_filterbank_delete(filterbanks.get()[w]);
+    return status;
 }
 
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames) {
@@ -123,9 +158,9 @@ zx_status_t compute_embeddings(zx_parley_t *object, const int16_t *feature, int3
     d_vector->reset(
         static_cast<float *>(std::calloc(static_cast<size_t>(num_frames), embedding_size * sizeof(float))));
     if (!*d_vector) return zx_parley_report_allocation("d_vector");
-    const zx_status_t status =
-        zx_parley_classifier_process(object->classifier, feature, num_frames, d_vector->get(),
-                                     stage_progress(progress, zx_parley_stage::embeddings).get());
+    const zx_status_t status = zx_parley_classifier_process(
+        object->classifier, feature, num_frames, d_vector->get(),
+        stage_progress(progress, zx_parley_stage::embeddings).get(), object->num_workers);
     if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_parley_classifier_process", status);
     return ZX_STATUS_SUCCESS;
 }

@@ -25,6 +25,7 @@ struct zx_parley_t {
     zx_parley_param_t *param;
     zx_parley_classifier_t *classifier;
     zx_parley_cluster_t *cluster;
+    int32_t num_workers;     // threads on which features and embeddings are computed; 1 unless set otherwise
     int32_t num_tags;        // of the clustering run in progress, background included; -1 between runs
     int32_t *tag_frequency;  // num_tags counters of the run in progress, all zero; null between runs
 };

@@ -18,14 +18,15 @@ auto load(const model_builder &model) {
 
 // The embeddings that a new classifier gives, in chunks or as one.
 std::vector<float> process(const zx_parley_classifier_param_t *param, const int16_t *feature,
-                           int32_t num_frames, bool whole = false) {
+                           int32_t num_frames, bool whole = false, int32_t num_workers = 1) {
     zx_parley_classifier_t *classifier = nullptr;
     EXPECT_EQ(zx_parley_classifier_init(param, &classifier), ZX_STATUS_SUCCESS);
     const auto owner = owned<zx_parley_classifier_delete>(classifier);
     std::vector<float> rows(static_cast<size_t>(num_frames * param->embedding->output_dimension));
     EXPECT_EQ(whole
                   ? zx_parley_classifier_internal_process_chunk(classifier, feature, num_frames, rows.data())
-                  : zx_parley_classifier_process(classifier, feature, num_frames, rows.data()),
+                  : zx_parley_classifier_process(classifier, feature, num_frames, rows.data(), nullptr,
+                                                 num_workers),
               ZX_STATUS_SUCCESS);
     return rows;
 }
@@ -53,6 +54,8 @@ TEST(zx_parley_classifier, long_input_is_pieced_together_from_overlapping_chunks
             skip = 3;
         }
         EXPECT_EQ(rows, expected) << num_frames;
+        for (int32_t num_workers : {2, 3, 8})
+            EXPECT_EQ(process(param.get(), feature.data(), num_frames, false, num_workers), expected);
         for (size_t t = 0; t < rows.size(); t += 4) {
             EXPECT_NEAR(zx_cosine_similarity(4, &rows[t], &rows[t], 1), 1.0f, 2e-3f);
         }

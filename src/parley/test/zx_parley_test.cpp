@@ -210,6 +210,29 @@ TEST_F(zx_parley, calls_are_independent_and_ignore_a_partial_frame) {
     EXPECT_EQ(engine->tag_frequency, nullptr);
 }
 
+// Spans of 4096 hops are computed apart from each other.
+TEST_F(zx_parley, features_of_long_audio_do_not_depend_on_the_number_of_threads) {
+    constexpr int32_t NUM_FRAMES = 5000;
+    const auto pcm = random_int16(NUM_FRAMES * 512, 8, -9000, 9000);
+    std::vector<int16_t> expected(NUM_FRAMES * 80), actual(NUM_FRAMES * 80);
+    zx_filterbank_t *created = nullptr;
+    ASSERT_EQ(zx_filterbank_init(test_memory(), 256, &created), ZX_STATUS_SUCCESS);
+    const auto filterbank = owned<zx_filterbank_delete>(created);
+    for (size_t hop = 0; hop < 2 * NUM_FRAMES; hop++) {
+        ASSERT_EQ(zx_filterbank_compute(created, &pcm[hop * 256], &expected[hop * 40]), ZX_STATUS_SUCCESS);
+    }
+    zx_parley_t *loaded = nullptr;
+    ASSERT_EQ(zx_parley_init(SMALL_MODEL, &loaded), ZX_STATUS_SUCCESS);
+    const auto engine = owned<zx_parley_delete>(loaded);
+    for (int32_t num_workers : {1, 2, 5}) {
+        engine->num_workers = num_workers;
+        std::fill(actual.begin(), actual.end(), int16_t{7});
+        ASSERT_EQ(zx_parley_internal_features(engine.get(), pcm.data(), NUM_FRAMES, actual.data()),
+                  ZX_STATUS_SUCCESS);
+        EXPECT_EQ(actual, expected) << num_workers;
+    }
+}
+
 TEST_F(zx_parley, files_are_diarized_as_their_samples_are) {
     const auto engine = make_engine(read_text(SMALL_MODEL));
     const auto pcm = read_file<int16_t>(EXTREME_AUDIO);
