@@ -92,7 +92,7 @@ class Diarizer:
                 names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
                 refine: bool = True, confidence: bool = False, embeddings: bool = False,
                 sensitivity: Optional[float] = None, max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
-                progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
+                jobs: Optional[int] = None, progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
         """Finds out who spoke when.
 
         source: the path of an audio file (WAV, FLAC, MP3, Ogg Opus or Vorbis, WebM, MP4 or M4A with AAC, 3GP with AMR-NB,
@@ -110,6 +110,7 @@ class Diarizer:
         sensitivity: how much is taken for speech, from 0 to 1 (0.5).
         max_duration: seconds; longer recordings are refused before they are read.
         via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
+        jobs: threads for this recording (1; 0: one a core), which change nothing of the answer.
         progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
 
         Returns the segments in order of time. Raises FileNotFoundError, MemoryError, or ParleyError.
@@ -118,7 +119,7 @@ class Diarizer:
                             "threshold": thresholds, "channels": channels, "no-refine": not refine, "merge-gap": merge_gap,
                             "min-duration": min_duration, "pad": pad, "speaker-prefix": speaker_prefix, "names": names,
                             "confidence": confidence, "embeddings": embeddings, "sensitivity": sensitivity, "max-duration": max_duration,
-                            "via-ffmpeg": via_ffmpeg})
+                            "via-ffmpeg": via_ffmpeg, "jobs": jobs})
         if isinstance(source, (str, os.PathLike)) or hasattr(source, "read"):
             if sample_rate is not None:
                 raise TypeError("sample_rate goes with samples; a file has its own")
