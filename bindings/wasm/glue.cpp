@@ -1,5 +1,4 @@
-// What the worker calls besides the functions of parley_diarization.h: a run whose progress goes to
-// JavaScript.
+// What the worker calls besides the functions of parley_diarization.h: runs whose progress goes to JavaScript.
 
 #include <emscripten/emscripten.h>
 
@@ -24,4 +23,10 @@ extern "C" EMSCRIPTEN_KEEPALIVE parley_status parley_run(parley_diarizer *diariz
                                                          parley_result **result) {
     return parley_diarize_samples(diarizer, samples, num_samples, num_channels, rate, name, options, report,
                                   nullptr, result);
+}
+
+extern "C" EMSCRIPTEN_KEEPALIVE parley_status parley_run_file(parley_diarizer *diarizer, const char *path,
+                                                              const parley_options *options,
+                                                              parley_result **result) {
+    return parley_diarize_file(diarizer, path, options, report, nullptr, result);
 }

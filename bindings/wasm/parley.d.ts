@@ -55,6 +55,8 @@ export interface Options {
   /** How much is taken for speech, 0 to 1 (0.5). */
   sensitivity?: number;
   maxDuration?: number;
+  /** Aborting ends the run, and with it the worker: load another one then. */
+  signal?: AbortSignal;
   /** Called with the share that is done, 0 to 1. */
   onProgress?: (fraction: number) => void;
 }
@@ -78,7 +80,7 @@ export interface Answer {
   close(): void;
 }
 
-/** Decodes what the browser can play to mono samples from -1 to 1 at 16 kHz. */
+/** In browsers alone: decodes what the browser can play to mono samples from -1 to 1 at 16 kHz. */
 export declare function decodeAudio(source: Blob | ArrayBuffer): Promise<Float32Array>;
 
 /** A recording that is still going on. */
@@ -93,12 +95,14 @@ export interface Session {
 
 /** An engine in a worker. */
 export declare class Parley {
-  /** Starts the worker and loads the model; both lie beside this file unless named. */
+  /** Starts the worker and loads the model; both lie in the package unless named (the worker in browsers alone). */
   static load(options?: { model?: string | URL; worker?: string | URL }): Promise<Parley>;
-  private constructor(worker: Worker);
+  private constructor();
   /** In which answers can be written. */
   formats: Format[];
-  diarize(samples: Int16Array | Float32Array, options?: Options): Promise<Answer>;
+  /** A file (in browsers a File or Blob, in Node its path or URL), read in pieces where it is WAV, FLAC, MP3, Ogg or WebM, and else by
+   * the browser or by ffmpeg where it is installed; or samples. */
+  diarize(source: Blob | URL | string | Int16Array | Float32Array, options?: Options): Promise<Answer>;
   /** Begins to listen to samples that will come. */
   listen(options?: Options): Promise<Session>;
   /** Ends the worker. */

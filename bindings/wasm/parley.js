@@ -1,12 +1,13 @@
-// Who spoke when, in the browser: the engine in a worker, audio decoded by the browser, nothing sent anywhere.
+// Who spoke when, in the browser: the engine in a worker, nothing sent anywhere.
 //
-//   import { Parley, decodeAudio } from "./parley.js";
+//   import { Parley } from "parley";
 //   const parley = await Parley.load();
-//   const answer = await parley.diarize(await decodeAudio(file), { name: file.name, onProgress: (fraction) => ... });
+//   const answer = await parley.diarize(file, { onProgress: (fraction) => ... });
 //   for (const { start, end, speaker } of answer.segments) ...
 //   const rttm = await answer.text("rttm");
+import { Client, SAMPLE_RATE, isUnread, parted } from "./client.js";
 
-export const SAMPLE_RATE = 16000;
+export { SAMPLE_RATE };
 
 // The audio of a Blob, or of the bytes of a file, in any format that the browser plays: mono samples from -1 to 1 at 16 kHz.
 export async function decodeAudio(source) {
@@ -21,163 +22,35 @@ export async function decodeAudio(source) {
   return mono;
 }
 
-function toInt16(samples) {
-  if (samples instanceof Int16Array) return samples.slice();
-  return Int16Array.from(samples, (x) => Math.max(-32768, Math.min(32767, Math.round(x * 32768))));
-}
-
-// The options of a run as the library names them, with texts for values.
-function optionsOf(given) {
-  const other = { numSpeakers: "speakers", thresholds: "threshold" };
-  const found = [];
-  for (const [key, value] of Object.entries(given)) {
-    if (value === undefined || value === null || (value === false && key !== "refine")) continue;
-    if (key === "refine") {
-      if (!value) found.push(["no-refine", "1"]);
-      continue;
-    }
-    const name = other[key] ?? key.replace(/[A-Z]/g, (letter) => "-" + letter.toLowerCase());
-    found.push([name, value === true ? "1" : Array.isArray(value) ? value.join(",") : String(value)]);
-  }
-  return found;
-}
-
-// Who spoke when in a recording.
-class Answer {
-  #parley;
-  #number;
-
-  constructor(parley, { answer, duration, note, segments, speakers, waveform }) {
-    this.#parley = parley;
-    this.#number = answer;
-    Object.assign(this, { duration, note, segments, speakers, waveform });
-  }
-
-  // The answer in one of parley.formats, byte for byte what the command line tool writes.
-  async bytes(format) {
-    return (await this.#parley.ask({ write: format, answer: this.#number })).bytes;
-  }
-
-  async text(format) {
-    return new TextDecoder().decode(await this.bytes(format));
-  }
-
-  // Gives known people their names; voices: the text of a file of voices (parley voices, or what remember gave).
-  async nameVoices(voices) {
-    Object.assign(this, await this.#parley.ask({ name: voices, answer: this.#number }));
-  }
-
-  // The voices, a text, with a sample of `name` added: the speaker of that index.
-  async remember(name, speaker, voices = "") {
-    return (await this.#parley.ask({ remember: { voices, name, speaker }, answer: this.#number })).voices;
-  }
-
-  // Releases what the worker keeps of it.
-  close() {
-    this.#parley.tell({ release: this.#number });
-  }
-}
-
-// A recording that is still going on.
-class Session {
-  #parley;
-  #number;
-
-  constructor(parley, number) {
-    this.#parley = parley;
-    this.#number = number;
-  }
-
-  // Samples as diarize takes them.
-  async feed(samples) {
-    const pcm = toInt16(samples);
-    await this.#parley.ask({ feed: pcm, session: this.#number }, undefined, [pcm.buffer]);
-  }
-
-  // The answer about what was heard so far, null if nothing is new. Speakers keep their numbers. Clustering takes at most `share` of
-  // the time that passes.
-  async update(share = 0.05) {
-    const reply = await this.#parley.ask({ update: share, session: this.#number });
-    return reply.answer ? new Answer(this.#parley, reply) : null;
-  }
-
-  // The answer that diarize would give of all samples; the session is closed then.
-  async end() {
-    return new Answer(this.#parley, await this.#parley.ask({ end: this.#number }));
-  }
-
-  close() {
-    this.#parley.tell({ leave: this.#number });
-  }
-}
-
-export class Parley {
+export class Parley extends Client {
   // Starts a worker and loads the engine and the model, by default from beside this file.
-  static load({ model = new URL("./parley.zx", import.meta.url), worker = new URL("./worker.js", import.meta.url) } = {}) {
-    return new Promise((resolve, reject) => {
-      const thread = new Worker(worker, { type: "module" });
-      thread.onerror = (event) => reject(new Error(event.message || "the worker could not be started"));
-      thread.onmessage = ({ data }) => (data.opened ? resolve(new Parley(thread, data.opened)) : reject(new Error(data.error)));
-      thread.postMessage({ open: String(model) });
-    });
+  static async load({ model, worker } = {}) {
+    const reply = await fetch(model ?? new URL("./parley.zx", import.meta.url));
+    if (!reply.ok) throw new Error(`the model could not be loaded: ${reply.status}`);
+    const bytes = new Uint8Array(await reply.arrayBuffer());
+    // Written so that bundlers see what it refers to.
+    const thread = worker ? new Worker(worker, { type: "module" }) : new Worker(new URL("./worker.js", import.meta.url), { type: "module" });
+    return this.start(thread, bytes);
   }
 
-  #worker;
-  #calls = new Map();
-  #next = 1;
-
-  constructor(worker, formats) {
-    this.#worker = worker;
-    this.formats = formats; // [{name, extension, purpose, mediaType}]
-    worker.onmessage = ({ data }) => {
-      const call = this.#calls.get(data.id);
-      if (!call) return;
-      if (data.progress !== undefined) {
-        call.onProgress?.(data.progress);
-        return;
-      }
-      this.#calls.delete(data.id);
-      if (data.error !== undefined) call.reject(new Error(data.error));
-      else call.resolve(data);
-    };
-    worker.onerror = (event) => this.#failAll(event.message || "the worker failed");
-  }
-
-  #failAll(message) {
-    for (const call of this.#calls.values()) call.reject(new Error(message));
-    this.#calls.clear();
-  }
-
-  // For Answer: a message to the worker, with and without a reply.
-  ask(message, onProgress, transfer = []) {
-    return new Promise((resolve, reject) => {
-      const id = this.#next++;
-      this.#calls.set(id, { resolve, reject, onProgress });
-      this.#worker.postMessage({ id, ...message }, transfer);
-    });
-  }
-
-  tell(message) {
-    this.#worker.postMessage(message);
-  }
-
-  // Samples: an Int16Array, or floats from -1 to 1, with several channels interleaved. Resolves to an answer. Calls are
-  // answered one after the other.
-  async diarize(samples, { onProgress, name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
-    const pcm = toInt16(samples);
-    const message = { samples: pcm, channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
-    return new Answer(this, await this.ask(message, onProgress, [pcm.buffer]));
-  }
-
-  // Begins to listen to samples that will come.
-  async listen({ name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
-    const wish = { channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
-    return new Session(this, (await this.ask({ listen: wish })).session);
-  }
-
-  // Ends the worker; calls that are under way fail.
-  close() {
-    this.#worker.terminate();
-    this.#failAll("closed");
+  // A Blob or File, read by the engine's own readers (WAV, FLAC, MP3, Ogg, WebM) in pieces, else by the browser at once; or samples.
+  async diarize(source, options = {}) {
+    if (!(source instanceof Blob)) return this.diarizeSamples(source, options);
+    const { onProgress, signal, options: pairs } = parted(options);
+    const name = options.name ?? source.name ?? "recording";
+    let refusal;
+    try {
+      return await this.run({ file: source, name, options: pairs }, onProgress, signal);
+    } catch (error) {
+      if (!isUnread(error)) throw error;
+      refusal = error;
+    }
+    let samples;
+    try {
+      samples = await decodeAudio(source);
+    } catch {
+      throw new Error(`${refusal.message}; this browser does not play it either. WAV, FLAC, MP3, Ogg and WebM work, and what the browser plays`);
+    }
+    return this.diarizeSamples(samples, { ...options, name });
   }
 }

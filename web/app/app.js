@@ -1,5 +1,5 @@
 // The page: a file in, the player out (web/player, as in the HTML report). All of it in this browser.
-import { Parley, decodeAudio } from "./parley.js";
+import { Parley } from "./parley.js";
 
 const element = (id) => document.getElementById(id);
 const status = element("status"), progress = element("progress"), audio = element("audio");
@@ -7,6 +7,7 @@ let engine; // a promise, made with the first file
 let texts = {}; // the answer in every format that the engine writes, but as a page
 let heard; // the sound it is about, a Blob
 let told; // the answer, which knows the voices
+let running; // aborts the run that is under way
 
 function say(text, fraction) {
   status.textContent = text;
@@ -96,20 +97,30 @@ element("forget-voices").addEventListener("click", () => {
 });
 
 async function open(file) {
+  running?.abort();
+  const own = (running = new AbortController());
   try {
     clear();
-    say("Decoding " + file.name);
-    const samples = await decodeAudio(file);
+    say("Reading " + file.name);
+    element("cancel").hidden = false;
     const loaded = await load();
     const begin = performance.now();
-    const answer = await loaded.diarize(samples, { name: file.name, onProgress: (fraction) => say("Listening", fraction) });
+    const onProgress = (fraction) => say(file.name, fraction);
+    const answer = await loaded.diarize(file, { name: file.name, onProgress, signal: own.signal });
     const elapsed = (performance.now() - begin) / 1000;
     const shown = await show(loaded, answer, file, file.name);
     say(`Took ${elapsed.toFixed(1)} s, ${Math.round(shown.duration / elapsed)} times as fast as listening.`);
   } catch (error) {
-    say(`${file.name}: ${error.message || error.name}`);
+    if (own.signal.aborted) engine = undefined; // its worker has ended
+    if (running === own) say(own.signal.aborted ? `${file.name}: cancelled` : error.message || error.name);
+  } finally {
+    if (running === own) {
+      running = undefined;
+      element("cancel").hidden = true;
+    }
   }
 }
+element("cancel").addEventListener("click", () => running?.abort());
 
 // ---- The microphone
 

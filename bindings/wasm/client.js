@@ -1,0 +1,183 @@
+// Who spoke when, in JavaScript: what the faces for browsers (parley.js) and for Node (parley-node.js) have in common.
+
+export const SAMPLE_RATE = 16000;
+
+function toInt16(samples) {
+  if (samples instanceof Int16Array) return samples.slice();
+  return Int16Array.from(samples, (x) => Math.max(-32768, Math.min(32767, Math.round(x * 32768))));
+}
+
+// The options of a run as the library names them, with texts for values.
+function optionsOf(given) {
+  const other = { numSpeakers: "speakers", thresholds: "threshold" };
+  const found = [];
+  for (const [key, value] of Object.entries(given)) {
+    if (value === undefined || value === null || (value === false && key !== "refine")) continue;
+    if (key === "refine") {
+      if (!value) found.push(["no-refine", "1"]);
+      continue;
+    }
+    const name = other[key] ?? key.replace(/[A-Z]/g, (letter) => "-" + letter.toLowerCase());
+    found.push([name, value === true ? "1" : Array.isArray(value) ? value.join(",") : String(value)]);
+  }
+  return found;
+}
+
+// Who spoke when in a recording.
+class Answer {
+  #parley;
+  #number;
+
+  constructor(parley, { answer, duration, note, segments, speakers, waveform }) {
+    this.#parley = parley;
+    this.#number = answer;
+    Object.assign(this, { duration, note, segments, speakers, waveform });
+  }
+
+  // The answer in one of parley.formats, byte for byte what the command line tool writes.
+  async bytes(format) {
+    return (await this.#parley.ask({ write: format, answer: this.#number })).bytes;
+  }
+
+  async text(format) {
+    return new TextDecoder().decode(await this.bytes(format));
+  }
+
+  // Gives known people their names; voices: the text of a file of voices (parley voices, or what remember gave).
+  async nameVoices(voices) {
+    Object.assign(this, await this.#parley.ask({ name: voices, answer: this.#number }));
+  }
+
+  // The voices, a text, with a sample of `name` added: the speaker of that index.
+  async remember(name, speaker, voices = "") {
+    return (await this.#parley.ask({ remember: { voices, name, speaker }, answer: this.#number })).voices;
+  }
+
+  // Releases what the worker keeps of it.
+  close() {
+    this.#parley.tell({ release: this.#number });
+  }
+}
+
+// A recording that is still going on.
+class Session {
+  #parley;
+  #number;
+
+  constructor(parley, number) {
+    this.#parley = parley;
+    this.#number = number;
+  }
+
+  // Samples as diarize takes them.
+  async feed(samples) {
+    const pcm = toInt16(samples);
+    await this.#parley.ask({ feed: pcm, session: this.#number }, undefined, [pcm.buffer]);
+  }
+
+  // The answer about what was heard so far, null if nothing is new. Speakers keep their numbers. Clustering takes at most `share` of
+  // the time that passes.
+  async update(share = 0.05) {
+    const reply = await this.#parley.ask({ update: share, session: this.#number });
+    return reply.answer ? new Answer(this.#parley, reply) : null;
+  }
+
+  // The answer that diarize would give of all samples; the session is closed then.
+  async end() {
+    return new Answer(this.#parley, await this.#parley.ask({ end: this.#number }));
+  }
+
+  close() {
+    this.#parley.tell({ leave: this.#number });
+  }
+}
+
+export class Client {
+  // `thread`: a browser's Worker, or what looks like one. Resolves once it knows the model, a Uint8Array.
+  static start(thread, model) {
+    return new Promise((resolve, reject) => {
+      thread.onerror = (event) => reject(new Error(event.message || "the worker could not be started"));
+      thread.onmessage = ({ data }) => (data.opened ? resolve(new this(thread, data.opened)) : reject(new Error(data.error)));
+      thread.postMessage({ open: model });
+    });
+  }
+
+  #worker;
+  #calls = new Map();
+  #next = 1;
+
+  constructor(worker, formats) {
+    this.#worker = worker;
+    this.formats = formats; // [{name, extension, purpose, mediaType}]
+    worker.onmessage = ({ data }) => {
+      const call = this.#calls.get(data.id);
+      if (!call) return;
+      if (data.progress !== undefined) {
+        call.onProgress?.(data.progress);
+        return;
+      }
+      this.#calls.delete(data.id);
+      if (data.error !== undefined) call.reject(Object.assign(new Error(data.error), { status: data.status }));
+      else call.resolve(data);
+    };
+    worker.onerror = (event) => this.#failAll(new Error(event.message || "the worker failed"));
+  }
+
+  #failAll(reason) {
+    for (const call of this.#calls.values()) call.reject(reason);
+    this.#calls.clear();
+  }
+
+  // For Answer: a message to the worker, with and without a reply.
+  ask(message, onProgress, transfer = []) {
+    return new Promise((resolve, reject) => {
+      const id = this.#next++;
+      this.#calls.set(id, { resolve, reject, onProgress });
+      this.#worker.postMessage({ id, ...message }, transfer);
+    });
+  }
+
+  tell(message) {
+    this.#worker.postMessage(message);
+  }
+
+  // Samples: an Int16Array, or floats from -1 to 1, with several channels interleaved. Resolves to an answer. Calls are answered one
+  // after the other. A run cannot hear anybody: aborting `signal` ends the worker, and with it all calls.
+  async diarizeSamples(samples, { onProgress, signal, name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
+    const pcm = toInt16(samples);
+    const message = { samples: pcm, channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
+    return this.run(message, onProgress, signal, [pcm.buffer]);
+  }
+
+  // For the faces: a message that an answer is the reply to.
+  async run(message, onProgress, signal, transfer) {
+    signal?.throwIfAborted();
+    const stop = () => this.close(signal.reason);
+    signal?.addEventListener("abort", stop, { once: true });
+    try {
+      return new Answer(this, await this.ask(message, onProgress, transfer));
+    } finally {
+      signal?.removeEventListener("abort", stop);
+    }
+  }
+
+  // Begins to listen to samples that will come.
+  async listen({ name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
+    const wish = { channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
+    return new Session(this, (await this.ask({ listen: wish })).session);
+  }
+
+  // Ends the worker; calls that are under way fail.
+  close(reason = new Error("closed")) {
+    this.#worker.terminate();
+    this.#failAll(reason);
+  }
+}
+
+// The options of a run as the engine takes them, and what is told of it.
+export function parted({ onProgress, signal, name, sampleRate, numChannels, ...options }) {
+  return { onProgress, signal, name, options: optionsOf(options) };
+}
+
+// Whether it may help to read the file by other means: what the engine says of a format that it does not know, or of damage.
+export const isUnread = (error) => error.status === 2 || error.status === 3;

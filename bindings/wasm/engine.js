@@ -1,0 +1,250 @@
+// The engine behind messages, in a thread of its own, so that pages stay responsive. Messages in: {open: bytes of the model},
+// {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, file: File, name, options},
+// {id, write: format, answer}, {release: answer};
+// while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
+// {id, end: session}, {leave: session}; known voices {id, name: voices, answer}, {id, remember: {voices, name, speaker}, answer}.
+// Messages out: {opened: formats}, {id, progress}, {id, answer, ...}, {id, answer: 0} for nothing new, {id, session}, {id, bytes},
+// {id, voices}, {id, error, status}.
+import createCore from "./parley-core.js";
+
+const OPTIONS_SIZE = 1024; // bytes: room for the record of options, which is filled by name alone
+let core, diarizer, current; // current: the call whose progress is told
+const results = new Map(); // number of an answer: address
+const sessions = new Map(); // number of a session: {address, channels}
+let next = 1;
+
+// Runs `work` with the addresses of texts, which are released behind it.
+function withTexts(texts, work) {
+  const addresses = texts.map((text) => {
+    const size = core.lengthBytesUTF8(text) + 1;
+    const address = core._malloc(size);
+    core.stringToUTF8(text, address, size);
+    return address;
+  });
+  try {
+    return work(...addresses);
+  } finally {
+    addresses.forEach((address) => core._free(address));
+  }
+}
+
+function check(status) {
+  if (status === 0) return;
+  const error = new Error(core.UTF8ToString(core._parley_message()));
+  error.status = status;
+  throw error;
+}
+
+const text = (address) => core.UTF8ToString(core.HEAP32[address >> 2]);
+
+function formats() {
+  const found = [];
+  for (let at; (at = core._parley_format_at(found.length)) !== 0; )
+    found.push({ name: text(at), extension: text(at + 4), purpose: text(at + 8), mediaType: text(at + 12) });
+  return found;
+}
+
+async function open(model, module, post) {
+  core = await createCore({ ...module, print: () => {}, onProgress: (fraction) => post({ id: current, progress: fraction }) });
+  const bytes = core._malloc(model.length + 4);
+  core.HEAPU8.set(model, bytes + 4);
+  check(core._parley_open_memory(bytes + 4, model.length, bytes));
+  diarizer = core.HEAP32[bytes >> 2];
+  core._free(bytes);
+}
+
+// What the page gets to see of an answer, which stays here.
+function shown(result) {
+  const record = core._malloc(32);
+  const segments = [], speakers = [];
+  const round = (seconds) => Math.round(seconds * 1000) / 1000;
+  for (let i = 0; i < core._parley_result_num_segments(result); i++) {
+    core._parley_result_segment(record, result, i);
+    const [start, end] = core.HEAPF64.subarray(record >> 3, (record >> 3) + 2);
+    segments.push({ start: round(start), end: round(end), speaker: core.HEAP32[(record + 16) >> 2] + 1,
+                    confidence: core.HEAPF64[(record + 24) >> 3] });
+  }
+  for (let i = 0; i < core._parley_result_num_speakers(result); i++) {
+    core._parley_result_speaker(record, result, i);
+    const embedding = core.HEAP32[(record + 16) >> 2] >> 2;
+    speakers.push({ name: text(record), seconds: round(core.HEAPF64[(record + 8) >> 3]),
+                    embedding: core.HEAPF32.slice(embedding, embedding + core.HEAP32[(record + 20) >> 2]) });
+  }
+  const peaks = core._parley_result_waveform(result, record, 0) >> 2;
+  const waveform = core.HEAPF32.slice(peaks, peaks + core.HEAP32[record >> 2]);
+  core._free(record);
+  return { duration: core._parley_result_duration(result), note: core.UTF8ToString(core._parley_result_note(result)), segments,
+           speakers, waveform };
+}
+
+// Calls `work` with the addresses of the name, of the options' record and of room for what is made.
+function withOptions(name, options, work) {
+  const record = core._malloc(OPTIONS_SIZE), out = core._malloc(4);
+  try {
+    core._parley_options_init(record);
+    return withTexts([name, ...options.flat()], (recording, ...pairs) => {
+      for (let i = 0; i < pairs.length; i += 2) check(core._parley_options_set(record, pairs[i], pairs[i + 1]));
+      return work(recording, record, out);
+    });
+  } finally {
+    [record, out].forEach((address) => core._free(address));
+  }
+}
+
+function withSamples(samples, work) {
+  const pcm = core._malloc(samples.length * 2 + 2);
+  if (!pcm) throw new Error("there is not enough memory");
+  try {
+    core.HEAP16.set(samples, pcm >> 1);
+    return work(pcm);
+  } finally {
+    core._free(pcm);
+  }
+}
+
+function kept(result) {
+  const number = next++;
+  results.set(number, result);
+  return { answer: number, ...shown(result) };
+}
+
+// A file is read in pieces while it is decoded: nothing of it is held but samples at 16 kHz. `file`: what a File is, size and slice.
+function runFile({ file, name, options }) {
+  const FOLDER = "/in", path = `${FOLDER}/recording`;
+  if (!core.FS.analyzePath(FOLDER).exists) core.FS.mkdir(FOLDER);
+  core.FS.mount(core.WORKERFS, { blobs: [{ name: "recording", data: file }] }, FOLDER);
+  try {
+    return withOptions(name, options, (recording, record, out) => withTexts([path], (place) => {
+      check(core._parley_run_file(diarizer, place, record, out));
+      const result = core.HEAP32[out >> 2];
+      check(core._parley_result_rename(result, recording));
+      return kept(result);
+    }));
+  } catch (error) {
+    error.message = error.message.replaceAll(path, name);
+    throw error;
+  } finally {
+    core.FS.unmount(FOLDER);
+  }
+}
+
+function run({ samples, channels, rate, name, options }) {
+  return withSamples(samples, (pcm) => withOptions(name, options, (recording, record, out) => {
+    check(core._parley_run(diarizer, pcm, samples.length / channels, channels, rate, recording, record, out));
+    return kept(core.HEAP32[out >> 2]);
+  }));
+}
+
+// ---- While it is recorded
+
+function listen({ channels, rate, name, options }) {
+  return withOptions(name, options, (recording, record, out) => {
+    check(core._parley_listen(diarizer, recording, channels, rate, record, out));
+    const number = next++;
+    sessions.set(number, { address: core.HEAP32[out >> 2], channels });
+    return { session: number };
+  });
+}
+
+function session(number) {
+  const found = sessions.get(number);
+  if (!found) throw new Error("the session was closed");
+  return found;
+}
+
+// What a call of a session makes: an answer, or nothing new.
+function made(call) {
+  const out = core._malloc(4);
+  try {
+    check(call(out));
+    const result = core.HEAP32[out >> 2];
+    return result ? kept(result) : { answer: 0 };
+  } finally {
+    core._free(out);
+  }
+}
+
+function leave(number) {
+  core._parley_session_delete(sessions.get(number)?.address ?? 0);
+  sessions.delete(number);
+}
+
+function write(number, format) {
+  const result = answerOf(number);
+  const out = core._malloc(8);
+  try {
+    withTexts([format], (name) => check(core._parley_write_text(result, name, out, out + 4)));
+    const [address, size] = core.HEAPU32.subarray(out >> 2, (out >> 2) + 2);
+    const bytes = core.HEAPU8.slice(address, address + size);
+    core._parley_free(address);
+    return bytes;
+  } finally {
+    core._free(out);
+  }
+}
+
+// ---- Known voices
+
+function answerOf(number) {
+  const result = results.get(number);
+  if (result === undefined) throw new Error("the answer was closed");
+  return result;
+}
+
+function name(number, voices) {
+  const result = answerOf(number);
+  withTexts([voices], (text) => check(core._parley_result_name_voices(result, text, 0)));
+  return shown(result);
+}
+
+function remember(number, { voices, name, speaker }) {
+  const out = core._malloc(4);
+  try {
+    withTexts([voices, name], (list, person) => check(core._parley_voices_add(list, person, answerOf(number), speaker, out)));
+    const address = core.HEAP32[out >> 2];
+    const added = core.UTF8ToString(address);
+    core._parley_free(address);
+    return { voices: added };
+  } finally {
+    core._free(out);
+  }
+}
+
+// Does what a message asks for and answers by `post(message, what goes over instead of being copied)`. `module`: what the engine's
+// loader needs to know of its place.
+export async function serve(data, post, module = {}) {
+  try {
+    if (data.open) {
+      await open(data.open, module, post);
+      post({ opened: formats() });
+    } else if (data.release) {
+      core._parley_result_delete(results.get(data.release) ?? 0);
+      results.delete(data.release);
+    } else if (data.listen) {
+      post({ id: data.id, ...listen(data.listen) });
+    } else if (data.feed) {
+      const { address, channels } = session(data.session);
+      withSamples(data.feed, (pcm) => check(core._parley_session_feed(address, pcm, data.feed.length / channels)));
+      post({ id: data.id });
+    } else if (data.update !== undefined) {
+      post({ id: data.id, ...made((out) => core._parley_session_update(session(data.session).address, data.update, out)) });
+    } else if (data.end) {
+      post({ id: data.id, ...made((out) => core._parley_session_end(session(data.end).address, out)) });
+      leave(data.end);
+    } else if (data.leave) {
+      leave(data.leave);
+    } else if (data.name !== undefined && data.answer) {
+      post({ id: data.id, ...name(data.answer, data.name) });
+    } else if (data.remember) {
+      post({ id: data.id, ...remember(data.answer, data.remember) });
+    } else if (data.write) {
+      const bytes = write(data.answer, data.write);
+      post({ id: data.id, bytes }, [bytes.buffer]);
+    } else {
+      current = data.id;
+      post({ id: data.id, ...(data.file ? runFile(data) : run(data)) });
+    }
+  } catch (error) {
+    post({ id: data.id, error: error.message, status: error.status });
+  }
+}

@@ -1,0 +1,68 @@
+// Who spoke when, in Node: the engine in a thread, files by their paths.
+//
+//   import { Parley } from "parley";
+//   const parley = await Parley.load();
+//   const answer = await parley.diarize("meeting.wav");
+//   console.log(await answer.text("text"));
+//   parley.close();
+import { spawn } from "node:child_process";
+import { readFile } from "node:fs/promises";
+import { fileURLToPath } from "node:url";
+import { Worker } from "node:worker_threads";
+
+import { Client, SAMPLE_RATE, isUnread, parted } from "./client.js";
+
+export { SAMPLE_RATE };
+
+// A thread as a browser's Worker.
+function started() {
+  const thread = new Worker(new URL("./worker-node.js", import.meta.url));
+  const worker = { postMessage: (...message) => thread.postMessage(...message), terminate: () => thread.terminate() };
+  thread.on("message", (data) => worker.onmessage?.({ data }));
+  thread.on("error", (error) => worker.onerror?.({ message: error.message }));
+  return worker;
+}
+
+// What ffmpeg makes of a file, as the tool uses it: this one file, no playlists, no network. Null without ffmpeg or without audio.
+function viaFfmpeg(path, signal) {
+  return new Promise((resolve) => {
+    const child = spawn("ffmpeg", ["-nostdin", "-v", "quiet", "-protocol_whitelist", "file,pipe", "-i", "file:" + path, "-map", "0:a:0",
+                                   "-vn", "-ac", "1", "-ar", String(SAMPLE_RATE), "-f", "s16le", "pipe:1"],
+                        { stdio: ["ignore", "pipe", "ignore"], signal });
+    const pieces = [];
+    child.on("error", () => resolve(null));
+    child.stdout.on("data", (piece) => pieces.push(piece));
+    child.on("close", () => {
+      const bytes = Buffer.concat(pieces);
+      const samples = new Int16Array(bytes.length >> 1);
+      for (let i = 0; i < samples.length; i++) samples[i] = bytes.readInt16LE(2 * i);
+      resolve(samples.length ? samples : null);
+    });
+  });
+}
+
+export class Parley extends Client {
+  // Starts a thread and loads the engine and the model, by default the one of the package.
+  static async load({ model = new URL("./parley.zx", import.meta.url) } = {}) {
+    return this.start(started(), new Uint8Array(await readFile(model)));
+  }
+
+  // A path or a file's URL, read in pieces by the engine's own readers (WAV, FLAC, MP3, Ogg, WebM), else by ffmpeg if it is there; or
+  // samples.
+  async diarize(source, options = {}) {
+    if (typeof source !== "string" && !(source instanceof URL)) return this.diarizeSamples(source, options);
+    const path = source instanceof URL ? fileURLToPath(source) : source;
+    const { onProgress, signal, options: pairs } = parted(options);
+    const name = options.name ?? path;
+    let refusal;
+    try {
+      return await this.run({ path, name, options: pairs }, onProgress, signal);
+    } catch (error) {
+      if (!isUnread(error)) throw error;
+      refusal = error;
+    }
+    const samples = await viaFfmpeg(path, signal);
+    if (!samples) throw new Error(`${refusal.message}. WAV, FLAC, MP3, Ogg and WebM are read here, and all that ffmpeg reads where it is installed`);
+    return this.diarizeSamples(samples, { ...options, name });
+  }
+}
