@@ -62,7 +62,7 @@ export class Parley extends Client {
       refusal = error;
     }
     const samples = await viaFfmpeg(path, signal);
-    if (!samples) throw new Error(`${refusal.message}. WAV, FLAC, MP3, Ogg and WebM are read here, and all that ffmpeg reads where it is installed`);
+    if (!samples) throw new Error(`${refusal.message} (ffmpeg is not installed or does not read it either)`);
     return this.diarizeSamples(samples, { ...options, name });
   }
 }

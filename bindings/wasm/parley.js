@@ -49,7 +49,7 @@ export class Parley extends Client {
     try {
       samples = await decodeAudio(source);
     } catch {
-      throw new Error(`${refusal.message}; this browser does not play it either. WAV, FLAC, MP3, Ogg and WebM work, and what the browser plays`);
+      throw new Error(`${refusal.message} (this browser does not play it either)`);
     }
     return this.diarizeSamples(samples, { ...options, name });
   }

@@ -6,9 +6,12 @@ globalThis.self = globalThis;
 globalThis.importScripts = () => {};
 globalThis.location = new URL(import.meta.url);
 globalThis.FileReaderSync = class {
-  readAsArrayBuffer({ file, start, end }) {
-    const bytes = new Uint8Array(Math.max(0, end - start));
-    return bytes.buffer.slice(0, fs.readSync(file, bytes, 0, bytes.length, start));
+  #last = new Uint8Array(); // is taken over at once, so that pieces of one length can share it
+
+  readAsArrayBuffer({ file, start, size }) {
+    if (this.#last.length !== size) this.#last = new Uint8Array(size);
+    fs.readSync(file, this.#last, 0, size, start);
+    return this.#last.buffer;
   }
 };
 
@@ -16,7 +19,7 @@ globalThis.FileReaderSync = class {
 function opened(path) {
   const file = fs.openSync(path);
   const { size } = fs.fstatSync(file);
-  return { file, size, slice: (start, end) => ({ file, start, end: Math.min(end, size) }) };
+  return { file, size, slice: (start, end) => ({ file, start, size: Math.max(0, Math.min(end, size) - start) }) };
 }
 
 const { serve } = await import("./engine.js");
