@@ -1,4 +1,5 @@
-// What the worker calls besides the functions of parley_diarization.h: runs whose progress goes to JavaScript.
+// What the worker calls besides the functions of parley_diarization.h: runs whose progress goes to
+// JavaScript.
 
 #include <emscripten/emscripten.h>
 

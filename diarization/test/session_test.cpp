@@ -57,7 +57,7 @@ TEST_F(listening, in_the_end_it_is_the_answer_of_the_whole) {
         const auto count = static_cast<int64_t>(samples->size()) / channels;
         diarization state;
         for (int64_t at = 0; at < count;) {
-            const auto piece = std::min<int64_t>(count - at, static_cast<int64_t>(random() % 60000));
+            const auto piece = std::min<int64_t>(count - at, static_cast<int64_t>(random() % 120000));
             live.feed(samples->data() + at * channels, piece);
             at += piece;
             if (random() % 4 == 0) live.update(random() % 2 == 0 ? 1 : 0, &state);
@@ -77,9 +77,10 @@ TEST_F(listening, speakers_keep_their_names) {
     EXPECT_FALSE(live.update(1, &state));  // nothing was heard
     std::set<std::string> names;
     double told = 0;
-    for (size_t at = 0; at + 8000 <= samples.size(); at += 8000) {
-        live.feed(&samples[at], 8000);
-        ASSERT_TRUE(live.update(at % 24000 == 0 ? 1 : 0, &state));
+    constexpr size_t PIECE = 24000;
+    for (size_t at = 0; at + PIECE <= samples.size(); at += PIECE) {
+        live.feed(&samples[at], PIECE);
+        ASSERT_TRUE(live.update(at % (3 * PIECE) == 0 ? 1 : 0, &state));
         EXPECT_FALSE(live.update(1, &state));
         ASSERT_FALSE(at > 32000 && state.segments.empty());
         for (const segment &s : state.segments)

@@ -12,6 +12,7 @@
 
 namespace parley {
 
+namespace assigning {
 namespace {
 
 struct arguments {
@@ -85,8 +86,10 @@ int run(const arguments &a) {
 }
 
 }  // namespace
+}  // namespace assigning
 
 command assign_command(CLI::App *app) {
+    using namespace assigning;
     const auto a = std::make_shared<arguments>();
     app->description("Adds who speaks to a transcript: every word or caption gets its speaker.");
     app->add_option("--words", a->words,

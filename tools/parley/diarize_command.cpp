@@ -26,6 +26,7 @@ namespace fs = std::filesystem;
 
 namespace parley {
 
+namespace diarizing {
 namespace {
 
 struct arguments {
@@ -324,8 +325,10 @@ int run(arguments *a) {
 }
 
 }  // namespace
+}  // namespace diarizing
 
 command diarize_command(CLI::App *app) {
+    using namespace diarizing;
     const auto a = std::make_shared<arguments>();
     define(app, a.get());
     return [a, app] {

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 
 namespace parley {
 
+namespace listening {
 namespace {
 
 using json = nlohmann::ordered_json;
@@ -201,8 +202,10 @@ int run(const arguments &a) {
 }
 
 }  // namespace
+}  // namespace listening
 
 command listen_command(CLI::App *app) {
+    using namespace listening;
     const auto a = std::make_shared<arguments>();
     app->description(
         "Tells who speaks while it is recorded: lanes on a terminal, elsewhere JSON lines of what changes.");

@@ -11,6 +11,7 @@
 
 namespace parley {
 
+namespace matching {
 namespace {
 
 struct arguments {
@@ -68,8 +69,10 @@ int run(const arguments &a) {
 }
 
 }  // namespace
+}  // namespace matching
 
 command match_command(CLI::App *app) {
+    using namespace matching;
     const auto a = std::make_shared<arguments>();
     app->description("Tells which speakers of two recordings are the same.");
     app->add_option("FILE", a->files, "two files written with --format json --embeddings")

@@ -10,6 +10,7 @@
 
 namespace parley {
 
+namespace scoring {
 namespace {
 
 struct arguments {
@@ -33,8 +34,10 @@ int run(const arguments &a) {
 }
 
 }  // namespace
+}  // namespace scoring
 
 command score_command(CLI::App *app) {
+    using namespace scoring;
     const auto a = std::make_shared<arguments>();
     app->description(
         "Prints diarization and Jaccard error rates of a hypothesis, and how often the number of speakers is "

@@ -30,6 +30,7 @@ void name_known(parley_result *result, const std::string &voices, double thresho
     if (!voices.empty()) check(parley_result_name_voices(result, voices.c_str(), threshold));
 }
 
+namespace knowing_voices {
 namespace {
 
 struct arguments {
@@ -114,8 +115,10 @@ int forget(const arguments &a) {
 }
 
 }  // namespace
+}  // namespace knowing_voices
 
 command voices_command(CLI::App *app) {
+    using namespace knowing_voices;
     const auto a = std::make_shared<arguments>();
     const auto chosen = std::make_shared<int (*)(const arguments &)>(nullptr);
     app->description(

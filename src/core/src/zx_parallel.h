@@ -13,10 +13,10 @@ struct zx_task_t {
     void *context;
 };
 
-// Runs the items 0 .. num_items - 1, each once, on at most num_workers > 0 threads, and comes back when all have
-// ended. A thread that cannot be had is done without. The first status that is not ZX_STATUS_SUCCESS is
-// returned, and no item is begun after it; ZX_STATUS_STOP_ITERATION if `progress`, which is asked on the caller's
-// thread alone, wants to stop.
+// Runs the items 0 .. num_items - 1, each once, on at most num_workers > 0 threads, and comes back when all
+// have ended. A thread that cannot be had is done without. The first status that is not ZX_STATUS_SUCCESS is
+// returned, and no item is begun after it; ZX_STATUS_STOP_ITERATION if `progress`, which is asked on the
+// caller's thread alone, wants to stop.
 [[nodiscard]] zx_status_t zx_parallel_run(int32_t num_workers, int32_t num_items, const zx_task_t &task,
                                           const zx_progress_t *progress);
 
