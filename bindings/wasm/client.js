@@ -1,6 +1,7 @@
 // Who spoke when, in JavaScript: what the faces for browsers (parley.js) and for Node (parley-node.js) have in common.
 
 export const SAMPLE_RATE = 16000;
+const UNREADABLE = 2, INVALID = 3; // statuses of the engine: damage, and what it does not know
 
 function toInt16(samples) {
   if (samples instanceof Int16Array) return samples.slice();
@@ -149,7 +150,24 @@ export class Client {
     return this.run(message, onProgress, signal, [pcm.buffer]);
   }
 
-  // For the faces: a message that an answer is the reply to.
+  // For the faces: a file, read by the engine's own readers, in pieces, or, where these find nothing, turned to samples by `decode`, which
+  // fails with what to say of it. `place`: how the worker finds the file.
+  async diarizeFile(place, name, { onProgress, signal, ...options }, decode) {
+    const { sampleRate, numChannels, name: _, ...asked } = options; // which a file has itself
+    let refusal;
+    try {
+      return await this.run({ ...place, name, options: optionsOf(asked) }, onProgress, signal);
+    } catch (error) {
+      if (error.status !== UNREADABLE && error.status !== INVALID) throw error;
+      refusal = error;
+    }
+    const samples = await decode().catch((error) => {
+      throw new Error(`${refusal.message} (${error.message})`);
+    });
+    return this.diarizeSamples(samples, { ...options, onProgress, signal, name });
+  }
+
+  // A message that an answer is the reply to.
   async run(message, onProgress, signal, transfer) {
     signal?.throwIfAborted();
     const stop = () => this.close(signal.reason);
@@ -173,11 +191,3 @@ export class Client {
     this.#failAll(reason);
   }
 }
-
-// The options of a run as the engine takes them, and what is told of it.
-export function parted({ onProgress, signal, name, sampleRate, numChannels, ...options }) {
-  return { onProgress, signal, name, options: optionsOf(options) };
-}
-
-// Whether it may help to read the file by other means: what the engine says of a format that it does not know, or of damage.
-export const isUnread = (error) => error.status === 2 || error.status === 3;

@@ -10,7 +10,7 @@ import { readFile } from "node:fs/promises";
 import { fileURLToPath } from "node:url";
 import { Worker } from "node:worker_threads";
 
-import { Client, SAMPLE_RATE, isUnread, parted } from "./client.js";
+import { Client, SAMPLE_RATE } from "./client.js";
 
 export { SAMPLE_RATE };
 
@@ -23,20 +23,22 @@ function started() {
   return worker;
 }
 
-// What ffmpeg makes of a file, as the tool uses it: this one file, no playlists, no network. Null without ffmpeg or without audio.
+// What ffmpeg makes of a file, as the tool uses it: this one file, no playlists, no network. Fails without ffmpeg or without audio.
 function viaFfmpeg(path, signal) {
-  return new Promise((resolve) => {
+  return new Promise((resolve, reject) => {
+    const fail = () => reject(new Error("ffmpeg is not installed or does not read it either"));
     const child = spawn("ffmpeg", ["-nostdin", "-v", "quiet", "-protocol_whitelist", "file,pipe", "-i", "file:" + path, "-map", "0:a:0",
                                    "-vn", "-ac", "1", "-ar", String(SAMPLE_RATE), "-f", "s16le", "pipe:1"],
                         { stdio: ["ignore", "pipe", "ignore"], signal });
     const pieces = [];
-    child.on("error", () => resolve(null));
+    child.on("error", fail);
     child.stdout.on("data", (piece) => pieces.push(piece));
     child.on("close", () => {
       const bytes = Buffer.concat(pieces);
       const samples = new Int16Array(bytes.length >> 1);
       for (let i = 0; i < samples.length; i++) samples[i] = bytes.readInt16LE(2 * i);
-      resolve(samples.length ? samples : null);
+      if (samples.length) resolve(samples);
+      else fail();
     });
   });
 }
@@ -52,17 +54,6 @@ export class Parley extends Client {
   async diarize(source, options = {}) {
     if (typeof source !== "string" && !(source instanceof URL)) return this.diarizeSamples(source, options);
     const path = source instanceof URL ? fileURLToPath(source) : source;
-    const { onProgress, signal, options: pairs } = parted(options);
-    const name = options.name ?? path;
-    let refusal;
-    try {
-      return await this.run({ path, name, options: pairs }, onProgress, signal);
-    } catch (error) {
-      if (!isUnread(error)) throw error;
-      refusal = error;
-    }
-    const samples = await viaFfmpeg(path, signal);
-    if (!samples) throw new Error(`${refusal.message} (ffmpeg is not installed or does not read it either)`);
-    return this.diarizeSamples(samples, { ...options, name });
+    return this.diarizeFile({ path }, options.name ?? path, options, () => viaFfmpeg(path, options.signal));
   }
 }

@@ -5,7 +5,7 @@
 //   const answer = await parley.diarize(file, { onProgress: (fraction) => ... });
 //   for (const { start, end, speaker } of answer.segments) ...
 //   const rttm = await answer.text("rttm");
-import { Client, SAMPLE_RATE, isUnread, parted } from "./client.js";
+import { Client, SAMPLE_RATE } from "./client.js";
 
 export { SAMPLE_RATE };
 
@@ -36,21 +36,9 @@ export class Parley extends Client {
   // A Blob or File, read by the engine's own readers (WAV, FLAC, MP3, Ogg, WebM) in pieces, else by the browser at once; or samples.
   async diarize(source, options = {}) {
     if (!(source instanceof Blob)) return this.diarizeSamples(source, options);
-    const { onProgress, signal, options: pairs } = parted(options);
-    const name = options.name ?? source.name ?? "recording";
-    let refusal;
-    try {
-      return await this.run({ file: source, name, options: pairs }, onProgress, signal);
-    } catch (error) {
-      if (!isUnread(error)) throw error;
-      refusal = error;
-    }
-    let samples;
-    try {
-      samples = await decodeAudio(source);
-    } catch {
-      throw new Error(`${refusal.message} (this browser does not play it either)`);
-    }
-    return this.diarizeSamples(samples, { ...options, name });
+    return this.diarizeFile({ file: source }, options.name ?? source.name ?? "recording", options, () =>
+      decodeAudio(source).catch(() => {
+        throw new Error("this browser does not play it either");
+      }));
   }
 }
