@@ -23,12 +23,15 @@ function started() {
   return worker;
 }
 
+// Formats that hold sound themselves and name no other files: those of diarization/src/readers.cpp.
+const FORMATS = "aac,ac3,aiff,amr,amrnb,amrwb,ape,asf,au,avi,caf,dts,eac3,flac,flv,gsm,loas,matroska,mov,mp3,mpeg,mpegts,ogg,rm,truehd,tta,voc,w64,wav,wv";
+
 // What ffmpeg makes of a file, as the tool uses it: this one file, no playlists, no network. Fails without ffmpeg or without audio.
 function viaFfmpeg(path, signal) {
   return new Promise((resolve, reject) => {
     const fail = () => reject(new Error("ffmpeg is not installed or does not read it either"));
-    const child = spawn("ffmpeg", ["-nostdin", "-v", "quiet", "-protocol_whitelist", "file,pipe", "-i", "file:" + path, "-map", "0:a:0",
-                                   "-vn", "-ac", "1", "-ar", String(SAMPLE_RATE), "-f", "s16le", "pipe:1"],
+    const child = spawn("ffmpeg", ["-nostdin", "-v", "quiet", "-protocol_whitelist", "file,pipe", "-format_whitelist", FORMATS,
+                                   "-i", "file:" + path, "-map", "0:a:0", "-vn", "-ac", "1", "-ar", String(SAMPLE_RATE), "-f", "s16le", "pipe:1"],
                         { stdio: ["ignore", "pipe", "ignore"], signal });
     const pieces = [];
     child.on("error", fail);
