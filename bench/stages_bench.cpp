@@ -1,6 +1,5 @@
-// The stages of the engine one by one, each beside something measured in the same process: layers beside a
-// bare loop of multiply-accumulates (what the core can do at most) and beside their plain form, the
-// filterbank beside the same bands by FFTW, clustering at several sizes. Run by bench/run.
+// The stages of the engine one by one: the network, the filterbank beside the same bands by FFTW, clustering at
+// several sizes. Run by bench/run, beside the hot functions by themselves (test/kernels).
 
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
@@ -10,7 +9,6 @@
 #include <random>
 #include <vector>
 
-#include "zx_fc_kernels.h"
 #include "zx_filterbank.h"
 #include "zx_heap.h"
 #include "zx_log_switch.h"
@@ -18,9 +16,6 @@
 #include "zx_parley_internal.h"
 #include "zx_resampler.h"
 #include "zx_rnn.h"
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
 
 namespace {
 
@@ -49,86 +44,7 @@ engine_ptr make_engine() {
     return engine_ptr(object);
 }
 
-// ---- The bare loop: multiply-accumulates of 16-bit values in registers, as many sums under way as hide the
-// latency.
-
-#if defined(__x86_64__)
-
-constexpr int NUM_SUMS = 16;
-
-__attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni"))) int64_t bare_vnni(int64_t rounds) {
-    __m512i sums[NUM_SUMS], x = _mm512_set1_epi16(3), w = _mm512_set1_epi16(5);
-    for (__m512i &sum : sums) sum = _mm512_setzero_si512();
-    for (int64_t i = 0; i < rounds; i++) {
-#pragma GCC unroll 16
-        for (__m512i &sum : sums) sum = _mm512_dpwssd_epi32(sum, x, w);
-    }
-    for (const __m512i &sum : sums) {
-        alignas(64) int32_t values[16];
-        _mm512_store_si512(values, sum);
-        benchmark::DoNotOptimize(values);
-    }
-    return rounds * NUM_SUMS * 32;
-}
-
-__attribute__((target("avx2"))) int64_t bare_avx2(int64_t rounds) {
-    __m256i sums[NUM_SUMS / 2], x = _mm256_set1_epi16(3), w = _mm256_set1_epi16(5);
-    for (__m256i &sum : sums) sum = _mm256_setzero_si256();
-    for (int64_t i = 0; i < rounds; i++) {
-#pragma GCC unroll 8
-        for (__m256i &sum : sums) {
-            asm volatile("" : "+x"(x));  // the product is not to be computed once for all
-            sum = _mm256_add_epi32(sum, _mm256_madd_epi16(x, w));
-        }
-    }
-    for (const __m256i &sum : sums) {
-        alignas(32) int32_t values[8];
-        _mm256_store_si256(reinterpret_cast<__m256i *>(values), sum);
-        benchmark::DoNotOptimize(values);
-    }
-    return rounds * NUM_SUMS / 2 * 16;
-}
-
-#endif
-
-void bare_loop(benchmark::State &state, int64_t (*loop)(int64_t)) {
-    int64_t count = 0;
-    for (auto _ : state) count += loop(1000);
-    state.counters["MAC/s"] = benchmark::Counter(static_cast<double>(count), benchmark::Counter::kIsRate);
-}
-
-// ---- Layers of the shipped model's sizes
-
-enum class layer { input, hidden, embedding };
-
-const zx_fc_t *find_layer(const zx_parley_t *engine, layer which) {
-    const zx_parley_classifier_t *classifier = engine->classifier;
-    const zx_rnn_t *recurrent = classifier->forward[engine->param->classifier->num_layers - 1];
-    return which == layer::input    ? recurrent->input_projection
-           : which == layer::hidden ? recurrent->hidden_projection
-                                    : classifier->embedding;
-}
-
-void fully_connected(benchmark::State &state, const zx_fc_kernel_t *kernel, layer which, int32_t rows) {
-    const engine_ptr engine = make_engine();
-    zx_fc_t fc = *find_layer(engine.get(), which);
-    std::vector<int8_t> packed(zx_fc_packed_size(fc.param));
-    zx_fc_pack(fc.param, packed.data());
-    fc.packed = packed.data();
-    fc.kernel = kernel;
-    const size_t inputs = static_cast<size_t>(fc.param->input_dimension);
-    const size_t outputs = static_cast<size_t>(fc.param->output_dimension);
-    const auto x = random_values(static_cast<size_t>(rows) * inputs, 4000);
-    std::vector<int16_t> y(static_cast<size_t>(rows) * outputs);
-    int64_t count = 0;
-    for (auto _ : state) {
-        zx_fc_process_rows(&fc, rows, x.data(), static_cast<ptrdiff_t>(inputs), y.data(),
-                           static_cast<ptrdiff_t>(outputs));
-        benchmark::ClobberMemory();
-        count += int64_t{rows} * fc.param->input_dimension * fc.param->output_dimension;
-    }
-    state.counters["MAC/s"] = benchmark::Counter(static_cast<double>(count), benchmark::Counter::kIsRate);
-}
+// ---- The network of the shipped model
 
 void recurrent(benchmark::State &state, int32_t num_sequences) {
     const engine_ptr engine = make_engine();
@@ -300,25 +216,6 @@ int main(int argc, char **argv) {
         return 1;
     }
     using benchmark::RegisterBenchmark;
-#if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512vnni"))
-        RegisterBenchmark("bare_loop/AVX-512 VNNI", bare_loop, bare_vnni);
-    if (__builtin_cpu_supports("avx2")) RegisterBenchmark("bare_loop/AVX2", bare_loop, bare_avx2);
-#endif
-    size_t num_kernels;
-    const zx_fc_kernel_t *kernels = zx_fc_kernels(&num_kernels);
-    for (size_t k = 0; k < num_kernels; k++) {
-        if (!kernels[k].is_supported()) continue;
-        const std::string name = kernels[k].name;
-        RegisterBenchmark(("input_projection/" + name + "/16_rows").c_str(), fully_connected, &kernels[k],
-                          layer::input, 16);
-        RegisterBenchmark(("hidden_projection/" + name + "/8_rows").c_str(), fully_connected, &kernels[k],
-                          layer::hidden, 8);
-        RegisterBenchmark(("hidden_projection/" + name + "/1_row").c_str(), fully_connected, &kernels[k],
-                          layer::hidden, 1);
-        RegisterBenchmark(("embedding/" + name + "/32_rows").c_str(), fully_connected, &kernels[k],
-                          layer::embedding, 32);
-    }
     for (const int32_t lanes : {1, 8}) {
         RegisterBenchmark(("recurrent_layer/" + std::to_string(lanes) + "_chunks").c_str(), recurrent, lanes);
     }

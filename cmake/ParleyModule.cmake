@@ -11,6 +11,21 @@ function(parley_module name)
   set_property(GLOBAL APPEND PROPERTY PARLEY_MODULES zx_${name})
 endfunction()
 
+# parley_wing(MODULE WING FLAGS file...)
+#
+# Sources of src/MODULE/src/WING, for one kind of processor: always optimised, since whatever is not inlined there could be
+# linked in where another processor runs it (test/kernels looks for that).
+function(parley_wing module wing flags)
+  list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/src/${module}/src/${wing}/" OUTPUT_VARIABLE files)
+  target_sources(zx_${module} PRIVATE ${files})
+  target_include_directories(zx_${module} PRIVATE "${PROJECT_SOURCE_DIR}/src/${module}/src/${wing}")
+  set(options -O3 ${flags})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    list(APPEND options -Wno-uninitialized -Wno-maybe-uninitialized) # its header of AVX-512 warns of itself
+  endif()
+  set_source_files_properties(${files} PROPERTIES COMPILE_OPTIONS "${options}")
+endfunction()
+
 # parley_test(NAME SOURCES file... [LIBRARIES target...] [LABEL label])
 #
 # A GoogleTest program whose tests CTest lists as NAME.Suite.Test. Labels: unit (the default: in a moment, touching nothing),
@@ -43,7 +58,7 @@ endfunction()
 
 # parley_program_test(NAME LABEL COMMAND...): a test that is a program of its own; a status of 77 is a skip.
 function(parley_program_test name label)
-  add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}")
+  add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}" COMMAND_EXPAND_LISTS)
   set_tests_properties(${name} PROPERTIES LABELS ${label} SKIP_RETURN_CODE 77 TIMEOUT 300)
   if(NOT label STREQUAL unit) # first, so that others run beside them
     set_tests_properties(${name} PROPERTIES COST 100)

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "zx_multiversion.h"
+#include "zx_kernels.h"
 #include "zx_parallel.h"
 
 namespace {
@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    static constexpr size_t GROUP = 16;
+    static constexpr size_t GROUP = ZX_KERNELS_GROUP;
     static constexpr int32_t PART = 1024;            // frames that a thread does at once
     static constexpr int32_t MOST_VALUES = 1 << 20;  // that are held
 
@@ -50,24 +50,11 @@ private:
         auto *self = static_cast<products *>(context);
         const int32_t end = std::min((part + 1) * PART, self->all_.count - self->first_);
         for (int32_t row = part * PART; row < end; row++) {
-            multiply(self->all_.at(self->first_ + row), static_cast<size_t>(self->all_.size),
-                     self->centroids_.data(), self->num_groups_,
-                     &self->values_[static_cast<size_t>(row) * self->width()]);
+            zx_kernels()->loops->products(self->all_.size, static_cast<int32_t>(self->num_groups_),
+                                          self->all_.at(self->first_ + row), self->centroids_.data(),
+                                          &self->values_[static_cast<size_t>(row) * self->width()]);
         }
         return ZX_STATUS_SUCCESS;
-    }
-
-    ZX_MULTIVERSION
-    static void multiply(const float *row, size_t size, const double *centroids, size_t num_groups,
-                         double *values) {
-        for (size_t g = 0; g < num_groups; g++, values += GROUP) {
-            double sums[GROUP] = {};
-            for (size_t d = 0; d < size; d++, centroids += GROUP) {
-                const double value = row[d];
-                for (size_t k = 0; k < GROUP; k++) sums[k] += value * centroids[k];
-            }
-            for (size_t k = 0; k < GROUP; k++) values[k] = sums[k];
-        }
     }
 
     const frames &all_;

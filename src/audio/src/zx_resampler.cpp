@@ -7,19 +7,13 @@
 
 #include "zx_assert.h"
 #include "zx_heap.h"
+#include "zx_kernels.h"
 #include "zx_math.h"
-#include "zx_multiversion.h"
 
 namespace {
 
 constexpr int32_t BLOCK_LENGTH =
     2048;  // samples that are filtered at once, history included when downsampling
-
-int16_t zx_float_to_int16(float x) {
-    if (x >= 32767.0f) return INT16_MAX;
-    if (x <= -32768.0f) return INT16_MIN;
-    return static_cast<int16_t>(x);
-}
 
 int32_t zx_float_to_int32(float x) {
     if (x >= 2147483648.0f) return INT32_MAX;
@@ -55,9 +49,6 @@ void generate_kernel_filter(int32_t filter_order, float *filter_kernel, float ra
     for (int32_t i = 0; i < num_taps; i++) filter_kernel[i] /= divisor;
 }
 
-// Neighbouring outputs are computed side by side, each in its own order of k, so that their sums fill vector
-// registers.
-ZX_MULTIVERSION
 int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, int16_t *output_buffer,
                         const float *filter_kernel, int32_t filter_order) {
     ZX_ASSERT(input_buffer);
@@ -65,29 +56,8 @@ int32_t low_pass_filter(const int16_t *input_buffer, int32_t input_buffer_size, 
     ZX_ASSERT(output_buffer);
     ZX_ASSERT(filter_kernel);
     ZX_ASSERT(filter_order > 1);
-    constexpr int32_t WIDTH = 64;
-    constexpr int32_t MAX_HISTORY = 512;
-    const int32_t history = 2 * filter_order;
-    const int32_t num_outputs = input_buffer_size - history;
-    int32_t j = 0;
-    for (; history <= MAX_HISTORY && j + WIDTH <= num_outputs; j += WIDTH) {
-        float x[MAX_HISTORY + WIDTH];
-        for (int32_t i = 0; i < history + WIDTH; i++) x[i] = static_cast<float>(input_buffer[j + i]);
-        float sums[WIDTH] = {};
-        for (int32_t k = 0; k <= history; k++) {
-            const float *newest = x + history - k;
-            const float tap = filter_kernel[k];
-            for (int32_t b = 0; b < WIDTH; b++) sums[b] = zx_fma(newest[b], tap, sums[b]);
-        }
-        for (int32_t b = 0; b < WIDTH; b++) output_buffer[j + b] = zx_float_to_int16(sums[b]);
-    }
-    for (; j < num_outputs; j++) {
-        const int16_t *newest = input_buffer + j + history;
-        float sum = 0.0f;
-        for (int32_t k = 0; k <= history; k++)
-            sum = zx_fma(static_cast<float>(newest[-k]), filter_kernel[k], sum);
-        output_buffer[j] = zx_float_to_int16(sum);
-    }
+    const int32_t num_outputs = input_buffer_size - 2 * filter_order;
+    zx_kernels()->loops->filter(num_outputs, filter_order, input_buffer, filter_kernel, output_buffer);
     return num_outputs;
 }
 

@@ -4,8 +4,8 @@
 
 #include "zx_assert.h"
 #include "zx_heap.h"
+#include "zx_kernels.h"
 #include "zx_math.h"
-#include "zx_multiversion.h"
 
 namespace {
 
@@ -70,35 +70,19 @@ void zx_filterbank_reset(zx_filterbank_t *object) {
     zx_stft_reset(object->stft);
 }
 
-ZX_MULTIVERSION
 void zx_filterbank_preprocess(zx_filterbank_t *object, const int16_t *pcm, float *emphasised) {
-    constexpr float COEFFICIENT = -0.97f;
-    const int32_t shift = object->window_shift;
-    emphasised[0] =
-        zx_fma(COEFFICIENT, static_cast<float>(object->preemphasis_sample), static_cast<float>(pcm[0]));
-    for (int32_t i = 1; i < shift; i++) {
-        emphasised[i] = zx_fma(COEFFICIENT, static_cast<float>(pcm[i - 1]), static_cast<float>(pcm[i]));
-    }
-    object->preemphasis_sample = pcm[shift - 1];
+    zx_kernels()->loops->preemphasize(object->window_shift, object->preemphasis_sample, pcm, emphasised);
+    object->preemphasis_sample = pcm[object->window_shift - 1];
 }
 
-ZX_MULTIVERSION
 void zx_filterbank_postprocess(const float *power, int16_t *y) {
     constexpr float TWO_TO_33 = 8589934592.0f;  // zx_log10 divides by 2^63: what remains is energy / 2^30
-    for (size_t b = 0; b < ZX_FILTERBANK_NUM_BANDS; b++) {
-        // The weights are reached by repeated addition and subtraction: models are trained on their rounding.
-        float energy = 0.0f;
-        float weight = 0.0f;
-        for (int32_t k = FILTERBANK_BAND_EDGES[b]; k < FILTERBANK_BAND_EDGES[b + 1]; k++) {
-            energy = zx_fma(power[k], weight, energy);
-            weight += FILTERBANK_RISING_SLOPES[b];
-        }
-        for (int32_t k = FILTERBANK_BAND_EDGES[b + 1]; k < FILTERBANK_BAND_EDGES[b + 2]; k++) {
-            energy = zx_fma(power[k], weight, energy);
-            weight -= FILTERBANK_FALLING_SLOPES[b];
-        }
-        y[b] = zx_log10(zx_float_to_int64(energy * TWO_TO_33));
-    }
+    float energies[ZX_FILTERBANK_NUM_BANDS];
+    zx_kernels()->loops->weigh_bands(ZX_FILTERBANK_NUM_BANDS, FILTERBANK_BAND_EDGES.data(),
+                                     FILTERBANK_RISING_SLOPES.data(), FILTERBANK_FALLING_SLOPES.data(), power,
+                                     energies);
+    for (int32_t b = 0; b < ZX_FILTERBANK_NUM_BANDS; b++)
+        y[b] = zx_log10(zx_float_to_int64(energies[b] * TWO_TO_33));
 }
 
 int64_t zx_float_to_int64(float x) {

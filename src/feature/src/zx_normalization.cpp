@@ -5,8 +5,7 @@
 #include "zx_assert.h"
 #include "zx_file.h"
 #include "zx_heap.h"
-#include "zx_math.h"
-#include "zx_multiversion.h"
+#include "zx_kernels.h"
 
 zx_status_t zx_normalization_param_load(FILE *file, zx_normalization_param_t **param) {
     ZX_ASSERT(file);
@@ -35,17 +34,11 @@ void zx_normalization_param_delete(zx_normalization_param_t *param) {
     std::free(param);
 }
 
-ZX_MULTIVERSION
 void zx_normalization_process(const zx_normalization_param_t *param, const int16_t *x, int16_t *y,
                               int32_t num_frames) {
     ZX_ASSERT(param);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
     ZX_ASSERT(num_frames > 0);
-    const int32_t dimension = param->dimension;
-    for (int32_t t = 0; t < num_frames; t++, x += dimension, y += dimension) {
-        for (int32_t d = 0; d < dimension; d++) {
-            y[d] = zx_int32_to_int16((param->scale[d] * (x[d] - param->mean[d])) >> 10);
-        }
-    }
+    zx_kernels()->loops->normalize_rows(param->dimension, num_frames, param->mean, param->scale, x, y);
 }

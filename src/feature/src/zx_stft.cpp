@@ -5,8 +5,7 @@
 
 #include "zx_assert.h"
 #include "zx_heap.h"
-#include "zx_math.h"
-#include "zx_multiversion.h"
+#include "zx_kernels.h"
 #include "zx_stft_tables.h"
 
 namespace {
@@ -79,10 +78,6 @@ void zx_stft_forward_preprocess_float(zx_stft_t *object, const float *x, float *
     }
 }
 
-ZX_MULTIVERSION
 void zx_stft_complex_to_magnitude(const float *spectrum, float *y) {
-    for (int32_t k = 0; k < ZX_FFT_NUM_BINS; k++) {
-        const float re = spectrum[2 * k], im = spectrum[2 * k + 1];
-        y[k] = zx_fma(re, re, im * im);
-    }
+    zx_kernels()->loops->power(ZX_FFT_NUM_BINS, spectrum, y);
 }

@@ -4,9 +4,8 @@
 #include <bit>
 #include <cfloat>
 
+#include "zx_kernels.h"
 #include "zx_math_tables.h"
-#include "zx_multiversion.h"
-#include "zx_sigmoid_kernels.h"
 
 static_assert(FLT_EVAL_METHOD == 0, "single-precision results must not carry excess precision");
 static_assert(ZX_LOG10_TABLE[0] == -617 && ZX_LOG10_TABLE[512] == -308);
@@ -32,24 +31,21 @@ void zx_sigmoid(int32_t length, const int16_t *x, int16_t *y) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    zx_sigmoid_best_kernel()->sigmoid(length, x, y);
+    zx_kernels()->sigmoid(length, x, y);
 }
 
 void zx_tanh(int32_t length, const int16_t *x, int16_t *y) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    zx_sigmoid_best_kernel()->tanh(length, x, y);
+    zx_kernels()->tanh(length, x, y);
 }
 
-ZX_MULTIVERSION
 float zx_dot(int32_t length, const int16_t *x, const int16_t *y) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    int64_t sum_q20 = 0;
-    for (int32_t i = 0; i < length; i++) sum_q20 += x[i] * y[i];
-    return static_cast<float>(sum_q20) / 1048576.0f;
+    return static_cast<float>(zx_kernels()->loops->dot(length, x, y)) / 1048576.0f;  // Q20
 }
 
 float zx_inverse_sqrt(float x) {
@@ -68,32 +64,20 @@ void zx_normalize_q510(int32_t length, const int16_t *x, float *y) {
     for (int32_t i = 0; i < length; i++) y[i] = zx_q510_to_float(x[i]) * inverse_length;
 }
 
-ZX_MULTIVERSION
 void zx_normalize_float(int32_t length, const float *x, float *y) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    float sum = 0.0f;
-    for (int32_t i = 0; i < length; i++) sum = zx_fma(x[i], x[i], sum);
-    const float inverse_length = zx_inverse_sqrt(sum);
+    const float inverse_length = zx_inverse_sqrt(zx_kernels()->loops->dot_float(length, x, x));
     for (int32_t i = 0; i < length; i++) y[i] = x[i] * inverse_length;
 }
 
-ZX_MULTIVERSION
 float zx_cosine_similarity(int32_t length, const float *x, const float *y, uint32_t is_normalized) {
     ZX_ASSERT(length > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    float dot = 0.0f;
-    if (is_normalized & 1) {
-        for (int32_t i = 0; i < length; i++) dot = zx_fma(x[i], y[i], dot);
-        return dot;
-    }
-    float x_x = 0.0f, y_y = 0.0f;
-    for (int32_t i = 0; i < length; i++) {
-        dot = zx_fma(x[i], y[i], dot);
-        x_x = zx_fma(x[i], x[i], x_x);
-        y_y = zx_fma(y[i], y[i], y_y);
-    }
-    return dot * (zx_inverse_sqrt(x_x) * zx_inverse_sqrt(y_y));
+    const auto dot = zx_kernels()->loops->dot_float;
+    const float product = dot(length, x, y);
+    if (is_normalized & 1) return product;
+    return product * (zx_inverse_sqrt(dot(length, x, x)) * zx_inverse_sqrt(dot(length, y, y)));
 }

@@ -1,14 +1,11 @@
 #include "zx_fc.h"
 
-#include <algorithm>
 #include <memory>
 
 #include "zx_assert.h"
-#include "zx_fc_kernels.h"
+#include "zx_fc_packing.h"
 #include "zx_file.h"
 #include "zx_heap.h"
-#include "zx_math.h"
-#include "zx_multiversion.h"
 
 zx_status_t zx_fc_param_load(FILE *file, zx_fc_param_t **param) {
     ZX_ASSERT(file);
@@ -51,11 +48,11 @@ zx_status_t zx_fc_init(zx_memory_t *memory, const zx_fc_param_t *param, bool acc
     o->memory = memory;
     o->param = param;
     o->accumulate = accumulate;
-    o->kernel = zx_fc_best_kernel();
-    if (o->kernel->needs_packing) {
-        o->packed = zx_memory_zeroed<int8_t>(memory, zx_fc_packed_size(param));
+    o->kernels = zx_kernels();
+    if (const size_t size = zx_fc_packed_size(param, o->kernels->packing); size > 0) {
+        o->packed = zx_memory_zeroed<int8_t>(memory, size);
         if (!o->packed) return ZX_STATUS_OUT_OF_MEMORY;
-        zx_fc_pack(param, o->packed);
+        zx_fc_pack(param, o->kernels->packing, o->packed);
     }
     *object = o.release();
     return ZX_STATUS_SUCCESS;
@@ -71,7 +68,7 @@ void zx_fc_process(const zx_fc_t *object, const int16_t *x, int16_t *y) {
     ZX_ASSERT(object);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    object->kernel->process(object, 1, x, 0, y, 0);
+    object->kernels->layer(object, 1, x, 0, y, 0);
 }
 
 void zx_fc_process_rows(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
@@ -80,48 +77,5 @@ void zx_fc_process_rows(const zx_fc_t *object, int32_t num_rows, const int16_t *
     ZX_ASSERT(num_rows > 0);
     ZX_ASSERT(x);
     ZX_ASSERT(y);
-    object->kernel->process(object, num_rows, x, x_stride, y, y_stride);
-}
-
-namespace {
-
-// Adds the Q17 sum of one output, rounded to Q10, to `previous` in 32 bits and saturates once.
-inline int16_t finish_output(uint32_t sum, int8_t bias, int16_t previous) {
-    const uint32_t bias_q17 = static_cast<uint32_t>(bias * 1024);
-    const int32_t rounded = static_cast<int32_t>(sum + bias_q17 + 64) >> 7;
-    return zx_int32_to_int16(previous + rounded);
-}
-
-}  // namespace
-
-ZX_MULTIVERSION
-void zx_fc_process_generic(const zx_fc_t *object, const int16_t *x, int16_t *y) {
-    const int32_t num_inputs = object->param->input_dimension;
-    const int32_t num_outputs = object->param->output_dimension;
-    const int8_t *row = object->param->weights;
-    const int8_t *biases = object->param->biases;
-    if (!object->accumulate) std::fill_n(y, num_outputs, int16_t{0});
-
-    // Four outputs at a time share the loads of x. The sums are unsigned because they wrap.
-    int32_t o = 0;
-    for (; o + 4 <= num_outputs; o += 4, row += 4 * num_inputs) {
-        const int8_t *row1 = row + num_inputs, *row2 = row1 + num_inputs, *row3 = row2 + num_inputs;
-        uint32_t sum0 = 0, sum1 = 0, sum2 = 0, sum3 = 0;
-        for (int32_t i = 0; i < num_inputs; i++) {
-            const int32_t input = x[i];
-            sum0 += static_cast<uint32_t>(input * row[i]);
-            sum1 += static_cast<uint32_t>(input * row1[i]);
-            sum2 += static_cast<uint32_t>(input * row2[i]);
-            sum3 += static_cast<uint32_t>(input * row3[i]);
-        }
-        y[o] = finish_output(sum0, biases[o], y[o]);
-        y[o + 1] = finish_output(sum1, biases[o + 1], y[o + 1]);
-        y[o + 2] = finish_output(sum2, biases[o + 2], y[o + 2]);
-        y[o + 3] = finish_output(sum3, biases[o + 3], y[o + 3]);
-    }
-    for (; o < num_outputs; o++, row += num_inputs) {
-        uint32_t sum = 0;
-        for (int32_t i = 0; i < num_inputs; i++) sum += static_cast<uint32_t>(x[i] * row[i]);
-        y[o] = finish_output(sum, biases[o], y[o]);
-    }
+    object->kernels->layer(object, num_rows, x, x_stride, y, y_stride);
 }

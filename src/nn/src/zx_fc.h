@@ -21,14 +21,14 @@ struct zx_fc_param_t {
     int8_t *biases;
 };
 
-struct zx_fc_kernel_t;
+struct zx_kernels_t;
 
 struct zx_fc_t {
     zx_memory_t *memory;
     const zx_fc_param_t *param;  // borrowed
     bool accumulate;
-    const zx_fc_kernel_t *kernel;  // the version that computes it, see zx_fc_kernels.h
-    int8_t *packed;                // the weights as that version reads them; null where it reads the model's
+    const zx_kernels_t *kernels;  // the form that computes it, see zx_kernels.h
+    int8_t *packed;               // the weights as that form reads them; null where it reads the model's
 };
 
 // Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: a dimension out of range;

@@ -5,8 +5,8 @@
 
 #include "zx_assert.h"
 #include "zx_heap.h"
+#include "zx_kernels.h"
 #include "zx_math.h"
-#include "zx_multiversion.h"
 
 zx_status_t zx_rnn_param_load(FILE *file, zx_rnn_param_t **param) {
     ZX_ASSERT(file);
@@ -65,26 +65,6 @@ void zx_rnn_delete(zx_rnn_t *object) {
 
 namespace {
 
-// c = i g + (1 - i) c: Q15 x Q15 = Q30 and Q10 x Q15 = Q25 both rounded to Q10, added in 32 bits, saturated
-// once.
-ZX_MULTIVERSION
-void update_cell(int32_t hidden_size, const int16_t *input_gate, const int16_t *candidate, int16_t *cell) {
-    for (int32_t j = 0; j < hidden_size; j++) {
-        const int16_t forget_gate = zx_sub_int16(INT16_MAX, input_gate[j]);
-        const int32_t taken_up = (input_gate[j] * candidate[j] + (1 << 19)) >> 20;
-        const int32_t kept = (cell[j] * forget_gate + (1 << 14)) >> 15;
-        cell[j] = zx_int32_to_int16(taken_up + kept);
-    }
-}
-
-// h = o tanh(c): Q15 x Q15 = Q30, rounded to Q10. `y` holds tanh(c) and becomes h.
-ZX_MULTIVERSION
-void gate_output(int32_t hidden_size, const int16_t *output_gate, int16_t *y) {
-    for (int32_t j = 0; j < hidden_size; j++) {
-        y[j] = zx_int32_to_int16(zx_mult_shift_right_int32(output_gate[j], y[j], 20));
-    }
-}
-
 // From the sums of both projections to the next state; `gates` are used up.
 void step_cell(int32_t hidden_size, int16_t *gates, int16_t *cell, int16_t *hidden) {
     int16_t *input_gate = gates;
@@ -93,14 +73,9 @@ void step_cell(int32_t hidden_size, int16_t *gates, int16_t *cell, int16_t *hidd
     zx_sigmoid(hidden_size, input_gate, input_gate);
     zx_tanh(hidden_size, candidate, candidate);
     zx_sigmoid(hidden_size, output_gate, output_gate);
-    update_cell(hidden_size, input_gate, candidate, cell);
+    zx_kernels()->loops->update_cell(hidden_size, input_gate, candidate, cell);
     zx_tanh(hidden_size, cell, hidden);
-    gate_output(hidden_size, output_gate, hidden);
-}
-
-ZX_MULTIVERSION
-void add_saturating(size_t count, const int16_t *x, int16_t *y) {
-    for (size_t j = 0; j < count; j++) y[j] = zx_add_int16(y[j], x[j]);
+    zx_kernels()->loops->gate_output(hidden_size, output_gate, hidden);
 }
 
 }  // namespace
@@ -170,7 +145,7 @@ zx_status_t zx_rnn_process_sequences(const zx_rnn_t *object, zx_rnn_direction di
                 if (is_forward) {
                     std::memcpy(y, h, size * sizeof(int16_t));
                 } else {
-                    add_saturating(size, h, y);
+                    zx_kernels()->loops->add(hidden_size, h, y);
                 }
             }
         }

@@ -1,7 +1,6 @@
 #include "zx_fc.h"
 
 #include "model_builder.h"
-#include "zx_fc_kernels.h"
 #include "zx_file.h"
 
 namespace {
@@ -54,49 +53,6 @@ TEST(zx_fc, agrees_with_the_definition_for_all_sizes) {
                 for (size_t o = 0; o < y.size(); o++) {
                     ASSERT_EQ(y[o], slow_output(param.get(), x, o, accumulate ? before[o] : int16_t{0}))
                         << inputs << " x " << outputs << " output " << o;
-                }
-            }
-        }
-    }
-}
-
-// Every version that this processor runs against the plain loop: numbers of rows around each size of a tile,
-// sizes around each block, rows that lie apart and in reverse, values at their extremes.
-TEST(zx_fc, every_version_gives_what_the_plain_loop_gives) {
-    random_numbers random(12);
-    size_t num_kernels;
-    const zx_fc_kernel_t *kernels = zx_fc_kernels(&num_kernels);
-    for (const fc_shape shape :
-         {fc_shape{1, 1}, {2, 16}, {3, 17}, {80, 480}, {33, 50}, {160, 64}, {17, 15}, {9, 700}}) {
-        const auto param = load(model_builder::fc_block(shape, random));
-        for (int32_t i = 0; i < shape.inputs * shape.outputs; i += 5) param->weights[i] = i % 2 ? 127 : -128;
-        const auto inputs = static_cast<size_t>(shape.inputs), outputs = static_cast<size_t>(shape.outputs);
-        for (size_t k = 0; k < num_kernels; k++) {
-            if (!kernels[k].is_supported()) continue;
-            SCOPED_TRACE(kernels[k].name);
-            for (const bool accumulate : {false, true}) {
-                std::vector<int8_t> packed(zx_fc_packed_size(param.get()));
-                zx_fc_pack(param.get(), packed.data());
-                const zx_fc_t fc = {test_memory(), param.get(), accumulate, &kernels[k], packed.data()};
-                for (const int32_t rows : {1, 2, 3, 4, 5, 7, 8, 9, 19}) {
-                    for (const int32_t apart : {0, 3}) {  // values between rows, which stay as they are
-                        const size_t x_stride = inputs + static_cast<size_t>(apart);
-                        const size_t y_stride = outputs + static_cast<size_t>(apart);
-                        const size_t num_rows = static_cast<size_t>(rows);
-                        const auto x = random_int16(num_rows * x_stride, random.next());
-                        auto y = random_int16(num_rows * y_stride, random.next());
-                        auto expected = y;
-                        // The last row first.
-                        zx_fc_process_rows(&fc, rows, &x[(num_rows - 1) * x_stride],
-                                           -static_cast<ptrdiff_t>(x_stride), y.data(),
-                                           static_cast<ptrdiff_t>(y_stride));
-                        for (size_t r = 0; r < num_rows; r++) {
-                            zx_fc_process_generic(&fc, &x[(num_rows - 1 - r) * x_stride],
-                                                  &expected[r * y_stride]);
-                        }
-                        ASSERT_EQ(y, expected)
-                            << shape.inputs << " x " << shape.outputs << ", " << rows << " rows";
-                    }
                 }
             }
         }

@@ -5,9 +5,9 @@
 #include "zx_assert.h"
 #include "zx_check_status.h"
 #include "zx_heap.h"
+#include "zx_kernels.h"
 #include "zx_log.h"
 #include "zx_math.h"
-#include "zx_multiversion.h"
 #include "zx_parley_cluster.h"
 #include "zx_parley_pair_heap.h"
 
@@ -18,7 +18,7 @@ namespace {
 // distances of a cluster from a whole group are computed at once, each with its sum in order of the
 // dimensions.
 struct agglomeration {
-    static constexpr int32_t GROUP = 16;
+    static constexpr int32_t GROUP = ZX_KERNELS_GROUP;
     int32_t dimension;
     int32_t num_clusters;
     zx_parley_cluster_node_t **nodes;  // null for those merged away
@@ -76,19 +76,12 @@ agglomeration_ptr make_agglomeration(const zx_parley_list_t *clusters, int32_t d
 
 // The distances of a centroid from all clusters of the groups from that of `first` on, as
 // zx_parley_cluster_cosine_distance gives them.
-ZX_MULTIVERSION
 void compute_distances(const agglomeration *object, const float *centroid, int32_t first) {
     constexpr int32_t GROUP = agglomeration::GROUP;
-    const size_t dimension = static_cast<size_t>(object->dimension);
-    for (int32_t place = first / GROUP * GROUP; place < object->num_clusters; place += GROUP) {
-        const float *group = object->centroids + static_cast<size_t>(place) * dimension;
-        float sums[GROUP] = {};
-        for (size_t d = 0; d < dimension; d++, group += GROUP) {
-            for (int32_t k = 0; k < GROUP; k++) sums[k] = zx_fma(centroid[d], group[k], sums[k]);
-        }
-        float *distances = object->distances + place;
-        for (int32_t k = 0; k < GROUP; k++) distances[k] = (1.0f - sums[k]) / 2.0f;
-    }
+    const int32_t place = first / GROUP * GROUP, num_groups = (object->num_clusters - place - 1) / GROUP + 1;
+    zx_kernels()->loops->distances(object->dimension, num_groups, centroid,
+                                   object->centroids + ptrdiff_t{place} * object->dimension,
+                                   object->distances + place);
 }
 
 // Candidates are numbered so that the number alone tells what they stand for: first those made at the start,

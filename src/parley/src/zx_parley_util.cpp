@@ -8,8 +8,8 @@
 #include "zx_assert.h"
 #include "zx_check_status.h"
 #include "zx_heap.h"
+#include "zx_kernels.h"
 #include "zx_math.h"
-#include "zx_multiversion.h"
 
 namespace {
 
@@ -110,13 +110,9 @@ zx_status_t zx_parley_cluster_node_update(zx_parley_cluster_node_t *object, cons
     return status;
 }
 
-ZX_MULTIVERSION
 void zx_parley_cluster_average(float *centroid, float weight, const float *other, float other_weight,
                                int32_t dimension) {
-    const float sum = weight + other_weight;
-    for (int32_t k = 0; k < dimension; k++) {
-        centroid[k] = zx_fma(centroid[k], weight, other[k] * other_weight) / sum;
-    }
+    zx_kernels()->loops->average(dimension, centroid, weight, other, other_weight);
     zx_normalize_float(dimension, centroid, centroid);
 }
 

@@ -1,0 +1,480 @@
+// Every form of every hot function (zx_kernels.h) beside the plain one: the same bytes for shapes and values drawn
+// at random, with borders that must stay as they are; and the same calls timed.
+//
+//     kernels [--rounds N]     rounds of draws for each function and form (300)
+//     kernels --bench          nanoseconds a call, for the sizes of the shipped model
+//
+// Needs nothing but the library, so that it also runs where no test framework is to be had (scripts/same-bits).
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "zx_fc_packing.h"
+#include "zx_fft_tables.h"
+#include "zx_filterbank.h"
+#include "zx_kernels.h"
+
+namespace {
+
+using random_numbers = std::mt19937;
+
+int32_t between(random_numbers &random, int32_t low, int32_t high) {
+    return low + static_cast<int32_t>(random() % static_cast<uint32_t>(high - low + 1));
+}
+
+// Of all magnitudes, more often small; extremes are likely.
+int16_t draw(random_numbers &random, int16_t) {
+    switch (random() % 8) {
+        case 0:
+            return random() % 2 ? INT16_MAX : INT16_MIN;
+        case 1:
+            return static_cast<int16_t>(between(random, -2, 2));
+        case 2:
+        case 3:
+            return static_cast<int16_t>(random());
+        default:
+            return static_cast<int16_t>(between(random, -4000, 4000));
+    }
+}
+
+int8_t draw(random_numbers &random, int8_t) {
+    return random() % 8 ? static_cast<int8_t>(random()) : random() % 2 ? int8_t{127} : int8_t{-128};
+}
+
+float draw(random_numbers &random, float) {
+    switch (random() % 16) {
+        case 0:
+            return 0.0f;
+        case 1:
+            return -0.0f;
+        case 2:
+            return std::ldexp(static_cast<float>(between(random, -32768, 32767)), between(random, -140, 40));
+        default:
+            return static_cast<float>(between(random, -32768, 32767)) / 16384;
+    }
+}
+
+double draw(random_numbers &random, double) {
+    return double{draw(random, 0.0f)};
+}
+
+// Values at any alignment that the type allows, between borders.
+template <class T>
+class values {
+public:
+    values(random_numbers &random, int64_t count) : first_(16 + random() % 16) {
+        all_.resize(first_ + static_cast<size_t>(count) + 32);
+        for (T &value : all_) value = draw(random, T{});
+    }
+    T *data() { return &all_[first_]; }
+    const T *data() const { return &all_[first_]; }
+    std::string bytes() const {
+        return std::string(reinterpret_cast<const char *>(all_.data()), all_.size() * sizeof(T));
+    }
+
+private:
+    size_t first_;
+    std::vector<T> all_;
+};
+
+// One call. `prepare` sets the outputs to what they held at first, `outputs` are their bytes afterwards.
+struct trial {
+    std::string shape;
+    double num_items;  // that a call computes
+    const char *item;
+    std::function<void(const zx_kernels_t &)> call;
+    std::function<void()> prepare;
+    std::function<std::string()> outputs;
+};
+
+template <class T>
+trial on_output(std::string shape, double num_items, const char *item, const values<T> &before,
+                std::function<void(const zx_kernels_t &, T *)> call) {
+    const auto output = std::make_shared<values<T>>(before);
+    return {std::move(shape),
+            num_items,
+            item,
+            [=](const zx_kernels_t &form) { call(form, output->data()); },
+            [=] { *output = before; },
+            [=] { return output->bytes(); }};
+}
+
+template <class T>
+std::shared_ptr<values<T>> inputs(random_numbers &random, int64_t count) {
+    return std::make_shared<values<T>>(random, count);
+}
+
+// ---- Layers
+
+struct layer_data {
+    zx_fc_param_t param;
+    values<int8_t> weights, biases;
+    std::map<zx_packing, values<int8_t>> packed;
+
+    layer_data(random_numbers &random, int32_t num_inputs, int32_t num_outputs)
+        : weights(random, int64_t{num_inputs} * num_outputs), biases(random, num_outputs) {
+        param = {num_inputs, num_outputs, weights.data(), biases.data()};
+        for (const zx_packing packing :
+             {zx_packing::none, zx_packing::pairs, zx_packing::columns, zx_packing::quads}) {
+            const auto &[at, is_new] =
+                packed.try_emplace(packing, random, static_cast<int64_t>(zx_fc_packed_size(&param, packing)));
+            zx_fc_pack(&param, packing, at->second.data());
+        }
+    }
+};
+
+trial layer(random_numbers &random, int32_t num_inputs, int32_t num_outputs, int32_t num_rows, int32_t apart,
+            bool is_reversed, bool accumulate) {
+    const auto data = std::make_shared<layer_data>(random, num_inputs, num_outputs);
+    const ptrdiff_t x_stride = num_inputs + apart, y_stride = num_outputs + apart;
+    const auto x = inputs<int16_t>(random, num_rows * x_stride);
+    return on_output<int16_t>(
+        std::to_string(num_inputs) + " x " + std::to_string(num_outputs) + ", rows " +
+            std::to_string(num_rows),
+        double{1} * num_inputs * num_outputs * num_rows, "MAC", values<int16_t>(random, num_rows * y_stride),
+        [=](const zx_kernels_t &form, int16_t *y) {
+            const zx_fc_t fc = {nullptr, &data->param, accumulate, &form,
+                                data->packed.at(form.packing).data()};
+            const int16_t *first = x->data() + (is_reversed ? (num_rows - 1) * x_stride : 0);
+            form.layer(&fc, num_rows, first, is_reversed ? -x_stride : x_stride, y, y_stride);
+        });
+}
+
+// ---- All functions: as the engine calls them, or drawn
+
+struct subject {
+    const char *name;
+    std::vector<trial> (*make)(random_numbers &random, bool as_engine);
+};
+
+using unary = void (*)(int32_t, const int16_t *, int16_t *);
+
+// A function from int16 values to as many, sometimes in place.
+template <class Choose>
+std::vector<trial> map_values(random_numbers &random, bool as_engine, Choose choose) {
+    const int32_t count = as_engine ? 192 : between(random, 0, 300);
+    const auto x = inputs<int16_t>(random, count);
+    const bool in_place = random() % 2;
+    return {on_output<int16_t>(
+        std::to_string(count), count, "value", values<int16_t>(random, count),
+        [=](const zx_kernels_t &form, int16_t *y) { choose(form)(count, in_place ? y : x->data(), y); })};
+}
+
+const subject SUBJECTS[] = {
+    {"layer",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         if (!as_engine) {
+             const int32_t longest = random() % 16 ? 200 : 2000;  // whose sums wrap
+             return {layer(random, between(random, 1, longest), between(random, 1, 100),
+                           between(random, 1, 20), between(random, 0, 3), random() % 2, random() % 2)};
+         }
+         return {layer(random, 192, 576, 16, 0, false, false), layer(random, 192, 576, 8, 0, false, true),
+                 layer(random, 192, 576, 1, 0, false, true), layer(random, 192, 64, 32, 0, false, false)};
+     }},
+    {"sigmoid",
+     [](random_numbers &random, bool as_engine) {
+         return map_values(random, as_engine, [](const zx_kernels_t &form) { return form.sigmoid; });
+     }},
+    {"tanh",
+     [](random_numbers &random, bool as_engine) {
+         return map_values(random, as_engine, [](const zx_kernels_t &form) { return form.tanh; });
+     }},
+    {"update_cell",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 192 : between(random, 0, 300);
+         const auto gate = inputs<int16_t>(random, count), candidate = inputs<int16_t>(random, count);
+         for (int32_t i = 0; i < count; i++) gate->data()[i] &= INT16_MAX;  // what a sigmoid gives
+         return {on_output<int16_t>(std::to_string(count), count, "value", values<int16_t>(random, count),
+                                    [=](const zx_kernels_t &form, int16_t *cell) {
+                                        form.loops->update_cell(count, gate->data(), candidate->data(), cell);
+                                    })};
+     }},
+    {"gate_output",
+     [](random_numbers &random, bool as_engine) {
+         return map_values(random, as_engine, [](const zx_kernels_t &form) {
+             return [&form](int32_t count, const int16_t *x, int16_t *y) {
+                 if (x != y) form.loops->gate_output(count, x, y);
+             };
+         });
+     }},
+    {"add",
+     [](random_numbers &random, bool as_engine) {
+         return map_values(random, as_engine, [](const zx_kernels_t &form) { return form.loops->add; });
+     }},
+    {"normalize_rows",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t size = as_engine ? 80 : between(random, 1, 100),
+                       rows = as_engine ? 16 : between(random, 0, 9);
+         const auto mean = inputs<int16_t>(random, size), scale = inputs<int16_t>(random, size);
+         // The product of two extremes would not fit 32 bits.
+         for (int32_t i = 0; i < size; i++) scale->data()[i] = static_cast<int16_t>(scale->data()[i] / 4);
+         const auto x = inputs<int16_t>(random, int64_t{size} * rows);
+         const bool in_place = random() % 2;
+         return {on_output<int16_t>(std::to_string(rows) + " x " + std::to_string(size), size * rows, "value",
+                                    values<int16_t>(random, int64_t{size} * rows),
+                                    [=](const zx_kernels_t &form, int16_t *y) {
+                                        form.loops->normalize_rows(size, rows, mean->data(), scale->data(),
+                                                                   in_place ? y : x->data(), y);
+                                    })};
+     }},
+    {"preemphasize",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 256 : between(random, 1, 600);
+         const auto x = inputs<int16_t>(random, count);
+         const int16_t previous = draw(random, int16_t{});
+         return {on_output<float>(std::to_string(count), count, "sample", values<float>(random, count),
+                                  [=](const zx_kernels_t &form, float *y) {
+                                      form.loops->preemphasize(count, previous, x->data(), y);
+                                  })};
+     }},
+    {"transform",
+     [](random_numbers &random, bool) -> std::vector<trial> {
+         const float sign = random() % 2 ? 1.0f : -1.0f;
+         return {on_output<float>("256 complex", 1, "call", values<float>(random, 512),
+                                  [=](const zx_kernels_t &form, float *y) { form.transform(y, sign); })};
+     }},
+    {"separate_pairs",
+     [](random_numbers &random, bool) -> std::vector<trial> {
+         const auto pairs = inputs<float>(random, 512);
+         return {on_output<float>("257 bins", 1, "call", values<float>(random, 514),
+                                  [=](const zx_kernels_t &form, float *y) {
+                                      form.loops->separate_pairs(SIN_TABLE.data(), pairs->data(), y);
+                                  })};
+     }},
+    {"power",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 257 : between(random, 0, 300);
+         const auto x = inputs<float>(random, 2 * count);
+         return {on_output<float>(
+             std::to_string(count) + " bins", count, "bin", values<float>(random, count),
+             [=](const zx_kernels_t &form, float *y) { form.loops->power(count, x->data(), y); })};
+     }},
+    {"weigh_bands",
+     [](random_numbers &random, bool) -> std::vector<trial> {
+         const auto rising = inputs<float>(random, 40), falling = inputs<float>(random, 40),
+                    power = inputs<float>(random, 257);
+         return {on_output<float>(
+             "40 bands", 1, "call", values<float>(random, 40), [=](const zx_kernels_t &form, float *y) {
+                 form.loops->weigh_bands(40, FILTERBANK_BAND_EDGES.data(), rising->data(), falling->data(),
+                                         power->data(), y);
+             })};
+     }},
+    {"dot",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 64 : between(random, 0, 300);
+         const auto x = inputs<int16_t>(random, count), y = inputs<int16_t>(random, count);
+         return {on_output<double>(std::to_string(count), count, "value", values<double>(random, 1),
+                                   [=](const zx_kernels_t &form, double *sum) {
+                                       *sum =
+                                           static_cast<double>(form.loops->dot(count, x->data(), y->data()));
+                                   })};
+     }},
+    {"dot_float",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 64 : between(random, 0, 300);
+         const auto x = inputs<float>(random, count), y = inputs<float>(random, count);
+         return {on_output<float>(std::to_string(count), count, "value", values<float>(random, 1),
+                                  [=](const zx_kernels_t &form, float *sum) {
+                                      *sum = form.loops->dot_float(count, x->data(), y->data());
+                                  })};
+     }},
+    {"average",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 64 : between(random, 0, 300);
+         const auto other = inputs<float>(random, count);
+         const auto weight = static_cast<float>(between(random, 1, 1000)),
+                    other_weight = static_cast<float>(between(random, 1, 1000));
+         return {on_output<float>(std::to_string(count), count, "value", values<float>(random, count),
+                                  [=](const zx_kernels_t &form, float *centroid) {
+                                      form.loops->average(count, centroid, weight, other->data(),
+                                                          other_weight);
+                                  })};
+     }},
+    {"distances",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t size = as_engine ? 64 : between(random, 1, 100),
+                       groups = as_engine ? 32 : between(random, 0, 5);
+         const auto x = inputs<float>(random, size);
+         const auto centroids = inputs<float>(random, int64_t{size} * groups * ZX_KERNELS_GROUP);
+         return {on_output<float>(std::to_string(groups) + " groups of " + std::to_string(size),
+                                  groups * ZX_KERNELS_GROUP, "centroid",
+                                  values<float>(random, groups * ZX_KERNELS_GROUP),
+                                  [=](const zx_kernels_t &form, float *y) {
+                                      form.loops->distances(size, groups, x->data(), centroids->data(), y);
+                                  })};
+     }},
+    {"products",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t size = as_engine ? 64 : between(random, 1, 100),
+                       groups = as_engine ? 2 : between(random, 0, 5);
+         const auto x = inputs<float>(random, size);
+         const auto centroids = inputs<double>(random, int64_t{size} * groups * ZX_KERNELS_GROUP);
+         return {on_output<double>(std::to_string(groups) + " groups of " + std::to_string(size),
+                                   groups * ZX_KERNELS_GROUP, "centroid",
+                                   values<double>(random, groups * ZX_KERNELS_GROUP),
+                                   [=](const zx_kernels_t &form, double *y) {
+                                       form.loops->products(size, groups, x->data(), centroids->data(), y);
+                                   })};
+     }},
+    {"filter",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t order = as_engine ? 50 : between(random, 2, random() % 8 ? 60 : 300);
+         const int32_t count = as_engine ? 1024 : between(random, 0, 200);
+         const auto x = inputs<int16_t>(random, count + 2 * order);
+         const auto taps = inputs<float>(random, 2 * order + 1);
+         return {on_output<int16_t>(std::to_string(count) + " by order " + std::to_string(order), count,
+                                    "sample", values<int16_t>(random, count),
+                                    [=](const zx_kernels_t &form, int16_t *y) {
+                                        form.loops->filter(count, order, x->data(), taps->data(), y);
+                                    })};
+     }},
+    {"mix",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 1024 : between(random, 0, 300);
+         const auto x = inputs<int16_t>(random, 2 * count);
+         return {on_output<int16_t>(
+             std::to_string(count), count, "sample", values<int16_t>(random, count),
+             [=](const zx_kernels_t &form, int16_t *y) { form.loops->mix(count, x->data(), y); })};
+     }},
+    {"mix_float",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t count = as_engine ? 1024 : between(random, 0, 300);
+         const auto left = inputs<float>(random, count), right = inputs<float>(random, count);
+         return {on_output<float>(std::to_string(count), count, "sample", values<float>(random, count),
+                                  [=](const zx_kernels_t &form, float *y) {
+                                      form.loops->mix_float(count, left->data(), right->data(), y);
+                                  })};
+     }},
+};
+
+bool hold_to_plain(const zx_kernels_t &form, const zx_kernels_t &plain, int num_rounds) {
+    bool is_same = true;
+    for (const subject &subject : SUBJECTS) {
+        random_numbers random(1);
+        int num_different = 0;
+        std::string where;
+        for (int round = 0; round < num_rounds; round++) {
+            for (const trial &t : subject.make(random, round == 0)) {
+                t.prepare();
+                t.call(plain);
+                const std::string expected = t.outputs();
+                t.prepare();
+                t.call(form);
+                if (t.outputs() == expected) continue;
+                if (num_different++ == 0) where = t.shape;
+            }
+        }
+        if (num_different == 0) continue;
+        std::printf("%s, %s: %d of %d rounds differ from the plain form, the first with %s\n", form.name,
+                    subject.name, num_different, num_rounds, where.c_str());
+        is_same = false;
+    }
+    if (is_same)
+        std::printf("%s: as the plain form, %zu functions, %d rounds each\n", form.name, std::size(SUBJECTS),
+                    num_rounds);
+    return is_same;
+}
+
+// The shortest of several times is the one least disturbed.
+template <class Call>
+double measure(Call call) {
+    using clock = std::chrono::steady_clock;
+    const auto seconds = [](clock::time_point since) {
+        return std::chrono::duration<double>(clock::now() - since).count();
+    };
+    int64_t count = 1;
+    for (;; count *= 2) {
+        const auto start = clock::now();
+        for (int64_t i = 0; i < count; i++) call();
+        if (seconds(start) > 0.005) break;
+    }
+    double best = 1e9;
+    for (int repetition = 0; repetition < 20; repetition++) {
+        const auto start = clock::now();
+        for (int64_t i = 0; i < count; i++) call();
+        best = std::min(best, seconds(start) / static_cast<double>(count));
+    }
+    return best;
+}
+
+void print_time(const std::string &name, const char *form, double seconds, double num_items,
+                const char *item) {
+    std::printf("%-36s %-22s %12.1f ns %10.3f G%s/s\n", name.c_str(), form, seconds * 1e9,
+                num_items / seconds * 1e-9, item);
+}
+
+// What a core can do at most: multiply-accumulates in registers, as many sums under way as hide the latency.
+void time_bare_loops(const std::string &form) {
+#if defined(__x86_64__)
+    constexpr int ROUNDS = 1000;
+    if (form == "AVX-512 VNNI") {
+        print_time("bare loop", form.c_str(), measure([] {
+                       for (int i = 0; i < ROUNDS; i++) {
+                           asm volatile(
+                               ".irp n,0,1,2,3,4,5,6,7,8,9,10,11,12,13\n\t"
+                               "vpdpwssd %%zmm14, %%zmm15, %%zmm\\n\n\t.endr" ::
+                                   : "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7", "xmm8",
+                                     "xmm9", "xmm10", "xmm11", "xmm12", "xmm13");
+                       }
+                   }),
+                   ROUNDS * 14 * 32.0, "MAC");
+    } else if (form == "AVX2") {
+        print_time("bare loop", form.c_str(), measure([] {
+                       for (int i = 0; i < ROUNDS; i++) {
+                           asm volatile(
+                               ".irp n,0,1,2,3,4,5,6\n\t"
+                               "vpmaddwd %%ymm14, %%ymm15, %%ymm13\n\t"
+                               "vpaddd %%ymm13, %%ymm\\n, %%ymm\\n\n\t.endr" ::
+                                   : "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm13");
+                       }
+                   }),
+                   ROUNDS * 7 * 16.0, "MAC");
+    }
+#else
+    (void) form;
+#endif
+}
+
+void time_form(const zx_kernels_t &form) {
+    time_bare_loops(form.name);
+    for (const subject &subject : SUBJECTS) {
+        random_numbers random(2);
+        for (const trial &t : subject.make(random, true)) {
+            print_time(std::string(subject.name) + " " + t.shape, form.name, measure([&] { t.call(form); }),
+                       t.num_items, t.item);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const bool is_bench = argc == 2 && !std::strcmp(argv[1], "--bench");
+    const bool has_rounds = argc == 3 && !std::strcmp(argv[1], "--rounds");
+    if (argc > 1 && !is_bench && !has_rounds) {
+        std::fprintf(stderr, "usage: kernels [--rounds N | --bench]\n");
+        return 2;
+    }
+    size_t count;
+    const zx_kernels_t *forms = zx_kernels_all(&count);
+    const zx_kernels_t &plain = forms[count - 1];
+    bool is_same = true;
+    for (size_t f = 0; f < count; f++) {
+        if (!forms[f].is_supported()) {
+            std::printf("%s: not on this processor\n", forms[f].name);
+        } else if (is_bench) {
+            time_form(forms[f]);
+        } else if (&forms[f] != &plain) {
+            is_same = hold_to_plain(forms[f], plain, has_rounds ? std::atoi(argv[2]) : 300) && is_same;
+        }
+    }
+    return is_same ? 0 : 1;
+}
