@@ -3,6 +3,8 @@
 //
 //     kernels [--rounds N]     rounds of draws for each function and form (300)
 //     kernels --bench          nanoseconds a call, for the sizes of the shipped model
+//     kernels --list           the calls of --bench by number, form and name
+//     kernels --call K N       call K of that list N times, for those who count its instructions
 //
 // Needs nothing but the library, so that it also runs where no test framework is to be had (scripts/same-bits).
 #include <chrono>
@@ -454,17 +456,39 @@ void time_form(const zx_kernels_t &form) {
     }
 }
 
+// Call `number` of all that are timed, `num_calls` times; or, without a number, a list of them.
+bool call_one(const zx_kernels_t *forms, size_t num_forms, int number, int num_calls) {
+    int current = 0;
+    for (size_t f = 0; f < num_forms; f++) {
+        if (!forms[f].is_supported()) continue;
+        for (const subject &subject : SUBJECTS) {
+            random_numbers random(2);
+            for (const trial &t : subject.make(random, true)) {
+                if (number < 0)
+                    std::printf("%d\t%s\t%s %s\n", current, forms[f].name, subject.name, t.shape.c_str());
+                for (int i = 0; current == number && i < num_calls; i++) t.call(forms[f]);
+                current++;
+            }
+        }
+    }
+    return number < current;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     const bool is_bench = argc == 2 && !std::strcmp(argv[1], "--bench");
     const bool has_rounds = argc == 3 && !std::strcmp(argv[1], "--rounds");
-    if (argc > 1 && !is_bench && !has_rounds) {
-        std::fprintf(stderr, "usage: kernels [--rounds N | --bench]\n");
+    const bool is_list = argc == 2 && !std::strcmp(argv[1], "--list");
+    const bool is_call = argc == 4 && !std::strcmp(argv[1], "--call");
+    if (argc > 1 && !is_bench && !has_rounds && !is_list && !is_call) {
+        std::fprintf(stderr, "usage: kernels [--rounds N | --bench | --list | --call K N]\n");
         return 2;
     }
     size_t count;
     const zx_kernels_t *forms = zx_kernels_all(&count);
+    if (is_list) return call_one(forms, count, -1, 0) ? 0 : 1;
+    if (is_call) return call_one(forms, count, std::atoi(argv[2]), std::atoi(argv[3])) ? 0 : 1;
     const zx_kernels_t &plain = forms[count - 1];
     bool is_same = true;
     for (size_t f = 0; f < count; f++) {

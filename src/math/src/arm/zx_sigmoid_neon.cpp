@@ -26,7 +26,7 @@ constexpr entry_bytes make_bytes() {
 
 constexpr entry_bytes BYTES = make_bytes();
 
-constexpr int VECTORS = 4;  // of 16 values, which share the loads of the tables
+constexpr int VECTORS = 2;  // of 16 values, which share the loads of the tables
 constexpr int WIDTH = 16 * VECTORS;
 
 inline void look_up(const uint8_t *table, const uint8x16_t (&index)[VECTORS], uint8x16_t (&bytes)[VECTORS]) {
