@@ -8,9 +8,9 @@
 namespace {
 
 constexpr double CHANGE_COST = 3;  // pays if the frames after it are nearer by 0.3 for ten frames, say
-// What a speaker needs not to be taken for an accident: a twenty-fifth of the recording, from 2 s up, but not
+// What a speaker needs not to be taken for an accident: a twenty-fifth of the recording, from 1 s up, but not
 // more than 3.5 s.
-constexpr int32_t SHORTEST_SPEAKER = 62, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
+constexpr int32_t SHORTEST_SPEAKER = 31, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
 constexpr int32_t FEW_WORDS = 12;                                         // frames, 0.4 s
 
 // Products of frames with every state's centroid. These lie in groups of GROUP states whose values of one

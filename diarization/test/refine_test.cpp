@@ -48,10 +48,17 @@ TEST(refine, a_change_has_to_pay) {
     EXPECT_EQ(refined(voices, voices), expected(stretches({{1, 202}, {2, 100}})));
 }
 
-TEST(refine, who_speaks_for_less_than_two_seconds_goes_to_others_unless_asked_for) {
-    const auto voices = stretches({{1, 200}, {2, 40}, {1, 100}});
-    EXPECT_EQ(refined(voices, voices), expected(stretches({{1, 340}})));
-    EXPECT_EQ(refined(voices, voices, 0, 2), expected(voices));
+// A second, a twenty-fifth of a minute and more, three and a half seconds at most.
+TEST(refine, who_says_too_little_for_the_recording_goes_to_others_unless_asked_for) {
+    for (const auto &[length, fewest_frames] : {std::pair{340, 31}, {2000, 80}, {10000, 110}}) {
+        const auto with = [length = length](int frames) {
+            return stretches({{1, length / 2}, {2, frames}, {1, length - length / 2 - frames}});
+        };
+        EXPECT_EQ(refined(with(fewest_frames), with(fewest_frames)), expected(with(fewest_frames))) << length;
+        const auto less = with(fewest_frames - 1);
+        EXPECT_EQ(refined(less, less), expected(with(0))) << length;
+        EXPECT_EQ(refined(less, less, 0, 2), expected(less)) << length;
+    }
 }
 
 TEST(refine, speakers_nearer_than_clusters_merge_become_one) {
