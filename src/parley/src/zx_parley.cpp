@@ -56,8 +56,7 @@ extern "C" zx_status_t zx_parley_process(zx_parley_t *object, const int16_t *pcm
     zx_error_prepare();
     if (!object) return zx_parley_report_null("object");
     if (!pcm) return zx_parley_report_null("pcm");
-    zx_parley_samples_t samples = {nullptr, pcm, num_samples};
-    return zx_parley_internal_run(object, &samples, nullptr, nullptr, num_segments, segments);
+    return zx_parley_internal_run(object, pcm, num_samples, num_segments, segments);
 }
 
 extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *audio_path,
@@ -67,8 +66,5 @@ extern "C" zx_status_t zx_parley_process_file(zx_parley_t *object, const char *a
     if (!audio_path) return zx_parley_report_null("audio_path");
     if (!num_segments) return zx_parley_report_null("num_segments");
     if (!segments) return zx_parley_report_null("segments");
-    zx_parley_samples_t samples;
-    const zx_status_t status = zx_parley_internal_read(audio_path, INT32_MAX, nullptr, &samples);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    return zx_parley_internal_run(object, &samples, nullptr, nullptr, num_segments, segments);
+    return zx_parley_internal_run_file(object, audio_path, num_segments, segments);
 }

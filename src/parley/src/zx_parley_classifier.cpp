@@ -153,9 +153,9 @@ struct chunk {
     int32_t end_kept;    // the end of those
 };
 
-// Runs chunks, in falling order of length, through the network. Row 0 of d_vector is that of frame 0.
+// Runs chunks, in falling order of length, through the network. Row 0 of d_vector is that of frame first_row.
 zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *feature, const chunk *chunks,
-                           int32_t num_chunks, float *d_vector) {
+                           int32_t num_chunks, float *d_vector, int32_t first_row) {
     const zx_parley_classifier_param_t *param = object->param;
     const size_t frame_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
     const auto hidden_size = [param](int32_t layer) {
@@ -203,7 +203,7 @@ zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *
                                static_cast<ptrdiff_t>(x_size), embeddings.get(), embedding_size);
             for (int32_t i = 0; i < count; i++) {
                 zx_normalize_q510(embedding_size, embeddings.get() + static_cast<size_t>(i) * row_size,
-                                  d_vector + static_cast<size_t>(t + i) * row_size);
+                                  d_vector + static_cast<size_t>(t + i - first_row) * row_size);
             }
         }
         chunk_rows += static_cast<size_t>(chunks[c].length) * x_size;
@@ -220,11 +220,22 @@ zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *
 //
 // It advances by K - 2 W > W frames.
 struct chunk_run {
-    const zx_parley_classifier_t *object;
-    const int16_t *feature;
-    float *d_vector;
-    int64_t num_frames, length, warmup;
-    int32_t num_chunks, num_groups;
+    chunk_run(const zx_parley_classifier_t *object_, const int16_t *feature_, int32_t num_frames_,
+              int32_t num_workers)
+        : object(object_),
+          feature(feature_),
+          num_frames(num_frames_),
+          length(object->param->chunk_length_frames),
+          warmup(object->param->warmup_length_frames) {
+        if (num_frames > length && length > 2 * warmup)
+            num_chunks += divide_up(num_frames - length, length - 2 * warmup);
+        // As many groups for each worker; what a group takes of memory grows with its chunks.
+        const int32_t most = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
+        num_groups = divide_up(divide_up(num_chunks, most), num_workers) * num_workers;
+        num_groups = std::min(num_groups, num_chunks);
+    }
+
+    static int32_t divide_up(int64_t a, int64_t b) { return static_cast<int32_t>((a + b - 1) / b); }
 
     chunk at(int32_t index) const {
         const int64_t start = index * (length - 2 * warmup);
@@ -239,24 +250,36 @@ struct chunk_run {
         return static_cast<int32_t>(int64_t{num_chunks} * group / num_groups);
     }
 
+    // The frames whose rows a group keeps.
+    int32_t first_row_of(int32_t group) const { return at(first_of_group(group)).first_kept; }
+    int32_t num_rows_of(int32_t group) const {
+        return at(first_of_group(group + 1) - 1).end_kept - first_row_of(group);
+    }
+
+    zx_status_t process(int32_t group, float *rows, int32_t first_row) const {
+        chunk chunks[MAX_SIDE_BY_SIDE];
+        const int32_t first = first_of_group(group), end = first_of_group(group + 1);
+        for (int32_t c = first; c < end; c++) chunks[c - first] = at(c);
+        return process_chunks(object, feature, chunks, end - first, rows, first_row);
+    }
+
     static zx_status_t process_group(void *context, int32_t, int32_t group) {
         const auto *self = static_cast<const chunk_run *>(context);
-        chunk chunks[MAX_SIDE_BY_SIDE];
-        const int32_t first = self->first_of_group(group), end = self->first_of_group(group + 1);
-        for (int32_t c = first; c < end; c++) chunks[c - first] = self->at(c);
-        return process_chunks(self->object, self->feature, chunks, end - first, self->d_vector);
+        return self->process(group, self->d_vector, 0);
     }
-};
 
-int32_t divide_up(int64_t a, int64_t b) {
-    return static_cast<int32_t>((a + b - 1) / b);
-}
+    const zx_parley_classifier_t *object;
+    const int16_t *feature;
+    int64_t num_frames, length, warmup;
+    int32_t num_chunks = 1, num_groups;
+    float *d_vector = nullptr;  // the rows of all frames, where they are kept
+};
 
 }  // namespace
 
 zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, const int16_t *feature,
                                          int32_t num_frames, float *d_vector, const zx_progress_t *progress,
-                                         int32_t num_workers) {
+                                         int32_t num_workers, const zx_parley_rows_taker_t *taker) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(num_frames > 0);
@@ -264,14 +287,30 @@ zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, c
     const int64_t chunk_length_frames = object->param->chunk_length_frames;
     const int64_t warmup_length_frames = object->param->warmup_length_frames;
     ZX_ASSERT(3 * warmup_length_frames < chunk_length_frames);
-    chunk_run run = {object, feature, d_vector, num_frames, chunk_length_frames, warmup_length_frames, 1, 1};
-    if (num_frames > run.length)
-        run.num_chunks += divide_up(num_frames - run.length, run.length - 2 * run.warmup);
-    // As many groups for each worker; what a group takes of memory grows with its chunks.
-    const int32_t most = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
-    run.num_groups = divide_up(divide_up(run.num_chunks, most), num_workers) * num_workers;
-    run.num_groups = std::min(run.num_groups, run.num_chunks);
-    return zx_parallel_run(num_workers, run.num_groups, {chunk_run::process_group, &run}, progress);
+    chunk_run run(object, feature, num_frames, num_workers);
+    if (!taker) {
+        run.d_vector = d_vector;
+        return zx_parallel_run(num_workers, run.num_groups, {chunk_run::process_group, &run}, progress);
+    }
+    for (int32_t group = 0; group < run.num_groups; group++) {
+        if (!zx_progress_report(progress, group, run.num_groups)) return ZX_STATUS_STOP_ITERATION;
+        const int32_t first = run.first_row_of(group);
+        zx_status_t status = run.process(group, d_vector, first);
+        if (status == ZX_STATUS_SUCCESS)
+            status = taker->take(taker->context, d_vector, first, run.num_rows_of(group));
+        if (status != ZX_STATUS_SUCCESS) return status;
+    }
+    return ZX_STATUS_SUCCESS;
+}
+
+int32_t zx_parley_classifier_rows_at_once(const zx_parley_classifier_t *object, int32_t num_frames) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(num_frames > 0);
+    const chunk_run run(object, nullptr, num_frames, 1);
+    int32_t most = 0;
+    for (int32_t group = 0; group < run.num_groups; group++)
+        most = zx_max_int32(most, run.num_rows_of(group));
+    return most;
 }
 
 zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,
@@ -281,5 +320,5 @@ zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *
     ZX_ASSERT(feature);
     ZX_ASSERT(d_vector);
     const chunk whole = {0, num_frames, 0, num_frames};
-    return process_chunks(object, feature, &whole, 1, d_vector);
+    return process_chunks(object, feature, &whole, 1, d_vector, 0);
 }

@@ -87,7 +87,14 @@ zx_status_t zx_parley_cluster_process(zx_parley_cluster_t *object, const float *
     ZX_ASSERT(num_input > 0);
     ZX_ASSERT(num_clusters);
     ZX_ASSERT(clusters);
-    zx_status_t status = zx_parley_cluster_segmentation(object, input, dimension, num_input);
+    const zx_status_t status = zx_parley_cluster_segmentation(object, input, dimension, num_input);
+    return zx_parley_cluster_finish(object, status, dimension, num_input, num_clusters, clusters, progress);
+}
+
+zx_status_t zx_parley_cluster_finish(zx_parley_cluster_t *object, zx_status_t status, int32_t dimension,
+                                     int32_t num_input, uint32_t *num_clusters, uint32_t *clusters,
+                                     const zx_progress_t *progress) {
+    ZX_ASSERT(object);
     if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_segmentation_prune(object, dimension);
     if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_offline(object, dimension, progress);
     if (status == ZX_STATUS_SUCCESS) status = zx_parley_cluster_offline_prune(object, num_input, dimension);
@@ -148,13 +155,28 @@ zx_status_t zx_parley_cluster_segmentation(zx_parley_cluster_t *object, const fl
     ZX_ASSERT(input);
     ZX_ASSERT(dimension > 0);
     ZX_ASSERT(num_input > 0);
+    const zx_status_t status = zx_parley_cluster_segmentation_begin(object, dimension);
+    return status == ZX_STATUS_SUCCESS
+               ? zx_parley_cluster_segmentation_take(object, input, dimension, 0, num_input)
+               : status;
+}
+
+zx_status_t zx_parley_cluster_segmentation_begin(zx_parley_cluster_t *object, int32_t dimension) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(dimension > 0);
+    return open_cluster(object->clusters, object->param->reference_centroid, dimension, -1);
+}
+
+zx_status_t zx_parley_cluster_segmentation_take(zx_parley_cluster_t *object, const float *input,
+                                                int32_t dimension, int32_t first, int32_t num_input) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(input);
+    ZX_ASSERT(dimension > 0);
     const zx_parley_cluster_param_t *param = object->param;
     zx_parley_list_t *clusters = object->clusters;
-    zx_status_t status = open_cluster(clusters, param->reference_centroid, dimension, -1);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    zx_parley_cluster_node_t *background = clusters->head;
-
-    for (int32_t i = 0; i < num_input; i++, input += dimension) {
+    zx_parley_cluster_node_t *background = clusters->tail;
+    zx_status_t status = ZX_STATUS_SUCCESS;
+    for (int32_t i = first; i < first + num_input; i++, input += dimension) {
         if (zx_parley_cluster_cosine_distance(dimension, background->centroid, input) <
             param->background_threshold) {
             background->weight += 1.0f;  // the centroid stays

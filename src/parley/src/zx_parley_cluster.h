@@ -69,6 +69,17 @@ void zx_parley_cluster_delete(zx_parley_cluster_t *object);
 // The four passes and the output of zx_parley_cluster_process.
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation(zx_parley_cluster_t *object, const float *input,
                                                          int32_t dimension, int32_t num_input);
+// The first of them for embeddings that come in pieces, of frames from `first` on; and all that comes after it, or,
+// with a status that is not ZX_STATUS_SUCCESS, the end of the run without a result.
+[[nodiscard]] zx_status_t zx_parley_cluster_segmentation_begin(zx_parley_cluster_t *object,
+                                                               int32_t dimension);
+[[nodiscard]] zx_status_t zx_parley_cluster_segmentation_take(zx_parley_cluster_t *object, const float *input,
+                                                              int32_t dimension, int32_t first,
+                                                              int32_t num_input);
+[[nodiscard]] zx_status_t zx_parley_cluster_finish(zx_parley_cluster_t *object, zx_status_t status,
+                                                   int32_t dimension, int32_t num_input,
+                                                   uint32_t *num_clusters, uint32_t *clusters,
+                                                   const zx_progress_t *progress = nullptr);
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation_prune(zx_parley_cluster_t *object,
                                                                int32_t dimension);
 [[nodiscard]] zx_status_t zx_parley_cluster_offline(zx_parley_cluster_t *object, int32_t dimension,

@@ -28,11 +28,17 @@ zx_status_t check_consistency(const zx_parley_param_t *param) {
     return ZX_STATUS_INVALID_ARGUMENT;
 }
 
-zx_status_t check_length(const zx_parley_samples_t *samples) {
-    if (samples->count >= ZX_PARLEY_FRAME_LENGTH) return ZX_STATUS_SUCCESS;
-    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_min, "num_samples", samples->count,
+zx_status_t check_length(int32_t num_samples) {
+    if (num_samples >= ZX_PARLEY_FRAME_LENGTH) return ZX_STATUS_SUCCESS;
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_invalid_argument_min, "num_samples", num_samples,
                        ZX_PARLEY_FRAME_LENGTH);
     return ZX_STATUS_INVALID_ARGUMENT;
+}
+
+zx_status_t check_filterbank(const zx_parley_t *object) {
+    if (object->filterbank) return ZX_STATUS_SUCCESS;
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_state_internal, "object->filterbank is NULL");
+    return ZX_STATUS_INVALID_STATE;
 }
 
 // Callers know the steps from embeddings to segments under one name.
@@ -151,29 +157,16 @@ void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_
 
 namespace {
 
-// Embeddings of normalized features.
-zx_status_t compute_embeddings(zx_parley_t *object, const int16_t *feature, int32_t num_frames,
-                               const zx_parley_progress_t *progress, zx_heap_ptr<float> *d_vector) {
-    const size_t embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
-    d_vector->reset(
-        static_cast<float *>(std::calloc(static_cast<size_t>(num_frames), embedding_size * sizeof(float))));
-    if (!*d_vector) return zx_parley_report_allocation("d_vector");
-    const zx_status_t status = zx_parley_classifier_process(
-        object->classifier, feature, num_frames, d_vector->get(),
-        stage_progress(progress, zx_parley_stage::embeddings).get(), object->num_workers);
-    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_parley_classifier_process", status);
-    return ZX_STATUS_SUCCESS;
-}
-
-}  // namespace
-
-namespace {
-
 zx_status_t open_reader(const char *audio_path, zx_owned<zx_audio_file_t, zx_audio_file_delete> *reader) {
     zx_audio_file_t *opened = nullptr;
     const zx_status_t status = zx_audio_file_init(audio_path, &opened);
     reader->reset(opened);
     return status == ZX_STATUS_SUCCESS ? status : zx_parley_report_init("zx_audio_file", status);
+}
+
+zx_status_t report_reading(zx_audio_file_t *reader) {
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_fread_failure, static_cast<void *>(reader));
+    return ZX_STATUS_IO_ERROR;
 }
 
 }  // namespace
@@ -192,11 +185,7 @@ zx_status_t zx_parley_internal_read(const char *audio_path, int64_t most,
     status = zx_audio_file_read(reader.get(), count, pcm.get(),
                                 stage_progress(progress, zx_parley_stage::decoding).get());
     if (status == ZX_STATUS_STOP_ITERATION) return status;
-    if (status != ZX_STATUS_SUCCESS) {
-        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_fread_failure,
-                           static_cast<void *>(reader.get()));
-        return ZX_STATUS_IO_ERROR;
-    }
+    if (status != ZX_STATUS_SUCCESS) return report_reading(reader.get());
     samples->own = std::move(pcm);
     samples->pcm = samples->own.get();
     return ZX_STATUS_SUCCESS;
@@ -225,25 +214,44 @@ zx_status_t zx_parley_internal_read_part(const char *audio_path, const zx_parley
     return ZX_STATUS_SUCCESS;
 }
 
+namespace {
+
+zx_status_t allocate_features(int32_t num_frames, zx_heap_ptr<int16_t> *feature) {
+    feature->reset(zx_heap_zeroed<int16_t>(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE));
+    return *feature ? ZX_STATUS_SUCCESS : zx_parley_report_allocation("feature");
+}
+
+zx_status_t compute_features(zx_parley_t *object, const int16_t *pcm, int32_t num_frames,
+                             const zx_parley_progress_t *progress, zx_heap_ptr<int16_t> *feature) {
+    zx_status_t status = allocate_features(num_frames, feature);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    status = zx_parley_internal_features(object, pcm, num_frames, feature->get(),
+                                         stage_progress(progress, zx_parley_stage::features).get());
+    return status == ZX_STATUS_SUCCESS ? status : zx_parley_report_failure("zx_filterbank_compute", status);
+}
+
+}  // namespace
+
 zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *samples,
                                      const zx_parley_progress_t *progress, zx_heap_ptr<float> *d_vector) {
-    zx_status_t status = check_length(samples);
+    zx_status_t status = check_length(samples->count);
+    if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    if (!object->filterbank) {
-        zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_state_internal, "object->filterbank is NULL");
-        return ZX_STATUS_INVALID_STATE;
-    }
     const int32_t num_frames = samples->count / ZX_PARLEY_FRAME_LENGTH;
-    const zx_heap_ptr<int16_t> feature(
-        zx_heap_zeroed<int16_t>(static_cast<size_t>(num_frames) * ZX_PARLEY_FRAME_SIZE));
-    if (!feature) return zx_parley_report_allocation("feature");
-    status = zx_parley_internal_features(object, samples->pcm, num_frames, feature.get(),
-                                         stage_progress(progress, zx_parley_stage::features).get());
-    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
+    zx_heap_ptr<int16_t> feature;
+    status = compute_features(object, samples->pcm, num_frames, progress, &feature);
+    if (status != ZX_STATUS_SUCCESS) return status;
     samples->own.reset();
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
-    status = compute_embeddings(object, feature.get(), num_frames, progress, d_vector);
-    return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
+    const size_t embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
+    d_vector->reset(
+        static_cast<float *>(std::calloc(static_cast<size_t>(num_frames), embedding_size * sizeof(float))));
+    if (!*d_vector) return zx_parley_report_allocation("d_vector");
+    status = zx_parley_classifier_process(object->classifier, feature.get(), num_frames, d_vector->get(),
+                                          stage_progress(progress, zx_parley_stage::embeddings).get(),
+                                          object->num_workers);
+    if (status == ZX_STATUS_SUCCESS) return status;
+    return report_processing(zx_parley_report_failure("zx_parley_classifier_process", status));
 }
 
 zx_status_t zx_parley_internal_embed_rows(zx_parley_t *object, const int16_t *rows, int32_t num_frames,
@@ -255,6 +263,22 @@ zx_status_t zx_parley_internal_embed_rows(zx_parley_t *object, const int16_t *ro
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
     return zx_parley_classifier_process(object->classifier, feature.get(), num_frames, d_vector);
 }
+
+namespace {
+
+zx_status_t report_clustering(zx_status_t status) {
+    return zx_parley_report_failure("zx_parley_cluster_process", status);
+}
+
+// What the segmenter is given beside the tags.
+zx_status_t begin_tags(zx_parley_t *object, uint32_t num_clusters) {
+    zx_parley_internal_reset(object);
+    object->num_tags = static_cast<int32_t>(num_clusters);
+    object->tag_frequency = zx_heap_zeroed<int32_t>(num_clusters);
+    return object->tag_frequency ? ZX_STATUS_SUCCESS : zx_parley_report_allocation("object->tag_frequency");
+}
+
+}  // namespace
 
 zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector, int32_t num_frames,
                                        const zx_parley_thresholds_t *thresholds,
@@ -277,33 +301,66 @@ zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vecto
     status = zx_parley_cluster_process(
         cluster, d_vector, object->param->classifier->embedding->output_dimension, num_frames, &num_clusters,
         clusters, stage_progress(progress, zx_parley_stage::clustering).get());
-    if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_parley_cluster_process", status);
-    zx_parley_internal_reset(object);
-    object->num_tags = static_cast<int32_t>(num_clusters);
-    object->tag_frequency = zx_heap_zeroed<int32_t>(num_clusters);
-    if (!object->tag_frequency) return zx_parley_report_allocation("object->tag_frequency");
-    return ZX_STATUS_SUCCESS;
+    return status == ZX_STATUS_SUCCESS ? begin_tags(object, num_clusters) : report_clustering(status);
 }
 
-zx_status_t zx_parley_internal_run(zx_parley_t *object, zx_parley_samples_t *samples,
-                                   const zx_parley_thresholds_t *thresholds,
-                                   const zx_parley_progress_t *progress, int32_t *num_segments,
-                                   zx_parley_segment_t **segments) {
-    zx_status_t status = check_length(samples);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    if (!num_segments) return zx_parley_report_null("num_segments");
-    if (!segments) return zx_parley_report_null("segments");
-    *num_segments = 0;
-    *segments = nullptr;
-    zx_heap_ptr<float> d_vector;
-    status = zx_parley_internal_embed(object, samples, progress, &d_vector);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    const int32_t num_frames = samples->count / ZX_PARLEY_FRAME_LENGTH;
+namespace {
+
+// The first pass of the clustering, for embeddings as they come: no more of them are held than are computed at
+// once.
+struct first_pass {
+    zx_parley_cluster_t *cluster;
+    int32_t embedding_size;
+    zx_status_t status;
+
+    static zx_status_t take(void *context, const float *rows, int32_t first_frame, int32_t num_rows) {
+        auto *self = static_cast<first_pass *>(context);
+        self->status = zx_parley_cluster_segmentation_take(self->cluster, rows, self->embedding_size,
+                                                           first_frame, num_rows);
+        return self->status;
+    }
+};
+
+// Normalized features to runs of embeddings in the clustering object, which is left empty by a failure.
+zx_status_t find_runs(zx_parley_t *object, const int16_t *feature, int32_t num_frames) {
+    const int32_t size = object->param->classifier->embedding->output_dimension;
+    const auto num_rows =
+        static_cast<size_t>(zx_parley_classifier_rows_at_once(object->classifier, num_frames));
+    const zx_heap_ptr<float> rows(
+        static_cast<float *>(std::calloc(num_rows, static_cast<size_t>(size) * sizeof(float))));
+    if (!rows) return zx_parley_report_allocation("d_vector");
+    first_pass pass = {object->cluster, size, zx_parley_cluster_segmentation_begin(object->cluster, size)};
+    zx_status_t status = pass.status;
+    if (status == ZX_STATUS_SUCCESS) {
+        const zx_parley_rows_taker_t taker = {first_pass::take, &pass};
+        status = zx_parley_classifier_process(object->classifier, feature, num_frames, rows.get(), nullptr, 1,
+                                              &taker);
+    }
+    if (status == ZX_STATUS_SUCCESS) return status;
+    uint32_t unused;
+    (void) zx_parley_cluster_finish(object->cluster, status, size, num_frames, &unused, nullptr);
+    return pass.status == ZX_STATUS_SUCCESS ? zx_parley_report_failure("zx_parley_classifier_process", status)
+                                            : report_clustering(status);
+}
+
+// Runs to one tag for each frame.
+zx_status_t merge_runs(zx_parley_t *object, int32_t num_frames, uint32_t *clusters) {
+    uint32_t num_clusters = 0;
+    const zx_status_t status = zx_parley_cluster_finish(
+        object->cluster, ZX_STATUS_SUCCESS, object->param->classifier->embedding->output_dimension,
+        num_frames, &num_clusters, clusters);
+    return status == ZX_STATUS_SUCCESS ? begin_tags(object, num_clusters) : report_clustering(status);
+}
+
+// The pipeline from features, which it releases on the way, to segments.
+zx_status_t run_features(zx_parley_t *object, zx_heap_ptr<int16_t> feature, int32_t num_frames,
+                         int32_t *num_segments, zx_parley_segment_t **segments) {
+    zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
     const zx_heap_ptr<uint32_t> clusters(zx_heap_zeroed<uint32_t>(static_cast<size_t>(num_frames)));
     if (!clusters) return zx_parley_report_allocation("clusters");
-    status =
-        zx_parley_internal_cluster(object, d_vector.get(), num_frames, thresholds, progress, clusters.get());
-    d_vector.reset();
+    zx_status_t status = find_runs(object, feature.get(), num_frames);
+    feature.reset();
+    if (status == ZX_STATUS_SUCCESS) status = merge_runs(object, num_frames, clusters.get());
     if (status == ZX_STATUS_SUCCESS) {
         status = zx_parley_internal_segment(object, clusters.get(), num_frames, num_segments, segments);
         zx_parley_internal_reset(object);
@@ -311,15 +368,84 @@ zx_status_t zx_parley_internal_run(zx_parley_t *object, zx_parley_samples_t *sam
     return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
 }
 
+// Reads a file and computes its features as its samples come, of which no more than a block are held.
+zx_status_t read_features(zx_parley_t *object, zx_audio_file_t *reader, zx_heap_ptr<int16_t> *feature) {
+    constexpr int32_t BLOCK = 1 << 15;  // samples, a whole number of hops
+    static_assert(BLOCK % ZX_PARLEY_FRAME_LENGTH == 0);
+    const int32_t count = zx_audio_file_num_samples(reader);
+    const int32_t num_frames = count / ZX_PARLEY_FRAME_LENGTH;
+    const zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(BLOCK + 1));  // see zx_audio_file_read
+    if (!pcm) return zx_parley_report_allocation("pcm");
+    if (num_frames > 0) {
+        const zx_status_t status = allocate_features(num_frames, feature);
+        if (status != ZX_STATUS_SUCCESS) return status;
+    }
+    zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
+    int16_t *rows = feature->get();
+    int32_t num_left = 2 * num_frames;  // hops
+    for (int32_t done = 0; done < count; done += BLOCK) {
+        const int32_t piece = std::min(BLOCK, count - done);
+        std::fill_n(pcm.get(), BLOCK + 1, int16_t{0});  // a resampled file may have fewer than it promised
+        if (zx_audio_file_read(reader, piece, pcm.get()) != ZX_STATUS_SUCCESS) return report_reading(reader);
+        const int32_t num_hops = std::min(piece / ZX_PARLEY_HOP_LENGTH, num_left);
+        for (int32_t hop = 0; hop < num_hops; hop++, rows += ZX_FILTERBANK_NUM_BANDS) {
+            const zx_status_t status =
+                zx_filterbank_compute(object->filterbank, pcm.get() + hop * ZX_PARLEY_HOP_LENGTH, rows);
+            if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
+        }
+        num_left -= num_hops;
+    }
+    zx_filterbank_reset(object->filterbank);
+    return ZX_STATUS_SUCCESS;
+}
+
+}  // namespace
+
+zx_status_t zx_parley_internal_run(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
+                                   int32_t *num_segments, zx_parley_segment_t **segments) {
+    zx_status_t status = check_length(num_samples);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    if (!num_segments) return zx_parley_report_null("num_segments");
+    if (!segments) return zx_parley_report_null("segments");
+    *num_segments = 0;
+    *segments = nullptr;
+    status = check_filterbank(object);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    const int32_t num_frames = num_samples / ZX_PARLEY_FRAME_LENGTH;
+    zx_heap_ptr<int16_t> feature;
+    status = compute_features(object, pcm, num_frames, nullptr, &feature);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    return run_features(object, std::move(feature), num_frames, num_segments, segments);
+}
+
+zx_status_t zx_parley_internal_run_file(zx_parley_t *object, const char *audio_path, int32_t *num_segments,
+                                        zx_parley_segment_t **segments) {
+    zx_heap_ptr<int16_t> feature;
+    int32_t num_samples;
+    {
+        zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
+        zx_status_t status = open_reader(audio_path, &reader);
+        if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
+        if (status != ZX_STATUS_SUCCESS) return status;
+        num_samples = zx_audio_file_num_samples(reader.get());
+        status = read_features(object, reader.get(), &feature);
+        if (status != ZX_STATUS_SUCCESS) return status;
+    }
+    const zx_status_t status = check_length(num_samples);
+    if (status != ZX_STATUS_SUCCESS) return status;
+    *num_segments = 0;
+    *segments = nullptr;
+    return run_features(object, std::move(feature), num_samples / ZX_PARLEY_FRAME_LENGTH, num_segments,
+                        segments);
+}
+
 zx_status_t zx_parley_internal_process(zx_parley_t *object, const int16_t *feature, int32_t num_frames,
                                        uint32_t *clusters) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(clusters);
-    zx_heap_ptr<float> d_vector;
-    const zx_status_t status = compute_embeddings(object, feature, num_frames, nullptr, &d_vector);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    return zx_parley_internal_cluster(object, d_vector.get(), num_frames, nullptr, nullptr, clusters);
+    const zx_status_t status = find_runs(object, feature, num_frames);
+    return status == ZX_STATUS_SUCCESS ? merge_runs(object, num_frames, clusters) : status;
 }
 
 zx_status_t zx_parley_internal_segment(zx_parley_t *object, const uint32_t *clusters, int32_t num_frames,

@@ -92,11 +92,12 @@ struct zx_parley_progress_t {
                                                      const zx_parley_progress_t *progress,
                                                      uint32_t *clusters);
 
-// All of it: samples to segments, the caller's to free.
-[[nodiscard]] zx_status_t zx_parley_internal_run(zx_parley_t *object, zx_parley_samples_t *samples,
-                                                 const zx_parley_thresholds_t *thresholds,
-                                                 const zx_parley_progress_t *progress, int32_t *num_segments,
-                                                 zx_parley_segment_t **segments);
+// All of it on the caller's thread, samples or a file to segments, the caller's to free. Features are held whole
+// (160 bytes a frame); the samples of a file and embeddings pass by in blocks.
+[[nodiscard]] zx_status_t zx_parley_internal_run(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
+                                                 int32_t *num_segments, zx_parley_segment_t **segments);
+[[nodiscard]] zx_status_t zx_parley_internal_run_file(zx_parley_t *object, const char *audio_path,
+                                                      int32_t *num_segments, zx_parley_segment_t **segments);
 
 // ---- Its steps
 
