@@ -368,16 +368,23 @@ zx_status_t run_features(zx_parley_t *object, zx_heap_ptr<int16_t> feature, int3
     return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
 }
 
-// Reads a file and computes its features as its samples come, of which no more than a block are held.
-zx_status_t read_features(zx_parley_t *object, zx_audio_file_t *reader, zx_heap_ptr<int16_t> *feature) {
+}  // namespace
+
+zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
+                                             int32_t *num_samples, zx_heap_ptr<int16_t> *feature) {
+    zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
+    zx_status_t status = open_reader(audio_path, &reader);
+    if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
+    if (status != ZX_STATUS_SUCCESS) return status;
     constexpr int32_t BLOCK = 1 << 15;  // samples, a whole number of hops
     static_assert(BLOCK % ZX_PARLEY_FRAME_LENGTH == 0);
-    const int32_t count = zx_audio_file_num_samples(reader);
+    const int32_t count = zx_audio_file_num_samples(reader.get());
     const int32_t num_frames = count / ZX_PARLEY_FRAME_LENGTH;
+    *num_samples = count;
     const zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(BLOCK + 1));  // see zx_audio_file_read
     if (!pcm) return zx_parley_report_allocation("pcm");
     if (num_frames > 0) {
-        const zx_status_t status = allocate_features(num_frames, feature);
+        status = allocate_features(num_frames, feature);
         if (status != ZX_STATUS_SUCCESS) return status;
     }
     zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
@@ -386,11 +393,11 @@ zx_status_t read_features(zx_parley_t *object, zx_audio_file_t *reader, zx_heap_
     for (int32_t done = 0; done < count; done += BLOCK) {
         const int32_t piece = std::min(BLOCK, count - done);
         std::fill_n(pcm.get(), BLOCK + 1, int16_t{0});  // a resampled file may have fewer than it promised
-        if (zx_audio_file_read(reader, piece, pcm.get()) != ZX_STATUS_SUCCESS) return report_reading(reader);
+        if (zx_audio_file_read(reader.get(), piece, pcm.get()) != ZX_STATUS_SUCCESS)
+            return report_reading(reader.get());
         const int32_t num_hops = std::min(piece / ZX_PARLEY_HOP_LENGTH, num_left);
         for (int32_t hop = 0; hop < num_hops; hop++, rows += ZX_FILTERBANK_NUM_BANDS) {
-            const zx_status_t status =
-                zx_filterbank_compute(object->filterbank, pcm.get() + hop * ZX_PARLEY_HOP_LENGTH, rows);
+            status = zx_filterbank_compute(object->filterbank, pcm.get() + hop * ZX_PARLEY_HOP_LENGTH, rows);
             if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
         }
         num_left -= num_hops;
@@ -398,8 +405,6 @@ zx_status_t read_features(zx_parley_t *object, zx_audio_file_t *reader, zx_heap_
     zx_filterbank_reset(object->filterbank);
     return ZX_STATUS_SUCCESS;
 }
-
-}  // namespace
 
 zx_status_t zx_parley_internal_run(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
                                    int32_t *num_segments, zx_parley_segment_t **segments) {
@@ -422,16 +427,8 @@ zx_status_t zx_parley_internal_run_file(zx_parley_t *object, const char *audio_p
                                         zx_parley_segment_t **segments) {
     zx_heap_ptr<int16_t> feature;
     int32_t num_samples;
-    {
-        zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
-        zx_status_t status = open_reader(audio_path, &reader);
-        if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
-        if (status != ZX_STATUS_SUCCESS) return status;
-        num_samples = zx_audio_file_num_samples(reader.get());
-        status = read_features(object, reader.get(), &feature);
-        if (status != ZX_STATUS_SUCCESS) return status;
-    }
-    const zx_status_t status = check_length(num_samples);
+    zx_status_t status = zx_parley_internal_read_features(object, audio_path, &num_samples, &feature);
+    if (status == ZX_STATUS_SUCCESS) status = check_length(num_samples);
     if (status != ZX_STATUS_SUCCESS) return status;
     *num_segments = 0;
     *segments = nullptr;
