@@ -197,9 +197,9 @@ zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int
     ZX_ASSERT(object);
     ZX_ASSERT(num_samples > 0);
     ZX_ASSERT(pcm);
-    const zx_audio_adapter_t *adapter = &object->adapter;
     const int32_t total = num_samples;
     if (!object->resampler) {
+        const zx_audio_adapter_t *adapter = &object->adapter;
         const int32_t piece = progress ? SAMPLES_A_REPORT : total;
         for (; num_samples > 0; num_samples -= piece, pcm += piece) {
             if (!zx_progress_report(progress, total - num_samples, total)) return ZX_STATUS_STOP_ITERATION;
@@ -211,19 +211,36 @@ zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int
 
     while (num_samples > 0) {
         if (!zx_progress_report(progress, total - num_samples, total)) return ZX_STATUS_STOP_ITERATION;
-        const int32_t num_inputs = zx_min_int32(
-            zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
-            RESAMPLE_BUFFER_LENGTH);
-        const zx_status_t status = adapter->read_fn(adapter->object, num_inputs, object->resample_buffer);
-        if (status == ZX_STATUS_IO_ERROR && object->num_samples_left <= RESAMPLE_BUFFER_LENGTH) {
-            return ZX_STATUS_SUCCESS;  // the promised count was an estimate
-        }
-        if (status != ZX_STATUS_SUCCESS) return status;
-        const int32_t num_outputs =
-            zx_resampler_process(object->resampler, object->resample_buffer, num_inputs, pcm);
-        num_samples -= num_outputs;
-        object->num_samples_left -= num_outputs;
-        pcm += num_outputs;
+        int32_t num_read;
+        const zx_status_t status = zx_audio_file_read_some(object, num_samples, pcm, &num_read);
+        if (status != ZX_STATUS_SUCCESS || num_read == 0) return status;
+        num_samples -= num_read;
+        pcm += num_read;
     }
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_audio_file_read_some(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
+                                    int32_t *num_read) {
+    ZX_ASSERT(object);
+    ZX_ASSERT(num_samples > 0);
+    ZX_ASSERT(pcm);
+    ZX_ASSERT(num_read);
+    const zx_audio_adapter_t *adapter = &object->adapter;
+    if (!object->resampler) {
+        *num_read = zx_min_int32(num_samples, RESAMPLE_BUFFER_LENGTH);
+        return adapter->read_fn(adapter->object, *num_read, pcm);
+    }
+    const int32_t num_inputs =
+        zx_min_int32(zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
+                     RESAMPLE_BUFFER_LENGTH);
+    *num_read = 0;
+    const zx_status_t status = adapter->read_fn(adapter->object, num_inputs, object->resample_buffer);
+    if (status == ZX_STATUS_IO_ERROR && object->num_samples_left <= RESAMPLE_BUFFER_LENGTH) {
+        return ZX_STATUS_SUCCESS;  // the promised count was an estimate
+    }
+    if (status != ZX_STATUS_SUCCESS) return status;
+    *num_read = zx_resampler_process(object->resampler, object->resample_buffer, num_inputs, pcm);
+    object->num_samples_left -= *num_read;
     return ZX_STATUS_SUCCESS;
 }

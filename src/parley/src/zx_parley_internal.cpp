@@ -204,9 +204,12 @@ zx_status_t zx_parley_internal_read_part(const char *audio_path, const zx_parley
     int32_t done = 0;
     while (done < count) {
         if (!zx_progress_report(told.get(), done, count)) return ZX_STATUS_STOP_ITERATION;
-        const int32_t piece = std::min<int32_t>(ZX_PARLEY_FRAME_LENGTH, count - done);
-        if (zx_audio_file_read(reader.get(), piece, pcm.get() + done) != ZX_STATUS_SUCCESS) break;
-        done += piece;
+        int32_t num_read;
+        if (zx_audio_file_read_some(reader.get(), count - done, pcm.get() + done, &num_read) !=
+                ZX_STATUS_SUCCESS ||
+            num_read == 0)
+            break;
+        done = std::min(done + num_read, count);
     }
     samples->own = std::move(pcm);
     samples->pcm = samples->own.get();
@@ -376,12 +379,11 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
     zx_status_t status = open_reader(audio_path, &reader);
     if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
     if (status != ZX_STATUS_SUCCESS) return status;
-    constexpr int32_t BLOCK = 1 << 15;  // samples, a whole number of hops
-    static_assert(BLOCK % ZX_PARLEY_FRAME_LENGTH == 0);
     const int32_t count = zx_audio_file_num_samples(reader.get());
     const int32_t num_frames = count / ZX_PARLEY_FRAME_LENGTH;
     *num_samples = count;
-    const zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(BLOCK + 1));  // see zx_audio_file_read
+    constexpr int32_t HOP = ZX_PARLEY_HOP_LENGTH;
+    const zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(HOP + ZX_AUDIO_FILE_MOST_OF_SOME));
     if (!pcm) return zx_parley_report_allocation("pcm");
     if (num_frames > 0) {
         status = allocate_features(num_frames, feature);
@@ -389,18 +391,29 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
     }
     zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
     int16_t *rows = feature->get();
-    int32_t num_left = 2 * num_frames;  // hops
-    for (int32_t done = 0; done < count; done += BLOCK) {
-        const int32_t piece = std::min(BLOCK, count - done);
-        std::fill_n(pcm.get(), BLOCK + 1, int16_t{0});  // a resampled file may have fewer than it promised
-        if (zx_audio_file_read(reader.get(), piece, pcm.get()) != ZX_STATUS_SUCCESS)
+    int32_t num_hops = 2 * num_frames;  // that are to be computed
+    int32_t num_held = 0;               // samples that do not make a hop yet
+    bool has_ended = false;
+    for (int32_t num_missing = count; num_missing > 0;) {
+        int32_t num_read = 0;
+        int16_t *end = pcm.get() + num_held;
+        if (!has_ended &&
+            zx_audio_file_read_some(reader.get(), num_missing, end, &num_read) != ZX_STATUS_SUCCESS)
             return report_reading(reader.get());
-        const int32_t num_hops = std::min(piece / ZX_PARLEY_HOP_LENGTH, num_left);
-        for (int32_t hop = 0; hop < num_hops; hop++, rows += ZX_FILTERBANK_NUM_BANDS) {
-            status = zx_filterbank_compute(object->filterbank, pcm.get() + hop * ZX_PARLEY_HOP_LENGTH, rows);
-            if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
+        if (num_read == 0) {  // silence from here on
+            has_ended = true;
+            num_read = std::min(num_missing, HOP);
+            std::fill_n(end, num_read, int16_t{0});
         }
-        num_left -= num_hops;
+        num_missing -= num_read;
+        num_held += num_read;
+        const int16_t *hop = pcm.get();
+        for (; num_held >= HOP && num_hops > 0; num_hops--, num_held -= HOP, hop += HOP) {
+            status = zx_filterbank_compute(object->filterbank, hop, rows);
+            if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
+            rows += ZX_FILTERBANK_NUM_BANDS;
+        }
+        std::copy_n(hop, num_held, pcm.get());
     }
     zx_filterbank_reset(object->filterbank);
     return ZX_STATUS_SUCCESS;

@@ -107,8 +107,8 @@ struct zx_parley_progress_t {
                                                       int32_t num_frames, int16_t *feature,
                                                       const zx_progress_t *progress = nullptr);
 
-// The features of a file, computed as its samples come, of which no more than two seconds are held; null where
-// there is not a whole frame. The statuses of zx_parley_internal_read and zx_parley_internal_features.
+// The features of a file, computed as its samples come, of which few are held; null where there is not a whole
+// frame. The statuses of zx_parley_internal_read and zx_parley_internal_features.
 [[nodiscard]] zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
                                                            int32_t *num_samples,
                                                            zx_heap_ptr<int16_t> *feature);
