@@ -274,7 +274,8 @@ TEST_F(zx_parley, features_of_files_are_those_of_their_samples) {
             check(wav_bytes({all.begin(), all.begin() + length}, rate));
         }
     }
-    const std::string whole = wav_bytes(all, 48000);
+    // 130 frames, of which the last ones are missing.
+    const std::string whole = wav_bytes({all.begin(), all.begin() + ptrdiff_t{3} * 512 * 130}, 48000);
     check(whole.substr(0, whole.size() - 600));
 }
 
