@@ -25,13 +25,31 @@ inline std::string full_box(const std::string &type, const std::string &content,
     return box(type, be32(flags) + content);
 }
 
-// A 3GP file with one AMR-NB track. Every part is a member, so that tests can damage any of them.
+inline std::string audio_entry(const std::string &type, uint16_t channels, uint32_t rate,
+                               const std::string &boxes = "") {
+    return box(type, std::string(6, '\0') + be16(1) + std::string(8, '\0') + be16(channels) + be16(16) +
+                         be32(0) + be32(uint64_t{rate} << 16) + boxes);
+}
+
+// The entry of an AAC track: an "esds" box around its AudioSpecificConfig.
+inline std::string aac_entry(uint16_t channels, uint32_t rate, const std::string &config) {
+    const auto descriptor = [](char tag, const std::string &content) {
+        return std::string(1, tag) + static_cast<char>(content.size()) + content;
+    };
+    const std::string decoder = "\x40\x15" + std::string(11, '\0') + descriptor(5, config);
+    return audio_entry("mp4a", channels, rate,
+                       full_box("esds", descriptor(3, std::string(3, '\0') + descriptor(4, decoder) +
+                                                          descriptor(6, "\x02"))));
+}
+
+// A 3GP file with one track, of AMR-NB unless its entry says otherwise. Every part is a member, so that tests can damage any of them.
 struct amr_file_builder {
     std::vector<std::string> samples;
     uint32_t samples_per_chunk = 1;
     std::string handler = "soun";
     std::string edts;
     uint16_t rate = 8000;
+    std::string entry;             // made from the rate where empty
     std::string stsz, stsc, stco;  // made from the samples where empty
     bool has_moov = true;
 
@@ -59,10 +77,9 @@ struct amr_file_builder {
             }
             offset += static_cast<uint32_t>(samples[i].size());
         }
-        const std::string entry = box("samr", std::string(6, '\0') + be16(1) + std::string(8, '\0') +
-                                                  be16(2) + be16(16) + be32(0) + be32(uint64_t{rate} << 16));
         return box("stbl",
-                   full_box("stsd", be32(1) + entry) + (stsz.empty() ? full_box("stsz", sizes) : stsz) +
+                   full_box("stsd", be32(1) + (entry.empty() ? audio_entry("samr", 2, rate) : entry)) +
+                       (stsz.empty() ? full_box("stsz", sizes) : stsz) +
                        (stsc.empty() ? full_box("stsc", be32(1) + be32(1) + be32(samples_per_chunk) + be32(1))
                                      : stsc) +
                        (stco.empty() ? full_box("stco", be32(num_chunks) + offsets) : stco));
