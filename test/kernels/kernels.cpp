@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "zx_fc_packing.h"
+#include "zx_fc_tile_layer.h"
 #include "zx_fft_tables.h"
 #include "zx_filterbank.h"
 #include "zx_kernels.h"
@@ -357,6 +358,47 @@ const subject SUBJECTS[] = {
      }},
 };
 
+// ---- Tiles of AMX as its instructions are documented, for the layers that are computed by them
+
+class modelled_tiles {
+public:
+    explicit modelled_tiles(int32_t num_rows) : num_rows_(num_rows) {}
+    void clear() { std::memset(&sums_, 0, sizeof(sums_)); }
+    void load_inputs(const int8_t (*low)[TILE_INPUTS], const int8_t (*high)[TILE_INPUTS]) {
+        low_ = low;
+        high_ = high;
+    }
+    void load_weights(const int8_t *first, const int8_t *second) {
+        weights_[0] = first;
+        weights_[1] = second;
+    }
+    void multiply() {
+        for (int block = 0; block < 2; block++) {
+            multiply(low_, weights_[block], sums_.low[block]);
+            multiply(high_, weights_[block], sums_.high[block]);
+        }
+    }
+    void store(tile_sums *sums) { *sums = sums_; }
+
+private:
+    // Row m and column n of the sums get, for each group of four bytes k, those of row m times those of column n of
+    // row k of the weights.
+    void multiply(const int8_t (*inputs)[TILE_INPUTS], const int8_t *weights,
+                  int32_t (*sums)[ZX_FC_BLOCK]) const {
+        for (int32_t m = 0; m < num_rows_; m++)
+            for (int32_t k = 0; k < TILE_INPUTS / 4; k++)
+                for (int32_t n = 0; n < ZX_FC_BLOCK; n++)
+                    for (int32_t i = 0; i < 4; i++)
+                        sums[m][n] += inputs[m][4 * k + i] * weights[k * 64 + n * 4 + i];
+    }
+
+    int32_t num_rows_;
+    const int8_t (*low_)[TILE_INPUTS] = nullptr;
+    const int8_t (*high_)[TILE_INPUTS] = nullptr;
+    const int8_t *weights_[2] = {};
+    tile_sums sums_;
+};
+
 bool hold_to_plain(const zx_kernels_t &form, const zx_kernels_t &plain, int num_rounds) {
     bool is_same = true;
     for (const subject &subject : SUBJECTS) {
@@ -490,6 +532,7 @@ int main(int argc, char **argv) {
     if (is_list) return call_one(forms, count, -1, 0) ? 0 : 1;
     if (is_call) return call_one(forms, count, std::atoi(argv[2]), std::atoi(argv[3])) ? 0 : 1;
     const zx_kernels_t &plain = forms[count - 1];
+    const int num_rounds = has_rounds ? std::atoi(argv[2]) : 300;
     bool is_same = true;
     for (size_t f = 0; f < count; f++) {
         if (!forms[f].is_supported()) {
@@ -497,8 +540,15 @@ int main(int argc, char **argv) {
         } else if (is_bench) {
             time_form(forms[f]);
         } else if (&forms[f] != &plain) {
-            is_same = hold_to_plain(forms[f], plain, has_rounds ? std::atoi(argv[2]) : 300) && is_same;
+            is_same = hold_to_plain(forms[f], plain, num_rounds) && is_same;
         }
+    }
+    if (!is_bench) {
+        zx_kernels_t modelled = plain;
+        modelled.name = "tiles, modelled";
+        modelled.layer = process_by_tiles<modelled_tiles>;
+        modelled.packing = zx_packing::quads;
+        is_same = hold_to_plain(modelled, plain, num_rounds) && is_same;
     }
     return is_same ? 0 : 1;
 }

@@ -8,7 +8,8 @@
 //            adds each pair of products
 //   columns  for each input its weights for the 16 outputs
 //   quads    for each output w[i] .. w[i + 3], for products of bytes. The lower bytes of the inputs are taken as
-//            x - 128 then, so the sums start at 128 times the sum of an output's weights more
+//            x - 128 then, so the sums start at 128 times the sum of an output's weights more. Inputs are padded
+//            to a multiple of 64
 // Sums never have to be added across a vector, and a load of weights serves several rows. Missing outputs and
 // missing last inputs have zero weights.
 #ifndef ZX_FC_PACKING_H
@@ -25,8 +26,11 @@ inline constexpr int32_t ZX_FC_GROUP = 4;   // inputs
 inline constexpr ptrdiff_t ZX_FC_STARTS_SIZE = ZX_FC_BLOCK * sizeof(int32_t);
 inline constexpr ptrdiff_t ZX_FC_GROUP_SIZE = ZX_FC_BLOCK * ZX_FC_GROUP;
 
-constexpr ptrdiff_t zx_fc_block_size(const zx_fc_param_t *param) {
-    return ZX_FC_STARTS_SIZE + ((param->input_dimension - 1) / ZX_FC_GROUP + 1) * ZX_FC_GROUP_SIZE;
+// Bytes from one block to the next.
+constexpr ptrdiff_t zx_fc_block_size(const zx_fc_param_t *param, zx_packing packing) {
+    const int32_t inputs_at_once = packing == zx_packing::quads ? 64 : ZX_FC_GROUP;
+    const ptrdiff_t num_parts = (param->input_dimension - 1) / inputs_at_once + 1;
+    return ZX_FC_STARTS_SIZE + num_parts * inputs_at_once * ZX_FC_BLOCK;
 }
 
 // Size in bytes of the packed weights, 0 for zx_packing::none, and what they hold.

@@ -13,7 +13,17 @@ bool always() {
     return true;
 }
 
+#if PARLEY_HAS_AMX
+bool has_amx() {
+    return zx_processor_has_amx() && zx_fc_amx_agrees();
+}
+#endif
+
 constexpr zx_kernels_t FORMS[] = {
+#if PARLEY_HAS_AMX
+    {"AMX", has_amx, &ZX_LOOPS_AVX512, zx_sigmoid_avx512, zx_tanh_avx512, zx_transform_avx2, zx_fc_layer_amx,
+     zx_packing::quads},
+#endif
 #if defined(PARLEY_VECTOR_KERNELS) && defined(__x86_64__)
     {"AVX-512 VNNI", zx_processor_has_avx512_vnni, &ZX_LOOPS_AVX512, zx_sigmoid_avx512, zx_tanh_avx512,
      zx_transform_avx2, zx_fc_layer_vnni, zx_packing::pairs},

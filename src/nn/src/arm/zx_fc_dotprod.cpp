@@ -52,7 +52,7 @@ struct dotprod_tile {
     static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
                         int16_t *y, ptrdiff_t y_stride) {
         const zx_fc_param_t *param = object->param;
-        const ptrdiff_t stride = zx_fc_block_size(param);
+        const ptrdiff_t stride = zx_fc_block_size(param, zx_packing::quads);
         const int8_t *weights = object->packed + block * stride;
         sums all[ROWS][BLOCKS];
         for (int b = 0; b < BLOCKS; b++) {

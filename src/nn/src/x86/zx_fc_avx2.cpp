@@ -42,7 +42,7 @@ struct avx2_tile {
     static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
                         int16_t *y, ptrdiff_t y_stride) {
         const zx_fc_param_t *param = object->param;
-        const ptrdiff_t stride = zx_fc_block_size(param);
+        const ptrdiff_t stride = zx_fc_block_size(param, zx_packing::pairs);
         const int8_t *weights = object->packed + block * stride;
         __m256i sums[ROWS][BLOCKS][2];
         for (int b = 0; b < BLOCKS; b++) {
