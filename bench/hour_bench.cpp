@@ -146,12 +146,7 @@ int main(int argc, char **argv) {
 
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
-    const double peak = static_cast<double>(usage.ru_maxrss) / 1024,
-                 samples = 3600 * hours * RATE * 2 / (1 << 20);
-    std::printf(
-        "%.3f h of audio: %.3f s, %.0f times real time, peak memory %.1f MB, %.1f of them beside the "
-        "samples, "
-        "%d segments\n",
-        hours, seconds, 3600 * hours / seconds, peak, peak - samples, num_segments);
+    std::printf("%.3f h of audio: %.3f s, %.0f times real time, peak memory %.1f MB, %d segments\n", hours,
+                seconds, 3600 * hours / seconds, static_cast<double>(usage.ru_maxrss) / 1024, num_segments);
     return 0;
 }

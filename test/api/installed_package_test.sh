@@ -33,6 +33,40 @@ flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs parley)
 cc -std=c99 "$source/test/api/api_test.c" $flags -o "$tmp/with_pkg_config"
 LD_LIBRARY_PATH=$(dirname "$pc") "$tmp/with_pkg_config" "$(PKG_CONFIG_PATH=$pc pkg-config --variable=model parley)"
 
+# Parts by name, and those that are not there.
+mkdir "$tmp/parts"
+cat >"$tmp/parts/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(parts C CXX)
+find_package(parley 1.0 REQUIRED COMPONENTS library diarization static tool)
+find_package(parley 1.0 QUIET COMPONENTS nonsense)
+if(parley_FOUND)
+  message(FATAL_ERROR "a part that does not exist was found")
+endif()
+add_executable(engine "${EXAMPLES}/diarize.c")
+target_link_libraries(engine PRIVATE parley::static)
+add_executable(room "${DIARIZATION_TEST}")
+target_link_libraries(room PRIVATE parley::diarization_static)
+set_target_properties(engine room PROPERTIES LINKER_LANGUAGE CXX)
+add_custom_target(version ALL COMMAND parley::tool --version)
+CMAKE
+"$cmake" -S "$tmp/parts" -B "$tmp/parts/build" -DCMAKE_PREFIX_PATH="$tmp/usr" -DEXAMPLES="$source/examples/c" \
+    -DDIARIZATION_TEST="$source/test/api/diarization_test.c" >/dev/null
+"$cmake" --build "$tmp/parts/build" >/dev/null
+if ldd "$tmp/parts/build/engine" "$tmp/parts/build/room" | grep libparley; then exit 1; fi
+segments=$("$tmp/parts/build/engine" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav")
+grep -q 'speaker 3$' <<<"$segments"
+"$tmp/parts/build/room" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" >/dev/null
+# By pkg-config, where the archives are all there is. (That of libsndfile names libraries that Debian does not install with it.)
+mkdir "$tmp/static"
+cp -r "$tmp/usr/." "$tmp/static"
+find "$tmp/static" -name 'libparley*.so*' -delete
+static_pc=$(dirname "$(find "$tmp/static" -name parley.pc)")
+# shellcheck disable=SC2046
+cc -std=c99 "$source/test/api/api_test.c" $(PKG_CONFIG_PATH=$static_pc pkg-config --cflags --static --libs parley) -o "$tmp/with_archives"
+"$tmp/with_archives" "$tmp/usr/share/parley/parley.zx" >/dev/null
+grep -q '^Requires.private: parley .*sndfile' "$static_pc/parley-diarization.pc"
+
 # What is not built is not installed by half, and says what to do; who sets no build type gets a fast one.
 alone=(-DPARLEY_BUILD_TESTS=OFF -DPARLEY_WITH_{FLAC,MP3,OPUS,VORBIS,AAC,AMR}=OFF)
 "$cmake" -S "$source" -B "$tmp/half" "${alone[@]}" -DPARLEY_BUILD_DIARIZATION=OFF >/dev/null

@@ -31,6 +31,14 @@ zx_status_t zx_audio_util_stereo_buffer_init(uint32_t num_channels, int16_t **st
     return *stereo_buffer ? ZX_STATUS_SUCCESS : ZX_STATUS_OUT_OF_MEMORY;
 }
 
+zx_status_t zx_audio_util_refuse_missing(const char *what, const char *library, const char *package) {
+    char text[128];
+    std::snprintf(text, sizeof(text), "%s needs %s, which is not installed (in Debian the package %s)", what,
+                  library, package);
+    zx_error_log_error(__FILE__, __LINE__, &zx_error_msg_state_internal, text);
+    return ZX_STATUS_INVALID_ARGUMENT;
+}
+
 zx_status_t zx_audio_util_refuse_left_out(const char *option) {
     char text[64];
     std::snprintf(text, sizeof(text), "built without %s", option);

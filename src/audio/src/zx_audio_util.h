@@ -30,6 +30,10 @@ constexpr int32_t zx_audio_util_count(uint64_t num_frames) {
 // ZX_STATUS_INVALID_ARGUMENT.
 [[nodiscard]] zx_status_t zx_audio_util_refuse_left_out(const char *option);
 
+// The same for a library that would be loaded at run time.
+[[nodiscard]] zx_status_t zx_audio_util_refuse_missing(const char *what, const char *library,
+                                                       const char *package);
+
 // Gives *stereo_buffer room for one chunk of stereo, or leaves it null for mono. ZX_STATUS_INVALID_ARGUMENT
 // for any other number of channels; ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_audio_util_stereo_buffer_init(uint32_t num_channels, int16_t **stereo_buffer);

@@ -1,6 +1,9 @@
 #include "zx_codec_aac.h"
 
 #include <fdk-aac/aacdecoder_lib.h>
+#if PARLEY_LOAD_AAC
+#include <dlfcn.h>
+#endif
 
 #include <algorithm>
 #include <memory>
@@ -17,6 +20,52 @@ namespace {
 constexpr int32_t INPUT_SIZE = 8192;   // bytes of the largest access unit
 constexpr int32_t OUTPUT_SIZE = 8192;  // samples of all channels of the longest frame
 constexpr int32_t MAX_FRAME = 1024;    // samples that one call gives
+
+// The functions of FDK-AAC that are used here. PARLEY_LOAD_AAC looks for the library when the first file asks for it,
+// for distributions that may not demand it: its licence is not free.
+struct fdk_aac_t {
+    decltype(&aacDecoder_Open) open;
+    decltype(&aacDecoder_Close) close;
+    decltype(&aacDecoder_ConfigRaw) configure;
+    decltype(&aacDecoder_GetStreamInfo) get_stream_info;
+    decltype(&aacDecoder_Fill) fill;
+    decltype(&aacDecoder_DecodeFrame) decode_frame;
+};
+
+#if PARLEY_LOAD_AAC
+
+template <class Function>
+bool find(void *library, const char *name, Function *function) {
+    *function = reinterpret_cast<Function>(dlsym(library, name));
+    return *function != nullptr;
+}
+
+fdk_aac_t load_fdk_aac() {
+    fdk_aac_t f = {};
+    void *library = dlopen("libfdk-aac.so.2", RTLD_NOW | RTLD_LOCAL);
+    const bool is_whole =
+        library && find(library, "aacDecoder_Open", &f.open) && find(library, "aacDecoder_Close", &f.close) &&
+        find(library, "aacDecoder_ConfigRaw", &f.configure) &&
+        find(library, "aacDecoder_GetStreamInfo", &f.get_stream_info) &&
+        find(library, "aacDecoder_Fill", &f.fill) && find(library, "aacDecoder_DecodeFrame", &f.decode_frame);
+    return is_whole ? f : fdk_aac_t{};
+}
+
+const fdk_aac_t &fdk_aac() {
+    static const fdk_aac_t loaded = load_fdk_aac();
+    return loaded;
+}
+
+#else
+
+constexpr fdk_aac_t LINKED = {aacDecoder_Open,          aacDecoder_Close, aacDecoder_ConfigRaw,
+                              aacDecoder_GetStreamInfo, aacDecoder_Fill,  aacDecoder_DecodeFrame};
+
+const fdk_aac_t &fdk_aac() {
+    return LINKED;
+}
+
+#endif
 
 struct codec_aac_t {
     bool is_configured;
@@ -40,6 +89,10 @@ void fold(int16_t *mono, const int16_t *decoded, int32_t num_channels, int32_t c
 
 }  // namespace
 
+bool zx_codec_aac_is_available() {
+    return fdk_aac().open != nullptr;
+}
+
 zx_status_t zx_codec_aac_init(void **object, const uint8_t *decoder_specific_info,
                               int32_t decoder_specific_info_length) {
     ZX_ASSERT(object);
@@ -47,14 +100,14 @@ zx_status_t zx_codec_aac_init(void **object, const uint8_t *decoder_specific_inf
     *object = nullptr;
     zx_owned<codec_aac_t, zx_codec_aac_delete> o(zx_heap_zeroed<codec_aac_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
-    o->decoder = aacDecoder_Open(TT_MP4_RAW, 1);
+    o->decoder = fdk_aac().open(TT_MP4_RAW, 1);
     if (!o->decoder) return ZX_STATUS_INVALID_ARGUMENT;
-    o->stream_info = aacDecoder_GetStreamInfo(o->decoder);
+    o->stream_info = fdk_aac().get_stream_info(o->decoder);
     if (!o->stream_info) return ZX_STATUS_INVALID_ARGUMENT;
     if (decoder_specific_info && decoder_specific_info_length > 0) {
         UCHAR *config = const_cast<UCHAR *>(decoder_specific_info);  // only read
         const UINT length = static_cast<UINT>(decoder_specific_info_length);
-        if (aacDecoder_ConfigRaw(o->decoder, &config, &length) != AAC_DEC_OK)
+        if (fdk_aac().configure(o->decoder, &config, &length) != AAC_DEC_OK)
             return ZX_STATUS_INVALID_ARGUMENT;
         o->is_configured = true;
     }
@@ -67,7 +120,7 @@ zx_status_t zx_codec_aac_init(void **object, const uint8_t *decoder_specific_inf
 void zx_codec_aac_delete(void *object) {
     if (!object) return;
     codec_aac_t *o = static_cast<codec_aac_t *>(object);
-    if (o->decoder) aacDecoder_Close(o->decoder);
+    if (o->decoder) fdk_aac().close(o->decoder);
     std::free(o->input_buffer);
     std::free(o);
 }
@@ -81,7 +134,7 @@ zx_status_t zx_codec_aac_decoder_fill(void *object, zx_container_isobmff_t *isob
         zx_container_isobmff_read_file_packet(isobmff_object, o->input_buffer, INPUT_SIZE, &count);
     if (status != ZX_STATUS_SUCCESS) return status;
     o->bytes_valid = count;
-    return aacDecoder_Fill(o->decoder, &o->input_buffer, &count, &o->bytes_valid) == AAC_DEC_OK
+    return fdk_aac().fill(o->decoder, &o->input_buffer, &count, &o->bytes_valid) == AAC_DEC_OK
                ? ZX_STATUS_SUCCESS
                : ZX_STATUS_INVALID_ARGUMENT;
 }
@@ -107,7 +160,7 @@ zx_status_t zx_codec_aac_decode_frame(void *object, zx_container_isobmff_t *isob
     do {
         const zx_status_t status = zx_codec_aac_decoder_fill(o, isobmff_object);
         if (status != ZX_STATUS_SUCCESS) return status;
-        error = aacDecoder_DecodeFrame(o->decoder, o->output, OUTPUT_SIZE, 0);
+        error = fdk_aac().decode_frame(o->decoder, o->output, OUTPUT_SIZE, 0);
     } while (error == AAC_DEC_NOT_ENOUGH_BITS);
     const int32_t num_channels = o->stream_info->numChannels;
     if (error != AAC_DEC_OK || num_channels < 1 || num_channels > 2) return ZX_STATUS_INVALID_ARGUMENT;

@@ -8,6 +8,9 @@
 
 struct zx_container_isobmff_t;
 
+// Whether FDK-AAC is there; always, unless it is loaded at run time (PARLEY_LOAD_AAC).
+bool zx_codec_aac_is_available();
+
 // Creates a decoder from the track's AudioSpecificConfig (`decoder_specific_info_length` >= 0 bytes). Without
 // one it stays unconfigured and refuses to decode. ZX_STATUS_INVALID_ARGUMENT: FDK-AAC does not accept it;
 // ZX_STATUS_OUT_OF_MEMORY. On failure *object is null.

@@ -398,7 +398,8 @@ zx_status_t get_num_samples(zx_container_isobmff_t *o, uint64_t track_length_byt
     return ZX_STATUS_INVALID_ARGUMENT;
 }
 
-// Both decoders are there whatever the codec; for an AMR track the AAC decoder stays unconfigured.
+// Both decoders are there whatever the codec; for an AMR track the AAC decoder stays unconfigured, or is not there
+// where it would have to be loaded and cannot be.
 zx_status_t init_decoders(zx_container_isobmff_t *o) {
     const audio_info_t &info = o->audio_info;
     if (!PARLEY_WITH_AAC && info.codec == ZX_ISOBMFF_CODEC_AAC) {
@@ -409,8 +410,13 @@ zx_status_t init_decoders(zx_container_isobmff_t *o) {
     }
     zx_status_t status = ZX_STATUS_SUCCESS;
     if constexpr (PARLEY_WITH_AAC) {
-        status = zx_codec_aac_init(&o->aac, info.decoder_specific_info, info.decoder_specific_info_length);
-        if (status != ZX_STATUS_SUCCESS) return status;
+        if (zx_codec_aac_is_available()) {
+            status =
+                zx_codec_aac_init(&o->aac, info.decoder_specific_info, info.decoder_specific_info_length);
+            if (status != ZX_STATUS_SUCCESS) return status;
+        } else if (info.codec == ZX_ISOBMFF_CODEC_AAC) {
+            return zx_audio_util_refuse_missing("AAC", "libfdk-aac.so.2", "libfdk-aac2");
+        }
     }
     if constexpr (PARLEY_WITH_AMR) status = zx_codec_amr_init(&o->amr);
     return status;
