@@ -33,7 +33,7 @@ printf 'deb %s %s non-free\n' "${uri%|*}" "${uri#*|}" >"$root/etc/apt/sources.li
 inside 'apt-get -qq update; apt-get -qq install -y libfdk-aac2 >/dev/null 2>&1; parley -q -f rttm mp4_aaclc_mono_16000.mp4 >/dev/null'
 
 inside 'apt-get -qq install -y --no-install-recommends ./python3-parley_*.deb ./libparley1_1*.deb >/dev/null 2>&1
-    python3 -c "import parley; assert len(parley.diarize(\"three-voices.wav\").speakers) == 3"'
+    python3 -c "import parley; assert len(parley.Diarizer().diarize(\"three-voices.wav\").talk_time()) == 3"'
 inside 'apt-get -qq install -y --no-install-recommends ./libparley-dev_*.deb gcc libc6-dev pkg-config >/dev/null 2>&1
     gcc diarization_test.c -o test $(pkg-config --cflags --libs parley-diarization)
     ./test $(pkg-config --variable=model parley-diarization) three-voices.wav >/dev/null'
