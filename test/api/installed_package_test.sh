@@ -67,6 +67,10 @@ cc -std=c99 "$source/test/api/api_test.c" $(PKG_CONFIG_PATH=$static_pc pkg-confi
 "$tmp/with_archives" "$tmp/usr/share/parley/parley.zx" >/dev/null
 grep -q '^Requires.private: parley .*sndfile' "$static_pc/parley-diarization.pc"
 
+# The archive to unpack anywhere.
+"${cmake%cmake}cpack" --config "$build/CPackConfig.cmake" -B "$tmp/archive" >/dev/null
+tar -tzf "$tmp"/archive/parley-*.tar.gz | grep -q '/share/parley/parley.zx$'
+
 # What is not built is not installed by half, and says what to do; who sets no build type gets a fast one.
 alone=(-DPARLEY_BUILD_TESTS=OFF -DPARLEY_WITH_{FLAC,MP3,OPUS,VORBIS,AAC,AMR}=OFF)
 "$cmake" -S "$source" -B "$tmp/half" "${alone[@]}" -DPARLEY_BUILD_DIARIZATION=OFF >/dev/null
