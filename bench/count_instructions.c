@@ -1,4 +1,5 @@
-/* A plugin of qemu that prints how many instructions a program ran: qemu-aarch64 -plugin ./count_instructions.so ...
+/* A plugin of qemu that prints how many instructions a program ran:
+       qemu-aarch64 -plugin PLUGIN.so PROGRAM ...
    Debian has no header of these functions; they are qemu's plugin interface, version 1. */
 #include <inttypes.h>
 #include <stddef.h>

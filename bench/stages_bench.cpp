@@ -1,5 +1,5 @@
-// The stages of the engine one by one: the network, the filterbank beside the same bands by FFTW, clustering at
-// several sizes. Run by bench/run, beside the hot functions by themselves (test/kernels).
+// The stages of the engine one by one: the network, the filterbank beside the same bands by FFTW,
+// clustering at several sizes. Run by bench/run, beside the hot functions by themselves (test/kernels).
 
 #include <benchmark/benchmark.h>
 #include <fftw3.h>

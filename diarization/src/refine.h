@@ -12,8 +12,9 @@
 //
 // where nobody's frames count `reluctance` less: the higher, the more is speech.
 //
-// A speaker who is left with less than a twenty-fifth of the recording, from 1 s up to 3.5 s, is taken out, two whose means are no farther apart than `same` (the distance at which the clustering merges;
-// its own order of merges can stop before) become one, and the rest is decided again, as long as more than
+// A speaker who is left with less than a twenty-fifth of the recording, from 1 s up to 3.5 s, is taken
+// out, two whose means are no farther apart than `same` (the distance at which the clustering merges; its
+// own order of merges can stop before) become one, and the rest is decided again, as long as more than
 // `fewest` (at least 1) remain.
 void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
                  tags *which, int num_threads = 1);

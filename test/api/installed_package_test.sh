@@ -69,7 +69,7 @@ grep -q '^Requires.private: parley .*sndfile' "$static_pc/parley-diarization.pc"
 
 # The archive to unpack anywhere.
 "${cmake%cmake}cpack" --config "$build/CPackConfig.cmake" -B "$tmp/archive" >/dev/null
-tar -tzf "$tmp"/archive/parley-*.tar.gz | grep -q '/share/parley/parley.zx$'
+grep -q '/share/parley/parley.zx$' <<<"$(tar -tzf "$tmp"/archive/parley-*.tar.gz)"
 
 # What is not built is not installed by half, and says what to do; who sets no build type gets a fast one.
 alone=(-DPARLEY_BUILD_TESTS=OFF -DPARLEY_WITH_{FLAC,MP3,OPUS,VORBIS,AAC,AMR}=OFF)

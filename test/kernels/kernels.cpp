@@ -1,12 +1,13 @@
-// Every form of every hot function (zx_kernels.h) beside the plain one: the same bytes for shapes and values drawn
-// at random, with borders that must stay as they are; and the same calls timed.
+// Every form of every hot function (zx_kernels.h) beside the plain one: the same bytes for shapes and
+// values drawn at random, with borders that must stay as they are; and the same calls timed.
 //
 //     kernels [--rounds N]     rounds of draws for each function and form (300)
 //     kernels --bench          nanoseconds a call, for the sizes of the shipped model
 //     kernels --list           the calls of --bench by number, form and name
 //     kernels --call K N       call K of that list N times, for those who count its instructions
 //
-// Needs nothing but the library, so that it also runs where no test framework is to be had (scripts/same-bits).
+// Needs nothing but the library, so that it also runs where no test framework is to be had
+// (scripts/same-bits).
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -385,8 +386,8 @@ public:
     void store(tile_sums *sums) { *sums = sums_; }
 
 private:
-    // Row m and column n of the sums get, for each group of four bytes k, those of row m times those of column n of
-    // row k of the weights.
+    // Row m and column n of the sums get, for each group of four bytes k, those of row m times those of
+    // column n of row k of the weights.
     void multiply(const int8_t (*inputs)[TILE_INPUTS], const int8_t *weights,
                   int32_t (*sums)[ZX_FC_BLOCK]) const {
         for (int32_t m = 0; m < num_rows_; m++)

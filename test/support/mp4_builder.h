@@ -42,7 +42,8 @@ inline std::string aac_entry(uint16_t channels, uint32_t rate, const std::string
                                                           descriptor(6, "\x02"))));
 }
 
-// A 3GP file with one track, of AMR-NB unless its entry says otherwise. Every part is a member, so that tests can damage any of them.
+// A 3GP file with one track, of AMR-NB unless its entry says otherwise. Every part is a member, so that
+// tests can damage any of them.
 struct amr_file_builder {
     std::vector<std::string> samples;
     uint32_t samples_per_chunk = 1;

@@ -21,8 +21,8 @@ constexpr int32_t INPUT_SIZE = 8192;   // bytes of the largest access unit
 constexpr int32_t OUTPUT_SIZE = 8192;  // samples of all channels of the longest frame
 constexpr int32_t MAX_FRAME = 1024;    // samples that one call gives
 
-// The functions of FDK-AAC that are used here. PARLEY_LOAD_AAC looks for the library when the first file asks for it,
-// for distributions that may not demand it: its licence is not free.
+// The functions of FDK-AAC that are used here. PARLEY_LOAD_AAC looks for the library when the first file
+// asks for it, for distributions that may not demand it: its licence is not free.
 struct fdk_aac_t {
     decltype(&aacDecoder_Open) open;
     decltype(&aacDecoder_Close) close;

@@ -398,8 +398,8 @@ zx_status_t get_num_samples(zx_container_isobmff_t *o, uint64_t track_length_byt
     return ZX_STATUS_INVALID_ARGUMENT;
 }
 
-// Both decoders are there whatever the codec; for an AMR track the AAC decoder stays unconfigured, or is not there
-// where it would have to be loaded and cannot be.
+// Both decoders are there whatever the codec; for an AMR track the AAC decoder stays unconfigured, or is
+// not there where it would have to be loaded and cannot be.
 zx_status_t init_decoders(zx_container_isobmff_t *o) {
     const audio_info_t &info = o->audio_info;
     if (!PARLEY_WITH_AAC && info.codec == ZX_ISOBMFF_CODEC_AAC) {

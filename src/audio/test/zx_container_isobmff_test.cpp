@@ -207,9 +207,10 @@ TEST_F(zx_container_isobmff, damage_anywhere_is_survived) {
 }
 
 #if PARLEY_WITH_AAC
-// Why an AAC track is decoded twice: reading goes on with the decoder in the state in which counting left it, so that
-// what the count heard last comes out first (and where noise is coded as such, the random numbers go on). Two tracks that begin with the same access units do not begin with the
-// same samples, because one of them ends earlier.
+// Why an AAC track is decoded twice: reading goes on with the decoder in the state in which counting left
+// it, so that what the count heard last comes out first (and where noise is coded as such, the random
+// numbers go on). Two tracks that begin with the same access units do not begin with the same samples,
+// because one of them ends earlier.
 TEST_F(zx_container_isobmff, samples_of_aac_begin_with_what_the_count_left) {
     const auto stream =
         read_file<uint8_t>(std::string(PARLEY_TEST_DATA) + "/audio/adts_mpeg4_fff1_16000.aac");

@@ -1,10 +1,10 @@
 // The hot functions of the engine in one table for each kind of processor, and the choice among them.
 //
-// A form is a row of functions that compute the same as the plain form, to the last bit. What a compiler makes
-// vector code of by itself is written once, in zx_loops.h, and compiled once for each form with its own flags;
-// what it does not is written for the processor. Both lie in folders of their own, x86/, arm/ and wasm/, here and
-// in nn; nothing else knows of a processor. The table stands in nn (zx_kernels.cpp), the highest module with such
-// a folder.
+// A form is a row of functions that compute the same as the plain form, to the last bit. What a compiler
+// makes vector code of by itself is written once, in zx_loops.h, and compiled once for each form with its
+// own flags; what it does not is written for the processor. Both lie in folders of their own, x86/, arm/
+// and wasm/, here and in nn; nothing else knows of a processor. The table stands in nn (zx_kernels.cpp),
+// the highest module with such a folder.
 #ifndef ZX_KERNELS_H
 #define ZX_KERNELS_H
 
@@ -16,10 +16,11 @@ struct zx_fc_t;
 // Centroids whose values of one dimension lie side by side, so that their sums are computed together.
 inline constexpr int32_t ZX_KERNELS_GROUP = 16;
 
-// Loops in plain C++. Counts are >= 0, and in- and outputs lie apart unless said otherwise. Floating point runs in
-// index order by fused multiply-add.
+// Loops in plain C++. Counts are >= 0, and in- and outputs lie apart unless said otherwise. Floating
+// point runs in index order by fused multiply-add.
 struct zx_loops_t {
-    // c = i g + (1 - i) c for the cells of a recurrent layer: gates Q15, state Q10, rounded and saturated once.
+    // c = i g + (1 - i) c for the cells of a recurrent layer: gates Q15, state Q10, rounded and saturated
+    // once.
     void (*update_cell)(int32_t count, const int16_t *input_gate, const int16_t *candidate, int16_t *cell);
     // h = o tanh(c): gate and y (which holds tanh(c) and becomes h) Q15, h Q10.
     void (*gate_output)(int32_t count, const int16_t *gate, int16_t *y);
@@ -31,8 +32,8 @@ struct zx_loops_t {
 
     // x[i] - 0.97 x[i - 1] for count > 0 samples, of which `previous` came before.
     void (*preemphasize)(int32_t count, int16_t previous, const int16_t *x, float *y);
-    // The spectrum of 512 real numbers, scaled and from bin 0 to 256, out of the transform of their 256 pairs;
-    // sines[k] = sin(2 pi k / 512), k = 0 .. 383.
+    // The spectrum of 512 real numbers, scaled and from bin 0 to 256, out of the transform of their 256
+    // pairs; sines[k] = sin(2 pi k / 512), k = 0 .. 383.
     void (*separate_pairs)(const float *sines, const float *pairs, float *spectrum);
     // re^2 + im^2 of each bin.
     void (*power)(int32_t num_bins, const float *spectrum, float *y);
@@ -73,8 +74,8 @@ struct zx_kernels_t {
     void (*tanh)(int32_t count, const int16_t *x, int16_t *y);
     // The transform of 256 complex numbers, see zx_fft_complex_DIT_RN.
     void (*transform)(float *buffer, float sign);
-    // y[r] = W x[r] + b, or added to y[r], for num_rows > 0 rows, of which the next one lies x_stride and y_stride
-    // values further on (either may be negative).
+    // y[r] = W x[r] + b, or added to y[r], for num_rows > 0 rows, of which the next one lies x_stride and
+    // y_stride values further on (either may be negative).
     void (*layer)(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
                   ptrdiff_t y_stride);
     zx_packing packing;

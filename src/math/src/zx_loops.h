@@ -1,6 +1,6 @@
-// The loops of zx_kernels.h, for the files that compile them: one for each form, with flags of its own. All of it
-// is local to the file that includes this, and calls nothing that the linker could take from another file: code
-// for a newer processor must not end up in the plain form.
+// The loops of zx_kernels.h, for the files that compile them: one for each form, with flags of its own.
+// All of it is local to the file that includes this, and calls nothing that the linker could take from
+// another file: code for a newer processor must not end up in the plain form.
 #ifndef ZX_LOOPS_H
 #define ZX_LOOPS_H
 
@@ -45,8 +45,8 @@ void preemphasize(int32_t count, int16_t previous, const int16_t *x, float *y) {
     }
 }
 
-// With Z the transform of the pairs, the spectrum of the real signal at bin k combines Z[k] and Z[256 - k]: their
-// sum and difference are the spectra of the even and the odd samples.
+// With Z the transform of the pairs, the spectrum of the real signal at bin k combines Z[k] and Z[256 -
+// k]: their sum and difference are the spectra of the even and the odd samples.
 void separate_pairs(const float *sines, const float *pairs, float *spectrum) {
     constexpr int32_t NUM_PAIRS = 256, QUARTER_PERIOD = 128;
     constexpr float SCALE = 1.0f / 512;

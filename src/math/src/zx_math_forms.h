@@ -1,5 +1,5 @@
-// What the forms of this module are called, for the table of all (nn/src/zx_kernels.cpp). Which of them a build
-// has, CMakeLists.txt says.
+// What the forms of this module are called, for the table of all (nn/src/zx_kernels.cpp). Which of them a
+// build has, CMakeLists.txt says.
 #ifndef ZX_MATH_FORMS_H
 #define ZX_MATH_FORMS_H
 

@@ -8,8 +8,8 @@ static_assert(ZX_SIGMOID_TABLE[0] == 16384 && ZX_SIGMOID_TABLE[128] == 11 && ZX_
 
 namespace {
 
-// The results for each of the 2^14 inputs that clamping leaves, 32 KiB: one look-up, of which few lines are in
-// use, takes a quarter of the time of interpolating one value.
+// The results for each of the 2^14 inputs that clamping leaves, 32 KiB: one look-up, of which few lines
+// are in use, takes a quarter of the time of interpolating one value.
 constexpr auto make_values() {
     std::array<int16_t, 1 << 14> values{};
     for (uint32_t u = 0; u < values.size(); u++) {  // 8 bits of index, 6 bits of fraction

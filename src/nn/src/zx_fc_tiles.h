@@ -1,5 +1,5 @@
-// What the forms of a fully connected layer share, for the files that compile them: everything here is local to the
-// file that includes it, as in zx_loops.h.
+// What the forms of a fully connected layer share, for the files that compile them: everything here is
+// local to the file that includes it, as in zx_loops.h.
 #ifndef ZX_FC_TILES_H
 #define ZX_FC_TILES_H
 

@@ -71,10 +71,10 @@ struct zx_parley_rows_taker_t {
 
 // feature: num_frames > 0 frames of normalized Q10 values. d_vector: num_frames rows of E floats of unit
 // length. Chunks go to num_workers > 0 threads, which changes no bit. Asserts 3 W < K and, through the
-// inverse square root, that no embedding is all zeros.
-// With a taker, d_vector needs room for the rows of zx_parley_classifier_rows_at_once only: it is given them a
-// group of chunks after the other, in the order of the frames, computed on the caller's thread. A status of its
-// ends the run. ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to stop.
+// inverse square root, that no embedding is all zeros. With a taker, d_vector needs room for the rows of
+// zx_parley_classifier_rows_at_once only: it is given them a group of chunks after the other, in the
+// order of the frames, computed on the caller's thread. A status of its ends the run.
+// ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to stop.
 [[nodiscard]] zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object,
                                                        const int16_t *feature, int32_t num_frames,
                                                        float *d_vector,

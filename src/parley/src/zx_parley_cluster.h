@@ -69,8 +69,8 @@ void zx_parley_cluster_delete(zx_parley_cluster_t *object);
 // The four passes and the output of zx_parley_cluster_process.
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation(zx_parley_cluster_t *object, const float *input,
                                                          int32_t dimension, int32_t num_input);
-// The first of them for embeddings that come in pieces, of frames from `first` on; and all that comes after it, or,
-// with a status that is not ZX_STATUS_SUCCESS, the end of the run without a result.
+// The first of them for embeddings that come in pieces, of frames from `first` on; and all that comes
+// after it, or, with a status that is not ZX_STATUS_SUCCESS, the end of the run without a result.
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation_begin(zx_parley_cluster_t *object,
                                                                int32_t dimension);
 [[nodiscard]] zx_status_t zx_parley_cluster_segmentation_take(zx_parley_cluster_t *object, const float *input,

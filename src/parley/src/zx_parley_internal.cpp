@@ -309,8 +309,8 @@ zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vecto
 
 namespace {
 
-// The first pass of the clustering, for embeddings as they come: no more of them are held than are computed at
-// once.
+// The first pass of the clustering, for embeddings as they come: no more of them are held than are
+// computed at once.
 struct first_pass {
     zx_parley_cluster_t *cluster;
     int32_t embedding_size;

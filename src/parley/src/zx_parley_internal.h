@@ -92,8 +92,8 @@ struct zx_parley_progress_t {
                                                      const zx_parley_progress_t *progress,
                                                      uint32_t *clusters);
 
-// All of it on the caller's thread, samples or a file to segments, the caller's to free. Features are held whole
-// (160 bytes a frame); the samples of a file and embeddings pass by in blocks.
+// All of it on the caller's thread, samples or a file to segments, the caller's to free. Features are
+// held whole (160 bytes a frame); the samples of a file and embeddings pass by in blocks.
 [[nodiscard]] zx_status_t zx_parley_internal_run(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
                                                  int32_t *num_segments, zx_parley_segment_t **segments);
 [[nodiscard]] zx_status_t zx_parley_internal_run_file(zx_parley_t *object, const char *audio_path,
@@ -107,8 +107,8 @@ struct zx_parley_progress_t {
                                                       int32_t num_frames, int16_t *feature,
                                                       const zx_progress_t *progress = nullptr);
 
-// The features of a file, computed as its samples come, of which few are held; null where there is not a whole
-// frame. The statuses of zx_parley_internal_read and zx_parley_internal_features.
+// The features of a file, computed as its samples come, of which few are held; null where there is not a
+// whole frame. The statuses of zx_parley_internal_read and zx_parley_internal_features.
 [[nodiscard]] zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
                                                            int32_t *num_samples,
                                                            zx_heap_ptr<int16_t> *feature);

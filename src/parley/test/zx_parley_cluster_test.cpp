@@ -304,8 +304,9 @@ TEST(zx_parley_cluster, agglomeration_merges_as_its_plain_form_does) {
     EXPECT_GT(num_merged, 40);  // many rounds leave several clusters: the order had something to decide
 }
 
-// Why the agenda holds every pair. One above the threshold is never merged, but it takes part in the order: where the
-// heap's pop does not look at the last slot it can stay in front of a smaller one, and when it is taken, merging ends.
+// Why the agenda holds every pair. One above the threshold is never merged, but it takes part in the
+// order: where the heap's pop does not look at the last slot it can stay in front of a smaller one, and
+// when it is taken, merging ends.
 TEST(zx_parley_cluster, pairs_that_cannot_merge_decide_which_do) {
     random_numbers random(24);
     int num_different = 0;

@@ -245,8 +245,9 @@ TEST_F(zx_parley, files_are_diarized_as_their_samples_are) {
     EXPECT_EQ(take(segments, count), expected);
 }
 
-// Samples of files become features as they come, those in memory all at once: rates above, at and below the engine's,
-// lengths on both sides of the borders of blocks, hops and frames, and an ending that is short of what was promised.
+// Samples of files become features as they come, those in memory all at once: rates above, at and below
+// the engine's, lengths on both sides of the borders of blocks, hops and frames, and an ending that is
+// short of what was promised.
 TEST_F(zx_parley, features_of_files_are_those_of_their_samples) {
     const auto engine = make_engine(read_text(SMALL_MODEL));
     const auto all = random_int16(200000, 5);

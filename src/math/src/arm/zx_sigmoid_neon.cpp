@@ -1,5 +1,5 @@
-// Sigmoid and tanh by NEON: the lower and the upper bytes of the entries are looked up apart, in tables of four
-// registers.
+// Sigmoid and tanh by NEON: the lower and the upper bytes of the entries are looked up apart, in tables
+// of four registers.
 #include <arm_neon.h>
 
 #include "zx_math_forms.h"

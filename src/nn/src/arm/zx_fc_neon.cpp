@@ -1,4 +1,5 @@
-// Layers by NEON: a block of outputs is four registers, to which one input times four weights is added at a time.
+// Layers by NEON: a block of outputs is four registers, to which one input times four weights is added at
+// a time.
 #include <arm_neon.h>
 
 #include "zx_fc_forms.h"

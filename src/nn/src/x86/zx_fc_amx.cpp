@@ -1,5 +1,5 @@
-// Layers by AMX. No processor that has it was at hand when this was written: its tiles are modelled in the tests, and
-// it is only taken where it gives what the plain form gives (zx_fc_amx_agrees).
+// Layers by AMX. No processor that has it was at hand when this was written: its tiles are modelled in
+// the tests, and it is only taken where it gives what the plain form gives (zx_fc_amx_agrees).
 #include <immintrin.h>
 
 #include "zx_fc_forms.h"
@@ -7,8 +7,8 @@
 
 namespace {
 
-// Tiles 0 and 1 sum what the lower bytes give, 2 and 3 what the upper ones give; 4 and 5 hold bytes of inputs, 6 and
-// 7 the weights of two blocks. The intrinsics take their numbers as literals.
+// Tiles 0 and 1 sum what the lower bytes give, 2 and 3 what the upper ones give; 4 and 5 hold bytes of
+// inputs, 6 and 7 the weights of two blocks. The intrinsics take their numbers as literals.
 class amx_tiles {
 public:
     explicit amx_tiles(int32_t num_rows) {

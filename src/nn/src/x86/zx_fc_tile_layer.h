@@ -1,10 +1,10 @@
-// Layers by tiles: small matrices of bytes that are multiplied by one instruction. As with the dot product of bytes
-// an input is 256 h + l + 128, h being its upper byte and l + 128 its lower one, and the products of 128 are in the
-// values at which the sums start (zx_packing::quads).
+// Layers by tiles: small matrices of bytes that are multiplied by one instruction. As with the dot
+// product of bytes an input is 256 h + l + 128, h being its upper byte and l + 128 its lower one, and the
+// products of 128 are in the values at which the sums start (zx_packing::quads).
 //
-// Written for any `Tiles`, which hold what is under way: 16 rows of inputs, 64 of each row's lower and upper bytes;
-// the weights of 64 inputs for two blocks of outputs; four matrices of sums. The tests have a model of them for
-// machines without.
+// Written for any `Tiles`, which hold what is under way: 16 rows of inputs, 64 of each row's lower and
+// upper bytes; the weights of 64 inputs for two blocks of outputs; four matrices of sums. The tests have
+// a model of them for machines without.
 #ifndef ZX_FC_TILE_LAYER_H
 #define ZX_FC_TILE_LAYER_H
 

@@ -1,4 +1,5 @@
-// Layers by AVX-512 VNNI: a block of outputs is one register, multiplied, paired and added by one instruction.
+// Layers by AVX-512 VNNI: a block of outputs is one register, multiplied, paired and added by one
+// instruction.
 #include <immintrin.h>
 
 #include "zx_fc_forms.h"
