@@ -213,7 +213,7 @@ zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int
         if (!zx_progress_report(progress, total - num_samples, total)) return ZX_STATUS_STOP_ITERATION;
         int32_t num_read;
         const zx_status_t status = zx_audio_file_read_some(object, num_samples, pcm, &num_read);
-        if (status != ZX_STATUS_SUCCESS || num_read == 0) return status;
+        if (status != ZX_STATUS_SUCCESS || num_read < 0) return status;
         num_samples -= num_read;
         pcm += num_read;
     }
@@ -234,7 +234,7 @@ zx_status_t zx_audio_file_read_some(zx_audio_file_t *object, int32_t num_samples
     const int32_t num_inputs =
         zx_min_int32(zx_resampler_convert_num_samples_to_input_sample_rate(object->resampler, num_samples),
                      RESAMPLE_BUFFER_LENGTH);
-    *num_read = 0;
+    *num_read = -1;
     const zx_status_t status = adapter->read_fn(adapter->object, num_inputs, object->resample_buffer);
     if (status == ZX_STATUS_IO_ERROR && object->num_samples_left <= RESAMPLE_BUFFER_LENGTH) {
         return ZX_STATUS_SUCCESS;  // the promised count was an estimate

@@ -207,7 +207,7 @@ zx_status_t zx_parley_internal_read_part(const char *audio_path, const zx_parley
         int32_t num_read;
         if (zx_audio_file_read_some(reader.get(), count - done, pcm.get() + done, &num_read) !=
                 ZX_STATUS_SUCCESS ||
-            num_read == 0)
+            num_read < 0)
             break;
         done = std::min(done + num_read, count);
     }
@@ -395,12 +395,12 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
     int32_t num_held = 0;               // samples that do not make a hop yet
     bool has_ended = false;
     for (int32_t num_missing = count; num_missing > 0;) {
-        int32_t num_read = 0;
+        int32_t num_read = -1;
         int16_t *end = pcm.get() + num_held;
         if (!has_ended &&
             zx_audio_file_read_some(reader.get(), num_missing, end, &num_read) != ZX_STATUS_SUCCESS)
             return report_reading(reader.get());
-        if (num_read == 0) {  // silence from here on
+        if (num_read < 0) {  // silence from here on
             has_ended = true;
             num_read = std::min(num_missing, HOP);
             std::fill_n(end, num_read, int16_t{0});
