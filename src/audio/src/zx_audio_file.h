@@ -75,10 +75,10 @@ double zx_audio_file_media_seconds(const zx_audio_file_t *object);
 [[nodiscard]] zx_status_t zx_audio_file_read(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
                                              const zx_progress_t *progress = nullptr);
 
-// The next of num_samples > 0 samples that remain of a whole that is wanted, at most ZX_AUDIO_FILE_MOST_OF_SOME
-// of them: one after the other they are what one read of the whole gives. (Several reads of parts of it are
-// not: where resampling is cut off, it rounds otherwise.) *num_read can be 0, or one more than remain; it is
-// negative when the rest is not there and counts as read.
+// The next of num_samples > 0 samples that remain of a whole that is wanted, at most
+// ZX_AUDIO_FILE_MOST_OF_SOME of them: one after the other they are what one read of the whole gives.
+// (Several reads of parts of it are not: where resampling is cut off, it rounds otherwise.) *num_read can
+// be 0, or one more than remain; it is negative when the rest is not there and counts as read.
 inline constexpr int32_t ZX_AUDIO_FILE_MOST_OF_SOME = 2049;
 [[nodiscard]] zx_status_t zx_audio_file_read_some(zx_audio_file_t *object, int32_t num_samples, int16_t *pcm,
                                                   int32_t *num_read);
