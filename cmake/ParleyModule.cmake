@@ -20,6 +20,9 @@ function(parley_wing module wing flags)
   target_sources(zx_${module} PRIVATE ${files})
   target_include_directories(zx_${module} PRIVATE "${PROJECT_SOURCE_DIR}/src/${module}/src/${wing}")
   set(options -O3 ${flags})
+  if(WIN32) # whose stack is not aligned for vectors of more than 128 bits
+    list(APPEND options -Wa,-muse-unaligned-vector-move)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     list(APPEND options -Wno-uninitialized -Wno-maybe-uninitialized) # its header of AVX-512 warns of itself
   endif()

@@ -67,7 +67,13 @@ zx_status_t zx_container_wav_init(const char *path, void **object) {
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->wav = zx_heap_zeroed<drwav>();
     if (!o->wav) return ZX_STATUS_OUT_OF_MEMORY;
-    if (!drwav_init_file(o->wav, path, nullptr)) {
+#if defined(_WIN32)
+    const zx_heap_ptr<wchar_t> name(zx_file_system_name(path));
+    const bool is_open = name && drwav_init_file_w(o->wav, name.get(), nullptr);
+#else
+    const bool is_open = drwav_init_file(o->wav, path, nullptr);
+#endif
+    if (!is_open) {
         std::free(std::exchange(o->wav, nullptr));  // closed already: dr_wav must not be asked to do it again
         return ZX_STATUS_INVALID_ARGUMENT;
     }

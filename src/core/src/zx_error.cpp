@@ -33,7 +33,10 @@ struct zx_error_stack_t {
 };
 
 constinit zx_error_stack_t zx_error_stack[NUM_STACKS] = {};
-constinit std::mutex zx_error_mutex;         // guards the assignment of records and the transfer buffer
+#if !defined(_WIN32)  // where mutexes are made when the library is loaded
+constinit
+#endif
+    std::mutex zx_error_mutex;               // guards the assignment of records and the transfer buffer
 constinit char **transfer_buffer = nullptr;  // what the next zx_get_error_stack hands out
 
 char **create_transfer_buffer() {

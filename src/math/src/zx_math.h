@@ -30,9 +30,9 @@ inline float zx_fma_in_double(float a, float b, float c) {
 }
 
 // a b + c, rounded once. WebAssembly has no such instruction; calling the C library there makes the whole
-// engine a third slower.
+// engine a third slower. MinGW's C library rounds twice.
 inline float zx_fma(float a, float b, float c) {
-#if defined(__wasm__)
+#if defined(__wasm__) || (defined(__MINGW32__) && !defined(__FMA__))
     return zx_fma_in_double(a, b, c);
 #else
     return std::fma(a, b, c);

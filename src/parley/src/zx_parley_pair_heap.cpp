@@ -21,7 +21,7 @@ zx_status_t zx_parley_pair_heap_init(uint32_t capacity, zx_parley_pair_heap_t **
     size_t size = (static_cast<size_t>(capacity) + 1) * sizeof(zx_parley_pair_t);
     const size_t alignment = size >= LARGE_PAGE ? LARGE_PAGE : LINE;
     size = (size + alignment - 1) / alignment * alignment;
-    o->pairs = static_cast<zx_parley_pair_t *>(std::aligned_alloc(alignment, size));
+    o->pairs = static_cast<zx_parley_pair_t *>(zx_heap_aligned(alignment, size));
     if (!o->pairs) return ZX_STATUS_OUT_OF_MEMORY;
 #if defined(__linux__)
     if (alignment == LARGE_PAGE) (void) madvise(o->pairs, size, MADV_HUGEPAGE);
@@ -33,7 +33,7 @@ zx_status_t zx_parley_pair_heap_init(uint32_t capacity, zx_parley_pair_heap_t **
 
 void zx_parley_pair_heap_delete(zx_parley_pair_heap_t *object) {
     if (!object) return;
-    std::free(object->pairs);
+    zx_heap_aligned_free(object->pairs);
     std::free(object);
 }
 

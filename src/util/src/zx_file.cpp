@@ -5,6 +5,13 @@
 #include <limits>
 
 #include "zx_assert.h"
+#if defined(_WIN32)
+#include <windows.h>
+
+#include <cwchar>
+
+#include "zx_heap.h"
+#endif
 
 static_assert(sizeof(float) == 4 && std::numeric_limits<float>::is_iec559, "float values are IEEE binary32");
 
@@ -22,10 +29,34 @@ zx_status_t read_little_endian(FILE *file, T *values, size_t count) {
 
 }  // namespace
 
+#if defined(_WIN32)
+
+wchar_t *zx_file_system_name(const char *path) {
+    constexpr int MOST = 32768;                                       // characters, the system's own limit
+    constexpr wchar_t LONG_FORM[] = L"\\\\?\\", NETWORK[] = L"\\\\";  // how names begin that may be long
+    zx_heap_ptr<wchar_t> name(zx_heap_zeroed<wchar_t>(MOST)), whole(zx_heap_zeroed<wchar_t>(MOST + 4));
+    if (!name || !whole) return nullptr;
+    if (MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, path, -1, name.get(), MOST) == 0) return nullptr;
+    std::wmemcpy(whole.get(), LONG_FORM, 4);
+    const DWORD length = GetFullPathNameW(name.get(), MOST, whole.get() + 4, nullptr);
+    const bool is_long =
+        length >= MAX_PATH && length < MOST && std::wmemcmp(whole.get() + 4, NETWORK, 2) != 0;
+    return is_long ? whole.release() : name.release();
+}
+
+#endif
+
 FILE *zx_fopen(const char *path, const char *mode) {
     ZX_ASSERT(path);
     ZX_ASSERT(mode);
+#if defined(_WIN32)
+    const zx_heap_ptr<wchar_t> name(zx_file_system_name(path));
+    wchar_t wide_mode[8];
+    if (!name || MultiByteToWideChar(CP_UTF8, 0, mode, -1, wide_mode, 8) == 0) return nullptr;
+    return _wfopen(name.get(), wide_mode);
+#else
     return std::fopen(path, mode);
+#endif
 }
 
 zx_status_t zx_file_read_int8(FILE *file, int8_t *values, size_t count) {
