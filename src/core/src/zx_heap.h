@@ -36,8 +36,8 @@ T *zx_heap_zeroed(size_t count = 1) {
     return static_cast<T *>(std::calloc(count, sizeof(T)));
 }
 
-// `size` bytes, a multiple of `alignment`, at a multiple of it; null when there is no memory. Windows releases such
-// blocks by a function of their own.
+// `size` bytes, a multiple of `alignment`, at a multiple of it; null when there is no memory. Windows
+// releases such blocks by a function of their own.
 inline void *zx_heap_aligned(size_t alignment, size_t size) {
 #if defined(_WIN32)
     return _aligned_malloc(size, alignment);

@@ -13,9 +13,9 @@
 [[nodiscard]] FILE *zx_fopen(const char *path, const char *mode);
 
 #if defined(_WIN32)
-// A name of a file as Windows takes it, the caller's to free: names are UTF-8 here, whatever the system's code
-// page is, and those of more than 260 characters need another form there. Null for lack of memory or a name that is
-// not UTF-8.
+// A name of a file as Windows takes it, the caller's to free: names are UTF-8 here, whatever the system's
+// code page is, and those of more than 260 characters need another form there. Null for lack of memory or
+// a name that is not UTF-8.
 [[nodiscard]] wchar_t *zx_file_system_name(const char *path);
 #endif
 
