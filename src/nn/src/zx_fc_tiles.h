@@ -17,7 +17,7 @@ inline int32_t load_pair(const int16_t *x) {
 }
 
 // The last inputs of each row when they are fewer than are taken at once, followed by zeros.
-template <int ROWS, int32_t WIDTH = ZX_FC_GROUP>
+template <int ROWS, int32_t WIDTH>
 struct partial_groups {
     partial_groups(const int16_t *x, ptrdiff_t x_stride, int32_t count) {
         for (int r = 0; r < ROWS; r++, x += x_stride) {
@@ -28,20 +28,45 @@ struct partial_groups {
 };
 
 // What the versions share: they go through the rows in groups, and for each group through all blocks of
-// outputs, several of both at a time, so that enough sums are under way to hide the latency of an addition.
-// `Tile` computes one group of rows by one group of blocks, whose first output is at y.
+// outputs, several of both at a time, so that enough sums are under way to hide the latency of an
+// addition. `Tile` knows the processor: the `sum` of a block of outputs, its `start`, how the products of
+// WIDTH inputs are added to the sums of several rows and blocks (`add`), and how a sum ends as outputs
+// (`store`).
 template <class Tile>
 struct tiles {
     // Each block is a stream of weights from the second level of the cache, which fetches only so many ahead.
     static constexpr int MAX_BLOCKS = 5;
+
+    // One group of rows by one group of blocks, whose first output is at y.
+    template <int ROWS, int BLOCKS>
+    static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
+                        int16_t *y, ptrdiff_t y_stride) {
+        constexpr int32_t WIDTH = Tile::WIDTH;
+        const ptrdiff_t stride = zx_fc_block_size(object->param, Tile::PACKING);
+        const int8_t *weights = object->packed + block * stride;
+        typename Tile::sum sums[ROWS][BLOCKS];
+        for (int b = 0; b < BLOCKS; b++) {
+            for (int r = 0; r < ROWS; r++) Tile::start(weights + b * stride, sums[r][b]);
+        }
+        weights += ZX_FC_STARTS_SIZE;
+        int32_t num_left = object->param->input_dimension;
+        for (; num_left >= WIDTH; num_left -= WIDTH, weights += WIDTH * ZX_FC_BLOCK, x += WIDTH)
+            Tile::add(sums, weights, stride, x, x_stride);
+        if (num_left > 0) {
+            const partial_groups<ROWS, WIDTH> last(x, x_stride, num_left);
+            Tile::add(sums, weights, stride, last.values[0], WIDTH);
+        }
+        for (int r = 0; r < ROWS; r++, y += y_stride) {
+            for (int b = 0; b < BLOCKS; b++) Tile::store(object->accumulate, sums[r][b], y + b * ZX_FC_BLOCK);
+        }
+    }
 
     template <int ROWS, int BLOCKS>
     static void through_blocks(const zx_fc_t *object, const int16_t *x, ptrdiff_t x_stride, int16_t *y,
                                ptrdiff_t y_stride, int32_t block) {
         const int32_t end = object->param->output_dimension / ZX_FC_BLOCK;
         for (; block + BLOCKS <= end; block += BLOCKS) {
-            Tile::template compute<ROWS, BLOCKS>(object, block, x, x_stride, y + block * ZX_FC_BLOCK,
-                                                 y_stride);
+            compute<ROWS, BLOCKS>(object, block, x, x_stride, y + block * ZX_FC_BLOCK, y_stride);
         }
         if constexpr (BLOCKS > 1) {
             if (block < end) through_blocks<ROWS, BLOCKS / 2>(object, x, x_stride, y, y_stride, block);
@@ -60,7 +85,7 @@ struct tiles {
         if (object->accumulate) {
             for (int r = 0; r < ROWS; r++) std::copy_n(y + r * y_stride, count, outputs[r]);
         }
-        Tile::template compute<ROWS, 1>(object, block, x, x_stride, outputs[0], ZX_FC_BLOCK);
+        compute<ROWS, 1>(object, block, x, x_stride, outputs[0], ZX_FC_BLOCK);
         for (int r = 0; r < ROWS; r++) std::copy_n(outputs[r], count, y + r * y_stride);
     }
 

@@ -9,12 +9,15 @@
 namespace {
 
 struct neon_tile {
+    using sum = int32x4_t[4];
     static constexpr int MAX_SUMS = 4;
     static constexpr int MAX_ROWS = 4;
+    static constexpr int32_t WIDTH = ZX_FC_GROUP;
+    static constexpr zx_packing PACKING = zx_packing::columns;
 
     // Adds the products of input I of a group.
     template <int I, int ROWS, int BLOCKS>
-    static inline void add_input(int32x4_t (&sums)[ROWS][BLOCKS][4], const int8_t *weights, ptrdiff_t stride,
+    static inline void add_input(sum (&sums)[ROWS][BLOCKS], const int8_t *weights, ptrdiff_t stride,
                                  const int16x4_t (&inputs)[ROWS]) {
         for (int b = 0; b < BLOCKS; b++) {
             const int8x16_t w = vld1q_s8(weights + b * stride + I * ZX_FC_BLOCK);
@@ -30,8 +33,8 @@ struct neon_tile {
     }
 
     template <int ROWS, int BLOCKS>
-    static inline void add_group(int32x4_t (&sums)[ROWS][BLOCKS][4], const int8_t *weights, ptrdiff_t stride,
-                                 const int16_t *x, ptrdiff_t x_stride) {
+    static inline void add(sum (&sums)[ROWS][BLOCKS], const int8_t *weights, ptrdiff_t stride,
+                           const int16_t *x, ptrdiff_t x_stride) {
         int16x4_t inputs[ROWS];
         for (int r = 0; r < ROWS; r++, x += x_stride) inputs[r] = vld1_s16(x);
         add_input<0>(sums, weights, stride, inputs);
@@ -40,33 +43,12 @@ struct neon_tile {
         add_input<3>(sums, weights, stride, inputs);
     }
 
-    template <int ROWS, int BLOCKS>
-    static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
-                        int16_t *y, ptrdiff_t y_stride) {
-        const zx_fc_param_t *param = object->param;
-        const ptrdiff_t stride = zx_fc_block_size(param, zx_packing::columns);
-        const int8_t *weights = object->packed + block * stride;
-        int32x4_t sums[ROWS][BLOCKS][4];
-        for (int b = 0; b < BLOCKS; b++) {
-            for (int quarter = 0; quarter < 4; quarter++) {
-                const int8x16_t start = vld1q_s8(weights + b * stride + 16 * quarter);
-                for (int r = 0; r < ROWS; r++) sums[r][b][quarter] = vreinterpretq_s32_s8(start);
-            }
-        }
-        weights += ZX_FC_STARTS_SIZE;
-        int32_t num_left = param->input_dimension;
-        for (; num_left >= ZX_FC_GROUP;
-             num_left -= ZX_FC_GROUP, weights += ZX_FC_GROUP_SIZE, x += ZX_FC_GROUP) {
-            add_group(sums, weights, stride, x, x_stride);
-        }
-        if (num_left > 0) {
-            const partial_groups<ROWS> last(x, x_stride, num_left);
-            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
-        }
-        for (int r = 0; r < ROWS; r++, y += y_stride) {
-            for (int b = 0; b < BLOCKS; b++) store_block(object->accumulate, sums[r][b], y + b * ZX_FC_BLOCK);
-        }
+    static inline void start(const int8_t *starts, sum &s) {
+        for (int quarter = 0; quarter < 4; quarter++)
+            s[quarter] = vreinterpretq_s32_s8(vld1q_s8(starts + 16 * quarter));
     }
+
+    static inline void store(bool accumulate, const sum &s, int16_t *y) { store_block(accumulate, s, y); }
 };
 
 }  // namespace

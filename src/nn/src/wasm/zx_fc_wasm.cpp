@@ -7,13 +7,15 @@
 namespace {
 
 struct wasm_tile {
+    using sum = v128_t[4];
     static constexpr int MAX_SUMS = 2;
     static constexpr int MAX_ROWS = 2;
+    static constexpr int32_t WIDTH = ZX_FC_GROUP;
+    static constexpr zx_packing PACKING = zx_packing::pairs;
 
-    // Adds the products of a group of inputs.
     template <int ROWS, int BLOCKS>
-    static inline void add_group(v128_t (&sums)[ROWS][BLOCKS][4], const int8_t *weights, ptrdiff_t stride,
-                                 const int16_t *x, ptrdiff_t x_stride) {
+    static inline void add(sum (&sums)[ROWS][BLOCKS], const int8_t *weights, ptrdiff_t stride,
+                           const int16_t *x, ptrdiff_t x_stride) {
         v128_t first[ROWS], second[ROWS];
         for (int r = 0; r < ROWS; r++, x += x_stride) {
             first[r] = wasm_i32x4_splat(load_pair(x));
@@ -33,42 +35,18 @@ struct wasm_tile {
         }
     }
 
-    template <int ROWS, int BLOCKS>
-    static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
-                        int16_t *y, ptrdiff_t y_stride) {
-        const zx_fc_param_t *param = object->param;
-        const ptrdiff_t stride = zx_fc_block_size(param, zx_packing::pairs);
-        const int8_t *weights = object->packed + block * stride;
-        v128_t sums[ROWS][BLOCKS][4];
-        for (int b = 0; b < BLOCKS; b++) {
-            for (int quarter = 0; quarter < 4; quarter++) {
-                const v128_t start = wasm_v128_load(weights + b * stride + quarter * 16);
-                for (int r = 0; r < ROWS; r++) sums[r][b][quarter] = start;
+    static inline void start(const int8_t *starts, sum &s) {
+        for (int quarter = 0; quarter < 4; quarter++) s[quarter] = wasm_v128_load(starts + quarter * 16);
+    }
+
+    static inline void store(bool accumulate, const sum &s, int16_t *y) {
+        for (int half = 0; half < 2; half++, y += 8) {
+            v128_t low = wasm_i32x4_shr(s[2 * half], 7), high = wasm_i32x4_shr(s[2 * half + 1], 7);
+            if (accumulate) {
+                low = wasm_i32x4_add(low, wasm_i32x4_load16x4(y));
+                high = wasm_i32x4_add(high, wasm_i32x4_load16x4(y + 4));
             }
-        }
-        weights += ZX_FC_STARTS_SIZE;
-        int32_t num_left = param->input_dimension;
-        for (; num_left >= ZX_FC_GROUP;
-             num_left -= ZX_FC_GROUP, weights += ZX_FC_GROUP_SIZE, x += ZX_FC_GROUP) {
-            add_group(sums, weights, stride, x, x_stride);
-        }
-        if (num_left > 0) {
-            const partial_groups<ROWS> last(x, x_stride, num_left);
-            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
-        }
-        for (int r = 0; r < ROWS; r++, y += y_stride) {
-            for (int b = 0; b < BLOCKS; b++) {
-                int16_t *at = y + b * ZX_FC_BLOCK;
-                for (int half = 0; half < 2; half++, at += 8) {
-                    v128_t low = wasm_i32x4_shr(sums[r][b][2 * half], 7);
-                    v128_t high = wasm_i32x4_shr(sums[r][b][2 * half + 1], 7);
-                    if (object->accumulate) {
-                        low = wasm_i32x4_add(low, wasm_i32x4_load16x4(at));
-                        high = wasm_i32x4_add(high, wasm_i32x4_load16x4(at + 4));
-                    }
-                    wasm_v128_store(at, wasm_i16x8_narrow_i32x4(low, high));
-                }
-            }
+            wasm_v128_store(y, wasm_i16x8_narrow_i32x4(low, high));
         }
     }
 };

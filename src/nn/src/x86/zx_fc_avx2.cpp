@@ -7,13 +7,15 @@
 namespace {
 
 struct avx2_tile {
+    using sum = __m256i[2];
     static constexpr int MAX_SUMS = 8;
     static constexpr int MAX_ROWS = 4;
+    static constexpr int32_t WIDTH = ZX_FC_GROUP;
+    static constexpr zx_packing PACKING = zx_packing::pairs;
 
-    // Adds the products of a group of inputs.
     template <int ROWS, int BLOCKS>
-    static inline void add_group(__m256i (&sums)[ROWS][BLOCKS][2], const int8_t *weights, ptrdiff_t stride,
-                                 const int16_t *x, ptrdiff_t x_stride) {
+    static inline void add(sum (&sums)[ROWS][BLOCKS], const int8_t *weights, ptrdiff_t stride,
+                           const int16_t *x, ptrdiff_t x_stride) {
         __m256i first[ROWS], second[ROWS];
 #pragma GCC unroll 16
         for (int r = 0; r < ROWS; r++, x += x_stride) {
@@ -38,43 +40,21 @@ struct avx2_tile {
         }
     }
 
-    template <int ROWS, int BLOCKS>
-    static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
-                        int16_t *y, ptrdiff_t y_stride) {
-        const zx_fc_param_t *param = object->param;
-        const ptrdiff_t stride = zx_fc_block_size(param, zx_packing::pairs);
-        const int8_t *weights = object->packed + block * stride;
-        __m256i sums[ROWS][BLOCKS][2];
-        for (int b = 0; b < BLOCKS; b++) {
-            const auto *starts = reinterpret_cast<const __m256i *>(weights + b * stride);
-            for (int r = 0; r < ROWS; r++) {
-                sums[r][b][0] = _mm256_loadu_si256(starts);
-                sums[r][b][1] = _mm256_loadu_si256(starts + 1);
-            }
+    static inline void start(const int8_t *starts, sum &s) {
+        s[0] = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(starts));
+        s[1] = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(starts) + 1);
+    }
+
+    static inline void store(bool accumulate, const sum &s, int16_t *y) {
+        auto *at = reinterpret_cast<__m128i *>(y);
+        __m256i low = _mm256_srai_epi32(s[0], 7), high = _mm256_srai_epi32(s[1], 7);
+        if (accumulate) {
+            low = _mm256_add_epi32(low, _mm256_cvtepi16_epi32(_mm_loadu_si128(at)));
+            high = _mm256_add_epi32(high, _mm256_cvtepi16_epi32(_mm_loadu_si128(at + 1)));
         }
-        weights += ZX_FC_STARTS_SIZE;
-        int32_t num_left = param->input_dimension;
-        for (; num_left >= ZX_FC_GROUP;
-             num_left -= ZX_FC_GROUP, weights += ZX_FC_GROUP_SIZE, x += ZX_FC_GROUP) {
-            add_group(sums, weights, stride, x, x_stride);
-        }
-        if (num_left > 0) {
-            const partial_groups<ROWS> last(x, x_stride, num_left);
-            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
-        }
-        for (int r = 0; r < ROWS; r++, y += y_stride) {
-            for (int b = 0; b < BLOCKS; b++) {
-                auto *at = reinterpret_cast<__m128i *>(y + b * ZX_FC_BLOCK);
-                __m256i low = _mm256_srai_epi32(sums[r][b][0], 7), high = _mm256_srai_epi32(sums[r][b][1], 7);
-                if (object->accumulate) {
-                    low = _mm256_add_epi32(low, _mm256_cvtepi16_epi32(_mm_loadu_si128(at)));
-                    high = _mm256_add_epi32(high, _mm256_cvtepi16_epi32(_mm_loadu_si128(at + 1)));
-                }
-                // Packing works in each half of 128 bits: the quarters come out as 0 2 1 3.
-                const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), 0xD8);
-                _mm256_storeu_si256(reinterpret_cast<__m256i *>(at), packed);
-            }
-        }
+        // Packing works in each half of 128 bits: the quarters come out as 0 2 1 3.
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(low, high), 0xD8);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(at), packed);
     }
 };
 

@@ -8,13 +8,15 @@
 namespace {
 
 struct vnni_tile {
+    using sum = __m512i;
     static constexpr int MAX_SUMS = 16;
     static constexpr int MAX_ROWS = 8;
+    static constexpr int32_t WIDTH = ZX_FC_GROUP;
+    static constexpr zx_packing PACKING = zx_packing::pairs;
 
-    // Adds the products of a group of inputs.
     template <int ROWS, int BLOCKS>
-    static inline void add_group(__m512i (&sums)[ROWS][BLOCKS], const int8_t *weights, ptrdiff_t stride,
-                                 const int16_t *x, ptrdiff_t x_stride) {
+    static inline void add(sum (&sums)[ROWS][BLOCKS], const int8_t *weights, ptrdiff_t stride,
+                           const int16_t *x, ptrdiff_t x_stride) {
         __m512i low[BLOCKS], high[BLOCKS];
 #pragma GCC unroll 16
         for (int b = 0; b < BLOCKS; b++) {
@@ -34,35 +36,15 @@ struct vnni_tile {
         }
     }
 
-    template <int ROWS, int BLOCKS>
-    static void compute(const zx_fc_t *object, int32_t block, const int16_t *x, ptrdiff_t x_stride,
-                        int16_t *y, ptrdiff_t y_stride) {
-        const zx_fc_param_t *param = object->param;
-        const ptrdiff_t stride = zx_fc_block_size(param, zx_packing::pairs);
-        const int8_t *weights = object->packed + block * stride;
-        __m512i sums[ROWS][BLOCKS];
-        for (int b = 0; b < BLOCKS; b++) {
-            for (int r = 0; r < ROWS; r++) sums[r][b] = _mm512_loadu_si512(weights + b * stride);
-        }
-        weights += ZX_FC_STARTS_SIZE;
-        int32_t num_left = param->input_dimension;
-        for (; num_left >= ZX_FC_GROUP;
-             num_left -= ZX_FC_GROUP, weights += ZX_FC_GROUP_SIZE, x += ZX_FC_GROUP) {
-            add_group(sums, weights, stride, x, x_stride);
-        }
-        if (num_left > 0) {
-            const partial_groups<ROWS> last(x, x_stride, num_left);
-            add_group(sums, weights, stride, last.values[0], ZX_FC_GROUP);
-        }
-        for (int r = 0; r < ROWS; r++, y += y_stride) {
-            for (int b = 0; b < BLOCKS; b++) {
-                auto *at = reinterpret_cast<__m256i *>(y + b * ZX_FC_BLOCK);
-                __m512i sum = _mm512_srai_epi32(sums[r][b], 7);
-                if (object->accumulate)
-                    sum = _mm512_add_epi32(sum, _mm512_cvtepi16_epi32(_mm256_loadu_si256(at)));
-                _mm256_storeu_si256(at, _mm512_cvtsepi32_epi16(sum));
-            }
-        }
+    static inline void start(const int8_t *starts, sum &s) {
+        s = _mm512_loadu_si512(starts);
+    }
+
+    static inline void store(bool accumulate, const sum &s, int16_t *y) {
+        auto *at = reinterpret_cast<__m256i *>(y);
+        __m512i rounded = _mm512_srai_epi32(s, 7);
+        if (accumulate) rounded = _mm512_add_epi32(rounded, _mm512_cvtepi16_epi32(_mm256_loadu_si256(at)));
+        _mm256_storeu_si256(at, _mm512_cvtsepi32_epi16(rounded));
     }
 };
 
