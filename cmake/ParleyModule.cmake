@@ -67,3 +67,18 @@ function(parley_program_test name label)
     set_tests_properties(${name} PROPERTIES COST 100)
   endif()
 endfunction()
+
+# parley_header_library(PACKAGE TARGET HEADER): a library of headers alone. For another machine they are this one's, copied away from
+# those that must not be mixed with the other's.
+function(parley_header_library package target header)
+  if(NOT CMAKE_CROSSCOMPILING)
+    find_package(${package} REQUIRED)
+    set_target_properties(${target} PROPERTIES IMPORTED_GLOBAL TRUE)
+    return()
+  endif()
+  find_path(${package}_headers ${header} PATHS /usr/include /usr/local/include REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  get_filename_component(folder "${header}" DIRECTORY)
+  file(COPY "${${package}_headers}/${folder}" DESTINATION "${CMAKE_CURRENT_BINARY_DIR}/include")
+  add_library(${target} INTERFACE IMPORTED GLOBAL)
+  set_target_properties(${target} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${CMAKE_CURRENT_BINARY_DIR}/include")
+endfunction()

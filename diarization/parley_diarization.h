@@ -30,7 +30,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#if defined(_WIN32)
+#if defined(_WIN32) && defined(PARLEY_DIARIZATION_BUILD)
+#define PARLEY_API __declspec(dllexport)
+#elif defined(_WIN32)
 #define PARLEY_API
 #else
 #define PARLEY_API __attribute__((visibility("default")))

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <sstream>
 
@@ -11,6 +10,7 @@
 #include "errors.h"
 #include "readers.h"
 #include "refine.h"
+#include "system.h"
 
 namespace {
 
@@ -254,7 +254,7 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     engine_.set_jobs(options.jobs);
     diarization result;
     result.path = path;
-    result.recording = std::filesystem::path(path).stem().string();
+    result.recording = stem_of(path);
     result.model = engine_.id();
     result.with_confidence = options.confidence != 0;
     result.with_embeddings = options.embeddings != 0;

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "errors.h"
+#include "system.h"
 #include "zx_error.h"
 #include "zx_log.h"
 
@@ -35,7 +36,7 @@ struct reporter {
 
 // FNV-1a of 64 bits.
 std::string hash_of(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(file_at(path), std::ios::binary);
     uint64_t hash = 0xcbf29ce484222325;
     for (std::istreambuf_iterator<char> byte(file), end; byte != end; ++byte)
         hash = (hash ^ static_cast<unsigned char>(*byte)) * 0x100000001b3;
@@ -50,7 +51,7 @@ engine::engine(const std::string &model_path) {
     zx_log_disable();
     zx_error_print_notices(false);
     std::error_code ignored;
-    if (!std::filesystem::exists(model_path, ignored))
+    if (!std::filesystem::exists(file_at(model_path), ignored))
         throw diarization_error(PARLEY_MISSING, "the model " + model_path + " is not there");
     zx_parley_t *created = nullptr;
     const zx_status_t status = zx_parley_init(model_path.c_str(), &created);
@@ -76,7 +77,7 @@ void engine::set_jobs(int32_t jobs) {
 zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress) {
     zx_error_prepare();
     std::error_code ignored;
-    if (!std::filesystem::exists(path, ignored))
+    if (!std::filesystem::exists(file_at(path), ignored))
         throw diarization_error(PARLEY_MISSING, path + ": there is no such file");
     zx_parley_samples_t samples;
     check_engine(zx_parley_internal_read(path.c_str(), most, reporter(progress).get(), &samples), path);

@@ -1,12 +1,9 @@
 // The C interface (parley_diarization.h) over the room's C++: no exception leaves it.
 
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -20,6 +17,7 @@
 #include "rttm.h"
 #include "score.h"
 #include "session.h"
+#include "system.h"
 #include "transcript.h"
 #include "voices.h"
 #include "zx_parley.h"
@@ -64,38 +62,14 @@ progress_function rising(parley_progress progress, void *context) {
     };
 }
 
-// The bytes as a file, for as long as the object lives.
-class temporary_file {
-public:
-    temporary_file(const void *data, size_t size)
-        : path_((std::filesystem::temp_directory_path() / "parley.XXXXXX").string()) {
-        const int file = mkstemp(path_.data());
-        if (file < 0) throw diarization_error(PARLEY_FAILED, path_ + ": cannot be created");
-        const char *at = static_cast<const char *>(data);
-        while (size > 0) {
-            const ssize_t written = write(file, at, size);
-            if (written <= 0) break;
-            at += written;
-            size -= static_cast<size_t>(written);
-        }
-        close(file);
-        if (size > 0) {
-            std::remove(path_.c_str());
-            throw diarization_error(PARLEY_FAILED, path_ + ": cannot be written");
-        }
-    }
-    ~temporary_file() { std::remove(path_.c_str()); }
-    temporary_file(const temporary_file &) = delete;
-    temporary_file &operator=(const temporary_file &) = delete;
-    const std::string &path() const { return path_; }
-
-private:
-    std::string path_;
-};
+void fill(const scratch_file &file, const void *data, size_t size) {
+    if (!write_all(file.descriptor(), data, size))
+        throw diarization_error(PARLEY_FAILED, file.path() + ": cannot be written");
+}
 
 void name_recording(const std::string &path, diarization *result) {
     result->path = path;
-    result->recording = path == "-" ? "stdin" : std::filesystem::path(path).stem().string();
+    result->recording = path == "-" ? "stdin" : stem_of(path);
 }
 
 // A copy that parley_free releases, with a zero behind it.
@@ -177,7 +151,8 @@ parley_status parley_open_memory(const void *model, size_t size, parley_diarizer
     return guarded([&] {
         require(model && diarizer, "a model or the place for the diarizer is missing");
         *diarizer = nullptr;
-        const temporary_file file(model, size);
+        const scratch_file file;
+        fill(file, model, size);
         *diarizer = new parley_diarizer(file.path());
     });
 }
@@ -207,7 +182,8 @@ parley_status parley_diarize_memory(parley_diarizer *diarizer, const void *file,
         require(diarizer && file && name && result,
                 "a diarizer, a file, its name or the place for the result is missing");
         *result = nullptr;
-        const temporary_file copy(file, size);
+        const scratch_file copy;
+        fill(copy, file, size);
         auto made = std::make_unique<parley_result>(parley_result{
             diarizer->inner.run(copy.path(), nullptr, known_options(options), rising(progress, context))});
         name_recording(name, &made->inner);

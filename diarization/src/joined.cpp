@@ -7,6 +7,8 @@
 #include <optional>
 #include <vector>
 
+#include "system.h"
+
 namespace {
 
 struct shape {
@@ -38,7 +40,7 @@ std::optional<mp3_frame> mp3_frame_of(const uint8_t *h) {
 // Bytes here and there, mostly forwards and close together.
 class window {
 public:
-    explicit window(const std::string &path) : file_(path, std::ios::binary), bytes_(1 << 16) {}
+    explicit window(const std::string &path) : file_(file_at(path), std::ios::binary), bytes_(1 << 16) {}
 
     // False beyond the end.
     bool read(uint64_t at, uint8_t *to, size_t size) {

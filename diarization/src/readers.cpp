@@ -2,24 +2,17 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
 #include <fstream>
 #include <string_view>
 #include <vector>
-
-#if !defined(__EMSCRIPTEN__)
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
 
 #include "channels.h"
 #include "diarization.h"
 #include "errors.h"
 #include "joined.h"
 #include "sample_buffer.h"
+#include "system.h"
 
 namespace {
 
@@ -29,87 +22,51 @@ bool is_for_libsndfile(const std::string &path) {
     static constexpr std::string_view BEGINNINGS[] = {"RIFF", "RF64", "RIFX", "riff", "FORM",
                                                       "caff", ".snd", "fLaC", "OggS"};
     std::array<char, 4> bytes{};
-    std::ifstream(path, std::ios::binary).read(bytes.data(), bytes.size());
+    std::ifstream(file_at(path), std::ios::binary).read(bytes.data(), bytes.size());
     const std::string_view begin(bytes.data(), bytes.size());
     return std::find(std::begin(BEGINNINGS), std::end(BEGINNINGS), begin) != std::end(BEGINNINGS);
 }
 
-#if !defined(__EMSCRIPTEN__)
-
-// ffmpeg as a child whose output is read through a pipe. It opens this one file and nothing else: playlists
-// and what else names other files are not among the formats, and the network is not among the protocols.
-class ffmpeg_process {
-public:
-    explicit ffmpeg_process(const std::string &path) {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) return;
-        output_ = ends[0];
-        const std::string input = "file:" + path;
-        std::vector<std::string> words = {"ffmpeg",
-                                          "-nostdin",
-                                          "-v",
-                                          "quiet",
-                                          "-protocol_whitelist",
-                                          "file,pipe",
-                                          "-format_whitelist",
-                                          FORMATS,
-                                          "-i",
-                                          input,
-                                          "-map",
-                                          "0:a:0",
-                                          "-vn",
-                                          "-ac",
-                                          "1",
-                                          "-ar",
-                                          std::to_string(RATE),
-                                          "-f",
-                                          "s16le",
-                                          "pipe:1"};
-        std::vector<char *> arguments;
-        for (std::string &word : words) arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        if (posix_spawnp(&child_, "ffmpeg", &actions, nullptr, arguments.data(), environ) != 0) child_ = -1;
-        posix_spawn_file_actions_destroy(&actions);
-        close(ends[1]);
-    }
-    ~ffmpeg_process() {
-        if (output_ >= 0) close(output_);  // a child that still writes ends by it
-        if (child_ > 0) waitpid(child_, nullptr, 0);
-    }
-    ffmpeg_process(const ffmpeg_process &) = delete;
-    ffmpeg_process &operator=(const ffmpeg_process &) = delete;
-
-    // Bytes read; 0 at the end and where there is no ffmpeg.
-    size_t read(void *to, size_t size) const {
-        if (child_ < 0) return 0;
-        for (;;) {
-            const ssize_t got = ::read(output_, to, size);
-            if (got >= 0 || errno != EINTR) return got > 0 ? static_cast<size_t>(got) : 0;
-        }
-    }
-
-private:
+// ffmpeg as a child that opens this one file and nothing else: playlists and what else names other files are
+// not among the formats, and the network is not among the protocols.
+std::vector<std::string> ffmpeg_for(const std::string &path) {
     static constexpr const char *FORMATS =
         "aac,ac3,aiff,amr,amrnb,amrwb,ape,asf,au,avi,caf,dts,eac3,flac,flv,gsm,loas,matroska,mov,mp3,mpeg,"
         "mpegts,ogg,rm,truehd,tta,voc,w64,wav,wv";
-    int output_ = -1;
-    pid_t child_ = -1;
-};
+    return {"ffmpeg",
+            "-nostdin",
+            "-v",
+            "quiet",
+            "-protocol_whitelist",
+            "file,pipe",
+            "-format_whitelist",
+            FORMATS,
+            "-i",
+            "file:" + path,
+            "-map",
+            "0:a:0",
+            "-vn",
+            "-ac",
+            "1",
+            "-ar",
+            std::to_string(RATE),
+            "-f",
+            "s16le",
+            "pipe:1"};
+}
 
-// Nothing where it may not be asked.
+// Nothing where it may not be asked or is not there.
 zx_parley_samples_t read_with_ffmpeg(const read_request &request) {
     if (request.ffmpeg == ffmpeg_use::never) return {};
-    const ffmpeg_process process(request.path);
+    const child_process ffmpeg(ffmpeg_for(request.path), false);
+    if (!ffmpeg.has_started()) return {};
     sample_buffer samples;
     std::vector<int16_t> block(1 << 15);
     auto *bytes = reinterpret_cast<char *>(block.data());
     size_t held = 0;  // bytes: a pipe may give half a sample
-    while (const size_t got = process.read(bytes + held, block.size() * sizeof(int16_t) - held)) {
-        held += got;
+    for (std::ptrdiff_t got;
+         (got = read_some(ffmpeg.output(), bytes + held, block.size() * sizeof(int16_t) - held)) > 0;) {
+        held += static_cast<size_t>(got);
         const size_t whole = held / sizeof(int16_t);
         samples.append({block.data(), whole});
         held %= sizeof(int16_t);
@@ -120,14 +77,6 @@ zx_parley_samples_t read_with_ffmpeg(const read_request &request) {
     }
     return samples.release();
 }
-
-#else
-
-zx_parley_samples_t read_with_ffmpeg(const read_request &) {
-    return {};
-}
-
-#endif
 
 // What others make of a file that the engine's own readers refuse; maybe nothing.
 zx_parley_samples_t read_with_others(const read_request &request, std::string *note) {

@@ -155,6 +155,7 @@ FILES
     expect 1 '' 'holds no audio' --via-ffmpeg never "$audio/mkv_opus_mono.mkv"
     expect 0 'speaker 1' 'parley: .*mkv: read by ffmpeg' "$audio/mkv_opus_mono.mkv"
     expect 0 'speaker 1' '' -q "$audio/mkv_opus_mono.mkv"
+    expect 0 'speaker 1' 'parley: -: read by ffmpeg' - <"$audio/mkv_opus_mono.mkv"
     expect 0 '"duration": 2' '' -f json --via-ffmpeg always "$audio/wav_s16_mono_16000.wav"
 fi
 expect 1 '' 'is longer than the 10.0 s allowed' --max-duration 10 "$sample"

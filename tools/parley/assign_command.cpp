@@ -8,6 +8,7 @@
 #include "files.h"
 #include "model.h"
 #include "room.h"
+#include "system.h"
 #include "terminal.h"
 
 namespace parley {
@@ -55,7 +56,7 @@ int run(const arguments &a) {
     result_ptr result;
     turns_ptr read;
     const bool is_page = a.format == "html";
-    if (std::filesystem::path(a.source).extension() == ".rttm") {
+    if (path_of(a.source).extension() == ".rttm") {
         if (is_page) throw std::runtime_error("a page needs the recording itself, not an RTTM file");
         const std::string text = read_text(a.source);
         parley_turn *first = nullptr;

@@ -1,7 +1,5 @@
 // Recordings to answers, one after the other or side by side.
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -18,6 +16,7 @@
 #include "recordings.h"
 #include "room.h"
 #include "room_options.h"
+#include "system.h"
 #include "terminal.h"
 #include "voices.h"
 #include "workers.h"
@@ -94,7 +93,7 @@ traits traits_of(const parley_format *format) {
 }
 
 std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
-    return (fs::path(a.output_dir) / (recording.output + format.extension)).string();
+    return text_of(path_of(a.output_dir) / path_of(recording.output + format.extension));
 }
 
 bool is_page(const parley_format &format) {
@@ -107,15 +106,15 @@ void link_audio(const std::string &how, const std::string &recording, const std:
     const int64_t embedded = how == "auto" ? -1 : how == "embed" ? INT64_MAX : 0;
     if (how == "none") check(parley_result_link_audio(result, "", 0));
     if (how == "none" || is_stream(recording)) return;
-    fs::path target = fs::absolute(recording);
-    const fs::path folder = fs::absolute(page.empty() ? "." : fs::path(page).parent_path());
+    fs::path target = fs::absolute(path_of(recording));
+    const fs::path folder = fs::absolute(page.empty() ? "." : path_of(page).parent_path());
     if (how == "copy" && !page.empty() && folder != target.parent_path()) {
-        const fs::path copy = fs::path(page).replace_extension(target.extension());
+        const fs::path copy = path_of(page).replace_extension(target.extension());
         fs::copy_file(target, copy, fs::copy_options::overwrite_existing);
         target = fs::absolute(copy);
     }
     char *url = nullptr;
-    check(parley_url_of_path(target.lexically_relative(folder).c_str(), &url));
+    check(parley_url_of_path(text_of(target.lexically_relative(folder)).c_str(), &url));
     const text_ptr owned(url);
     check(parley_result_link_audio(result, url, embedded));
 }
@@ -195,7 +194,7 @@ private:
 
     bool is_there(const recording_file &recording) const {
         return a_.resume && std::ranges::all_of(formats_, [&](const parley_format *format) {
-                   return fs::exists(file_of(a_, recording, *format));
+                   return fs::exists(path_of(file_of(a_, recording, *format)));
                });
     }
 
@@ -242,7 +241,7 @@ private:
         }
         for (const parley_format *format : formats_) {
             const std::string path = file_of(a_, recording, *format);
-            fs::create_directories(fs::path(path).parent_path());
+            fs::create_directories(path_of(path).parent_path());
             if (is_page(*format)) link_audio(a_.audio, recording.path, path, result.get());
             write_atomically(path, write(result.get(), format->name, {0, 0}));
             const std::lock_guard lock(mutex_);

@@ -5,16 +5,12 @@
 #include <cstdint>
 #include <string>
 
+#include "system.h"
+
 namespace parley {
 
 // A whole file, or standard input for "-". Throws std::runtime_error.
 std::string read_text(const std::string &path);
-
-// False, with errno, if not all of it could be written.
-bool write_all(int file, const char *data, size_t size);
-
-// A file that goes with its last descriptor, whatever happens. Throws std::system_error.
-int open_nameless_file();
 
 // Writes a file so that it is there whole or not at all. Throws std::system_error.
 void write_atomically(const std::string &path, const std::string &content);
@@ -22,19 +18,15 @@ void write_atomically(const std::string &path, const std::string &content);
 // Whether a path can be read only once, from its beginning to its end: standard input ("-"), a pipe.
 bool is_stream(const std::string &path);
 
-// The rest of a stream as a file that has no name any more, so that nothing stays behind whatever happens.
-// Throws std::system_error, and std::runtime_error for one of more than `most` bytes.
+// The rest of a stream as a file. Throws std::system_error, and std::runtime_error for one of more than
+// `most` bytes.
 class spooled_stream {
 public:
     spooled_stream(const std::string &path, uint64_t most);
-    ~spooled_stream();
-    spooled_stream(const spooled_stream &) = delete;
-    spooled_stream &operator=(const spooled_stream &) = delete;
-    const std::string &path() const { return path_; }
+    const std::string &path() const { return file_.path(); }
 
 private:
-    int file_;
-    std::string path_;
+    scratch_file file_;
 };
 
 }  // namespace parley

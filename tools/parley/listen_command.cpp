@@ -1,9 +1,8 @@
 // A recording that is still going on: who speaks, as it comes.
 
-#include <signal.h>
-
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -15,6 +14,7 @@
 #include "room.h"
 #include "room_options.h"
 #include "source.h"
+#include "system.h"
 #include "terminal.h"
 #include "voices.h"
 
@@ -37,7 +37,7 @@ struct arguments {
     room_options options;
 };
 
-volatile sig_atomic_t was_interrupted = 0;
+volatile std::sig_atomic_t was_interrupted = 0;
 
 // A segment as it was told, by a number that stays its own.
 struct told_segment {
@@ -134,14 +134,13 @@ int run(const arguments &a) {
     const parley_terminal terminal = terminal_of(out, a.color);
     const bool draws = !a.lines && is_terminal(out) && !is_dumb_terminal();
     const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
-    struct sigaction stop {};
-    stop.sa_handler = [](int) { was_interrupted = 1; };
-    sigaction(SIGINT, &stop, nullptr);
-    sigaction(SIGTERM, &stop, nullptr);
-    signal(SIGPIPE, SIG_IGN);  // of a decoder that has ended
-
+#if defined(SIGPIPE)
+    std::signal(SIGPIPE, SIG_IGN);  // of a decoder that has ended
+#endif
     source from(a.source, a.rate, a.channels);
-    const std::string name = a.source == "-" ? "live" : fs::path(a.source).stem().string();
+    // Before there is anything to answer an interruption just ends the program.
+    for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { was_interrupted = 1; });
+    const std::string name = a.source == "-" ? "live" : stem_of(a.source);
     parley_session *created = nullptr;
     check(
         parley_listen(diarizer.get(), name.c_str(), from.channels(), from.rate(), a.options.get(), &created));
@@ -191,8 +190,8 @@ int run(const arguments &a) {
     }
     for (const std::string &format : a.formats) {
         const parley_format *known = find_format(format);
-        fs::create_directories(a.output_dir);
-        write_atomically((fs::path(a.output_dir) / (name + known->extension)).string(),
+        fs::create_directories(path_of(a.output_dir));
+        write_atomically(text_of(path_of(a.output_dir) / path_of(name + known->extension)),
                          write(answer, known->name, {0, 0}));
     }
     close_standard_output(out);

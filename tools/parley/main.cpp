@@ -5,10 +5,12 @@
 
 #include "commands.h"
 #include "parley_diarization.h"
+#include "system.h"
 #include "terminal.h"
 
 int main(int argc, char **argv) {
     using namespace parley;
+    prepare_streams();
     CLI::App app("Tells who spoke when in audio files.", "parley");
     app.set_version_flag("--version", std::string("parley ") + parley_version());
     app.get_formatter()->column_width(30);

@@ -1,7 +1,5 @@
 #include "recordings.h"
 
-#include <glob.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -11,6 +9,7 @@
 #include <stdexcept>
 
 #include "files.h"
+#include "system.h"
 
 namespace fs = std::filesystem;
 
@@ -19,7 +18,7 @@ namespace parley {
 namespace {
 
 bool looks_like_audio(const fs::path &path) {
-    std::string extension = path.extension().string();
+    std::string extension = text_of(path.extension());
     std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
     static constexpr std::array KNOWN = {
         ".wav", ".wave", ".flac", ".mp3",  ".ogg",  ".oga", ".opus", ".m4a",  ".m4b", ".m4v",
@@ -39,30 +38,27 @@ void add_folder(const fs::path &folder, std::vector<recording_file> *list, left_
         if (looks_like_audio(entry->path())) {
             found.push_back(entry->path());
         } else if (others->count++ == 0) {
-            others->example = entry->path().string();
+            others->example = text_of(entry->path());
         }
     }
-    if (error) throw std::runtime_error(folder.string() + ": " + error.message());
+    if (error) throw std::runtime_error(text_of(folder) + ": " + error.message());
     std::ranges::sort(found);
     for (const fs::path &path : found)
-        list->push_back({path.string(), path.lexically_relative(folder).replace_extension().string()});
+        list->push_back({text_of(path), text_of(path.lexically_relative(folder).replace_extension())});
 }
 
 void add(const std::string &argument, std::vector<recording_file> *list, left_out *others) {
     std::error_code error;
     if (argument == "-") {
         list->push_back({"-", "stdin"});
-    } else if (fs::is_directory(argument, error)) {
-        add_folder(argument, list, others);
-    } else if (!fs::exists(argument, error) && argument.find_first_of("*?[") != std::string::npos) {
-        glob_t matches{};
-        const int status = glob(argument.c_str(), 0, nullptr, &matches);
-        const std::vector<std::string> paths(matches.gl_pathv, matches.gl_pathv + matches.gl_pathc);
-        globfree(&matches);
-        if (status != 0) throw std::runtime_error(argument + ": nothing matches");
+    } else if (fs::is_directory(path_of(argument), error)) {
+        add_folder(path_of(argument), list, others);
+    } else if (!fs::exists(path_of(argument), error) && argument.find_first_of("*?[") != std::string::npos) {
+        const std::vector<std::string> paths = files_like(argument);
+        if (paths.empty()) throw std::runtime_error(argument + ": nothing matches");
         for (const std::string &path : paths) add(path, list, others);
     } else {
-        list->push_back({argument, fs::path(argument).stem().string()});
+        list->push_back({argument, stem_of(argument)});
     }
 }
 
@@ -73,7 +69,8 @@ std::vector<recording_file> list_recordings(const std::vector<std::string> &argu
     std::vector<recording_file> list;
     for (const std::string &argument : arguments) add(argument, &list, others);
     for (const std::string &manifest : manifests) {
-        if (fs::is_directory(manifest)) throw std::runtime_error(manifest + ": is a folder, not a list");
+        if (fs::is_directory(path_of(manifest)))
+            throw std::runtime_error(manifest + ": is a folder, not a list");
         std::istringstream file(read_text(manifest));
         for (std::string line; std::getline(file, line);) {
             while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
@@ -83,7 +80,7 @@ std::vector<recording_file> list_recordings(const std::vector<std::string> &argu
     std::map<std::string, int> uses;
     for (const recording_file &r : list) uses[r.output]++;
     for (recording_file &r : list)
-        if (uses[r.output] > 1) r.output += fs::path(r.path).extension().string();
+        if (uses[r.output] > 1) r.output += text_of(path_of(r.path).extension());
     return list;
 }
 

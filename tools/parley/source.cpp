@@ -1,24 +1,18 @@
 #include "source.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <system_error>
-
-#include "files.h"
 
 namespace parley {
 
 source::source(const std::string &path, int rate, int channels)
     : path_(path), rate_(rate), channels_(channels) {
-    file_ = samples_from_ = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    file_ = samples_from_ = path == "-" ? STDIN_FILENO : open_to_read(path);
     if (file_ < 0) throw std::system_error(errno, std::generic_category(), path);
     while (bytes_.size() < 12 && fill(-1)) {
     }
@@ -41,9 +35,7 @@ source::~source() {
         relay_.request_stop();
         relay_.join();
     }
-    if (samples_from_ != file_) close(samples_from_);
-    if (decoder_ > 0) waitpid(decoder_, nullptr, 0);
-    if (kept_ >= 0) close(kept_);
+    decoder_.reset();
     if (file_ > STDIN_FILENO) close(file_);
 }
 
@@ -63,30 +55,27 @@ std::string source::whole() {
         relay_.join();
         if (relay_error_ != 0) failure_ = std::strerror(relay_error_);
     }
-    return kept_ < 0 ? "" : "/proc/self/fd/" + std::to_string(kept_);
+    return kept_ ? kept_->path() : "";
 }
 
 bool source::fill(int wait) {
-    pollfd asked = {samples_from_, POLLIN, 0};
-    const int ready = poll(&asked, 1, wait);
-    if (ready <= 0) return ready == 0 || errno == EINTR;
+    if (!wait_for_bytes(samples_from_, wait)) return true;
     char block[1 << 16];
-    const ssize_t got = read(samples_from_, block, sizeof(block));
+    const std::ptrdiff_t got = read_some(samples_from_, block, sizeof(block));
     if (got > 0) {
         bytes_.append(block, static_cast<size_t>(got));
-        if (kept_ >= 0 && samples_from_ == file_ && !write_all(kept_, block, static_cast<size_t>(got)))
+        if (kept_ && !decoder_ && !write_all(kept_->descriptor(), block, static_cast<size_t>(got)))
             failure_ = std::strerror(errno);
         return true;
     }
-    if (got < 0 && errno == EINTR) return true;
     if (got < 0) failure_ = std::strerror(errno);
     has_ended_ = true;
     return false;
 }
 
 void source::keep_all() {
-    kept_ = open_nameless_file();
-    if (!write_all(kept_, bytes_.data(), bytes_.size()))
+    kept_.emplace();
+    if (!write_all(kept_->descriptor(), bytes_.data(), bytes_.size()))
         throw std::system_error(errno, std::generic_category(), path_);
 }
 
@@ -125,49 +114,33 @@ void source::read_header() {
 
 // ffmpeg as a child between the stream and the samples.
 void source::decode() {
-    int to[2], from[2];
-    if (pipe2(to, O_CLOEXEC) != 0 || pipe2(from, O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), path_);
-    std::string words[] = {
-        "ffmpeg", "-v",    "quiet",  "-probesize", "65536", "-fflags", "nobuffer", "-protocol_whitelist",
-        "pipe",   "-i",    "pipe:0", "-map",       "0:a:0", "-vn",     "-ac",      "1",
-        "-ar",    "16000", "-f",     "s16le",      "pipe:1"};
-    std::vector<char *> arguments;
-    for (std::string &word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, to[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, from[1], STDOUT_FILENO);
-    const int failed = posix_spawnp(&decoder_, "ffmpeg", &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(to[0]);
-    close(from[1]);
-    if (failed != 0) {
-        decoder_ = -1;
-        close(to[1]);
-        close(from[0]);
+    decoder_ = std::make_unique<child_process>(
+        std::vector<std::string>{
+            "ffmpeg", "-v",    "quiet",  "-probesize", "65536", "-fflags", "nobuffer", "-protocol_whitelist",
+            "pipe",   "-i",    "pipe:0", "-map",       "0:a:0", "-vn",     "-ac",      "1",
+            "-ar",    "16000", "-f",     "s16le",      "pipe:1"},
+        true);
+    if (!decoder_->has_started()) {
         throw std::runtime_error(
             path_ +
             ": is neither raw samples of 16 bits nor WAV of such; anything else takes ffmpeg, which "
             "is not installed");
     }
-    samples_from_ = from[0];
+    samples_from_ = decoder_->output();
     rate_ = 16000;
     channels_ = 1;
-    relay_ = std::jthread([this, decoder = to[1], first = std::move(bytes_)](const std::stop_token &stop) {
-        bool goes_on = write_all(decoder, first.data(), first.size());
+    relay_ = std::jthread([this, first = std::move(bytes_)](const std::stop_token &stop) {
+        bool goes_on = write_all(decoder_->input(), first.data(), first.size());
         while (goes_on && !stop.stop_requested()) {
-            pollfd asked = {file_, POLLIN, 0};
-            if (poll(&asked, 1, 200) <= 0) continue;
+            if (!wait_for_bytes(file_, 200)) continue;
             char block[1 << 16];
-            const ssize_t got = read(file_, block, sizeof(block));
-            if (got < 0 && errno == EINTR) continue;
-            const bool is_kept = got > 0 && write_all(kept_, block, static_cast<size_t>(got));
+            const std::ptrdiff_t got = read_some(file_, block, sizeof(block));
+            const auto size = static_cast<size_t>(std::max<std::ptrdiff_t>(got, 0));
+            const bool is_kept = got > 0 && write_all(kept_->descriptor(), block, size);
             if (got != 0 && !is_kept) relay_error_ = errno;
-            goes_on = is_kept && write_all(decoder, block, static_cast<size_t>(got));
+            goes_on = is_kept && write_all(decoder_->input(), block, size);
         }
-        close(decoder);
+        decoder_->close_input();
     });
     bytes_.clear();
 }

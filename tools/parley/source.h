@@ -2,18 +2,20 @@
 #ifndef PARLEY_TOOL_SOURCE_H
 #define PARLEY_TOOL_SOURCE_H
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "system.h"
+
 namespace parley {
 
 // Raw samples of 16 bits, a WAV stream of such samples, or anything else that ffmpeg reads from a pipe. What
-// is not raw is kept in a nameless file as well, so that the answer in the end is the one of that file.
+// is not raw is kept in a file as well, so that the answer in the end is the one of that file.
 class source {
 public:
     // `path`: "-" is standard input. rate (Hz) and channels of raw samples. Throws std::runtime_error.
@@ -47,8 +49,8 @@ private:
     int rate_, channels_;
     std::string bytes_, failure_;
     bool has_ended_ = false;
-    int kept_ = -1;
-    pid_t decoder_ = -1;
+    std::optional<scratch_file> kept_;
+    std::unique_ptr<child_process> decoder_;
     std::atomic<int> relay_error_ = 0;
     std::jthread relay_;  // from the file to the decoder
 };

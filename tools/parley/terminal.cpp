@@ -1,7 +1,6 @@
 #include "terminal.h"
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +9,7 @@
 #include <system_error>
 
 #include "room.h"
+#include "system.h"
 
 namespace parley {
 
@@ -31,10 +31,10 @@ int32_t number_of_colors() {
 
 std::FILE *take_standard_output() {
     const int results = dup(STDOUT_FILENO);
-    const int nowhere = open("/dev/null", O_WRONLY);
+    const int nowhere = open(NOWHERE, O_WRONLY);
     if (results < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) fail("standard output");
     close(nowhere);
-    std::FILE *stream = fdopen(results, "w");
+    std::FILE *stream = fdopen(results, "wb");
     if (!stream) fail("standard output");
     return stream;
 }
@@ -42,10 +42,6 @@ std::FILE *take_standard_output() {
 void close_standard_output(std::FILE *stream) {
     const bool failed = std::ferror(stream) != 0;
     if (std::fclose(stream) != 0 || failed) fail("standard output");
-}
-
-bool is_terminal(std::FILE *stream) {
-    return isatty(fileno(stream)) != 0;
 }
 
 bool is_dumb_terminal() {
@@ -59,9 +55,7 @@ parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
     const bool has_colors = color == "always" || (color == "auto" && is_terminal(stream) &&
                                                   !is_dumb_terminal() && !(no_color && *no_color));
     result.colors = has_colors ? number_of_colors() : 0;
-    winsize size{};
-    if (is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
-        result.columns = size.ws_col;
+    result.columns = columns_of_terminal(stream);
     return result;
 }
 

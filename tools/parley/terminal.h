@@ -19,8 +19,6 @@ std::FILE *take_standard_output();
 // Closes it; throws std::system_error if not everything could be written.
 void close_standard_output(std::FILE *stream);
 
-bool is_terminal(std::FILE *stream);
-
 // Whether $TERM says that nothing but plain lines can be shown.
 bool is_dumb_terminal();
 

@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "files.h"
 #include "model.h"
+#include "system.h"
 #include "terminal.h"
 #include "voices.h"
 
@@ -17,13 +18,11 @@ namespace parley {
 
 std::string own_voices_file() {
     if (const char *path = std::getenv("PARLEY_VOICES")) return path;
-    const char *folder = std::getenv("XDG_CONFIG_HOME"), *home = std::getenv("HOME");
-    const fs::path base = folder && *folder ? fs::path(folder) : fs::path(home ? home : ".") / ".config";
-    return (base / "parley" / "voices.json").string();
+    return settings_folder() + "/parley/voices.json";
 }
 
 std::string read_voices_file(const std::string &path) {
-    return fs::exists(path) ? read_text(path) : "";
+    return fs::exists(path_of(path)) ? read_text(path) : "";
 }
 
 void name_known(parley_result *result, const std::string &voices, double threshold) {
@@ -47,9 +46,10 @@ std::string taken(parley_status status, char *text) {
 }
 
 void write_voices_file(const std::string &path, const std::string &text) {
-    if (fs::path(path).has_parent_path()) fs::create_directories(fs::path(path).parent_path());
+    const fs::path file = path_of(path);
+    if (file.has_parent_path()) fs::create_directories(file.parent_path());
     write_atomically(path, text);
-    fs::permissions(path, fs::perms::owner_read |
+    fs::permissions(file, fs::perms::owner_read |
                               fs::perms::owner_write);  // what voices sound like is nobody else's business
 }
 
@@ -110,7 +110,7 @@ int forget(const arguments &a) {
     if (!a.all)
         throw std::runtime_error(
             "forget takes --all: every voice is lost then; one goes with parley voices remove NAME");
-    fs::remove(a.file);
+    fs::remove(path_of(a.file));
     return EXIT_SUCCESS;
 }
 

@@ -1,25 +1,29 @@
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <ctime>
 #include <vector>
 
 #include "formats.h"
 #include "markup.h"
 #include "media.h"
+#include "writing.h"
 
 namespace {
 
 // 2026-11-22T10:15:00+00:00; of SOURCE_DATE_EPOCH where that is set, so that files can be made again.
 std::string today() {
     const char *given = std::getenv("SOURCE_DATE_EPOCH");
-    const std::time_t now =
-        given ? static_cast<std::time_t>(std::strtoll(given, nullptr, 10)) : std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&now, &parts);
-    char text[32];
-    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S+00:00", &parts);
-    return text;
+    using namespace std::chrono;
+    const sys_seconds now =
+        given ? sys_seconds(seconds(std::strtoll(given, nullptr, 10))) : floor<seconds>(system_clock::now());
+    const sys_days midnight = floor<days>(now);
+    const year_month_day day(midnight);
+    const hh_mm_ss time(now - midnight);
+    return line("%04d-%02u-%02uT%02d:%02d:%02d+00:00", static_cast<int>(day.year()),
+                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()),
+                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                static_cast<int>(time.seconds().count()));
 }
 
 }  // namespace

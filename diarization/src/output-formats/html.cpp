@@ -9,6 +9,7 @@
 #include "markup.h"
 #include "media.h"
 #include "player_assets.h"
+#include "system.h"
 
 namespace {
 
@@ -32,19 +33,19 @@ std::string attribute(const char *name, const std::string &value) {
 
 // The attributes of <audio>: what plays, or why nothing does.
 std::string audio_attributes(const diarization &result) {
-    const std::string name = std::filesystem::path(result.path).filename().string();
+    const std::string name = text_of(path_of(result.path).filename());
     const auto silent = [](const std::string &why) { return attribute("data-why", why); };
     if (result.sound && result.sound->empty()) return silent("This page was made without sound.");
     const std::string named = attribute("data-name", name);
     const std::string &file = result.file.empty() ? result.path : result.file;
     std::error_code error;
-    const uintmax_t size = std::filesystem::file_size(file, error);
+    const uintmax_t size = std::filesystem::file_size(file_at(file), error);
     if (error) return silent("There is no sound: " + name + " was not there when this page was made.");
     if (size > static_cast<uintmax_t>(result.most_embedded)) {
         if (!result.sound && name == "-") return silent("There is no sound: it was too long to be kept.");
         return named + attribute("src", result.sound.value_or(url_of_path(name)));
     }
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(file_at(file), std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     return named + attribute("src", "data:" + media_type(file) + ";base64," + base64(bytes));
 }

@@ -1,11 +1,13 @@
 #include "media.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
 
+#include "system.h"
 #include "writing.h"
 
 std::string media_type(const std::string &file) {
@@ -22,7 +24,7 @@ std::string media_type(const std::string &file) {
                  {0, "FORM", "audio/aiff"},
                  {0, ".snd", "audio/basic"}};
     std::array<char, 8> bytes{};
-    std::ifstream(file, std::ios::binary).read(bytes.data(), bytes.size());
+    std::ifstream(file_at(file), std::ios::binary).read(bytes.data(), bytes.size());
     const std::string_view begin(bytes.data(), bytes.size());
     for (const auto &known : KNOWN)
         if (begin.substr(known.at, known.bytes.size()) == known.bytes) return known.type;
@@ -31,8 +33,11 @@ std::string media_type(const std::string &file) {
 }
 
 std::string url_of_path(const std::string &path) {
-    std::string url;
-    for (const char c : path) {
+    std::string name = path, url;
+    if constexpr (std::filesystem::path::preferred_separator != '/')
+        std::replace(name.begin(), name.end(), static_cast<char>(std::filesystem::path::preferred_separator),
+                     '/');
+    for (const char c : name) {
         const bool is_plain = std::isalnum(static_cast<unsigned char>(c)) != 0 ||
                               std::string_view("-._~/").find(c) != std::string_view::npos;
         url += is_plain && static_cast<unsigned char>(c) < 0x80
@@ -42,13 +47,23 @@ std::string url_of_path(const std::string &path) {
     return url;
 }
 
+namespace {
+
+// What stands before the first folder is a drive's letter on Windows, and goes into a URL as it is.
+std::string url_of_file(const std::filesystem::path &whole) {
+    const std::string drive = text_of(whole.root_name());
+    return "file://" + (drive.empty() ? "" : "/" + drive) +
+           url_of_path(text_of(whole.root_directory() / whole.relative_path()));
+}
+
+}  // namespace
+
 media media_of(const diarization &result) {
     namespace fs = std::filesystem;
-    const fs::path path(result.path);
+    const fs::path path = path_of(result.path);
     std::error_code error;
-    const bool is_there = fs::is_regular_file(path, error);
-    return {is_there ? "file://" + url_of_path(fs::absolute(path, error).lexically_normal().string())
-                     : url_of_path(result.path),
-            url_of_path("./" + path.filename().string()),
+    const bool is_there = fs::is_regular_file(file_at(result.path), error);
+    return {is_there ? url_of_file(fs::absolute(path, error).lexically_normal()) : url_of_path(result.path),
+            url_of_path("./" + text_of(path.filename())),
             media_type(result.file.empty() ? result.path : result.file)};
 }

@@ -32,9 +32,9 @@ std::string write_svg(const diarization &result, const parley_terminal &) {
         "font-size=\"13\" "
         "role=\"img\">\n",
         WIDTH, height);
-    text += "<title>" + escape_xml(result.recording) + "</title>\n<desc>Who spoke when: " +
-            line("%zu speakers in %s", result.speakers.size(), clock_time(result.duration).c_str()) +
-            "</desc>\n";
+    text += "<title>" + escape_xml(result.recording) +
+            "</title>\n<desc>Who spoke when: " + std::to_string(result.speakers.size()) + " speakers in " +
+            clock_time(result.duration) + "</desc>\n";
     text += "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
     text += text_at(MARGIN, 24, " font-size=\"15\" fill=\"#222222\"",
                     result.recording + "  " + clock_time(result.duration));

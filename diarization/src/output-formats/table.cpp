@@ -71,7 +71,8 @@ layout layout_of(const diarization &result, const parley_terminal &terminal) {
 
 std::string write_table(const diarization &result, const parley_terminal &terminal) {
     std::string text = line("%s  %s, ", result.recording.c_str(), clock_time(result.duration).c_str());
-    text += line("%zu speaker%s\n", result.speakers.size(), result.speakers.size() == 1 ? "" : "s");
+    text +=
+        std::to_string(result.speakers.size()) + (result.speakers.size() == 1 ? " speaker\n" : " speakers\n");
     if (!result.note.empty()) text += "note: " + result.note + "\n";
     if (result.segments.empty()) return text + "nobody speaks\n";
 

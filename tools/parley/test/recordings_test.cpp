@@ -24,7 +24,9 @@ protected:
             fs::create_directories((folder_ / name).parent_path());
             std::ofstream(folder_ / name) << "x";
         }
-        fs::create_symlink("nowhere", folder_ / "link.wav");
+        std::error_code ignored;  // of a system without links
+        fs::create_symlink("nowhere", folder_ / "link.wav", ignored);
+        is_link_there_ = !ignored;
     }
     void TearDown() override { fs::remove_all(folder_); }
 
@@ -33,28 +35,31 @@ protected:
         others_ = {};
         std::vector<std::string> names;
         for (const recording_file &r : list_recordings(arguments, manifests, &others_))
-            names.push_back(r.output);
+            names.push_back(fs::path(r.output).generic_string());
         return names;
     }
 
+    std::string in_folder(const char *name) const { return text_of(folder_ / name); }
+
     fs::path folder_;
+    bool is_link_there_ = false;
     left_out others_;
 };
 
 TEST_F(batch, folders_are_searched_and_their_shape_kept) {
-    EXPECT_THAT(outputs({folder_}), testing::ElementsAre("a", "b", "deep/b", "deep/er/c"));
+    EXPECT_THAT(outputs({text_of(folder_)}), testing::ElementsAre("a", "b", "deep/b", "deep/er/c"));
     EXPECT_EQ(others_.count, 1U);
-    EXPECT_EQ(others_.example, folder_ / "notes.txt");
+    EXPECT_EQ(others_.example, in_folder("notes.txt"));
 }
 
 TEST_F(batch, files_patterns_and_manifests_mix) {
     std::ofstream(folder_ / "list.txt") << (folder_ / "b.wav").string() << "\r\n\n"
                                         << (folder_ / "deep").string() << "\n";
-    EXPECT_THAT(outputs({folder_ / "notes.txt", folder_ / "*.MP3", "-"}),
+    EXPECT_THAT(outputs({in_folder("notes.txt"), in_folder("*.MP3"), "-"}),
                 testing::ElementsAre("notes", "a", "stdin"));
-    EXPECT_THAT(outputs({}, {folder_ / "list.txt"}), testing::ElementsAre("b.wav", "b.flac", "er/c"));
-    EXPECT_THROW(outputs({folder_ / "*.aiff"}), std::runtime_error);
-    EXPECT_THROW(outputs({}, {folder_ / "no-list"}), std::runtime_error);
+    EXPECT_THAT(outputs({}, {in_folder("list.txt")}), testing::ElementsAre("b.wav", "b.flac", "er/c"));
+    EXPECT_THROW(outputs({in_folder("*.aiff")}), std::runtime_error);
+    EXPECT_THROW(outputs({}, {in_folder("no-list")}), std::runtime_error);
 }
 
 TEST_F(batch, every_item_is_worked_on_once) {
@@ -69,14 +74,15 @@ TEST_F(batch, every_item_is_worked_on_once) {
 }
 
 TEST_F(batch, a_file_is_written_whole_or_not_at_all) {
-    const std::string path = folder_ / "out.txt";
+    const std::string path = in_folder("out.txt");
     write_atomically(path, "first");
     write_atomically(path, "second");
     std::string content;
     std::getline(std::ifstream(path), content);
     EXPECT_EQ(content, "second");
-    EXPECT_THROW(write_atomically(folder_ / "missing" / "out.txt", "x"), std::system_error);
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 6);  // nothing half-written is left
+    EXPECT_THROW(write_atomically(in_folder("missing/out.txt"), "x"), std::system_error);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}),
+              is_link_there_ ? 6 : 5);  // nothing half-written is left
 }
 
 }  // namespace

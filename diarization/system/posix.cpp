@@ -1,0 +1,204 @@
+#include <fcntl.h>
+#include <glob.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#if !defined(__EMSCRIPTEN__)
+#include <spawn.h>
+#include <sys/wait.h>
+#endif
+#if defined(__APPLE__)
+#include <mach-o/dyld.h>
+#include <xlocale.h>
+#endif
+
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
+#include <cwchar>
+#include <system_error>
+
+#include "system.h"
+
+#if !defined(__EMSCRIPTEN__)
+extern char **environ;
+#endif
+
+const char *const NOWHERE = "/dev/null";
+
+std::filesystem::path path_of(const std::string &name) {
+    return name;
+}
+
+std::filesystem::path file_at(const std::string &name) {
+    return name;
+}
+
+std::string text_of(const std::filesystem::path &path) {
+    return path.string();
+}
+
+scratch_file::scratch_file() : path_((std::filesystem::temp_directory_path() / "parley.XXXXXX").string()) {
+    descriptor_ = mkstemp(path_.data());
+    if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), path_);
+    fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
+#if defined(__linux__)
+    // As child processes find it, too.
+    const std::string nameless = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor_);
+    if (access(nameless.c_str(), R_OK) != 0) return;
+    unlink(path_.c_str());
+    path_ = nameless;
+    has_name_ = false;
+#endif
+}
+
+scratch_file::~scratch_file() {
+    close(descriptor_);
+    if (has_name_) unlink(path_.c_str());
+}
+
+#if defined(__EMSCRIPTEN__)
+
+child_process::child_process(const std::vector<std::string> &, bool) {}
+
+child_process::~child_process() = default;
+
+#else
+
+namespace {
+
+// False, with nothing open, on failure.
+bool open_pipe(int ends[2]) {
+    if (pipe(ends) != 0) return false;
+    for (const int end : {ends[0], ends[1]}) fcntl(end, F_SETFD, FD_CLOEXEC);
+    return true;
+}
+
+}  // namespace
+
+child_process::child_process(const std::vector<std::string> &words, bool with_input) {
+    int to[2] = {-1, -1}, from[2];
+    if (!open_pipe(from)) return;
+    if (with_input && !open_pipe(to)) {
+        close(from[0]);
+        close(from[1]);
+        return;
+    }
+    std::vector<std::string> copies = words;
+    std::vector<char *> arguments;
+    for (std::string &word : copies) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (with_input) posix_spawn_file_actions_adddup2(&actions, to[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, from[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, NOWHERE, O_WRONLY, 0);
+    pid_t process = -1;
+    const int status = posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (with_input) close(to[0]);
+    close(from[1]);
+    input_ = to[1];
+    output_ = from[0];
+    process_ = process;
+    if (status == 0) return;
+    process_ = -1;
+    close_input();
+    close(output_);
+    output_ = -1;
+}
+
+child_process::~child_process() {
+    close_input();
+    if (output_ >= 0) close(output_);
+    if (process_ > 0) waitpid(static_cast<pid_t>(process_), nullptr, 0);
+}
+
+#endif
+
+void child_process::close_input() {
+    if (input_ >= 0) close(input_);
+    input_ = -1;
+}
+
+int open_to_read(const std::string &path) {
+    return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+std::ptrdiff_t read_some(int file, void *to, size_t size) {
+    for (;;) {
+        const ssize_t got = read(file, to, size);
+        if (got >= 0 || errno != EINTR) return got;
+    }
+}
+
+bool write_all(int file, const void *data, size_t size) {
+    for (const char *at = static_cast<const char *>(data); size > 0;) {
+        const ssize_t written = write(file, at, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        at += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+bool wait_for_bytes(int file, int milliseconds) {
+    pollfd asked = {file, POLLIN, 0};
+    return poll(&asked, 1, milliseconds) > 0;
+}
+
+std::string program_path() {
+#if defined(__APPLE__)
+    char path[4096];
+    uint32_t size = sizeof(path);
+    return _NSGetExecutablePath(path, &size) == 0 ? path : "";
+#else
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).string();
+#endif
+}
+
+std::string settings_folder() {
+    if (const char *folder = std::getenv("XDG_CONFIG_HOME"); folder && *folder) return folder;
+    const char *home = std::getenv("HOME");
+    return std::string(home ? home : ".") + "/.config";
+}
+
+std::vector<std::string> files_like(const std::string &pattern) {
+    glob_t matches{};
+    std::vector<std::string> paths;
+    if (glob(pattern.c_str(), 0, nullptr, &matches) == 0)
+        paths.assign(matches.gl_pathv, matches.gl_pathv + matches.gl_pathc);
+    globfree(&matches);
+    return paths;
+}
+
+void prepare_streams() {}
+
+bool is_terminal(std::FILE *stream) {
+    return isatty(fileno(stream)) != 0;
+}
+
+int columns_of_terminal(std::FILE *stream) {
+    winsize size{};
+    return is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+// The C library knows them by locale.
+character_widths::character_widths() {
+    const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    locale_ = unicode;
+    if (unicode) before_ = uselocale(unicode);
+}
+
+character_widths::~character_widths() {
+    if (!locale_) return;
+    uselocale(static_cast<locale_t>(before_));
+    freelocale(static_cast<locale_t>(locale_));
+}
+
+size_t character_widths::of(char32_t character) const {
+    const int width = wcwidth(static_cast<wchar_t>(character));
+    return width < 0 ? 1 : static_cast<size_t>(width);
+}

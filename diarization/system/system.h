@@ -1,0 +1,109 @@
+// What operating systems do differently, for the room and for the tool: names of files, files that go with
+// whoever made them, child processes, pipes, terminals. Texts are UTF-8 everywhere; descriptors are binary
+// and not inherited. posix.cpp and windows.cpp hold one form each.
+#ifndef PARLEY_SYSTEM_H
+#define PARLEY_SYSTEM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// A file's name, and the way back.
+std::filesystem::path path_of(const std::string &name);
+std::string text_of(const std::filesystem::path &path);
+
+// The same for opening a file or asking about it: Windows has a form of its own for names of more than 260
+// characters, which cannot be taken apart.
+std::filesystem::path file_at(const std::string &name);
+
+// A name without its folders and its extension.
+inline std::string stem_of(const std::string &name) {
+    return text_of(path_of(name).stem());
+}
+
+// A file for what comes as a stream or lies in memory, gone with the object. Where the system can, it has no
+// name from its beginning on, so that nothing stays behind whatever happens.
+class scratch_file {
+public:
+    scratch_file();  // throws std::system_error
+    ~scratch_file();
+    scratch_file(const scratch_file &) = delete;
+    scratch_file &operator=(const scratch_file &) = delete;
+    int descriptor() const { return descriptor_; }
+    const std::string &path() const { return path_; }  // under which it can be opened as long as it is there
+
+private:
+    int descriptor_;
+    bool has_name_ = true;
+    std::string path_;
+};
+
+// A program that runs beside this one. Its output is a pipe, its input too if asked for; what it complains of
+// goes nowhere.
+class child_process {
+public:
+    // words: the program, looked for in $PATH alone, and its arguments.
+    child_process(const std::vector<std::string> &words, bool with_input);
+    ~child_process();  // closes the pipes, by which it ends, and waits for that
+    child_process(const child_process &) = delete;
+    child_process &operator=(const child_process &) = delete;
+
+    bool has_started() const { return output_ >= 0; }
+    int input() const { return input_; }    // what it reads; -1 without
+    int output() const { return output_; }  // what it writes; -1 where it could not be started
+    void close_input();
+
+private:
+    int input_ = -1, output_ = -1;
+    std::intptr_t process_ = -1;
+};
+
+// A descriptor; -1, with errno.
+int open_to_read(const std::string &path);
+
+// What read(2) and write(2) do, but going on after interruptions: bytes read, 0 at the end, -1 with errno;
+// and whether all of it could be written, else with errno.
+std::ptrdiff_t read_some(int file, void *to, size_t size);
+bool write_all(int file, const void *data, size_t size);
+
+// Whether there is something to read, or an end, within so many milliseconds (-1: as long as it takes).
+bool wait_for_bytes(int file, int milliseconds);
+
+// The program that runs; "" where nobody knows.
+std::string program_path();
+
+// Where settings of a user's lie, each program's in a folder of its own.
+std::string settings_folder();
+
+// The files whose names match a pattern with * ? [ ] as the system's own shell knows it, sorted; none where
+// nothing does.
+std::vector<std::string> files_like(const std::string &pattern);
+
+// At the beginning of a program: results and messages are bytes, those on a terminal UTF-8.
+void prepare_streams();
+
+bool is_terminal(std::FILE *stream);
+
+// 0 for what is no terminal.
+int columns_of_terminal(std::FILE *stream);
+
+// Where nothing is kept of what is written.
+extern const char *const NOWHERE;
+
+// How many columns of a terminal characters take: two for wide ones, none for those that combine.
+class character_widths {
+public:
+    character_widths();
+    ~character_widths();
+    character_widths(const character_widths &) = delete;
+    character_widths &operator=(const character_widths &) = delete;
+    size_t of(char32_t character) const;
+
+private:
+    void *locale_ = nullptr, *before_ = nullptr;
+};
+
+#endif
