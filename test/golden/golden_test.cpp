@@ -54,7 +54,7 @@ TEST_P(golden, every_stage_agrees_to_the_last_bit) {
     const vector_set &set = GetParam();
     zx_log_disable();
     zx_parley_t *object = nullptr;
-    ASSERT_EQ(zx_parley_init(set.model.c_str(), &object), ZX_STATUS_SUCCESS) << set.model;
+    ASSERT_EQ(zx_parley_init(set.model.string().c_str(), &object), ZX_STATUS_SUCCESS) << set.model;
     const auto engine = owned<zx_parley_delete>(object);
     const auto pcm = read_file<int16_t>(set.input);
     const auto num_frames = static_cast<int32_t>(pcm.size() / ZX_PARLEY_FRAME_LENGTH);

@@ -47,7 +47,10 @@ public:
     }
     temporary_file(const temporary_file &) = delete;
     temporary_file &operator=(const temporary_file &) = delete;
-    ~temporary_file() { std::filesystem::remove(path_); }
+    ~temporary_file() {
+        std::error_code ignored;  // of Windows, where files that are open stay
+        std::filesystem::remove(path_, ignored);
+    }
     const char *path() const { return path_.c_str(); }
 
 private:

@@ -71,7 +71,7 @@ TEST_F(zx_error, messages_come_innermost_first_and_once) {
                     ElementsAre("Argument `inner` is NULL.", "Argument `outer` is NULL."));
         EXPECT_THAT(collect(ZX_STATUS_INVALID_STATE), IsEmpty());
     });
-    EXPECT_THAT(output(), HasSubstr("(zx_error) Unable to find error stack for `0x"));
+    EXPECT_THAT(output(), HasSubstr("(zx_error) Unable to find error stack for `"));
 }
 
 TEST_F(zx_error, each_public_call_starts_a_fresh_stack) {
@@ -126,8 +126,8 @@ TEST_F(zx_error, notices_are_printed_with_the_log_off_and_debug_lines_are_not) {
     zx_log_enable();
     zx_log("[DEBUG] %d\n", 42);
     const std::string text = output();
-    EXPECT_THAT(
-        text, testing::ContainsRegex("\\(zx_error\\) \\(0x[0-9a-f]+ frame 0\\) Argument `shown` is NULL.\n"));
+    EXPECT_THAT(text,
+                testing::ContainsRegex("\\(zx_error\\) \\(\\w+ frame 0\\) Argument `shown` is NULL.\n"));
     EXPECT_THAT(text, HasSubstr("[DEBUG] 42\n"));
     EXPECT_THAT(text, Not(HasSubstr("hidden")));
 }

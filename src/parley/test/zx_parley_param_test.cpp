@@ -36,7 +36,7 @@ TEST(zx_parley_param, headers_of_other_files_are_refused_with_their_messages) {
                             "platform."));
     EXPECT_EQ(load("parley1.0"), ZX_STATUS_IO_ERROR);
     EXPECT_THAT(take_messages(),
-                ElementsAre(MatchesRegex("Failed to read \\(fread\\) from file ptr `0x[0-9a-f]+`.")));
+                ElementsAre(MatchesRegex("Failed to read \\(fread\\) from file ptr `\\w+`.")));
     EXPECT_EQ(load("parley1.0.1" + model.substr(11)), ZX_STATUS_INVALID_ARGUMENT);
     EXPECT_THAT(take_messages(),
                 ElementsAre("Parley model (.zx) file belongs to a different version of the library. "
