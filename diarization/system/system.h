@@ -58,7 +58,7 @@ public:
 
 private:
     int input_ = -1, output_ = -1;
-    std::intptr_t process_ = -1;
+    [[maybe_unused]] std::intptr_t process_ = -1;
 };
 
 // A descriptor; -1, with errno.
