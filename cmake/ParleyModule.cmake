@@ -44,7 +44,11 @@ function(parley_test name)
                                           parley_warnings)
   # Compiling tests takes longer than running them.
   target_compile_options(${target} PRIVATE $<IF:$<CONFIG:Release,RelWithDebInfo>,-O1,-O0>)
-  gtest_discover_tests(${target} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+  set(when POST_BUILD)
+  if(CMAKE_CROSSCOMPILING) # where what runs them need not be there, or not be ready
+    set(when PRE_TEST)
+  endif()
+  gtest_discover_tests(${target} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60 DISCOVERY_MODE ${when}
                        PROPERTIES TIMEOUT 300 LABELS ${ARG_LABEL} SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
 endfunction()
 
