@@ -104,13 +104,12 @@ child_process::child_process(const std::vector<std::string> &words, bool with_in
     if (status == 0) return;
     process_ = -1;
     close_input();
-    close(output_);
-    output_ = -1;
+    close_output();
 }
 
 child_process::~child_process() {
     close_input();
-    if (output_ >= 0) close(output_);
+    close_output();
     if (process_ > 0) waitpid(static_cast<pid_t>(process_), nullptr, 0);
 }
 
@@ -119,6 +118,11 @@ child_process::~child_process() {
 void child_process::close_input() {
     if (input_ >= 0) close(input_);
     input_ = -1;
+}
+
+void child_process::close_output() {
+    if (output_ >= 0) close(output_);
+    output_ = -1;
 }
 
 int open_to_read(const std::string &path) {

@@ -55,6 +55,7 @@ public:
     int input() const { return input_; }    // what it reads; -1 without
     int output() const { return output_; }  // what it writes; -1 where it could not be started
     void close_input();
+    void close_output();  // by which it ends as soon as it writes
 
 private:
     int input_ = -1, output_ = -1;

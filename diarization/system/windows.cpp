@@ -169,7 +169,7 @@ child_process::child_process(const std::vector<std::string> &words, bool with_in
 
 child_process::~child_process() {
     close_input();
-    if (output_ >= 0) _close(output_);
+    close_output();
     if (process_ == -1) return;
     const handle_ptr process(reinterpret_cast<HANDLE>(process_));
     WaitForSingleObject(process.get(), INFINITE);
@@ -178,6 +178,11 @@ child_process::~child_process() {
 void child_process::close_input() {
     if (input_ >= 0) _close(input_);
     input_ = -1;
+}
+
+void child_process::close_output() {
+    if (output_ >= 0) _close(output_);
+    output_ = -1;
 }
 
 int open_to_read(const std::string &path) {

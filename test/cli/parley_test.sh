@@ -234,6 +234,10 @@ if [ "$all_readers" ]; then
             { echo "listen: $kind: another answer"; failures=$((failures + 1)); }
         [ "$(grep -c added "$tmp/lines")" -ge 1 ] || failures=$((failures + 1))
     done
+    # An interruption ends what would never end, with the answer so far.
+    make "$tmp/stream.mp3"
+    while cat "$tmp/stream.mp3"; do :; done 2>/dev/null | timeout --foreground -s INT -k 10 1 "$parley" listen - >"$tmp/lines" || true
+    tail -1 "$tmp/lines" | grep -q '"final":true' || { echo "listen: no answer after an interruption"; failures=$((failures + 1)); }
 fi
 expect 1 '' 'shorter than 32 ms' listen - </dev/null
 expect 2 '' 'go together' listen -f json - </dev/null

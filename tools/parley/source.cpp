@@ -31,11 +31,7 @@ source::source(const std::string &path, int rate, int channels)
 }
 
 source::~source() {
-    if (relay_.joinable()) {
-        relay_.request_stop();
-        relay_.join();
-    }
-    decoder_.reset();
+    end_relay();
     if (file_ > STDIN_FILENO) close(file_);
 }
 
@@ -50,12 +46,17 @@ std::vector<int16_t> source::take(int wait) {
 }
 
 std::string source::whole() {
-    if (relay_.joinable()) {
-        relay_.request_stop();
-        relay_.join();
-        if (relay_error_ != 0) failure_ = std::strerror(relay_error_);
-    }
+    end_relay();
     return kept_ ? kept_->path() : "";
+}
+
+// Without a reader the decoder stops to read, too, and the relay would wait for it.
+void source::end_relay() {
+    if (!relay_.joinable()) return;
+    decoder_->close_output();
+    relay_.request_stop();
+    relay_.join();
+    if (relay_error_ != 0) failure_ = std::strerror(relay_error_);
 }
 
 bool source::fill(int wait) {

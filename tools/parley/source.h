@@ -41,6 +41,7 @@ private:
     bool fill(int wait);
     void read_header();
     void decode();
+    void end_relay();
     void keep_all();
     uint32_t number(size_t at, size_t size) const;
 
