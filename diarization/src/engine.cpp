@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "errors.h"
+#include "options.h"
 #include "system.h"
 #include "zx_error.h"
 #include "zx_log.h"
@@ -71,7 +72,7 @@ engine::engine(const std::string &model_path) {
 
 void engine::set_jobs(int32_t jobs) {
     object_->num_workers =
-        jobs > 0 ? jobs : std::max(1, static_cast<int32_t>(std::thread::hardware_concurrency()));
+        jobs > 0 ? jobs : std::clamp(static_cast<int32_t>(std::thread::hardware_concurrency()), 1, MOST_JOBS);
 }
 
 zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress) {

@@ -109,7 +109,7 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) {
          o->via_ffmpeg = word(x, v, {"auto", "never", "always"});
      }},
-    {{"jobs", "N", "threads; 0 (default of the tool): one a core", 0, 64},
+    {{"jobs", "N", "threads; 0 (default of the tool): one a core", 0, MOST_JOBS},
      [](parley_options *o, const O &x, const char *v) { o->jobs = whole(x, v); }},
 };
 
