@@ -1,5 +1,5 @@
 # Windows by Debian's MinGW-w64, its programs run by Wine: cmake --preset windows
-#   apt-get install g++-mingw-w64-x86-64-posix wine64 googletest
+#   scripts/install-deps windows
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)

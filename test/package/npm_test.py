@@ -9,6 +9,7 @@ import http.server
 import json
 import os
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -50,6 +51,12 @@ def run(*command, **more):
     return ran.stdout
 
 
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
 class Quiet(http.server.SimpleHTTPRequestHandler):
     def log_message(self, *arguments):
         pass
@@ -78,12 +85,20 @@ class Npm(unittest.TestCase):
         return folder
 
     def page(self, folder):
-        """What the page of a folder tells in a browser."""
+        """The page of a folder by a plain server."""
         server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), functools.partial(Quiet, directory=str(folder)))
         threading.Thread(target=server.serve_forever, daemon=True).start()
+        try:
+            self.look_at(f"http://127.0.0.1:{server.server_port}/")
+        finally:
+            server.shutdown()
+            server.server_close()
+
+    def look_at(self, url):
+        """What a page tells in a browser."""
         browser = Browser()
         try:
-            browser.go(f"http://127.0.0.1:{server.server_port}/")
+            browser.go(url)
             end = time.time() + 60
             while not (told := browser.run("return globalThis.cancelled ?? globalThis.told?.startsWith('Error')")):
                 self.assertLess(time.time(), end, f"{told}: {browser.run('return globalThis.told')} {browser.complaints()}")
@@ -93,8 +108,6 @@ class Npm(unittest.TestCase):
             self.assertEqual(browser.run("return globalThis.cancelled"), "AbortError")
         finally:
             browser.close()
-            server.shutdown()
-            server.server_close()
 
     def test_node(self):
         folder = self.project("node")
@@ -125,10 +138,19 @@ parley.close();
         folder = self.project("vite", "vite")
         (folder / "index.html").write_text(PAGE.format("/main.js"))
         (folder / "main.js").write_text(MAIN % "parley")
-        (folder / "vite.config.js").write_text('export default { base: "./", build: { target: "esnext" }, worker: { format: "es" } };')
         run("npx", "vite", "build", cwd=folder)
         shutil.copy(AUDIO, folder / "dist/recording.wav")
         self.page(folder / "dist")
+        port = free_port()
+        server = subprocess.Popen(["node_modules/.bin/vite", "--port", str(port), "--strictPort"], cwd=folder, stdout=subprocess.PIPE, text=True)
+        try:
+            for line in server.stdout:
+                if "Local:" in line:
+                    break
+            self.look_at(f"http://localhost:{port}/")
+        finally:
+            server.terminate()
+            server.communicate()
 
     def test_webpack(self):
         folder = self.project("webpack", "webpack", "webpack-cli")
@@ -144,4 +166,4 @@ if __name__ == "__main__":
         print("chromedriver is not installed, or bindings/wasm/build was not run")
         sys.exit(SKIPPED)
     os.environ.pop("NODE_PATH", None)
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)

@@ -3,7 +3,7 @@
 # same bytes in every format; names in other scripts and longer than 260 characters; folders, patterns, pipes, children.
 # 77 (skipped) without the compiler, Wine or GoogleTest's sources.
 #
-#   apt-get install g++-mingw-w64-x86-64-posix wine64 googletest
+#   scripts/install-deps windows
 #   windows_test.sh SOURCE-FOLDER [PARLEY-OF-THIS-MACHINE]
 set -euo pipefail
 cd "$1"
