@@ -52,10 +52,10 @@ std::string source::whole() {
 
 // Without a reader the decoder stops to read, too, and the relay would wait for it.
 void source::end_relay() {
-    if (!relay_.joinable()) return;
+    if (!relay_.valid()) return;
     decoder_->close_output();
-    relay_.request_stop();
-    relay_.join();
+    ends_relay_ = true;
+    relay_.get();
     if (relay_error_ != 0) failure_ = std::strerror(relay_error_);
 }
 
@@ -130,9 +130,9 @@ void source::decode() {
     samples_from_ = decoder_->output();
     rate_ = 16000;
     channels_ = 1;
-    relay_ = std::jthread([this, first = std::move(bytes_)](const std::stop_token &stop) {
+    relay_ = std::async(std::launch::async, [this, first = std::move(bytes_)] {
         bool goes_on = write_all(decoder_->input(), first.data(), first.size());
-        while (goes_on && !stop.stop_requested()) {
+        while (goes_on && !ends_relay_) {
             if (!wait_for_bytes(file_, 200)) continue;
             char block[1 << 16];
             const std::ptrdiff_t got = read_some(file_, block, sizeof(block));

@@ -4,10 +4,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "system.h"
@@ -53,7 +53,8 @@ private:
     std::optional<scratch_file> kept_;
     std::unique_ptr<child_process> decoder_;
     std::atomic<int> relay_error_ = 0;
-    std::jthread relay_;  // from the file to the decoder
+    std::atomic<bool> ends_relay_ = false;
+    std::future<void> relay_;  // from the file to the decoder
 };
 
 }  // namespace parley

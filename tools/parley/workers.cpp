@@ -1,7 +1,7 @@
 #include "workers.h"
 
 #include <atomic>
-#include <thread>
+#include <future>
 #include <vector>
 
 namespace parley {
@@ -11,8 +11,8 @@ void run_workers(int workers, size_t count, const std::function<void(int worker,
     const auto loop = [&](int worker) {
         for (size_t item = next++; item < count; item = next++) work(worker, item);
     };
-    std::vector<std::jthread> threads;
-    for (int w = 1; w < workers; w++) threads.emplace_back(loop, w);
+    std::vector<std::future<void>> others;
+    for (int w = 1; w < workers; w++) others.push_back(std::async(std::launch::async, loop, w));
     loop(0);
 }
 
