@@ -1,8 +1,7 @@
-#include <windows.h>
-// its order
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <cerrno>

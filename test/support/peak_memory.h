@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #if defined(_WIN32)
 #include <windows.h>
-// its order
+// which comes first
 #include <psapi.h>
 #else
 #include <sys/resource.h>
