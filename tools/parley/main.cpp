@@ -12,6 +12,7 @@ int main(int argc, char **argv) {
     using namespace parley;
     prepare_streams();
     CLI::App app("Tells who spoke when in audio files.", "parley");
+    app.allow_windows_style_options(false);  // names of files may begin with a slash there, too
     app.set_version_flag("--version", std::string("parley ") + parley_version());
     app.get_formatter()->column_width(30);
     const struct {
