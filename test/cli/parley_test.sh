@@ -118,8 +118,10 @@ expect 0 '"note": "only [0-9]+ speakers can be told apart"' '' -n 40 --format js
 "$parley" - <"$sample" >"$tmp/from_stdin"
 cmp "$tmp/one" "$tmp/from_stdin" || failures=$((failures + 1))
 expect 1 '' 'standard input: holds no audio' - <"$source/README.md"
-"$parley" <(cat "$sample") >"$tmp/from_pipe"
-cmp "$tmp/one" "$tmp/from_pipe" || failures=$((failures + 1))
+if [ -z "${WINEPREFIX:-}" ]; then # where there is no /dev/fd
+    "$parley" <(cat "$sample") >"$tmp/from_pipe"
+    cmp "$tmp/one" "$tmp/from_pipe" || failures=$((failures + 1))
+fi
 # Several answers in one stream: an object a line, one header.
 "$parley" -f json "$sample" "$sample" | python3 -c 'import json, sys; exit(len([json.loads(l) for l in sys.stdin]) != 2)' ||
     { echo "not JSON lines"; failures=$((failures + 1)); }
