@@ -9,7 +9,7 @@
 
 #include "errors.h"
 
-// Keeps what parley_message and parley_details tell this thread. Returns `status`.
+// Keeps what parley_message and parley_details tell this thread, which takes no memory. Returns `status`.
 parley_status keep_failure(parley_status status, const char *message,
                            const std::vector<std::string> &details = {});
 

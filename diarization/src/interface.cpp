@@ -1,5 +1,6 @@
 // The C interface (parley_diarization.h) over the room's C++: no exception leaves it.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +8,7 @@
 #include <memory>
 #include <new>
 #include <sstream>
+#include <string_view>
 
 #include "diarizer.h"
 #include "errors.h"
@@ -38,7 +40,23 @@ struct parley_session {
 
 namespace {
 
-thread_local std::string last_message, last_details;
+// What the calling thread's last failure says. Arrays, since they take no memory when there is none, and
+// since MinGW releases a thread's variables before it destroys them.
+struct failure_texts {
+    char message[4608];  // a name of a file, as long as systems take it, and a sentence
+    char details[2304];  // nine messages of the engine
+};
+thread_local failure_texts last_failure;
+
+// Behind `used` bytes of a text goes as much of another as fits, no character cut apart; the bytes used then.
+size_t append_cut(std::string_view more, char *text, size_t size, size_t used) {
+    size_t length = std::min(more.size(), size - 1 - used);
+    if (length < more.size())
+        while (length > 0 && (more[length] & 0xC0) == 0x80) length--;
+    std::memcpy(text + used, more.data(), length);
+    text[used + length] = '\0';
+    return used + length;
+}
 
 // A later version's record is longer than this one's, an earlier one's shorter.
 parley_options known_options(const parley_options *given) {
@@ -95,25 +113,23 @@ const diarization &of(const parley_result *result) {
 
 parley_status keep_failure(parley_status status, const char *message,
                            const std::vector<std::string> &details) {
-    try {
-        last_message = message;
-        last_details.clear();
-        for (const std::string &line : details) last_details += line + "\n";
-    } catch (const std::bad_alloc &) {
-        last_message.clear();
-        last_details.clear();
-    }
+    append_cut(message, last_failure.message, sizeof(last_failure.message), 0);
+    last_failure.details[0] = '\0';
+    size_t used = 0;
+    for (const std::string_view line : details)
+        for (const std::string_view part : {line, std::string_view("\n")})
+            used = append_cut(part, last_failure.details, sizeof(last_failure.details), used);
     return status;
 }
 
 extern "C" {
 
 const char *parley_message(void) {
-    return last_message.c_str();
+    return last_failure.message;
 }
 
 const char *parley_details(void) {
-    return last_details.c_str();
+    return last_failure.details;
 }
 
 const char *parley_version(void) {

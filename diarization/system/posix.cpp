@@ -86,6 +86,7 @@ child_process::child_process(const std::vector<std::string> &words, bool with_in
     }
     std::vector<std::string> copies = words;
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : copies) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
@@ -115,36 +116,8 @@ child_process::~child_process() {
 
 #endif
 
-void child_process::close_input() {
-    if (input_ >= 0) close(input_);
-    input_ = -1;
-}
-
-void child_process::close_output() {
-    if (output_ >= 0) close(output_);
-    output_ = -1;
-}
-
 int open_to_read(const std::string &path) {
     return open(path.c_str(), O_RDONLY | O_CLOEXEC);
-}
-
-std::ptrdiff_t read_some(int file, void *to, size_t size) {
-    for (;;) {
-        const ssize_t got = read(file, to, size);
-        if (got >= 0 || errno != EINTR) return got;
-    }
-}
-
-bool write_all(int file, const void *data, size_t size) {
-    for (const char *at = static_cast<const char *>(data); size > 0;) {
-        const ssize_t written = write(file, at, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        at += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
 }
 
 bool wait_for_bytes(int file, int milliseconds) {

@@ -174,32 +174,8 @@ child_process::~child_process() {
     WaitForSingleObject(process.get(), INFINITE);
 }
 
-void child_process::close_input() {
-    if (input_ >= 0) _close(input_);
-    input_ = -1;
-}
-
-void child_process::close_output() {
-    if (output_ >= 0) _close(output_);
-    output_ = -1;
-}
-
 int open_to_read(const std::string &path) {
     return _wopen(file_at(path).c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
-}
-
-std::ptrdiff_t read_some(int file, void *to, size_t size) {
-    return _read(file, to, static_cast<unsigned>(std::min<size_t>(size, INT_MAX)));
-}
-
-bool write_all(int file, const void *data, size_t size) {
-    for (const char *at = static_cast<const char *>(data); size > 0;) {
-        const int written = _write(file, at, static_cast<unsigned>(std::min<size_t>(size, INT_MAX)));
-        if (written <= 0) return false;
-        at += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
 }
 
 // Pipes cannot be waited for, only asked.

@@ -74,6 +74,14 @@ int main(int argc, char **argv) {
     expect(parley_diarize_file(diarizer, "/nonexistent", NULL, NULL, NULL, &nothing) == PARLEY_MISSING &&
                !nothing,
            "a missing file");
+    {
+        char name[10002] = "x"; /* two bytes a character */
+        for (size_t i = 1; i < sizeof(name) - 1; i++) name[i] = (char) (i % 2 ? 0xC3 : 0xA4);
+        expect(parley_diarize_file(diarizer, name, NULL, NULL, NULL, &nothing) != PARLEY_OK, "a long name");
+        const size_t length = strlen(parley_message());
+        expect(length > 4000 && length < sizeof(name) && length % 2 == 1,
+               "what is said of it is cut between characters");
+    }
     expect(parley_diarize_file(diarizer, argv[1], NULL, NULL, NULL, &nothing) == PARLEY_INVALID && !nothing,
            "no audio");
     expect(parley_diarize_file(diarizer, argv[2], NULL, stop, NULL, &nothing) == PARLEY_CANCELLED && !nothing,
