@@ -8,9 +8,10 @@
 #include "system.h"
 #include "terminal.h"
 
-int main(int argc, char **argv) {
-    using namespace parley;
-    prepare_streams();
+namespace parley {
+namespace {
+
+int run_command(int argc, char **argv) {
     CLI::App app("Tells who spoke when in audio files.", "parley");
     app.allow_windows_style_options(false);  // names of files may begin with a slash there, too
     app.set_version_flag("--version", std::string("parley ") + parley_version());
@@ -40,8 +41,18 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         std::fprintf(stderr, "parley: %s\nparley --help tells more.\n", error.what());
         return EXIT_USAGE;
+    }
+}
+
+}  // namespace
+}  // namespace parley
+
+int main(int argc, char **argv) {
+    try {
+        prepare_streams();
+        return parley::run_command(argc, argv);
     } catch (const std::exception &error) {
-        print_error(error);
+        parley::print_error(error);
         return EXIT_FAILURE;
     }
 }

@@ -8,7 +8,7 @@
 #include "zx_kernels.h"
 #include "zx_math.h"
 
-namespace {
+namespace {  // NOLINT(cert-dcl59-cpp): a copy for each file is what is wanted
 
 void update_cell(int32_t count, const int16_t *input_gate, const int16_t *candidate, int16_t *cell) {
     for (int32_t i = 0; i < count; i++) {

@@ -8,7 +8,7 @@
 
 #include "zx_fc_packing.h"
 
-namespace {
+namespace {  // NOLINT(cert-dcl59-cpp): a copy for each file is what is wanted
 
 inline int32_t load_pair(const int16_t *x) {
     int32_t pair;

@@ -11,7 +11,7 @@
 #include "zx_fc_packing.h"
 #include "zx_integer.h"
 
-namespace {
+namespace {  // NOLINT(cert-dcl59-cpp): a copy for each file is what is wanted
 
 constexpr int32_t TILE_ROWS = 16, TILE_INPUTS = 64;
 
