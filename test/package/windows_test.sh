@@ -94,5 +94,13 @@ there listen - -f rttm -o "Z:$tmp/live" <"$tmp/$name x.bin" >"$tmp/lines" || fai
 sed "s/ live / $name /" "$tmp/live/live.rttm" | cmp "$tmp/here" - || fails "listen to what a child decodes: another answer"
 tail -1 "$tmp/lines" | grep -q '"final":true' || fails "listen: no last line"
 
+# What is unpacked anywhere uses the model beside it.
+cpack --config build/windows/CPackConfig.cmake -B "$tmp/pack" >/dev/null
+(cd "$tmp/pack" && cmake -E tar xf parley-*.zip)
+unpacked=$(echo "$tmp"/pack/parley-*-win64)
+"$wine" "$unpacked/bin/parley.exe" -f rttm $sample >/dev/null || fails "the archive"
+echo none >"$unpacked/share/parley/parley.zx"
+! "$wine" "$unpacked/bin/parley.exe" -f rttm $sample >/dev/null 2>&1 || fails "the archive: not its own model"
+
 [ $failures = 0 ]
 echo "Windows: the tool gives what it gives here, names of ${#folder} characters and in other scripts included"

@@ -254,7 +254,7 @@ private:
         std::string format = formats_.front()->name;
         if (recordings_.size() == 1) return write(result, format, terminal_);
         if (traits_of(formats_.front()).several == joined::as_json_lines) format = "jsonl";
-        const std::string text = write(result, format, terminal_);
+        std::string text = write(result, format, terminal_);
         if (format != "text") return text;
         // Plain lines of several files carry the file's name.
         std::string named;
