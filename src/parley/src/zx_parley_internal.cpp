@@ -111,7 +111,7 @@ struct feature_run {
         zx_filterbank_t *filterbank = self->filterbanks[worker];
         zx_filterbank_reset(filterbank);  // a call that failed below may have left its audio there
         const int64_t first = int64_t{span} * SPAN, end = std::min(first + SPAN, self->num_hops);
-        int16_t unused[ZX_FILTERBANK_NUM_BANDS];
+        int16_t unused[ZX_FILTERBANK_NUM_BANDS] = {};
         for (int64_t hop = std::max<int64_t>(first - HISTORY, 0); hop < end; hop++) {
             const zx_status_t status =
                 zx_filterbank_compute(filterbank, self->pcm + hop * ZX_PARLEY_HOP_LENGTH,
