@@ -39,9 +39,8 @@ std::string text_of(const std::filesystem::path &path) {
 }
 
 scratch_file::scratch_file() : path_((std::filesystem::temp_directory_path() / "parley.XXXXXX").string()) {
-    descriptor_ = mkstemp(path_.data());
+    descriptor_ = mkostemp(path_.data(), O_CLOEXEC);
     if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), path_);
-    fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
 #if defined(__linux__)
     // As child processes find it, too.
     const std::string nameless = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor_);
@@ -67,11 +66,16 @@ child_process::~child_process() = default;
 
 namespace {
 
-// False, with nothing open, on failure.
+// False, with nothing open, on failure. A child of another thread must not have these ends: macOS cannot say
+// so at once.
 bool open_pipe(int ends[2]) {
+#if defined(__APPLE__)
     if (pipe(ends) != 0) return false;
     for (const int end : {ends[0], ends[1]}) fcntl(end, F_SETFD, FD_CLOEXEC);
     return true;
+#else
+    return pipe2(ends, O_CLOEXEC) == 0;
+#endif
 }
 
 }  // namespace

@@ -79,10 +79,11 @@ if "$cmake" --install "$tmp/half" --prefix "$tmp/nothing" >"$tmp/output" 2>&1; t
 tr -s ' \n' ' ' <"$tmp/output" | grep -q 'is not built yet: cmake --build'
 [ ! -e "$tmp/nothing" ]
 
-# As a part of another project it adds a library and nothing else.
+# As a part of another project, which uses one of the same libraries, it adds a library and nothing else.
 mkdir "$tmp/outer"
-printf 'cmake_minimum_required(VERSION 3.25)\nproject(outer C CXX)\nadd_subdirectory("%s" parley)\n' "$source" >"$tmp/outer/CMakeLists.txt"
+printf 'cmake_minimum_required(VERSION 3.25)\nproject(outer C CXX)\nfind_package(nlohmann_json)\nadd_subdirectory("%s" parley)\n' "$source" >"$tmp/outer/CMakeLists.txt"
 "$cmake" -S "$tmp/outer" -B "$tmp/outer/build" "${alone[@]:1}" >/dev/null
+"$cmake" -S "$tmp/outer" -B "$tmp/outer/room" "${alone[@]:1}" -DPARLEY_BUILD_{DIARIZATION,TOOLS}=ON -DPARLEY_WITH_{CAIRO,SNDFILE}=OFF >/dev/null
 "$cmake" --install "$tmp/outer/build" --prefix "$tmp/outer/installed" >/dev/null
 [ ! -e "$tmp/outer/installed" ] && [ ! -e "$tmp/outer/build/CPackConfig.cmake" ]
 [ "$(cd "$tmp/outer/build" && "${cmake%cmake}ctest" -N | tail -1)" = 'Total Tests: 0' ]
