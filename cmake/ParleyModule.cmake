@@ -72,11 +72,11 @@ function(parley_program_test name label)
   endif()
 endfunction()
 
-# parley_header_library(PACKAGE TARGET HEADER): a library of headers alone. For another machine they are this one's, copied away from
+# parley_header_library(PACKAGE TARGET HEADER [VERSION]): a library of headers alone. For another machine they are this one's, copied away from
 # those that must not be mixed with the other's.
 function(parley_header_library package target header)
   if(NOT CMAKE_CROSSCOMPILING)
-    find_package(${package} REQUIRED GLOBAL)
+    find_package(${package} ${ARGN} REQUIRED GLOBAL)
     return()
   endif()
   find_path(${package}_headers ${header} PATHS /usr/include /usr/local/include REQUIRED NO_CMAKE_FIND_ROOT_PATH)
