@@ -62,10 +62,10 @@ void write_atomically(const std::string &path, const std::string &content) {
 }
 
 bool is_stream(const std::string &path) {
+    if (path == "-") return true;
     std::error_code error;
-    const auto status =
-        path == "-" ? std::filesystem::file_status() : std::filesystem::status(path_of(path), error);
-    return path == "-" || std::filesystem::is_fifo(status) || std::filesystem::is_character_file(status);
+    const std::filesystem::file_status status = std::filesystem::status(path_of(path), error);
+    return std::filesystem::is_fifo(status) || std::filesystem::is_character_file(status);
 }
 
 spooled_stream::spooled_stream(const std::string &path, uint64_t most) {
