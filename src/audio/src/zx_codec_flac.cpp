@@ -6,6 +6,7 @@
 
 #include "zx_assert.h"
 #include "zx_audio_util.h"
+#include "zx_file.h"
 #include "zx_heap.h"
 
 namespace {
@@ -28,7 +29,9 @@ zx_status_t zx_codec_flac_init(const char *path, void **object) {
     *object = nullptr;
     zx_owned<codec_flac_t, zx_codec_flac_delete> o(zx_heap_zeroed<codec_flac_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
-    o->flac = drflac_open_file(path, nullptr);
+    o->flac = zx_file_open_by(
+        path, [](const char *name) { return drflac_open_file(name, nullptr); },
+        [](const wchar_t *name) { return drflac_open_file_w(name, nullptr); });
     if (!o->flac) return ZX_STATUS_INVALID_ARGUMENT;
     const zx_status_t status = zx_audio_util_stereo_buffer_init(o->flac->channels, &o->stereo_buffer);
     if (status != ZX_STATUS_SUCCESS) return status;

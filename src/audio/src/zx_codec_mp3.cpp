@@ -33,13 +33,9 @@ zx_status_t zx_codec_mp3_init(const char *path, void **object) {
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->mp3 = zx_heap_zeroed<drmp3>();
     if (!o->mp3) return ZX_STATUS_OUT_OF_MEMORY;
-#if defined(_WIN32)
-    const zx_heap_ptr<wchar_t> name(zx_file_system_name(path));
-    const bool is_open = name && drmp3_init_file_w(o->mp3, name.get(), nullptr);
-#else
-    const bool is_open = drmp3_init_file(o->mp3, path, nullptr);
-#endif
-    if (!is_open) {
+    if (!zx_file_open_by(
+            path, [&](const char *name) { return drmp3_init_file(o->mp3, name, nullptr); },
+            [&](const wchar_t *name) { return drmp3_init_file_w(o->mp3, name, nullptr); })) {
         std::free(std::exchange(o->mp3, nullptr));  // closed already: dr_mp3 must not be asked to do it again
         return ZX_STATUS_IO_ERROR;
     }

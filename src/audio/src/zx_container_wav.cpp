@@ -67,13 +67,9 @@ zx_status_t zx_container_wav_init(const char *path, void **object) {
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
     o->wav = zx_heap_zeroed<drwav>();
     if (!o->wav) return ZX_STATUS_OUT_OF_MEMORY;
-#if defined(_WIN32)
-    const zx_heap_ptr<wchar_t> name(zx_file_system_name(path));
-    const bool is_open = name && drwav_init_file_w(o->wav, name.get(), nullptr);
-#else
-    const bool is_open = drwav_init_file(o->wav, path, nullptr);
-#endif
-    if (!is_open) {
+    if (!zx_file_open_by(
+            path, [&](const char *name) { return drwav_init_file(o->wav, name, nullptr); },
+            [&](const wchar_t *name) { return drwav_init_file_w(o->wav, name, nullptr); })) {
         std::free(std::exchange(o->wav, nullptr));  // closed already: dr_wav must not be asked to do it again
         return ZX_STATUS_INVALID_ARGUMENT;
     }

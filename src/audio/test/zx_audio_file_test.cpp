@@ -1,5 +1,7 @@
 #include "zx_audio_file.h"
 
+#include <filesystem>
+
 #include "mp4_builder.h"
 #include "peak_memory.h"
 #include "support.h"
@@ -123,6 +125,23 @@ TEST(zx_audio_file, a_header_of_nothing_but_tracks_does_not_cost_gigabytes) {
     bytes += tracks;
     open(bytes, PARLEY_WITH_WEBM ? ZX_STATUS_INVALID_STATE : ZX_STATUS_INVALID_ARGUMENT);
     EXPECT_LT(peak_memory(), 1U << 30);
+}
+
+TEST(zx_audio_file, names_are_utf8_in_every_format) {
+    const std::filesystem::path folder = std::filesystem::temp_directory_path();
+    for (const char *name : {"wav_f32_mono_16000.wav", PARLEY_WITH_FLAC ? "flac_s16_mono_16000.flac" : "",
+                             PARLEY_WITH_MP3 ? "mp3_cbr64_mono_16000.mp3" : ""}) {
+        if (!*name) continue;
+        const std::u8string here = (folder / u8"запись-会议").u8string();
+        std::filesystem::copy_file(std::string(PARLEY_TEST_DATA "/audio/") + name, here,
+                                   std::filesystem::copy_options::overwrite_existing);
+        zx_audio_file_t *reader = nullptr;
+        EXPECT_EQ(zx_audio_file_init(reinterpret_cast<const char *>(here.c_str()), &reader),
+                  ZX_STATUS_SUCCESS)
+            << name;
+        zx_audio_file_delete(reader);
+        std::filesystem::remove(here);
+    }
 }
 
 TEST(zx_audio_file, rates_that_cannot_be_converted_are_refused) {

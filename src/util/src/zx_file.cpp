@@ -9,8 +9,6 @@
 #include <windows.h>
 
 #include <cwchar>
-
-#include "zx_heap.h"
 #endif
 
 static_assert(sizeof(float) == 4 && std::numeric_limits<float>::is_iec559, "float values are IEEE binary32");

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "zx_base.h"
+#include "zx_heap.h"
 
 // fopen with asserted arguments; null on failure.
 [[nodiscard]] FILE *zx_fopen(const char *path, const char *mode);
@@ -18,6 +19,19 @@
 // a name that is not UTF-8.
 [[nodiscard]] wchar_t *zx_file_system_name(const char *path);
 #endif
+
+// Opens a file by a library that takes names: what narrow(name) gives, or on Windows wide(name), the
+// library's function for names as that system has them; nothing (null, false) where there is no such name.
+template <class Narrow, class Wide>
+[[nodiscard]] auto zx_file_open_by(const char *path, [[maybe_unused]] Narrow narrow,
+                                   [[maybe_unused]] Wide wide) {
+#if defined(_WIN32)
+    const zx_heap_ptr<wchar_t> name(zx_file_system_name(path));
+    return name ? wide(name.get()) : decltype(wide(name.get())){};
+#else
+    return narrow(path);
+#endif
+}
 
 struct zx_file_closer {
     void operator()(FILE *file) const { std::fclose(file); }
