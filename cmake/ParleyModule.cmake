@@ -11,14 +11,15 @@ function(parley_module name)
   set_property(GLOBAL APPEND PROPERTY PARLEY_MODULES zx_${name})
 endfunction()
 
-# parley_wing(MODULE WING FLAGS file...)
+# parley_simd_kernels(ARCHITECTURE FLAGS file...)
 #
-# Sources of src/MODULE/src/WING, for one kind of processor: always optimised, since whatever is not inlined there could be
+# Sources of src/kernels/src/ARCHITECTURE, for one kind of processor: always optimised, since whatever is not inlined there could be
 # linked in where another processor runs it (test/kernels looks for that).
-function(parley_wing module wing flags)
-  list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/src/${module}/src/${wing}/" OUTPUT_VARIABLE files)
-  target_sources(zx_${module} PRIVATE ${files})
-  target_include_directories(zx_${module} PRIVATE "${PROJECT_SOURCE_DIR}/src/${module}/src/${wing}")
+function(parley_simd_kernels architecture flags)
+  set(folder "${PROJECT_SOURCE_DIR}/src/kernels/src/${architecture}")
+  list(TRANSFORM ARGN PREPEND "${folder}/" OUTPUT_VARIABLE files)
+  target_sources(zx_kernels PRIVATE ${files})
+  target_include_directories(zx_kernels PRIVATE "${folder}")
   set(options -O3 ${flags})
   if(WIN32) # whose stack is not aligned for vectors of more than 128 bits
     list(APPEND options -Wa,-muse-unaligned-vector-move)

@@ -20,9 +20,10 @@ from wheel.bdist_wheel import bdist_wheel
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE / "engine" if (HERE / "engine").exists() else HERE.parent.parent  # the first in a source distribution
 # What building the library takes.
-SOURCES = ["CMakeLists.txt", "LICENSE", "cmake", "models/parley.zx", "models/README.md", "web/player", "diarization/CMakeLists.txt", "diarization/src", "diarization/system",
-           *(f"src/{m}/src" for m in ("core", "io", "util", "math", "feature", "nn", "audio", "parley")),
-           "diarization/parley_diarization.h", "diarization/parley_stages.h"]
+SOURCES = ["CMakeLists.txt", "LICENSE", "cmake", "models/parley.zx", "models/README.md", "web/player", "diarization",
+           "src/system/src",
+           *(f"src/{m}/src" for m in ("core", "io", "util", "kernels", "math", "feature", "nn", "audio", "parley")),
+           "include/parley"]
 NATIVE = HERE / "src" / "parley" / "native"
 VERSION = re.search(r"project\(parley VERSION ([0-9.]+)", (ROOT / "CMakeLists.txt").read_text())[1]
 # What every Linux machine has; all else that the library needs travels with it.

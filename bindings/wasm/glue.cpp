@@ -1,9 +1,9 @@
-// What the worker calls besides the functions of parley_diarization.h: runs whose progress goes to
+// What the worker calls besides the functions of parley.h: runs whose progress goes to
 // JavaScript.
 
 #include <emscripten/emscripten.h>
 
-#include "parley_diarization.h"
+#include "parley.h"
 
 // Tells the page how much is done, 0 to 1. 0: stop.
 EM_JS(int, report_progress, (double fraction),

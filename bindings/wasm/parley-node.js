@@ -23,7 +23,7 @@ function started() {
   return worker;
 }
 
-// Formats that hold sound themselves and name no other files: those of diarization/src/readers.cpp.
+// Formats that hold sound themselves and name no other files: those of diarization/input/readers.cpp.
 const FORMATS = "aac,ac3,aiff,amr,amrnb,amrwb,ape,asf,au,avi,caf,dts,eac3,flac,flv,gsm,loas,matroska,mov,mp3,mpeg,mpegts,ogg,rm,truehd,tta,voc,w64,wav,wv";
 
 // What ffmpeg makes of a file, as the tool uses it: this one file, no playlists, no network. Fails without ffmpeg or without audio.

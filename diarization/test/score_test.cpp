@@ -7,6 +7,8 @@
 #include <numeric>
 #include <sstream>
 
+#include "assignment.h"
+
 namespace {
 
 // A conversation of 5.1 s of speech, small enough to score by hand.

@@ -8,7 +8,7 @@
 #include <random>
 #include <utility>
 
-#include "parley_diarization.h"
+#include "parley.h"
 #include "support.h"
 #include "zx_parley_internal.h"
 

@@ -1,5 +1,5 @@
 /* The diarization library as a C program sees it: diarization_test MODEL AUDIO */
-#include <parley_diarization.h>
+#include <parley.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -6,8 +6,8 @@
 
 #include "commands.h"
 #include "files.h"
+#include "library.h"
 #include "model.h"
-#include "room.h"
 #include "system.h"
 #include "terminal.h"
 

@@ -9,13 +9,13 @@
 #include <optional>
 #include <thread>
 
+#include "command_options.h"
 #include "commands.h"
 #include "files.h"
+#include "library.h"
 #include "model.h"
 #include "progress.h"
 #include "recordings.h"
-#include "room.h"
-#include "room_options.h"
 #include "system.h"
 #include "terminal.h"
 #include "voices.h"
@@ -33,7 +33,7 @@ struct arguments {
     std::string model, voices, output_dir, audio = "auto", color = "auto";
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
-    room_options options;
+    command_options options;
 };
 
 // The two columns of help fit a terminal of 80.
@@ -217,7 +217,7 @@ private:
             tell, &told, &made);
         const result_ptr result(made);
         if (status != PARLEY_OK && stream) {  // whose place in the system nobody knows
-            room_error failure(status);
+            parley_error failure(status);
             const std::string name = recording.path == "-" ? "standard input" : recording.path;
             const std::string message = failure.what();
             throw std::runtime_error(name + message.substr(std::min(message.find(": "), message.size())));

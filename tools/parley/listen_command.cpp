@@ -8,11 +8,11 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "command_options.h"
 #include "commands.h"
 #include "files.h"
+#include "library.h"
 #include "model.h"
-#include "room.h"
-#include "room_options.h"
 #include "source.h"
 #include "system.h"
 #include "terminal.h"
@@ -34,7 +34,7 @@ struct arguments {
     int rate = 16000, channels = 1;
     double every = 1, share = 0.05;
     bool lines = false;
-    room_options options;
+    command_options options;
 };
 
 volatile std::sig_atomic_t was_interrupted = 0;

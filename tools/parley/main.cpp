@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "commands.h"
-#include "parley_diarization.h"
+#include "parley.h"
 #include "system.h"
 #include "terminal.h"
 

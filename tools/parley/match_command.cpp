@@ -7,7 +7,7 @@
 
 #include "commands.h"
 #include "files.h"
-#include "room.h"
+#include "library.h"
 
 namespace parley {
 

@@ -6,7 +6,7 @@
 
 #include "commands.h"
 #include "files.h"
-#include "room.h"
+#include "library.h"
 
 namespace parley {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "room.h"
+#include "library.h"
 #include "system.h"
 
 namespace parley {
@@ -61,7 +61,7 @@ parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
 
 void print_error(const std::exception &error, bool verbose) {
     std::fprintf(stderr, "parley: %s\n", error.what());
-    if (const auto *failure = dynamic_cast<const room_error *>(&error); failure && verbose)
+    if (const auto *failure = dynamic_cast<const parley_error *>(&error); failure && verbose)
         std::fputs(failure->details.c_str(), stderr);
 }
 

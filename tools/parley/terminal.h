@@ -6,7 +6,7 @@
 #include <exception>
 #include <string>
 
-#include "parley_diarization.h"
+#include "parley.h"
 
 namespace parley {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "room.h"
+#include "library.h"
 
 namespace parley {
 

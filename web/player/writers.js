@@ -1,4 +1,4 @@
-// A corrected answer as files: byte for byte what the tool writes of the same answer (diarization/src/output-formats).
+// A corrected answer as files: byte for byte what the tool writes of the same answer (diarization/output-formats).
 "use strict";
 
 const PARLEY_WRITERS = {

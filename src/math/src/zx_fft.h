@@ -33,9 +33,6 @@ void zx_fft_forward_preprocess(const float *x, float *buffer);  // packs pairs i
 void zx_fft_complex_DIT_RN(float *buffer, float sign);  // reversed in, natural order out; sign -1: forward
 void zx_fft_forward_postprocess(const float *buffer, float *y);
 
-// The readable form of zx_fft_complex_DIT_RN, of which zx_kernels.h has others.
-void zx_fft_complex_DIT_RN_generic(float *buffer, float sign);
-
 // sin and cos of 2 pi k / 512; 0 <= k, k < 384 and k < 256.
 float zx_fft_sin(int32_t k);
 float zx_fft_cos(int32_t k);

@@ -12,24 +12,8 @@
 #include <cstdio>
 
 #include "zx_base.h"
+#include "zx_fc_layer.h"
 #include "zx_memory.h"
-
-struct zx_fc_param_t {
-    int32_t input_dimension;
-    int32_t output_dimension;
-    int8_t *weights;
-    int8_t *biases;
-};
-
-struct zx_kernels_t;
-
-struct zx_fc_t {
-    zx_memory_t *memory;
-    const zx_fc_param_t *param;  // borrowed
-    bool accumulate;
-    const zx_kernels_t *kernels;  // the form that computes it, see zx_kernels.h
-    int8_t *packed;               // the weights as that form reads them; null where it reads the model's
-};
 
 // Reads the block at the file's position. ZX_STATUS_INVALID_ARGUMENT: a dimension out of range;
 // ZX_STATUS_IO_ERROR: short read; ZX_STATUS_OUT_OF_MEMORY. On failure *param is null. The caller owns *param.
@@ -47,10 +31,8 @@ void zx_fc_param_delete(zx_fc_param_t *param);
 void zx_fc_delete(zx_fc_t *object);
 
 // x: N values, y: M values (Q10). For each output o: a = sum_i x[i] w[o][i] + (b[o] << 10) modulo 2^32,
-// r = (a + 64) >> 7, y[o] = saturate16(r), or saturate16(y[o] + r) when accumulating. The generic form is the
-// plain loop that every faster one is held to.
+// r = (a + 64) >> 7, y[o] = saturate16(r), or saturate16(y[o] + r) when accumulating.
 void zx_fc_process(const zx_fc_t *object, const int16_t *x, int16_t *y);
-void zx_fc_process_generic(const zx_fc_t *object, const int16_t *x, int16_t *y);
 
 // The same for num_rows > 0 inputs, which is faster than one after the other. The next row lies x_stride and
 // y_stride values further on; either may be negative.

@@ -1,4 +1,4 @@
-"""The C interface (parley_diarization.h) by ctypes: the library beside this file, or one named by PARLEY_LIBRARY, or the
+"""The C interface (parley.h) by ctypes: the library beside this file, or one named by PARLEY_LIBRARY, or the
 system's."""
 import ctypes
 import ctypes.util

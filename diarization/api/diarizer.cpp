@@ -1,0 +1,361 @@
+#include "diarizer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <sstream>
+
+#include "channels.h"
+#include "errors.h"
+#include "options.h"
+#include "readers.h"
+#include "resegmentation.h"
+#include "system.h"
+
+namespace {
+
+enum channel_use : int32_t { MIXED, APART, LOUDEST };  // as `channels` counts them
+
+constexpr int32_t LARGEST_NUMBER = 1000;
+constexpr double LONGEST = 3600;  // seconds
+
+std::vector<float> draw_waveform(const int16_t *samples, size_t count) {
+    const size_t step = RATE / WAVEFORM_RATE;
+    std::vector<float> peaks;
+    for (size_t at = 0; at < count; at += step) {
+        int loudest = 0;
+        for (size_t i = at; i < std::min(at + step, count); i++)
+            loudest = std::max(loudest, std::abs(int{samples[i]}));
+        peaks.push_back(std::min(1.0f, static_cast<float>(loudest) / 32767));
+    }
+    return peaks;
+}
+
+std::vector<std::string> split_names(const char *names) {
+    std::vector<std::string> result;
+    if (!names) return result;
+    std::istringstream text(names);
+    for (std::string name; std::getline(text, name, ',');) result.push_back(name);
+    return result;
+}
+
+// Fills speakers and their talk time; segments carry tags until then. Tags are numbered in the order in which
+// they are heard; `by_tag` they are named by it: as channels are, and speakers who keep their name.
+void number_speakers(const parley_options &options, const centroids &means, bool by_tag,
+                     diarization *result) {
+    std::map<int, int> numbers;
+    if (by_tag) {
+        for (const auto &[tag, mean] : means)
+            numbers.try_emplace(static_cast<int>(tag), static_cast<int>(numbers.size()));
+    }
+    for (segment &s : result->segments)
+        s.speaker = numbers.try_emplace(s.speaker, static_cast<int>(numbers.size())).first->second;
+    result->speakers.resize(numbers.size());
+    const std::vector<std::string> names = split_names(options.names);
+    for (const auto &[tag, number] : numbers) {
+        speaker &named = result->speakers[static_cast<size_t>(number)];
+        const auto place = static_cast<size_t>(by_tag ? tag - 1 : number);
+        named.embedding = means.at(static_cast<uint32_t>(tag));
+        named.name = place < names.size() ? names[place] : options.speaker_prefix + std::to_string(place + 1);
+    }
+    for (const segment &s : result->segments)
+        result->speakers[static_cast<size_t>(s.speaker)].seconds += s.end - s.start;
+}
+
+// Energy around every frame, over about a second, so that a word's own dips do not count.
+std::vector<double> loudness(const std::vector<int16_t> &samples) {
+    constexpr size_t REACH = 15;  // frames to either side
+    const size_t count = samples.size() / ZX_PARLEY_FRAME_LENGTH;
+    std::vector<double> sums(count + 1);
+    for (size_t i = 0; i < count * ZX_PARLEY_FRAME_LENGTH; i++)
+        sums[i / ZX_PARLEY_FRAME_LENGTH + 1] += static_cast<double>(samples[i]) * samples[i];
+    for (size_t f = 0; f < count; f++) sums[f + 1] += sums[f];
+    std::vector<double> result(count);
+    for (size_t f = 0; f < count; f++)
+        result[f] = sums[std::min(count, f + REACH + 1)] - sums[f > REACH ? f - REACH : 0];
+    return result;
+}
+
+// Of the second look to take a frame for nobody's: cosines differ by 0.3 or so between what is clearly speech
+// and what is clearly not.
+double reluctance_of(const parley_options &options) {
+    return 0.6 * (options.sensitivity - 0.5);
+}
+
+[[noreturn]] void refuse(const std::string &message) {
+    throw diarization_error(PARLEY_INVALID, message);
+}
+
+// The mean of the channels, rounded towards zero.
+std::vector<int16_t> mix(const given_samples &samples) {
+    const auto channels = static_cast<size_t>(samples.num_channels);
+    std::vector<int16_t> result(static_cast<size_t>(samples.num_frames));
+    for (size_t i = 0; i < result.size(); i++) {
+        int32_t sum = 0;
+        for (size_t c = 0; c < channels; c++) sum += samples.values[i * channels + c];
+        result[i] = static_cast<int16_t>(sum / samples.num_channels);
+    }
+    return result;
+}
+
+std::vector<std::vector<int16_t>> take_apart(const given_samples &samples) {
+    const auto channels = static_cast<size_t>(samples.num_channels);
+    std::vector<std::vector<int16_t>> result(channels);
+    for (size_t c = 0; c < channels; c++) {
+        for (int64_t i = 0; i < samples.num_frames; i++)
+            result[c].push_back(samples.values[static_cast<size_t>(i) * channels + c]);
+        result[c] = convert_rate(std::move(result[c]), samples.rate);
+    }
+    return result;
+}
+
+std::vector<std::vector<int16_t>> channels_of(const std::string &path, const given_samples *given,
+                                              const parley_options &options) {
+    return given ? take_apart(*given) : read_channels(path, longest_of(options));
+}
+
+zx_parley_samples_t borrowed(const std::vector<int16_t> &from) {
+    if (from.size() > INT32_MAX) refuse("more than 2^31 - 1 samples");
+    zx_parley_samples_t result;
+    result.pcm = from.data();
+    result.count = static_cast<int32_t>(from.size());
+    return result;
+}
+
+// Samples at the engine's rate, which `holder` keeps if they had to be made.
+zx_parley_samples_t take(const given_samples &samples, std::vector<int16_t> *holder) {
+    if (samples.num_channels == 1 && samples.rate == RATE) {
+        zx_parley_samples_t result;
+        result.pcm = samples.values;
+        result.count = static_cast<int32_t>(samples.num_frames);
+        return result;
+    }
+    *holder = convert_rate(mix(samples), samples.rate);
+    return borrowed(*holder);
+}
+
+}  // namespace
+
+void check_options(const parley_options &o) {
+    const auto number = [](const char *name, int32_t value, int32_t largest = LARGEST_NUMBER) {
+        if (value < 0 || value > largest) {
+            refuse(std::string(name) + " is " + std::to_string(value) + ", not a number from 0 to " +
+                   std::to_string(largest));
+        }
+    };
+    const auto seconds = [](const char *name, double value) {
+        if (!(value >= 0 && value <= LONGEST)) refuse(std::string(name) + " takes from 0 to 3600 seconds");
+    };
+    number("min-speakers", o.min_speakers);
+    number("max-speakers", o.max_speakers);
+    seconds("merge-gap", o.merge_gap);
+    seconds("min-duration", o.min_duration);
+    seconds("pad", o.pad);
+    if (!(o.max_duration >= 0)) refuse("max-duration takes a number of seconds");
+    if (!(o.sensitivity >= 0 && o.sensitivity <= 1)) refuse("sensitivity takes from 0 to 1");
+    number("channels", o.channels, LOUDEST);
+    number("via-ffmpeg", o.via_ffmpeg, 2);
+    number("jobs", o.jobs, MOST_JOBS);
+    if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
+    if (o.channels == APART && o.max_speakers + o.min_speakers > 0)
+        refuse("with channels apart the channels are the speakers: their number cannot be asked for");
+    if (!o.speaker_prefix) refuse("the speaker prefix is missing");
+    for (const double t : o.thresholds)
+        if (!(t <= 1)) refuse("thresholds lie between 0 and 1");
+    const std::vector<std::string> names = split_names(o.names);
+    for (size_t i = 0; i < names.size(); i++) {
+        if (names[i].empty()) refuse("a name is empty");
+        if (std::count(names.begin(), names.end(), names[i]) > 1)
+            refuse("the name " + names[i] + " is given twice");
+    }
+}
+
+thresholds thresholds_of(const parley_options &options, const thresholds &own) {
+    thresholds result;
+    for (size_t i = 0; i < result.size(); i++)
+        result[i] = options.thresholds[i] < 0 ? own[i] : options.thresholds[i];
+    // Half or one and a half times the distance from the background that speech needs.
+    for (const size_t i : {size_t{2}, size_t{3}})
+        if (options.thresholds[i] < 0) result[i] *= 1.5 - options.sensitivity;
+    return result;
+}
+
+// As the model would have it, unless the number of speakers is not the one asked for: then with the offline
+// threshold nearest to the model's at which it is, found by bisection; more speakers merge at a higher one.
+// The clustering drops who has less than about a second: where that leaves nobody, a few words may still be
+// there, at last somewhat nearer to the background: nobody at all is the rarer answer.
+tags diarizer::find_speakers(const frames &all, const parley_options &options,
+                             const progress_function &progress, std::string *note) {
+    thresholds values = thresholds_of(options, engine_.own_thresholds());
+    const auto cluster = [&](double offline) {
+        values[0] = offline;
+        tags result = engine_.cluster(all, values, progress);
+        if (options.refine)
+            refine_tags(all, engine_.background(), reluctance_of(options), offline, options.min_speakers,
+                        &result, engine_.get()->num_workers);
+        return result;
+    };
+    const double first = values[0];
+    tags found = cluster(first);
+    if (options.refine && count_speakers(found) == 0) {
+        for (const double nearness : {1.0, 0.9}) {
+            if (count_speakers(found) == 0)
+                find_few_words(all, engine_.background(), reluctance_of(options), nearness * values[3],
+                               &found);
+        }
+        if (count_speakers(found) > 0) add_note(note, "a few words only: too little to tell speakers apart");
+        return found;
+    }
+    const int most = options.max_speakers > 0 ? options.max_speakers : std::numeric_limits<int>::max();
+    const int fewest = std::min(options.min_speakers, most);
+    const int count = count_speakers(found);
+    if (count >= fewest && count <= most) return found;
+    double near = first, far = count > most ? 1.0 : 0.0;
+    found = cluster(far);
+    for (int i = 0; i < 12; i++) {
+        const double middle = (near + far) / 2;
+        tags there = cluster(middle);
+        const int n = count_speakers(there);
+        if (count > most ? n <= most : n >= fewest) {
+            far = middle;
+            found = std::move(there);
+        } else {
+            near = middle;
+        }
+    }
+    // The step over the number asked for can be more than one speaker high. On the way down the surplus joins
+    // its nearest; on the way up there is nobody to be had from nowhere.
+    if (count > most && count_speakers(found) < fewest) found = cluster(near);
+    while (count_speakers(found) > most) join_nearest(all, std::numeric_limits<double>::max(), &found);
+    if (count_speakers(found) < fewest)
+        add_note(note, "only " + std::to_string(count_speakers(found)) + " speakers can be told apart");
+    return found;
+}
+
+std::vector<segment> segments_of(const frames &all, const tags &which, const centroids &speakers,
+                                 const float *background) {
+    const std::vector<float> nobody(background, background + all.size);
+    std::vector<segment> result;
+    for (const auto &[start, end, tag] : runs_of(which)) {
+        const std::vector<float> mean = mean_of(all, start, end);
+        const double own = std::max(0.0, distance(mean, speakers.at(tag)));
+        double other = std::max(0.0, distance(mean, nobody));
+        for (const auto &[rival, centroid] : speakers)
+            if (rival != tag) other = std::min(other, std::max(0.0, distance(mean, centroid)));
+        const double confidence = own + other > 0 ? std::max(0.0, (other - own) / (other + own)) : 0.0;
+        result.push_back({FRAME_SECONDS * start, FRAME_SECONDS * end, static_cast<int>(tag), confidence});
+    }
+    return result;
+}
+
+diarization diarizer::run(const std::string &path, const given_samples *given, const parley_options &options,
+                          const progress_function &progress) {
+    check_options(options);
+    engine_.set_jobs(options.jobs);
+    diarization result;
+    result.path = path;
+    result.recording = stem_of(path);
+    result.model = engine_.id();
+    result.with_confidence = options.confidence != 0;
+    result.with_embeddings = options.embeddings != 0;
+    if (options.channels == APART) {
+        run_channels(path, given, options, progress, &result);
+        return result;
+    }
+    std::vector<int16_t> converted;
+    zx_parley_samples_t samples;
+    if (options.channels == LOUDEST) {
+        converted = loudest_of(channels_of(path, given, options));
+        samples = borrowed(converted);
+    } else if (given) {
+        if (given->num_channels == 2)
+            result.note = note_on_mixing({given->values, static_cast<size_t>(2 * given->num_frames)});
+        samples = take(*given, &converted);
+    } else {
+        samples = read_any(&engine_, read_request(path, options, progress), &result.note);
+    }
+    result.duration = static_cast<double>(samples.count) / RATE;
+    result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
+    const embeddings rows = engine_.embed(&samples, path, progress);
+    const frames all = rows.view();
+    tell(all, find_speakers(all, options, progress, &result.note), options, false, &result);
+    return result;
+}
+
+void diarizer::tell(const frames &all, const tags &which, const parley_options &options, bool by_tag,
+                    diarization *result) {
+    const centroids means = centroids_of(all, which);
+    result->segments = segments_of(all, which, means, engine_.background());
+    for (segment &s : result->segments) s.end = std::min(s.end, result->duration);
+    tidy_segments(&result->segments, result->duration, options);
+    number_speakers(options, means, by_tag, result);
+}
+
+// Everything that is speech on a channel is its speaker's, but not what a louder channel leaks into it.
+void diarizer::run_channels(const std::string &path, const given_samples *given,
+                            const parley_options &options, const progress_function &progress,
+                            diarization *result) {
+    constexpr double LEAK = 16;  // 12 dB
+    const std::vector<std::vector<int16_t>> channels = channels_of(path, given, options);
+    result->duration = static_cast<double>(channels.front().size()) / RATE;
+    std::vector<std::vector<double>> loud;
+    loud.reserve(channels.size());
+    for (const auto &samples : channels) loud.push_back(loudness(samples));
+    centroids means;
+    const auto num_channels = static_cast<double>(channels.size());
+    for (size_t c = 0; c < channels.size(); c++) {
+        const progress_function share = [&](double done) {
+            return !progress || progress((static_cast<double>(c) + done) / num_channels);
+        };
+        const std::vector<float> wave = draw_waveform(channels[c].data(), channels[c].size());
+        result->waveform.resize(wave.size());
+        for (size_t i = 0; i < wave.size(); i++) result->waveform[i] = std::max(result->waveform[i], wave[i]);
+        zx_parley_samples_t samples = borrowed(channels[c]);
+        const embeddings rows = engine_.embed(&samples, path, share);
+        const frames all = rows.view();
+        tags which = engine_.cluster(all, thresholds_of(options, engine_.own_thresholds()), share);
+        for (size_t f = 0; f < which.size(); f++) {
+            double loudest = 0;
+            for (const auto &other : loud) loudest = std::max(loudest, other[f]);
+            if (which[f] != 0) which[f] = loud[c][f] * LEAK < loudest ? 0 : static_cast<uint32_t>(c + 1);
+        }
+        const centroids own = centroids_of(all, which);
+        if (own.empty()) {
+            means[static_cast<uint32_t>(c + 1)].resize(static_cast<size_t>(all.size));
+            continue;
+        }
+        std::vector<segment> found = segments_of(all, which, own, engine_.background());
+        for (segment &s : found) s.end = std::min(s.end, result->duration);
+        tidy_segments(&found, result->duration, options);
+        result->segments.insert(result->segments.end(), found.begin(), found.end());
+        means.merge(centroids(own));
+    }
+    std::stable_sort(result->segments.begin(), result->segments.end(),
+                     [](const segment &a, const segment &b) { return a.start < b.start; });
+    number_speakers(options, means, true, result);
+}
+
+void tidy_segments(std::vector<segment> *segments, double duration, const parley_options &options) {
+    std::vector<segment> kept;
+    for (const segment &s : *segments) {
+        if (!kept.empty() && kept.back().speaker == s.speaker && options.merge_gap > 0 &&
+            s.start - kept.back().end <= options.merge_gap) {
+            segment &before = kept.back();
+            const double a = before.end - before.start, b = s.end - s.start;
+            if (a + b > 0) before.confidence = (a * before.confidence + b * s.confidence) / (a + b);
+            before.end = s.end;
+        } else {
+            kept.push_back(s);
+        }
+    }
+    std::erase_if(kept, [&options](const segment &s) { return s.end - s.start < options.min_duration; });
+    std::vector<segment> padded = kept;
+    for (size_t i = 0; i < kept.size(); i++) {
+        const double before = i == 0 ? 0 : (kept[i - 1].end + kept[i].start) / 2;
+        const double after = i + 1 == kept.size() ? duration : (kept[i].end + kept[i + 1].start) / 2;
+        padded[i].start = std::max(kept[i].start - options.pad, std::min(before, kept[i].start));
+        padded[i].end = std::min(kept[i].end + options.pad, std::max(after, kept[i].end));
+    }
+    *segments = std::move(padded);
+}

@@ -1,0 +1,189 @@
+#include "session.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "assignment.h"
+#include "errors.h"
+#include "zx_error.h"
+#include "zx_memory.h"
+#include "zx_parley_classifier.h"
+
+session::session(diarizer *owner, const std::string &name, const parley_options &options,
+                 int32_t num_channels, int32_t rate)
+    : owner_(owner),
+      name_(name),
+      prefix_(options.speaker_prefix ? options.speaker_prefix : ""),
+      names_(options.names ? options.names : ""),
+      options_(options),
+      num_channels_(num_channels),
+      converter_(rate, RATE) {
+    check_options(options);
+    if (options.channels != 0)
+        throw diarization_error(PARLEY_INVALID, "channels are mixed while the recording goes on");
+    options_.speaker_prefix = prefix_.c_str();
+    options_.names = options.names ? names_.c_str() : nullptr;
+    zx_memory_t *memory = nullptr;
+    check_engine(zx_memory_init(&memory), "listening");
+    zx_filterbank_t *filterbank = nullptr;
+    check_engine(zx_filterbank_init(memory, ZX_PARLEY_HOP_LENGTH, &filterbank), "listening");
+    filterbank_.reset(filterbank);
+    size_ = owner->own_engine()->get()->param->classifier->embedding->output_dimension;
+}
+
+// ---- Samples to rows
+
+// Converts in the blocks in which a whole recording is converted, so that every sample is the same.
+void session::feed(const int16_t *interleaved, int64_t num_frames) {
+    for (int64_t i = 0; i < num_frames; i++, interleaved += num_channels_) {
+        int32_t sum = 0;
+        for (int32_t c = 0; c < num_channels_; c++) sum += interleaved[c];
+        pending_.push_back(static_cast<int16_t>(sum / num_channels_));
+        if (pending_.size() < sample_converter::BLOCK) continue;
+        hear(converter_.convert(pending_));
+        pending_.clear();
+    }
+}
+
+void session::hear(std::span<const int16_t> samples) {
+    if (num_samples_ + static_cast<int64_t>(samples.size()) > INT32_MAX)
+        throw diarization_error(PARLEY_INVALID, "more than 2^31 - 1 samples");
+    for (const int16_t sample : samples) {
+        if (num_samples_++ % (RATE / WAVEFORM_RATE) == 0) waveform_.push_back(0);
+        waveform_.back() =
+            std::max(waveform_.back(), std::min(1.0F, static_cast<float>(std::abs(int{sample})) / 32767));
+        hop_.push_back(sample);
+        if (hop_.size() < ZX_PARLEY_HOP_LENGTH) continue;
+        rows_.resize(rows_.size() + ZX_FILTERBANK_NUM_BANDS);
+        int16_t *row = &rows_[rows_.size() - ZX_FILTERBANK_NUM_BANDS];
+        check_engine(zx_filterbank_compute(filterbank_.get(), hop_.data(), row), name_);
+        zx_parley_internal_preprocess(owner_->own_engine()->get(), row, 1);
+        hop_.clear();
+    }
+    num_frames_ = chunk_start_ + static_cast<int32_t>(rows_.size() / ZX_PARLEY_FRAME_SIZE);
+}
+
+// ---- Rows to embeddings
+
+frames session::all() const {
+    return {embeddings_.data(), static_cast<int32_t>(embeddings_.size() / static_cast<size_t>(size_)), size_};
+}
+
+// The first `length` frames of the chunk that is under way through the network; keeps what it tells of the
+// frames up to `end_kept`.
+void session::embed_chunk(int32_t length, int32_t end_kept) {
+    const auto size = static_cast<size_t>(size_);
+    std::vector<float> chunk(static_cast<size_t>(length) * size);
+    zx_error_prepare();
+    check_engine(zx_parley_classifier_internal_process_chunk(owner_->own_engine()->get()->classifier,
+                                                             rows_.data(), length, chunk.data()),
+                 name_);
+    embeddings_.resize(static_cast<size_t>(end_kept) * size);
+    const auto from = chunk.begin() + static_cast<std::ptrdiff_t>(first_kept_ - chunk_start_) * size_;
+    std::copy(from, from + static_cast<std::ptrdiff_t>(end_kept - first_kept_) * size_,
+              embeddings_.begin() + static_cast<std::ptrdiff_t>(first_kept_) * size_);
+}
+
+// As zx_parley_classifier_process lays out its chunks. One that is complete, and not the last, is final.
+void session::embed() {
+    const zx_parley_classifier_param_t *param = owner_->own_engine()->get()->param->classifier;
+    const int32_t length = param->chunk_length_frames, warmup = param->warmup_length_frames;
+    while (num_frames_ > chunk_start_ + length) {
+        const int32_t end = chunk_start_ + length;
+        embed_chunk(length, end - warmup);
+        rows_.erase(rows_.begin(),
+                    rows_.begin() + std::ptrdiff_t{length - 2 * warmup} * ZX_PARLEY_FRAME_SIZE);
+        chunk_start_ = end - 2 * warmup;
+        first_kept_ = chunk_start_ + warmup;
+    }
+    embed_chunk(num_frames_ - chunk_start_, num_frames_);
+}
+
+// ---- Embeddings to speakers
+
+// Speakers of a new clustering take the numbers of those whose frames they have; others get numbers of their
+// own.
+void session::keep_numbers(const tags &found) {
+    uint32_t most = 0;
+    for (const uint32_t tag : found) most = std::max(most, tag);
+    std::vector<std::vector<double>> shared(most, std::vector<double>(next_number_ - 1));
+    for (size_t f = 0; f < std::min(found.size(), which_.size()); f++)
+        if (found[f] != 0 && which_[f] != 0) shared[found[f] - 1][which_[f] - 1]++;
+    const std::vector<int> matched = shared.empty() ? std::vector<int>() : best_assignment(shared);
+    std::vector<uint32_t> numbers(most + 1);
+    for (uint32_t tag = 1; tag <= most; tag++) {
+        const int known = matched[tag - 1];
+        const bool is_known = known >= 0 && shared[tag - 1][static_cast<size_t>(known)] > 0;
+        numbers[tag] = is_known ? static_cast<uint32_t>(known) + 1 : 0;
+    }
+    which_.resize(found.size());
+    for (size_t f = 0; f < found.size(); f++) {  // new ones in the order in which they are heard
+        if (found[f] != 0 && numbers[found[f]] == 0) numbers[found[f]] = next_number_++;
+        which_[f] = numbers[found[f]];
+    }
+}
+
+// What came since goes to the nearest of the speakers found, or to nobody, by the mean over half a second.
+void session::extend() {
+    constexpr int32_t REACH = 8;  // frames to either side
+    const frames view = all();
+    const centroids means = centroids_of({view.values, static_cast<int32_t>(which_.size()), size_}, which_);
+    const std::vector<float> nobody(owner_->own_engine()->background(),
+                                    owner_->own_engine()->background() + size_);
+    for (auto f = static_cast<int32_t>(which_.size()); f < view.count; f++) {
+        const std::vector<float> here =
+            mean_of(view, std::max(0, f - REACH), std::min(view.count, f + REACH + 1));
+        double nearest = distance(here, nobody);
+        uint32_t number = 0;
+        for (const auto &[tag, mean] : means) {
+            if (const double away = distance(here, mean); away < nearest) {
+                nearest = away;
+                number = tag;
+            }
+        }
+        which_.push_back(number);
+    }
+}
+
+diarization session::empty_answer() const {
+    diarization result;
+    result.path = result.recording = name_;
+    result.model = owner_->own_engine()->id();
+    result.duration = static_cast<double>(num_samples_) / RATE;
+    result.waveform = waveform_;
+    result.with_confidence = options_.confidence != 0;
+    result.with_embeddings = options_.embeddings != 0;
+    return result;
+}
+
+bool session::update(double share, diarization *state) {
+    if (num_frames_ == 0 || static_cast<size_t>(num_frames_) == which_.size()) return false;
+    embed();
+    const clock::time_point now = clock::now();
+    const bool may_cluster =
+        which_.empty() || share * std::chrono::duration<double>(now - last_clustering_).count() >=
+                              std::chrono::duration<double>(clustering_took_).count();
+    if (may_cluster) {
+        std::string note;
+        keep_numbers(owner_->find_speakers(all(), options_, nullptr, &note));
+        last_clustering_ = clock::now();
+        clustering_took_ = last_clustering_ - now;
+    } else {
+        extend();
+    }
+    *state = empty_answer();
+    owner_->tell(all(), which_, options_, true, state);
+    return true;
+}
+
+diarization session::end() {
+    hear(converter_.convert(pending_));
+    pending_.clear();
+    if (num_frames_ == 0) throw diarization_error(PARLEY_INVALID, name_ + ": is shorter than 32 ms");
+    embed();
+    diarization result = empty_answer();
+    const tags found = owner_->find_speakers(all(), options_, nullptr, &result.note);
+    owner_->tell(all(), found, options_, false, &result);
+    return result;
+}

@@ -1,0 +1,20 @@
+// What the formats in XML and JSON share.
+#ifndef PARLEY_FORMATS_MARKUP_H
+#define PARLEY_FORMATS_MARKUP_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "result.h"
+
+// Text for elements and attributes; control characters, which XML cannot hold, are dropped.
+std::string escape_xml(const std::string &text);
+
+nlohmann::ordered_json to_json(const diarization &result);
+// In one line.
+std::string dump_json(const nlohmann::ordered_json &json);
+
+// A line a value, but for lists of numbers and words, which take one together.
+std::string pretty_json(const nlohmann::ordered_json &json, const std::string &indent = "");
+
+#endif

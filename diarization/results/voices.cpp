@@ -1,0 +1,143 @@
+#include "voices.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "assignment.h"
+#include "errors.h"
+#include "markup.h"
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+constexpr const char *SCHEMA = "parley-voices-1";
+
+[[noreturn]] void refuse(const std::string &what) {
+    throw diarization_error(PARLEY_UNREADABLE, "the voices " + what);
+}
+
+double cosine(const std::vector<float> &a, const std::vector<float> &b) {
+    double sum = 0, aa = 0, bb = 0;
+    for (size_t i = 0; i < a.size(); i++) {
+        sum += double{a[i]} * b[i];
+        aa += double{a[i]} * a[i];
+        bb += double{b[i]} * b[i];
+    }
+    return aa > 0 && bb > 0 ? sum / std::sqrt(aa * bb) : 0;
+}
+
+std::vector<float> read_vector(const json &values, size_t size) {
+    if (!values.is_array() || values.empty() || (size > 0 && values.size() != size))
+        refuse("hold a vector of another length");
+    std::vector<float> vector;
+    for (const json &value : values) {
+        if (!value.is_number() || std::abs(value.get<double>()) > 1) refuse("hold a vector that is none");
+        vector.push_back(value.get<float>());
+    }
+    return vector;
+}
+
+void check_model(const voice_list &voices, const diarization &answer) {
+    if (voices.model == answer.model || voices.people.empty()) return;
+    throw diarization_error(PARLEY_INVALID, "the voices are of another model (" + voices.model +
+                                                ", this one is " + answer.model +
+                                                "): add them again from their recordings");
+}
+
+}  // namespace
+
+voice_list read_voices(const std::string &text) {
+    voice_list voices;
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) return voices;
+    const json value = json::parse(text, nullptr, false);
+    if (!value.is_object() || value.value("schema", json()) != SCHEMA)
+        refuse("are none: damaged, or another file");
+    if (!value.contains("model") || !value["model"].is_string() || !value.contains("people") ||
+        !value["people"].is_array())
+        refuse("are damaged");
+    voices.model = value["model"];
+    size_t size = 0;
+    for (const json &person : value["people"]) {
+        if (!person.is_object() || !person.value("name", json()).is_string() ||
+            !person.value("samples", json()).is_array())
+            refuse("are damaged");
+        voice v = {person["name"], {}};
+        if (v.name.empty()) refuse("hold somebody without a name");
+        for (const voice &other : voices.people)
+            if (other.name == v.name) refuse("hold " + v.name + " twice");
+        for (const json &sample : person["samples"]) {
+            v.samples.push_back(read_vector(sample, size));
+            size = v.samples.back().size();
+        }
+        voices.people.push_back(std::move(v));
+    }
+    return voices;
+}
+
+std::string write_voices(const voice_list &voices) {
+    json value = {{"schema", SCHEMA}, {"model", voices.model}, {"people", json::array()}};
+    for (const voice &v : voices.people) {
+        json samples = json::array();
+        for (const auto &sample : v.samples) {
+            json vector = json::array();
+            for (const float x : sample) vector.push_back(std::round(double{x} * 1e6) / 1e6);
+            samples.push_back(std::move(vector));
+        }
+        value["people"].push_back({{"name", v.name}, {"samples", std::move(samples)}});
+    }
+    return pretty_json(value) + "\n";
+}
+
+void add_voice(voice_list *voices, const std::string &name, const diarization &answer, int number) {
+    if (name.empty()) throw diarization_error(PARLEY_INVALID, "a voice needs a name");
+    if (number < 0 || number >= static_cast<int>(answer.speakers.size()))
+        throw diarization_error(PARLEY_INVALID,
+                                "there are " + std::to_string(answer.speakers.size()) + " speakers");
+    const speaker &heard = answer.speakers[static_cast<size_t>(number)];
+    if (heard.seconds < SHORTEST_SAMPLE)
+        throw diarization_error(PARLEY_INVALID, heard.name + " speaks too shortly to be remembered: " +
+                                                    std::to_string(std::lround(10 * heard.seconds) / 10) +
+                                                    " s of 3");
+    check_model(*voices, answer);
+    voices->model = answer.model;
+    const auto known = std::find_if(voices->people.begin(), voices->people.end(),
+                                    [&](const voice &v) { return v.name == name; });
+    if (known == voices->people.end()) {
+        voices->people.push_back({name, {heard.embedding}});
+    } else {
+        known->samples.push_back(heard.embedding);
+    }
+}
+
+void name_voices(diarization *answer, const voice_list &voices, double threshold) {
+    check_model(voices, *answer);
+    if (voices.people.empty() || answer->speakers.empty()) return;
+    std::vector<std::vector<double>> near(answer->speakers.size(), std::vector<double>(voices.people.size()));
+    for (size_t s = 0; s < near.size(); s++) {
+        for (size_t p = 0; p < voices.people.size(); p++) {
+            double best = -1;
+            for (const auto &sample : voices.people[p].samples) {
+                if (sample.size() != answer->speakers[s].embedding.size())
+                    refuse("hold vectors of another length");
+                best = std::max(best, cosine(sample, answer->speakers[s].embedding));
+            }
+            near[s][p] = std::max(0.0, best - threshold);
+        }
+    }
+    const std::vector<int> matched = best_assignment(near);
+    std::vector<bool> is_named(near.size());
+    for (size_t s = 0; s < near.size(); s++) {
+        if (matched[s] < 0 || near[s][static_cast<size_t>(matched[s])] <= 0) continue;
+        speaker &named = answer->speakers[s];
+        named.name = voices.people[static_cast<size_t>(matched[s])].name;
+        named.similarity = near[s][static_cast<size_t>(matched[s])] + threshold;
+        is_named[s] = true;
+    }
+    // Nobody else is called like a known person.
+    for (size_t s = 0; s < near.size(); s++) {
+        for (size_t other = 0; !is_named[s] && other < near.size(); other++)
+            if (is_named[other] && answer->speakers[other].name == answer->speakers[s].name)
+                answer->speakers[s].name += " (another)";
+    }
+}

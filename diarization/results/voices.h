@@ -1,0 +1,38 @@
+// People who are known from earlier recordings: a file of voices, and their names for the speakers of an
+// answer.
+#ifndef PARLEY_VOICES_H
+#define PARLEY_VOICES_H
+
+#include <string>
+#include <vector>
+
+#include "result.h"
+
+struct voice {
+    std::string name;
+    std::vector<std::vector<float>> samples;  // of unit length, one a recording
+};
+
+struct voice_list {
+    std::string model;  // which one's vectors these are
+    std::vector<voice> people;
+};
+
+// The list that a text holds; an empty text is an empty list. Throws diarization_error: PARLEY_UNREADABLE
+// for what is damaged, of another format, doubled names, vectors that are none.
+voice_list read_voices(const std::string &text);
+
+std::string write_voices(const voice_list &voices);
+
+// Another sample of a person: speaker `number` of the answer. Throws diarization_error where the list is of
+// another model, the speaker is not there or is heard for less than SHORTEST_SAMPLE seconds.
+void add_voice(voice_list *voices, const std::string &name, const diarization &answer, int number);
+
+inline constexpr double SHORTEST_SAMPLE = 3;
+
+// Gives known people their names: each speaker to at most one, each person to at most one, so that the sum
+// of the cosines above `threshold` is largest; a person's cosine is that of the nearest sample. Speakers
+// remember it as their similarity. Throws diarization_error where the list is of another model.
+void name_voices(diarization *answer, const voice_list &voices, double threshold);
+
+#endif

@@ -1,0 +1,365 @@
+/*
+ * Parley's answer: who spoke when in a recording, with all that can be asked of it and every form in which it
+ * can be written. The command line tool, the Python package and the module for browsers stand on this header
+ * alone, so that they give the same.
+ *
+ *     parley_diarizer *diarizer = NULL;
+ *     parley_result *result = NULL;
+ *     if (parley_open("parley.zx", &diarizer) == PARLEY_OK &&
+ *         parley_diarize_file(diarizer, "meeting.wav", NULL, NULL, NULL, &result) == PARLEY_OK) {
+ *         for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
+ *             parley_segment s = parley_result_segment(result, i);
+ *             printf("%.3f %.3f %s\n", s.start, s.end, parley_result_speaker(result, s.speaker).name);
+ *         }
+ *     } else {
+ *         puts(parley_message());
+ *     }
+ *     parley_result_delete(result);
+ *     parley_close(diarizer);
+ *
+ * The engine below (zx_parley.h) tells raw segments, straight from its clustering. Here every frame is then
+ * given, once more, to the speaker to whose mean it is nearest (option "refine"), and segments end at the end
+ * of their last frame.
+ *
+ * A diarizer is used by one thread at a time; different ones run side by side. Strings are zero-terminated
+ * UTF-8. C99.
+ */
+#ifndef PARLEY_DIARIZATION_H
+#define PARLEY_DIARIZATION_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32) && defined(PARLEY_DIARIZATION_BUILD)
+#define PARLEY_API __declspec(dllexport)
+#elif defined(_WIN32)
+#define PARLEY_API
+#else
+#define PARLEY_API __attribute__((visibility("default")))
+#endif
+/* A status that is dropped is a mistake. */
+#if defined(__GNUC__)
+#define PARLEY_CHECKED __attribute__((warn_unused_result))
+#else
+#define PARLEY_CHECKED
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Outcomes */
+
+typedef int32_t parley_status;
+enum {
+    PARLEY_OK = 0,
+    PARLEY_OUT_OF_MEMORY = 1,
+    PARLEY_UNREADABLE = 2, /* a file cannot be opened or ends too early */
+    PARLEY_INVALID = 3,    /* an argument, an option, a model or a format that makes no sense */
+    PARLEY_CANCELLED = 4,  /* the progress function asked to stop */
+    PARLEY_MISSING = 5,    /* there is no such file */
+    PARLEY_FAILED = 7      /* anything else */
+};
+
+/* What the calling thread's last failing call says, in a sentence; valid until its next call. Never null. */
+PARLEY_API const char *parley_message(void);
+
+/* What the engine said about it, a line each, the innermost fault first; may be empty. Valid as the message
+ * is. */
+PARLEY_API const char *parley_details(void);
+
+/* "1.0.0". */
+PARLEY_API const char *parley_version(void);
+
+/* ---- Options */
+
+/* What can be asked of a run. parley_options_init fills in the defaults, which each field's comment names. */
+typedef struct {
+    size_t size; /* of this record, set by parley_options_init: later versions add fields at the end */
+    int32_t min_speakers; /* at least that many speakers, 0 to 1000 (0) */
+    int32_t max_speakers; /* at most that many, 0 to 1000; 0: as many as are found (0) */
+    double thresholds[4]; /* offline, prune, segment, background: cosine distances from 0 to 1; a negative
+                                   value stands for the model's (-1 each) */
+    int32_t channels;     /* mixed: 0; each a speaker of its own: 1; the loudest alone: 2 (0) */
+    int32_t refine;       /* frames go, once more, to the nearest of the speakers found (1) */
+    double merge_gap;     /* seconds, 0 to 3600: a speaker's segments that far apart become one (0) */
+    double min_duration;  /* seconds, 0 to 3600: shorter segments are dropped (0) */
+    double pad;           /* seconds, 0 to 3600, added to either end as far as neighbours leave room (0) */
+    const char *speaker_prefix; /* before the number of a speaker ("speaker ") */
+    const char *names;          /* of the first speakers heard, separated by commas, or null (null) */
+    int32_t confidence;         /* formats tell how sure each segment's speaker is (0) */
+    int32_t embeddings;         /* JSON holds the speakers' vectors (0) */
+    double max_duration;        /* seconds: longer recordings are refused before they are read (0: none is) */
+    double sensitivity;         /* how much is taken for speech: 0 little, 1 much (0.5) */
+    int32_t via_ffmpeg; /* ffmpeg reads, if it is there, what nothing else does: 0; never: 1; all: 2 (0) */
+    int32_t jobs;       /* threads for a recording, up to 64, which change no bit; 0: one a core (1) */
+} parley_options;
+
+PARLEY_API void parley_options_init(parley_options *options);
+
+/* An option as programs offer it: parley_options_set takes its name and a text. */
+typedef struct {
+    const char *name;    /* "min-speakers" */
+    const char *value;   /* what it takes, "N"; null for one that is there or not */
+    const char *purpose; /* a few words */
+    double least, most;  /* of a number; equal where there is none */
+} parley_option;
+
+/* The table of options; null beyond its end. */
+PARLEY_API const parley_option *parley_option_at(int32_t index);
+
+/* Sets one of them from a text ("1" or "0" for those without a value); texts are borrowed. "speakers" sets
+ * both least and most, "threshold" all four thresholds. PARLEY_INVALID with a message for an unknown name and
+ * a value out of range. */
+PARLEY_API PARLEY_CHECKED parley_status parley_options_set(parley_options *options, const char *name,
+                                                           const char *value);
+
+/* PARLEY_INVALID with a message for values out of range and options that contradict each other, as every run
+ * says it. */
+PARLEY_API PARLEY_CHECKED parley_status parley_options_check(const parley_options *options);
+
+/* Called now and then with the share of the work that is done, 0 to 1, never falling. 0: stop. */
+typedef int (*parley_progress)(void *context, double done);
+
+/* ---- Running */
+
+typedef struct parley_diarizer parley_diarizer; /* a model, ready for any number of recordings */
+typedef struct parley_result parley_result;     /* the answer about one */
+
+/* Loads a model file; the caller closes the diarizer. PARLEY_MISSING, PARLEY_UNREADABLE, PARLEY_INVALID,
+ * PARLEY_OUT_OF_MEMORY; *diarizer is null then. */
+PARLEY_API PARLEY_CHECKED parley_status parley_open(const char *model_path, parley_diarizer **diarizer);
+
+/* The same of a model's bytes in memory, which are not needed afterwards. */
+PARLEY_API PARLEY_CHECKED parley_status parley_open_memory(const void *model, size_t size,
+                                                           parley_diarizer **diarizer);
+
+/* Null is accepted. */
+/* Names the model, 16 digits that are its file's hash: vectors of two models have nothing to do with each
+ * other. */
+PARLEY_API const char *parley_model(const parley_diarizer *diarizer);
+
+PARLEY_API void parley_close(parley_diarizer *diarizer);
+
+/* Diarizes an audio file. `options` and `progress` may be null. The caller deletes *result, which is null
+ * after a failure:
+ * PARLEY_MISSING, PARLEY_UNREADABLE, PARLEY_INVALID (no audio that is supported, shorter than 32 ms, options
+ * that contradict each other), PARLEY_CANCELLED, PARLEY_OUT_OF_MEMORY. */
+PARLEY_API PARLEY_CHECKED parley_status parley_diarize_file(parley_diarizer *diarizer, const char *path,
+                                                            const parley_options *options,
+                                                            parley_progress progress, void *context,
+                                                            parley_result **result);
+
+/* The same of a file's bytes in memory; `name` stands for its path. */
+PARLEY_API PARLEY_CHECKED parley_status parley_diarize_memory(parley_diarizer *diarizer, const void *file,
+                                                              size_t size, const char *name,
+                                                              const parley_options *options,
+                                                              parley_progress progress, void *context,
+                                                              parley_result **result);
+
+/* The same of samples: num_frames times num_channels (1 to 64) of 16 bits, interleaved, at `rate` Hz (8000,
+ * or 16000 and more); `name` stands for the recording's path. Channels are averaged, unless they are to be
+ * split. */
+PARLEY_API PARLEY_CHECKED parley_status
+parley_diarize_samples(parley_diarizer *diarizer, const int16_t *samples, int64_t num_frames,
+                       int32_t num_channels, int32_t rate, const char *name, const parley_options *options,
+                       parley_progress progress, void *context, parley_result **result);
+
+/* ---- While it is recorded */
+
+typedef struct parley_session parley_session; /* a recording that is still going on */
+
+/* Begins to listen: samples of num_channels (1 to 64, averaged) at `rate` Hz will come, interleaved. The
+ * diarizer must outlive the session and does not work on anything else while a call of the session runs. */
+PARLEY_API PARLEY_CHECKED parley_status parley_listen(parley_diarizer *diarizer, const char *name,
+                                                      int32_t num_channels, int32_t rate,
+                                                      const parley_options *options,
+                                                      parley_session **session);
+
+/* Takes num_frames samples of every channel. */
+PARLEY_API PARLEY_CHECKED parley_status parley_session_feed(parley_session *session, const int16_t *samples,
+                                                            int64_t num_frames);
+
+/* The answer about what was heard so far; *result stays null if nothing new was. Speakers keep their names
+ * from one answer to the next. Only what new samples change goes through the network; clustering takes at
+ * most `share` of the time that passes (0.05: a twentieth of a core), in between what is new goes to the
+ * nearest of the speakers found. */
+PARLEY_API PARLEY_CHECKED parley_status parley_session_update(parley_session *session, double share,
+                                                              parley_result **result);
+
+/* The answer that parley_diarize_samples would give of all samples, to the last bit. The session cannot be
+ * fed any more. PARLEY_INVALID for less than 32 ms. */
+PARLEY_API PARLEY_CHECKED parley_status parley_session_end(parley_session *session, parley_result **result);
+
+PARLEY_API void parley_session_delete(parley_session *session); /* null is accepted */
+
+/* ---- The answer. Everything it hands out lives as long as it does. */
+
+/* `confidence`: how much nearer the segment lies to its speaker than to the next best one, 0 (equally near)
+ * to 1. */
+typedef struct {
+    double start;    /* seconds from the start of the audio */
+    double end;      /* seconds, of the last frame's end */
+    int32_t speaker; /* index of the speaker, from 0 */
+    double confidence;
+} parley_segment;
+
+typedef struct {
+    const char *name;
+    double seconds;         /* of speech */
+    const float *embedding; /* of unit length: the mean over the speaker's frames */
+    int32_t embedding_size;
+    double similarity; /* cosine with the known voice that gave the name; 0 where none did */
+} parley_speaker;
+
+PARLEY_API void parley_result_delete(parley_result *result);           /* null is accepted */
+PARLEY_API double parley_result_duration(const parley_result *result); /* seconds */
+PARLEY_API int32_t parley_result_num_segments(const parley_result *result);
+PARLEY_API int32_t parley_result_num_speakers(const parley_result *result);
+
+/* Segment `index` in order of start; speaker `index` in order of appearance. Zeros beyond the last. */
+PARLEY_API parley_segment parley_result_segment(const parley_result *result, int32_t index);
+PARLEY_API parley_speaker parley_result_speaker(const parley_result *result, int32_t index);
+
+/* The loudest sample, 0 to 1, of every 1 / *rate seconds. */
+PARLEY_API const float *parley_result_waveform(const parley_result *result, int32_t *count, int32_t *rate);
+
+/* What the user should know, or "". */
+PARLEY_API const char *parley_result_note(const parley_result *result);
+
+/* Gives the recording another path, from which formats take its name: for copies in temporary files. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_rename(parley_result *result, const char *path);
+
+/* Pages hold sound files of up to `embedded` bytes themselves (negative: 64 MiB) and refer to larger ones by
+ * `url`; with "" they are silent and say so. Until this is called: 64 MiB, and the file's name. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_link_audio(parley_result *result, const char *url,
+                                                                 int64_t embedded);
+
+/* A path as pages and other documents refer to it: every character encoded that means something in a URL.
+ * Into a new block, released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_url_of_path(const char *path, char **url);
+
+/* ---- Writing */
+
+typedef struct {
+    const char *name;      /* "rttm" */
+    const char *extension; /* of files, ".rttm" */
+    const char *purpose;   /* a few words */
+    const char *media_type;
+} parley_format;
+
+/* The table of formats; null beyond its end. */
+PARLEY_API const parley_format *parley_format_at(int32_t index);
+
+/* Where a format is drawn for a terminal: how wide, and in how many colours. */
+typedef struct {
+    int32_t columns; /* 0: 100 */
+    int32_t colors;  /* 0: none, 16, 256, 1: any */
+} parley_terminal;
+
+/* Takes the next part of a text. 0: stop. */
+typedef int (*parley_sink)(void *context, const char *data, size_t size);
+
+/* Writes the answer in a format; `terminal` may be null. PARLEY_INVALID (no such format), PARLEY_CANCELLED
+ * (the sink said stop), PARLEY_OUT_OF_MEMORY. */
+PARLEY_API PARLEY_CHECKED parley_status parley_write(const parley_result *result, const char *format,
+                                                     const parley_terminal *terminal, parley_sink sink,
+                                                     void *context);
+
+/* The same into a new block of *size bytes and a zero behind them, released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_write_text(const parley_result *result, const char *format,
+                                                          char **text, size_t *size);
+
+PARLEY_API void parley_free(void *block);
+
+/* 1:02:03.450, or 2:03.450 below an hour, into at least 32 bytes. */
+PARLEY_API void parley_clock(double seconds, char *text);
+
+/* "#0072b2": told apart by people with any kind of colour vision, on light and dark. A constant. */
+PARLEY_API const char *parley_color(int32_t speaker);
+
+/* ---- Working with answers */
+
+/* Who speaks during a stretch of time, as a text names them. */
+typedef struct {
+    double start, end; /* seconds */
+    const char *speaker;
+} parley_turn;
+
+/* A transcript (JSON of Whisper, whisper.cpp, WhisperX or Vosk, Whisper's TSV, WebVTT, SRT or CTM) with a
+ * speaker for every word or caption; what has text ends where the speaker changes. `format`: null for the
+ * one it has, or "text", "markdown", "srt", "vtt", "json". Into a new block, released with parley_free.
+ * Turns count as far as `reach` seconds away. PARLEY_INVALID with the line for what is none of them. */
+PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, size_t size,
+                                                      const parley_turn *turns, int32_t num_turns,
+                                                      double reach, const char *format, char **text,
+                                                      size_t *text_size);
+
+/* Adds such a transcript to an answer, whose pages show it then. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_add_words(parley_result *result, const char *transcript,
+                                                                size_t size, double reach);
+
+/* The turns of an RTTM text about one recording, one block released with parley_free; messages say `name`. */
+PARLEY_API PARLEY_CHECKED parley_status parley_read_rttm(const char *text, size_t size, const char *name,
+                                                         parley_turn **turns, int32_t *num_turns);
+
+/* Which of two sets of voices are the same: others[i] becomes the index in `there` of voice i of `here`, or
+ * -1, so that each is used once and the sum of the cosines above `threshold` (-1 to 1) is largest; cosines[i]
+ * tells theirs. Vectors lie one after the other, `dimension` numbers each. */
+PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t num_here, const float *there,
+                                                     int32_t num_there, int32_t dimension, double threshold,
+                                                     int32_t *others, double *cosines);
+
+/* Voices of people who are known from earlier recordings, as a text (JSON, docs/schema) that the caller
+ * keeps; "" is the empty list. All of these give PARLEY_UNREADABLE for a text that is damaged, and
+ * PARLEY_INVALID, with the remedy, for one of another model. */
+
+/* Adds a sample of `name`: speaker `speaker` of the answer. The new text is one block released with
+ * parley_free. PARLEY_INVALID for a speaker who is heard for less than 3 s. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_add(const char *voices, const char *name,
+                                                          const parley_result *result, int32_t speaker,
+                                                          char **text);
+
+/* Takes `name` out. PARLEY_INVALID if there is no such voice. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_remove(const char *voices, const char *name,
+                                                             char **text);
+
+/* Person `index` of the list and how many samples there are; *name is null beyond the last. One block
+ * released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_at(const char *voices, int32_t index, char **name,
+                                                         int32_t *num_samples);
+
+/* Gives the speakers of an answer the names of known people who are near enough: a cosine above
+ * `threshold` (0: 0.8), each name once. The others stay as they are called. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_name_voices(parley_result *result, const char *voices,
+                                                                  double threshold);
+
+/* Seconds of a recording's errors against a reference, see diarization/results/score.h for their definition. */
+typedef struct {
+    double speech, missed, false_alarm, confusion;
+    double jaccard_errors; /* summed over the reference's speakers */
+    int32_t num_speakers, num_found;
+} parley_score;
+
+/* Scores one recording: `collar` seconds to either side of the reference's boundaries do not count; with
+ * skip_overlap neither does what has several speakers; with parts only these, in pairs of seconds, do. */
+PARLEY_API PARLEY_CHECKED parley_status parley_score_turns(const parley_turn *reference,
+                                                           int32_t num_reference,
+                                                           const parley_turn *hypothesis,
+                                                           int32_t num_hypothesis, const double *parts,
+                                                           int32_t num_parts, double collar,
+                                                           int32_t skip_overlap, parley_score *score);
+
+/* The table of error rates that `parley score` prints, of RTTM texts about any number of recordings, with
+ * names for messages; `uem` may be null. One block released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_score_text(const char *reference, const char *reference_name,
+                                                          const char *hypothesis, const char *hypothesis_name,
+                                                          const char *uem, const double *collars,
+                                                          int32_t num_collars, int32_t skip_overlap,
+                                                          int32_t each, char **text);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

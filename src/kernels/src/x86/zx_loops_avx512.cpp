@@ -1,0 +1,4 @@
+#include "zx_kernel_functions.h"
+#include "zx_loops.h"
+
+const zx_loops_t ZX_LOOPS_AVX512 = LOOPS;

@@ -1,0 +1,27 @@
+#include "command_options.h"
+
+#include <map>
+#include <string_view>
+
+namespace parley {
+
+void command_options::define(CLI::App *app) {
+    for (int32_t i = 0; const parley_option *option = parley_option_at(i); i++) {
+        const auto set = [this, option](const std::string &value) {
+            texts_.push_back(value);
+            if (parley_options_set(&options_, option->name, texts_.back().c_str()) != PARLEY_OK)
+                throw CLI::ValidationError(std::string("--") + parley_message());
+        };
+        static const std::map<std::string_view, std::string> SHORT = {{"speakers", "-n,"}, {"jobs", "-j,"}};
+        const auto found = SHORT.find(option->name);
+        const std::string name = (found == SHORT.end() ? "" : found->second) + "--" + option->name;
+        if (option->value) {
+            app->add_option_function<std::string>(name, set, option->purpose)->type_name(option->value);
+        } else {
+            app->add_flag_callback(
+                name, [set] { set("1"); }, option->purpose);
+        }
+    }
+}
+
+}  // namespace parley
