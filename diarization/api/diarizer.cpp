@@ -10,7 +10,7 @@
 #include "errors.h"
 #include "options.h"
 #include "readers.h"
-#include "resegmentation.h"
+#include "segments.h"
 #include "system.h"
 
 namespace {
@@ -77,10 +77,13 @@ std::vector<double> loudness(const std::vector<int16_t> &samples) {
     return result;
 }
 
-// Of the second look to take a frame for nobody's: cosines differ by 0.3 or so between what is clearly speech
-// and what is clearly not.
-double reluctance_of(const parley_options &options) {
+// Cosines differ by 0.3 or so between what is clearly speech and what is clearly not.
+double speech_bias_of(const parley_options &options) {
     return 0.6 * (options.sensitivity - 0.5);
+}
+
+segment_rules rules_of(const parley_options &options) {
+    return {options.merge_gap, options.min_duration, options.pad};
 }
 
 [[noreturn]] void refuse(const std::string &message) {
@@ -181,71 +184,41 @@ thresholds thresholds_of(const parley_options &options, const thresholds &own) {
     return result;
 }
 
-// As the model would have it, unless the number of speakers is not the one asked for: then with the offline
-// threshold nearest to the model's at which it is, found by bisection; more speakers merge at a higher one.
-// The clustering drops who has less than about a second: where that leaves nobody, a few words may still be
-// there, at last somewhat nearer to the background: nobody at all is the rarer answer.
-tags diarizer::find_speakers(const frames &all, const parley_options &options,
-                             const progress_function &progress, std::string *note) {
-    thresholds values = thresholds_of(options, engine_.own_thresholds());
-    const auto cluster = [&](double offline) {
-        values[0] = offline;
-        tags result = engine_.cluster(all, values, progress);
-        if (options.refine)
-            refine_tags(all, engine_.background(), reluctance_of(options), offline, options.min_speakers,
-                        &result, engine_.get()->num_workers);
-        return result;
-    };
-    const double first = values[0];
-    tags found = cluster(first);
-    if (options.refine && count_speakers(found) == 0) {
-        for (const double nearness : {1.0, 0.9}) {
-            if (count_speakers(found) == 0)
-                find_few_words(all, engine_.background(), reluctance_of(options), nearness * values[3],
-                               &found);
-        }
-        if (count_speakers(found) > 0) add_note(note, "a few words only: too little to tell speakers apart");
-        return found;
-    }
-    const int most = options.max_speakers > 0 ? options.max_speakers : std::numeric_limits<int>::max();
-    const int fewest = std::min(options.min_speakers, most);
-    const int count = count_speakers(found);
-    if (count >= fewest && count <= most) return found;
-    double near = first, far = count > most ? 1.0 : 0.0;
-    found = cluster(far);
-    for (int i = 0; i < 12; i++) {
-        const double middle = (near + far) / 2;
-        tags there = cluster(middle);
-        const int n = count_speakers(there);
-        if (count > most ? n <= most : n >= fewest) {
-            far = middle;
-            found = std::move(there);
-        } else {
-            near = middle;
-        }
-    }
-    // The step over the number asked for can be more than one speaker high. On the way down the surplus joins
-    // its nearest; on the way up there is nobody to be had from nowhere.
-    if (count > most && count_speakers(found) < fewest) found = cluster(near);
-    while (count_speakers(found) > most) join_nearest(all, std::numeric_limits<double>::max(), &found);
-    if (count_speakers(found) < fewest)
-        add_note(note, "only " + std::to_string(count_speakers(found)) + " speakers can be told apart");
-    return found;
+clustering_policy policy_of(const parley_options &options, const thresholds &own) {
+    return {thresholds_of(options, own), speech_bias_of(options), options.refine != 0};
 }
 
-std::vector<segment> segments_of(const frames &all, const tags &which, const centroids &speakers,
-                                 const float *background) {
-    const std::vector<float> nobody(background, background + all.size);
-    std::vector<segment> result;
-    for (const auto &[start, end, tag] : runs_of(which)) {
-        const std::vector<float> mean = mean_of(all, start, end);
-        const double own = std::max(0.0, distance(mean, speakers.at(tag)));
-        double other = std::max(0.0, distance(mean, nobody));
-        for (const auto &[rival, centroid] : speakers)
-            if (rival != tag) other = std::min(other, std::max(0.0, distance(mean, centroid)));
-        const double confidence = own + other > 0 ? std::max(0.0, (other - own) / (other + own)) : 0.0;
-        result.push_back({FRAME_SECONDS * start, FRAME_SECONDS * end, static_cast<int>(tag), confidence});
-    }
+clustering_result diarizer::find(const frames &all, const parley_options &options,
+                                 const progress_function &progress) {
+    speaker_search search(&engine_, all, policy_of(options, engine_.own_thresholds()), progress);
+    return search.find(&engine_, options.min_speakers, options.max_speakers);
+}
+
+// With the search that was kept, where it asks for the same.
+void diarizer::find_again(kept_embeddings *kept, const parley_options &options,
+                          const progress_function &progress, diarization *result) {
+    const clustering_policy policy = policy_of(options, engine_.own_thresholds());
+    if (!kept->search || kept->search->policy() != policy)
+        kept->search = std::make_unique<speaker_search>(&engine_, kept->rows.view(), policy, progress);
+    const clustering_result found = kept->search->find(&engine_, options.min_speakers, options.max_speakers);
+    if (!found.note.empty()) add_note(&result->note, found.note);
+    fill(kept->rows.view(), found.labels, found.evidence, options, false, result);
+}
+
+diarization diarizer::recluster(const diarization &before, const parley_options &options) {
+    check_options(options);
+    if (!before.kept)
+        throw diarization_error(PARLEY_INVALID, "the result has not kept its embeddings (keep_embeddings)");
+    if (before.model != engine_.id())
+        throw diarization_error(PARLEY_INVALID, "the result is another model's");
+    engine_.set_jobs(options.jobs);
+    diarization result = before;
+    result.note.clear();
+    result.words.clear();
+    result.speakers.clear();
+    result.with_confidence = options.confidence != 0;
+    result.with_embeddings = options.embeddings != 0;
+    find_again(before.kept.get(), options, nullptr, &result);
     return result;
 }
 
@@ -277,18 +250,20 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     }
     result.duration = static_cast<double>(samples.count) / RATE;
     result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
-    const embeddings rows = engine_.embed(&samples, path, progress);
-    const frames all = rows.view();
-    tell(all, find_speakers(all, options, progress, &result.note), options, false, &result);
+    result.kept =
+        std::make_shared<kept_embeddings>(kept_embeddings{engine_.embed(&samples, path, progress), {}});
+    find_again(result.kept.get(), options, progress, &result);
+    if (options.keep_embeddings == 0) result.kept.reset();
     return result;
 }
 
-void diarizer::tell(const frames &all, const tags &which, const parley_options &options, bool by_tag,
-                    diarization *result) {
-    const centroids means = centroids_of(all, which);
-    result->segments = segments_of(all, which, means, engine_.background());
+void diarizer::fill(const frames &all, const tags &labels, const division_evidence &evidence,
+                    const parley_options &options, bool by_tag, diarization *result) {
+    const centroids means = centroids_of(all, labels);
+    result->segments = segments_of(all, labels, means, engine_.background(), evidence,
+                                   engine_.parameters().segment_confidence);
     for (segment &s : result->segments) s.end = std::min(s.end, result->duration);
-    tidy_segments(&result->segments, result->duration, options);
+    tidy_segments(&result->segments, result->duration, rules_of(options));
     number_speakers(options, means, by_tag, result);
 }
 
@@ -325,37 +300,13 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
             means[static_cast<uint32_t>(c + 1)].resize(static_cast<size_t>(all.size));
             continue;
         }
-        std::vector<segment> found = segments_of(all, which, own, engine_.background());
+        std::vector<segment> found = segments_of(all, which, own, engine_.background(), {}, {});
         for (segment &s : found) s.end = std::min(s.end, result->duration);
-        tidy_segments(&found, result->duration, options);
+        tidy_segments(&found, result->duration, rules_of(options));
         result->segments.insert(result->segments.end(), found.begin(), found.end());
         means.merge(centroids(own));
     }
     std::stable_sort(result->segments.begin(), result->segments.end(),
                      [](const segment &a, const segment &b) { return a.start < b.start; });
     number_speakers(options, means, true, result);
-}
-
-void tidy_segments(std::vector<segment> *segments, double duration, const parley_options &options) {
-    std::vector<segment> kept;
-    for (const segment &s : *segments) {
-        if (!kept.empty() && kept.back().speaker == s.speaker && options.merge_gap > 0 &&
-            s.start - kept.back().end <= options.merge_gap) {
-            segment &before = kept.back();
-            const double a = before.end - before.start, b = s.end - s.start;
-            if (a + b > 0) before.confidence = (a * before.confidence + b * s.confidence) / (a + b);
-            before.end = s.end;
-        } else {
-            kept.push_back(s);
-        }
-    }
-    std::erase_if(kept, [&options](const segment &s) { return s.end - s.start < options.min_duration; });
-    std::vector<segment> padded = kept;
-    for (size_t i = 0; i < kept.size(); i++) {
-        const double before = i == 0 ? 0 : (kept[i - 1].end + kept[i].start) / 2;
-        const double after = i + 1 == kept.size() ? duration : (kept[i].end + kept[i + 1].start) / 2;
-        padded[i].start = std::max(kept[i].start - options.pad, std::min(before, kept[i].start));
-        padded[i].end = std::min(kept[i].end + options.pad, std::max(after, kept[i].end));
-    }
-    *segments = std::move(padded);
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine.h"
+#include "find_speakers.h"
 #include "parley.h"
 #include "result.h"
 
@@ -19,6 +20,12 @@ struct given_samples {
     int32_t rate;  // Hz
 };
 
+// A recording's embeddings, and how far the search for its speakers has come.
+struct kept_embeddings {
+    embeddings rows;
+    std::unique_ptr<speaker_search> search;
+};
+
 class diarizer {
 public:
     // Throws diarization_error, as everything here.
@@ -28,18 +35,24 @@ public:
     diarization run(const std::string &path, const given_samples *samples, const parley_options &options,
                     const progress_function &progress);
 
+    // The same recording with other options of clustering and segments, from the embeddings that `before` has
+    // kept.
+    diarization recluster(const diarization &before, const parley_options &options);
+
     // Who speaks in which frame.
-    tags find_speakers(const frames &all, const parley_options &options, const progress_function &progress,
-                       std::string *note);
+    clustering_result find(const frames &all, const parley_options &options,
+                           const progress_function &progress);
 
     // Fills segments and speakers of `result`, whose duration is known. Speakers are numbered as they are
     // heard, or with `by_tag` by their tags.
-    void tell(const frames &all, const tags &which, const parley_options &options, bool by_tag,
-              diarization *result);
+    void fill(const frames &all, const tags &labels, const division_evidence &evidence,
+              const parley_options &options, bool by_tag, diarization *result);
 
     engine *own_engine() { return &engine_; }
 
 private:
+    void find_again(kept_embeddings *kept, const parley_options &options, const progress_function &progress,
+                    diarization *result);
     void run_channels(const std::string &path, const given_samples *samples, const parley_options &options,
                       const progress_function &progress, diarization *result);
     engine engine_;
@@ -51,11 +64,7 @@ void check_options(const parley_options &options);
 // The thresholds of a run: the model's where `options` names none.
 thresholds thresholds_of(const parley_options &options, const thresholds &own);
 
-// Runs of equal tags but 0, with the tag in place of the speaker, and how sure each is.
-std::vector<segment> segments_of(const frames &all, const tags &which, const centroids &speakers,
-                                 const float *background);
-
-// Applies merge_gap, min_duration and pad, in that order, to segments ordered by start.
-void tidy_segments(std::vector<segment> *segments, double duration, const parley_options &options);
+// What find_speakers is asked for.
+clustering_policy policy_of(const parley_options &options, const thresholds &own);
 
 #endif

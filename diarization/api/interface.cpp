@@ -134,7 +134,7 @@ const char *parley_details(void) {
 }
 
 const char *parley_version(void) {
-    return zx_parley_version();
+    return PARLEY_PROJECT_VERSION;
 }
 
 void parley_options_init(parley_options *options) {

@@ -52,6 +52,23 @@ PARLEY_API PARLEY_CHECKED parley_status parley_stages_segments(parley_stages *st
                                                                int32_t refine, double *times,
                                                                int32_t *speakers, int32_t *num_segments);
 
+/* What the product's segments of these embeddings are: times and tags as above, and rows of
+ * parley_stages_num_segment_features features of each, from which confidence comes. */
+PARLEY_API PARLEY_CHECKED parley_status parley_stages_described_segments(parley_stages *stages,
+                                                                         const float *embeddings,
+                                                                         int32_t num_frames, double *times,
+                                                                         int32_t *speakers, double *features,
+                                                                         int32_t *num_segments);
+PARLEY_API int32_t parley_stages_num_segment_features(void);
+
+/* Divisions of a recording among speakers of which the library chooses one, with four thresholds instead of
+ * the model's: at most max_candidates rows of parley_stages_num_features features, and as many of num_frames
+ * labels, 0 where nobody speaks; the first one is the engine's own. None where the engine finds nobody. */
+PARLEY_API PARLEY_CHECKED parley_status parley_stages_candidates(
+    parley_stages *stages, const float *embeddings, int32_t num_frames, const double *thresholds,
+    int32_t max_candidates, int32_t *num_candidates, double *features, int32_t *labels);
+PARLEY_API int32_t parley_stages_num_features(void);
+
 /* parley_score_turns of turns with numbers for speakers: speech, missed, false alarm, confusion (seconds),
  * speakers there, speakers found. */
 PARLEY_API PARLEY_CHECKED parley_status

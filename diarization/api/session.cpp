@@ -165,15 +165,16 @@ bool session::update(double share, diarization *state) {
         which_.empty() || share * std::chrono::duration<double>(now - last_clustering_).count() >=
                               std::chrono::duration<double>(clustering_took_).count();
     if (may_cluster) {
-        std::string note;
-        keep_numbers(owner_->find_speakers(all(), options_, nullptr, &note));
+        const clustering_result found = owner_->find(all(), options_, nullptr);
+        keep_numbers(found.labels);
+        evidence_ = found.evidence;
         last_clustering_ = clock::now();
         clustering_took_ = last_clustering_ - now;
     } else {
         extend();
     }
     *state = empty_answer();
-    owner_->tell(all(), which_, options_, true, state);
+    owner_->fill(all(), which_, evidence_, options_, true, state);
     return true;
 }
 
@@ -183,7 +184,8 @@ diarization session::end() {
     if (num_frames_ == 0) throw diarization_error(PARLEY_INVALID, name_ + ": is shorter than 32 ms");
     embed();
     diarization result = empty_answer();
-    const tags found = owner_->find_speakers(all(), options_, nullptr, &result.note);
-    owner_->tell(all(), found, options_, false, &result);
+    const clustering_result found = owner_->find(all(), options_, nullptr);
+    result.note = found.note;
+    owner_->fill(all(), found.labels, found.evidence, options_, false, &result);
     return result;
 }

@@ -60,6 +60,7 @@ private:
 
     tags which_;  // numbers that stay; of as many frames as were told
     uint32_t next_number_ = 1;
+    division_evidence evidence_;  // of the last clustering
     clock::time_point last_clustering_{};
     clock::duration clustering_took_{};
 };

@@ -12,7 +12,6 @@
 #include "diarizer.h"
 #include "guarded.h"
 #include "parley_stages.h"
-#include "resegmentation.h"
 #include "score.h"
 #include "zx_filterbank.h"
 #include "zx_heap.h"
@@ -134,16 +133,66 @@ parley_status parley_stages_segments(parley_stages *stages, const float *embeddi
     return guarded([&] {
         *num_segments = 0;
         const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
-        tags which = stages->own.cluster(all, {values[0], values[1], values[2], values[3]}, {});
-        if (refine) refine_tags(all, stages->own.background(), 0, values[0], 0, &which);
-        if (refine && count_speakers(which) == 0)
-            find_few_words(all, stages->own.background(), 0, values[3], &which);
-        for (const auto &[start, end, tag] : runs_of(which)) {
+        const clustering_policy policy = {.values = {values[0], values[1], values[2], values[3]},
+                                          .with_resegmentation = refine != 0};
+        const tags labels =
+            speaker_search(&stages->own, all, policy, nullptr).find(&stages->own, 0, 0).labels;
+        for (const auto &[start, end, tag] : runs_of(labels)) {
             times[2 * *num_segments] = FRAME_SECONDS * start;
             times[2 * *num_segments + 1] = FRAME_SECONDS * end;
             speakers[(*num_segments)++] = static_cast<int32_t>(tag);
         }
     });
+}
+
+parley_status parley_stages_candidates(parley_stages *stages, const float *embeddings, int32_t num_frames,
+                                       const double *values, int32_t max_candidates, int32_t *num_candidates,
+                                       double *features, int32_t *labels) {
+    return guarded([&] {
+        *num_candidates = 0;
+        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
+        std::vector<candidate_features> rows;
+        std::vector<tags> divisions;
+        speaker_search search(&stages->own, all, {.values = {values[0], values[1], values[2], values[3]}},
+                              nullptr);
+        search.describe(&stages->own, &rows, &divisions);
+        for (size_t i = 0; i < rows.size() && *num_candidates < max_candidates; i++) {
+            features = std::copy(rows[i].begin(), rows[i].end(), features);
+            labels = std::copy(divisions[i].begin(), divisions[i].end(), labels);
+            (*num_candidates)++;
+        }
+    });
+}
+
+parley_status parley_stages_described_segments(parley_stages *stages, const float *embeddings,
+                                               int32_t num_frames, double *times, int32_t *speakers,
+                                               double *features, int32_t *num_segments) {
+    return guarded([&] {
+        *num_segments = 0;
+        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
+        engine *own = &stages->own;
+        speaker_search search(own, all, {.values = own->own_thresholds()}, nullptr);
+        const clustering_result found = search.find(own, 0, 0);
+        std::vector<segment_features> rows;
+        const std::vector<segment> segments =
+            segments_of(all, found.labels, centroids_of(all, found.labels), own->background(), found.evidence,
+                        own->parameters().segment_confidence, &rows);
+        for (size_t i = 0; i < segments.size(); i++) {
+            *times++ = segments[i].start;
+            *times++ = segments[i].end;
+            *speakers++ = segments[i].speaker;
+            features = std::copy(rows[i].begin(), rows[i].end(), features);
+        }
+        *num_segments = static_cast<int32_t>(segments.size());
+    });
+}
+
+int32_t parley_stages_num_segment_features(void) {
+    return NUM_SEGMENT_FEATURES;
+}
+
+int32_t parley_stages_num_features(void) {
+    return NUM_CANDIDATE_FEATURES;
 }
 
 parley_status parley_stage_score(int32_t num_reference, const double *reference_times,

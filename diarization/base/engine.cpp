@@ -35,14 +35,9 @@ struct reporter {
     zx_parley_progress_t record = {report, this};
 };
 
-// FNV-1a of 64 bits.
-std::string hash_of(const std::string &path) {
-    std::ifstream file(file_at(path), std::ios::binary);
-    uint64_t hash = 0xcbf29ce484222325;
-    for (std::istreambuf_iterator<char> byte(file), end; byte != end; ++byte)
-        hash = (hash ^ static_cast<unsigned char>(*byte)) * 0x100000001b3;
+std::string hexadecimal(uint64_t value) {
     char text[17];
-    std::snprintf(text, sizeof(text), "%016llx", static_cast<unsigned long long>(hash));
+    std::snprintf(text, sizeof(text), "%016llx", static_cast<unsigned long long>(value));
     return text;
 }
 
@@ -63,7 +58,11 @@ engine::engine(const std::string &model_path) {
         if (error.status == PARLEY_OUT_OF_MEMORY) throw;
         throw diarization_error(error.status, model_path + " is no model of this version", error.details);
     }
-    id_ = hash_of(model_path);
+    std::ifstream file(file_at(model_path), std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    model_sections sections = read_model_sections(bytes, model_path);
+    id_ = hexadecimal(hash_of(sections.network));
+    parameters_ = std::move(sections.parameters);
     const zx_parley_classifier_param_t *classifier = object_->param->classifier;
     if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
         throw diarization_error(PARLEY_INVALID,

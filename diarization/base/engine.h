@@ -7,6 +7,7 @@
 #include <string>
 
 #include "frames.h"
+#include "parameters.h"
 #include "zx_parley_internal.h"
 
 using thresholds = std::array<double, 4>;  // offline, prune, segment, background
@@ -46,7 +47,9 @@ public:
     thresholds own_thresholds() const;
     const float *background() const { return object_->param->cluster->reference_centroid; }
 
-    // Names the model: a hash of its file, 16 digits.
+    const model_parameters &parameters() const { return parameters_; }
+
+    // Names the model: a hash of its network, 16 digits.
     const std::string &id() const { return id_; }
 
     // The engine itself, for what is not here.
@@ -54,6 +57,7 @@ public:
 
 private:
     std::string id_;
+    model_parameters parameters_;
     zx_owned<zx_parley_t, zx_parley_delete> object_;
 };
 

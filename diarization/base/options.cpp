@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -113,6 +114,12 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) { o->jobs = whole(x, v); }},
 };
 
+// Which only programs have a use for: parley_options_set knows them, the table of options does not.
+constexpr entry PROGRAM_ENTRIES[] = {
+    {{"keep-embeddings", nullptr, "keep what parley_recluster takes", 0, 0},
+     [](parley_options *o, const O &x, const char *v) { o->keep_embeddings = flag(x, v); }},
+};
+
 }  // namespace
 
 void init_options(parley_options *options) {
@@ -130,10 +137,12 @@ const parley_option *option_at(int32_t index) {
 }
 
 void set_option(parley_options *options, const char *name, const char *value) {
-    for (const entry &e : ENTRIES) {
-        if (std::string_view(e.option.name) != name) continue;
-        e.set(options, e.option, value);
-        return;
+    for (const std::span<const entry> entries : {std::span<const entry>(ENTRIES), {PROGRAM_ENTRIES}}) {
+        for (const entry &e : entries) {
+            if (std::string_view(e.option.name) != name) continue;
+            e.set(options, e.option, value);
+            return;
+        }
     }
     throw diarization_error(PARLEY_INVALID, std::string("there is no option ") + name);
 }

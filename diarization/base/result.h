@@ -2,6 +2,7 @@
 #ifndef PARLEY_DIARIZATION_RECORD_H
 #define PARLEY_DIARIZATION_RECORD_H
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,20 +29,23 @@ struct spoken_word {
     std::string text, speaker;  // nobody's is ""
 };
 
+struct kept_embeddings;  // api/diarizer.h
+
 struct diarization {
-    std::string path;                  // as the user named it; "-" for standard input
-    std::string recording;             // the file's name without folder and extension
-    std::string model;                 // whose vectors the embeddings are
-    double duration = 0;               // seconds
-    std::vector<segment> segments;     // by start
-    std::vector<speaker> speakers;     // in the order in which they are first heard
-    std::vector<float> waveform;       // loudest sample of every 1 / WAVEFORM_RATE second, 0 to 1
-    std::vector<spoken_word> words;    // of a transcript, if there is one; by start
-    std::string file;                  // where its bytes are, if not at the path
-    std::optional<std::string> sound;  // the URL that pages use for what is larger than
-    int64_t most_embedded = 64 << 20;  // bytes; "" for none
-    std::string note;                  // what the user should know, or nothing
-    bool with_confidence = false;      // whether formats tell these
+    std::string path;                       // as the user named it; "-" for standard input
+    std::string recording;                  // the file's name without folder and extension
+    std::string model;                      // whose vectors the embeddings are
+    double duration = 0;                    // seconds
+    std::vector<segment> segments;          // by start
+    std::vector<speaker> speakers;          // in the order in which they are first heard
+    std::vector<float> waveform;            // loudest sample of every 1 / WAVEFORM_RATE second, 0 to 1
+    std::vector<spoken_word> words;         // of a transcript, if there is one; by start
+    std::string file;                       // where its bytes are, if not at the path
+    std::optional<std::string> sound;       // the URL that pages use for what is larger than
+    int64_t most_embedded = 64 << 20;       // bytes; "" for none
+    std::string note;                       // what the user should know, or nothing
+    std::shared_ptr<kept_embeddings> kept;  // to find speakers again, if that was asked for
+    bool with_confidence = false;           // whether formats tell these
     bool with_embeddings = false;
 };
 

@@ -1,27 +1,41 @@
-// A second look at who speaks: once all speakers of a recording are known, every frame goes to the one to
-// whose mean it is nearest. The clustering has to decide frame by frame, in order and for good; this undoes
-// what it could not know.
-#ifndef PARLEY_REFINE_H
-#define PARLEY_REFINE_H
+// Resegmentation: once all speakers of a recording are known, every frame goes to the one to whose mean it is
+// nearest, by the Viterbi algorithm. Clustering has to decide frame by frame, in order and for good; this
+// undoes what it could not know.
+#ifndef PARLEY_RESEGMENTATION_H
+#define PARLEY_RESEGMENTATION_H
 
 #include "frames.h"
 
-// Of all ways to give the frames to the speakers of `which` and to nobody, the one with the largest sum of
-//
-//   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   CHANGE_COST  per change
-//
-// where nobody's frames count `reluctance` less: the higher, the more is speech.
-//
-// A speaker who is left with less than a twenty-fifth of the recording, from 1 s up to 3.5 s, is taken
-// out, two whose means are no farther apart than `same` (the distance at which the clustering merges; its
-// own order of merges can stop before) become one, and the rest is decided again, as long as more than
-// `fewest` (at least 1) remain.
-void refine_tags(const frames &all, const float *background, double reluctance, double same, int fewest,
-                 tags *which, int num_threads = 1);
+struct resegmentation_options {
+    // Taken off the cosines of frames with the background: the higher, the more is speech.
+    double speech_bias = 0;
+    // Two speakers whose means are no farther apart than this become one; below 0 none do.
+    double merge_threshold = -1;
+    // A speaker who is left with less is taken out. 0: a twenty-fifth of the recording, from 1 s up to 3.5 s.
+    int32_t min_frames = 0;
+    // So many speakers are never taken out or merged.
+    int min_speakers = 1;
+    // So often the path is sought again with the means of the one before, after nobody is taken out any more.
+    int rounds = 0;
+    // Speakers whose means are nearer to the background than this are taken out.
+    double min_background_distance = -1;
+    // What a change of speaker costs, in cosines of frames: 3 pays if the frames after it are nearer by 0.3 for
+    // ten frames, say.
+    double change_cost = 3;
+    int num_threads = 1;
+};
 
-// Where nobody was found: stretches of FEW_WORDS frames whose mean distance to the background is at least
-// `threshold` become speaker 1, and refine_tags gives them their borders.
-void find_few_words(const frames &all, const float *background, double reluctance, double threshold,
-                    tags *which);
+// Of all ways to give the frames to the speakers of `labels` and to nobody, the one with the largest sum of
+//
+//   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   change_cost  per change
+//
+// Speakers are taken out and merged as `options` has it, one at a time, and the path is sought again.
+void resegment(const frames &all, const float *background, const resegmentation_options &options,
+               tags *labels);
+
+// Where nobody was found: stretches of 0.4 s whose mean distance to the background is at least `threshold`
+// become speaker 1, and resegmentation gives them their borders.
+void find_short_speech(const frames &all, const float *background, double speech_bias, double threshold,
+                       tags *labels);
 
 #endif

@@ -133,22 +133,4 @@ TEST(formats, clock) {
     EXPECT_EQ(clock_time(3723.045), "1:02:03.045");
 }
 
-TEST(tidy, merges_then_drops_then_pads) {
-    std::vector<segment> segments = {
-        {1, 2, 0, 1}, {2.2, 3.2, 0, 0.5}, {3.4, 3.5, 1, 1}, {4, 5, 0, 1}, {9.5, 9.9, 1, 1}};
-    parley_options options;
-    parley_options_init(&options);
-    options.merge_gap = 0.25;
-    options.min_duration = 0.3;
-    options.pad = 0.5;
-    tidy_segments(&segments, 10, options);
-    ASSERT_EQ(segments.size(), 3u);
-    EXPECT_DOUBLE_EQ(segments[0].start, 0.5);
-    EXPECT_DOUBLE_EQ(segments[0].end, 3.6);  // half way to the next
-    EXPECT_DOUBLE_EQ(segments[0].confidence, 0.75);
-    EXPECT_DOUBLE_EQ(segments[1].start, 3.6);
-    EXPECT_DOUBLE_EQ(segments[1].end, 5.5);
-    EXPECT_DOUBLE_EQ(segments[2].end, 10);  // the recording's end
-}
-
 }  // namespace

@@ -68,7 +68,7 @@ PARLEY_API const char *parley_message(void);
  * is. */
 PARLEY_API const char *parley_details(void);
 
-/* "1.0.0". */
+/* Of this library, such as "1.0.0"; the engine's, which model files name, is zx_parley_version. */
 PARLEY_API const char *parley_version(void);
 
 /* ---- Options */
@@ -93,6 +93,7 @@ typedef struct {
     double sensitivity;         /* how much is taken for speech: 0 little, 1 much (0.5) */
     int32_t via_ffmpeg; /* ffmpeg reads, if it is there, what nothing else does: 0; never: 1; all: 2 (0) */
     int32_t jobs;       /* threads for a recording, up to 64, which change no bit; 0: one a core (1) */
+    int32_t keep_embeddings; /* the result keeps what parley_recluster takes, 8 kB a second: 1; not: 0 (0) */
 } parley_options;
 
 PARLEY_API void parley_options_init(parley_options *options);
@@ -211,6 +212,17 @@ typedef struct {
     int32_t embedding_size;
     double similarity; /* cosine with the known voice that gave the name; 0 where none did */
 } parley_speaker;
+
+/* The same recording once more with other options, without reading it or running the network again: number of
+ * speakers, sensitivity, names, segments. `result` was made with keep_embeddings by a diarizer of the same
+ * model; it stays as it is, and both share the embeddings. Another number of speakers alone takes a fraction
+ * of a second for an hour. What is found is what diarizing the recording with these options finds. Not from
+ * two threads at once for results of one recording. PARLEY_INVALID: options out of range, nothing was kept,
+ * another model. */
+PARLEY_API PARLEY_CHECKED parley_status parley_recluster(parley_diarizer *diarizer,
+                                                         const parley_result *result,
+                                                         const parley_options *options,
+                                                         parley_result **again);
 
 PARLEY_API void parley_result_delete(parley_result *result);           /* null is accepted */
 PARLEY_API double parley_result_duration(const parley_result *result); /* seconds */

@@ -110,6 +110,36 @@ def from_bytes(data):
     return dict(state=state, sizes=sizes, mean=mean, scale=scale, lengths=lengths, thresholds=thresholds)
 
 
+PARAMETERS_MAGIC, PARAMETERS_VERSION = b"parleycl", 1
+FOOTER = struct.Struct("<QII8s")  # hash of the network, size and version of the parameters, magic
+
+
+def hash_of(data):
+    """FNV-1a of 64 bits, as the library computes it."""
+    value = 0xcbf29ce484222325
+    for byte in data:
+        value = (value ^ byte) * 0x100000001b3 & 0xffffffffffffffff
+    return value
+
+
+def network_of(data):
+    """A file's bytes without clustering parameters behind them."""
+    if len(data) < FOOTER.size or not data.endswith(PARAMETERS_MAGIC):
+        return data
+    return data[:len(data) - FOOTER.size - FOOTER.unpack(data[-FOOTER.size:])[1]]
+
+
+def write_parameters(path, data, *all_trees):
+    """A model with the trees that choose among divisions and those of confidence: `roots`, `nodes` (feature, distance, value) and
+    number of features each."""
+    network, parameters = network_of(data), b""
+    for roots, nodes, num_features in all_trees:
+        parameters += _count(num_features, len(roots), len(nodes)) + np.asarray(roots, "<i4").tobytes()
+        parameters += b"".join(struct.pack("<hhf", *node) for node in nodes)
+    Path(path).write_bytes(network + parameters + FOOTER.pack(hash_of(network), len(parameters), PARAMETERS_VERSION,
+                                                              PARAMETERS_MAGIC))
+
+
 def read(path):
     return from_bytes(Path(path).read_bytes())
 

@@ -32,6 +32,10 @@ _SIGNATURES = {
     "parley_stages_set_chunks": (None, [_pointer, _i32, _i32]),
     "parley_stages_embed": (_i32, [_pointer, _int16, _i32, _float32]),
     "parley_stages_segments": (_i32, [_pointer, _float32, _i32, _float64, _i32, _float64, _int32, ctypes.POINTER(_i32)]),
+    "parley_stages_num_features": (_i32, []),
+    "parley_stages_candidates": (_i32, [_pointer, _float32, _i32, _float64, _i32, ctypes.POINTER(_i32), _float64, _int32]),
+    "parley_stages_num_segment_features": (_i32, []),
+    "parley_stages_described_segments": (_i32, [_pointer, _float32, _i32, _float64, _int32, _float64, ctypes.POINTER(_i32)]),
     "parley_stage_score": (_i32, [_i32, _float64, _int32, _i32, _float64, _int32, _double, _i32, _float64]),
     "training_reverberate": (None, [_float32, _i64, _i32, _float32, _float32, _float32]),
     # Tensors go in by address.
@@ -55,6 +59,7 @@ library = _load()
 RATE = library.parley_stage_rate()  # Hz
 HOP = library.parley_stage_hop()  # samples: one row of band energies; two rows make a frame
 BANDS = library.parley_stage_bands()
+MOST_CANDIDATES = 48
 
 
 class EngineError(RuntimeError):
@@ -138,6 +143,26 @@ class Engine:
         _check(library.parley_stages_segments(self._engine, embeddings, frames, np.asarray(thresholds, np.float64), refine,
                                               times, speakers, ctypes.byref(count)))
         return times[: count.value].copy(), speakers[: count.value].copy()
+
+
+    def described_segments(self, embeddings):
+        """The product's segments: times float64 (n, 2), tags int32 (n,), and what confidence is made of, float64 (n, features)."""
+        frames, count = len(embeddings), _i32()
+        times, speakers = np.empty((frames, 2)), np.empty(frames, np.int32)
+        features = np.empty((frames, library.parley_stages_num_segment_features()))
+        _check(library.parley_stages_described_segments(self._engine, embeddings, frames, times, speakers, features,
+                                                        ctypes.byref(count)))
+        return times[:count.value].copy(), speakers[:count.value].copy(), features[:count.value].copy()
+
+    def candidates(self, embeddings, thresholds):
+        """Divisions among speakers of which the library chooses one, with these thresholds: features float64 (n, features), labels int32 (n, frames),
+        0 where nobody speaks. The engine's own is the first."""
+        frames, count = len(embeddings), _i32()
+        features = np.empty((MOST_CANDIDATES, library.parley_stages_num_features()))
+        labels = np.empty((MOST_CANDIDATES, frames), np.int32)
+        _check(library.parley_stages_candidates(self._engine, embeddings, frames, np.asarray(thresholds, np.float64), MOST_CANDIDATES,
+                                                ctypes.byref(count), features, labels))
+        return features[:count.value].copy(), labels[:count.value].copy()
 
 
 def score(reference, hypothesis, collar, skip_overlap=False):

@@ -92,7 +92,8 @@ class Diarizer:
                 names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
                 refine: bool = True, confidence: bool = False, embeddings: bool = False,
                 sensitivity: Optional[float] = None, max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
-                jobs: Optional[int] = None, progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
+                jobs: Optional[int] = None, keep_embeddings: bool = False,
+                progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
         """Finds out who spoke when.
 
         source: the path of an audio file (WAV, FLAC, MP3, Ogg Opus or Vorbis, WebM, MP4 or M4A with AAC, 3GP with AMR-NB,
@@ -111,6 +112,7 @@ class Diarizer:
         max_duration: seconds; longer recordings are refused before they are read.
         via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
         jobs: threads for this recording (1; 0: one a core), which change nothing of the answer.
+        keep_embeddings: the result keeps what recluster() takes, 8 kB for each second.
         progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
 
         Returns the segments in order of time. Raises FileNotFoundError, MemoryError, or ParleyError.
@@ -119,7 +121,7 @@ class Diarizer:
                             "threshold": thresholds, "channels": channels, "no-refine": not refine, "merge-gap": merge_gap,
                             "min-duration": min_duration, "pad": pad, "speaker-prefix": speaker_prefix, "names": names,
                             "confidence": confidence, "embeddings": embeddings, "sensitivity": sensitivity, "max-duration": max_duration,
-                            "via-ffmpeg": via_ffmpeg, "jobs": jobs})
+                            "via-ffmpeg": via_ffmpeg, "jobs": jobs, "keep-embeddings": keep_embeddings})
         if isinstance(source, (str, os.PathLike)) or hasattr(source, "read"):
             if sample_rate is not None:
                 raise TypeError("sample_rate goes with samples; a file has its own")
@@ -139,6 +141,19 @@ class Diarizer:
         return self._run(progress, lambda *rest: library.parley_diarize_samples(
             self._object, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0], pcm.shape[1], sample_rate, b"recording",
             options.record, *rest))
+
+    def recluster(self, result: Diarization, *, num_speakers: Optional[int] = None, **options: Any) -> Diarization:
+        """The same recording with other options, from the embeddings that `result` has kept: without another pass.
+
+        result: of diarize(..., keep_embeddings=True), by a diarizer with the same model.
+        num_speakers and options: min_speakers, max_speakers, names, sensitivity and so on, as of diarize.
+        """
+        asked = _Options({"speakers": num_speakers, **{name.replace("_", "-"): value for name, value in options.items()}})
+        again = c_void_p()
+        with self._lock:
+            self._check_open()
+            check(library.parley_recluster(self._object, result._address(), asked.record, byref(again)))
+        return Diarization._take(again)
 
     def listen(self, pieces: Iterable[Any], sample_rate: int = 16000, *, every: float = 1.0, share: float = 0.05,
                **options: Any) -> Iterator[Diarization]:

@@ -92,6 +92,7 @@ def _load() -> ctypes.CDLL:
         ("parley_session_update", c_int32, [c_void_p, c_double, handle]),
         ("parley_session_end", c_int32, [c_void_p, handle]),
         ("parley_session_delete", None, [c_void_p]),
+        ("parley_recluster", c_int32, [c_void_p, c_void_p, c_void_p, handle]),
         ("parley_result_delete", None, [c_void_p]),
         ("parley_result_duration", c_double, [c_void_p]),
         ("parley_result_num_segments", c_int32, [c_void_p]),

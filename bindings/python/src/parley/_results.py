@@ -48,7 +48,7 @@ class Diarization(Tuple[Segment, ...]):
     duration: seconds of audio.
     names: the speakers' names by number.
     embeddings: their vectors of unit length by number.
-    confidences: of each segment, how much nearer it lies to its speaker than to the next best one, from 0 to 1.
+    confidences: of each segment, the probability that its speaker is right.
     waveform: the loudest sample of every twentieth of a second, from 0 to 1.
     note: what the user should know, or "".
     """
@@ -82,6 +82,12 @@ class Diarization(Tuple[Segment, ...]):
         kept = {k: v for k, v in self.__dict__.items() if k != "_handle"}
         return _without_handle, (tuple(self), kept)
 
+    def _address(self) -> c_void_p:
+        handle = getattr(self, "_handle", None)
+        if handle is None:
+            raise ParleyError("this result was copied from another process, without what the library has of it", Status.INVALID, [])
+        return handle.address
+
     @property
     def speakers(self) -> List[int]:
         """The speakers, in order."""
@@ -96,11 +102,8 @@ class Diarization(Tuple[Segment, ...]):
 
     def to_bytes(self, format: str) -> bytes:
         """The answer in one of parley.FORMATS, byte for byte what the command line tool writes."""
-        handle = getattr(self, "_handle", None)
-        if handle is None:
-            raise ParleyError("this answer was copied from another process and cannot be written any more", Status.INVALID, [])
         text, size = c_void_p(), c_size_t()
-        check(library.parley_write_text(handle.address, format.encode(), byref(text), byref(size)))
+        check(library.parley_write_text(self._address(), format.encode(), byref(text), byref(size)))
         try:
             return ctypes.string_at(text.value, size.value)
         finally:

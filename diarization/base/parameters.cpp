@@ -1,0 +1,105 @@
+#include "parameters.h"
+
+#include <cstring>
+
+#include "errors.h"
+
+namespace {
+
+constexpr std::string_view MAGIC = "parleycl";
+constexpr uint32_t VERSION = 1;
+
+// The end of a file with parameters.
+struct footer {
+    uint64_t network_hash;
+    uint32_t size;  // bytes of the parameters
+    uint32_t version;
+};
+constexpr size_t FOOTER_SIZE = sizeof(footer) + MAGIC.size();
+
+// Takes values from the front of bytes, which may end too early.
+class byte_reader {
+public:
+    byte_reader(std::string_view bytes, const std::string &name) : bytes_(bytes), name_(name) {}
+
+    template <class T>
+    T take() {
+        T value;
+        if (bytes_.size() < sizeof(value)) refuse();
+        std::memcpy(&value, bytes_.data(), sizeof(value));
+        bytes_.remove_prefix(sizeof(value));
+        return value;
+    }
+
+    // A number of things of so many bytes each that are still to come.
+    size_t take_count(size_t bytes_each) {
+        const auto count = take<int32_t>();
+        if (count < 0 || static_cast<size_t>(count) > bytes_.size() / bytes_each) refuse();
+        return static_cast<size_t>(count);
+    }
+
+    [[noreturn]] void refuse() const {
+        throw diarization_error(PARLEY_INVALID, name_ + ": its clustering parameters are damaged");
+    }
+
+private:
+    std::string_view bytes_;
+    const std::string &name_;
+};
+
+void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees) {
+    const auto features_here = from->take<int32_t>();
+    trees->roots.resize(from->take_count(sizeof(int32_t)));
+    trees->nodes.resize(from->take_count(sizeof(tree_node)));
+    for (int32_t &root : trees->roots) root = from->take<int32_t>();
+    for (tree_node &node : trees->nodes) {
+        node.feature = from->take<int16_t>();
+        node.distance = from->take<int16_t>();
+        node.value = from->take<float>();
+    }
+    // Every step leads onwards and within the nodes, so that evaluating ends.
+    const size_t count = trees->nodes.size();
+    if (features_here != num_features) from->refuse();
+    for (const int32_t root : trees->roots)
+        if (root < 0 || static_cast<size_t>(root) >= count) from->refuse();
+    for (size_t i = 0; i < count; i++) {
+        const tree_node &node = trees->nodes[i];
+        if (node.feature < 0) continue;
+        if (node.feature >= num_features || node.distance < 2 ||
+            i + static_cast<size_t>(node.distance) >= count)
+            from->refuse();
+    }
+}
+
+}  // namespace
+
+uint64_t hash_of(std::string_view bytes) {
+    uint64_t hash = 0xcbf29ce484222325;
+    for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+    return hash;
+}
+
+model_sections read_model_sections(std::string_view file, const std::string &name) {
+    model_sections result{file, {}};
+    if (file.size() < FOOTER_SIZE || file.substr(file.size() - MAGIC.size()) != MAGIC) return result;
+    byte_reader end(file.substr(file.size() - FOOTER_SIZE), name);
+    footer last;
+    last.network_hash = end.take<uint64_t>();
+    last.size = end.take<uint32_t>();
+    last.version = end.take<uint32_t>();
+    if (last.version != VERSION) {
+        throw diarization_error(PARLEY_INVALID, name + ": its clustering parameters are of version " +
+                                                    std::to_string(last.version) + ", not " +
+                                                    std::to_string(VERSION));
+    }
+    if (last.size > file.size() - FOOTER_SIZE) end.refuse();
+    result.network = file.substr(0, file.size() - FOOTER_SIZE - last.size);
+    if (hash_of(result.network) != last.network_hash) {
+        throw diarization_error(PARLEY_INVALID,
+                                name + ": its clustering parameters were made for another network");
+    }
+    byte_reader from(file.substr(result.network.size(), last.size), name);
+    read_trees(&from, NUM_CANDIDATE_FEATURES, &result.parameters.candidate_costs);
+    read_trees(&from, NUM_SEGMENT_FEATURES, &result.parameters.segment_confidence);
+    return result;
+}

@@ -1,0 +1,34 @@
+// What a model knows beside its network: how embeddings become speakers. It stands behind the last field that
+// the engine reads, which ignores it; docs/model-file.md has the layout.
+#ifndef PARLEY_PARAMETERS_H
+#define PARLEY_PARAMETERS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "regression_trees.h"
+
+// Features of a candidate (clustering/candidates.h).
+inline constexpr int32_t NUM_CANDIDATE_FEATURES = 44;
+// Features of a segment (clustering/segments.h).
+inline constexpr int32_t NUM_SEGMENT_FEATURES = 10;
+
+struct model_parameters {
+    regression_trees candidate_costs;     // what choosing a candidate would cost, as a share of the speech
+    regression_trees segment_confidence;  // the share of a segment in which its speaker speaks
+};
+
+struct model_sections {
+    std::string_view network;     // what the engine reads
+    model_parameters parameters;  // empty where the file has none
+};
+
+// Takes a model file apart, whose bytes `file` must outlive the result. Throws diarization_error where the
+// parameters are damaged, of another version or of another network; `name` is for its message.
+model_sections read_model_sections(std::string_view file, const std::string &name);
+
+// FNV-1a of 64 bits.
+uint64_t hash_of(std::string_view bytes);
+
+#endif

@@ -1,0 +1,228 @@
+#include "candidates.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "division_features.h"
+#include "packed_vectors.h"
+#include "resegmentation.h"
+
+namespace {
+
+constexpr int32_t WINDOW = 47, WINDOW_HOP = 16;  // frames: 1.5 s every 0.5 s
+constexpr size_t MOST_WINDOWS = 800;
+constexpr int32_t MOST_BLOCKS = 8000, LARGEST_BLOCK = 8;
+constexpr int32_t SHORTEST_SPEAKER = 16;  // frames, 0.5 s
+constexpr int FEW = 12;                   // up to which every number of speakers is tried
+constexpr double LEAST_SHARE = 0.02;      // of the windows that a cluster needs to count as one
+
+// The frames of a recording in blocks, such that there are not many more than MOST_BLOCKS.
+int32_t block_size_for(int32_t num_frames) {
+    return std::clamp((num_frames + MOST_BLOCKS - 1) / MOST_BLOCKS, 1, LARGEST_BLOCK);
+}
+
+}  // namespace
+
+frame_blocks::frame_blocks(const frames &all, int32_t block_size)
+    : block_size_(block_size),
+      num_frames_(all.count),
+      count_((all.count + block_size - 1) / block_size),
+      size_(all.size) {
+    values_.resize(static_cast<size_t>(count_) * static_cast<size_t>(size_));
+    for (int32_t b = 0; b < count_; b++) {
+        float *mean = &values_[static_cast<size_t>(b) * static_cast<size_t>(size_)];
+        const int32_t end = std::min((b + 1) * block_size, all.count);
+        for (int32_t f = b * block_size; f < end; f++)
+            for (int32_t d = 0; d < size_; d++) mean[d] += all.at(f)[d];
+        const auto length = static_cast<float>(end - b * block_size);
+        for (int32_t d = 0; d < size_; d++) mean[d] /= length;
+    }
+}
+
+tags frame_blocks::from_frames(const tags &labels) const {
+    tags result(static_cast<size_t>(count_));
+    for (size_t b = 0; b < result.size(); b++) {
+        const size_t first = b * static_cast<size_t>(block_size_);
+        const size_t end = std::min(first + static_cast<size_t>(block_size_), labels.size());
+        std::ptrdiff_t most = 0;
+        for (size_t f = first; f < end; f++) {
+            const auto same = std::count(&labels[first], labels.data() + end, labels[f]);
+            if (same > most) {
+                most = same;
+                result[b] = labels[f];
+            }
+        }
+    }
+    return result;
+}
+
+tags frame_blocks::to_frames(const tags &labels) const {
+    tags result(static_cast<size_t>(num_frames_));
+    for (size_t f = 0; f < result.size(); f++) result[f] = labels[f / static_cast<size_t>(block_size_)];
+    return result;
+}
+
+speech_windows windows_of(const frames &all, const tags &labels, const float *background,
+                          double min_background_distance) {
+    tags speech(labels.size());
+    std::transform(labels.begin(), labels.end(), speech.begin(), [](uint32_t tag) { return tag != 0; });
+    const auto spoken = std::count(speech.begin(), speech.end(), 1U);
+    const int32_t hop =
+        std::max(WINDOW_HOP, static_cast<int32_t>(spoken / static_cast<int64_t>(MOST_WINDOWS)));
+    const int32_t length = std::max(WINDOW, hop);
+    const std::vector<float> nobody(background, background + all.size);
+    speech_windows result;
+    result.size = all.size;
+    for (const auto &[start, end, tag] : runs_of(speech)) {
+        for (int32_t first = start; first == start || first + length - hop < end; first += hop) {
+            const int32_t last = std::min(first + length, end);
+            const std::vector<float> mean = mean_of(all, first, last);
+            if (distance(nobody, mean) < min_background_distance) continue;
+            result.spans.push_back({first, last, 1});
+            result.values.insert(result.values.end(), mean.begin(), mean.end());
+        }
+    }
+    return result;
+}
+
+distance_matrix distances_of(const speech_windows &windows) {
+    const size_t n = windows.count();
+    distance_matrix result{n, std::vector<float>(n * n)};
+    std::vector<const float *> rows(n);
+    for (size_t i = 0; i < n; i++) rows[i] = windows.at(i);
+    const packed_vectors packed(rows, windows.size);
+    std::vector<double> cosines(packed.width());
+    for (size_t i = 0; i < n; i++) {
+        packed.multiply(windows.at(i), cosines.data());
+        for (size_t j = 0; j < i; j++)
+            result.at(i, j) = result.at(j, i) = static_cast<float>(std::max(0.0, (1 - cosines[j]) / 2));
+    }
+    return result;
+}
+
+candidate_set::candidate_set(const clustering_input &input)
+    : input_(input),
+      blocks_(*input.all, block_size_for(input.all->count)),
+      windows_(windows_of(*input.all, input.engine_labels, input.background.data(),
+                          input.min_background_distance)),
+      distances_(distances_of(windows_)) {
+    const tags own = blocks_.from_frames(input.engine_labels);
+    candidates_.push_back({division_method::engine, own, count_speakers(own)});
+    if (windows_.count() < 2) return;
+    complete_ = linkage_tree(distances_, linkage::complete);
+    average_ = linkage_tree(distances_, linkage::average);
+    ward_ = linkage_tree(distances_, linkage::ward);
+    add(division_method::engine_short, blocks_.from_frames(input.first_labels), 1, 0);
+    for (const tags &labels : input.other_labels)
+        add(division_method::engine_other, blocks_.from_frames(labels), 1, 0);
+    tags one = own;
+    std::replace_if(
+        one.begin(), one.end(), [](uint32_t tag) { return tag != 0; }, 1U);
+    candidates_.push_back({division_method::one, one, 1});
+    std::vector<size_t> numbers(FEW - 1);
+    std::iota(numbers.begin(), numbers.end(), size_t{2});
+    const int found = count_speakers(input.engine_labels);
+    for (const int tenths : {7, 8, 9, 10, 11, 12, 14, 16, 19})
+        if (found * tenths / 10 > static_cast<int>(numbers.back()))
+            numbers.push_back(static_cast<size_t>(found * tenths / 10));
+    for (const size_t number : numbers) {
+        add_linkage(division_method::average, number, 1);
+        if (number > FEW) continue;
+        add_linkage(division_method::complete, number, 1);
+        add_linkage(division_method::ward, number, 1);
+    }
+}
+
+void candidate_set::add_number(int number) {
+    const auto has_it = [number](const candidate &c) { return c.num_speakers == number; };
+    if (std::any_of(candidates_.begin(), candidates_.end(), has_it)) return;
+    add_linkage(division_method::average, static_cast<size_t>(number), number);
+    add_linkage(division_method::complete, static_cast<size_t>(number), number);
+    add_linkage(division_method::ward, static_cast<size_t>(number), number);
+}
+
+// With `wanted`, only a division into that many speakers counts.
+void candidate_set::add(division_method method, tags labels, int min_speakers, int wanted) {
+    resegment(blocks_.view(), input_.background.data(),
+              {.speech_bias = input_.speech_bias,
+               .min_frames = std::max(1, SHORTEST_SPEAKER / blocks_.block_size()),
+               .min_speakers = min_speakers,
+               .rounds = 2,
+               .min_background_distance = input_.min_background_distance,
+               .change_cost = 3.0 / blocks_.block_size(),
+               .num_threads = input_.num_threads},
+              &labels);
+    const int found = count_speakers(labels);
+    if (found > 0 && (wanted == 0 || found == wanted))
+        candidates_.push_back({method, std::move(labels), found});
+}
+
+void candidate_set::add_linkage(division_method method, size_t number, int min_speakers) {
+    if (number >= windows_.count()) return;
+    const bool is_asked_for = min_speakers > 1;
+    const std::vector<merge> &tree = method == division_method::complete  ? complete_
+                                     : method == division_method::average ? average_
+                                                                          : ward_;
+    add(method, cut(tree, number), min_speakers, is_asked_for ? 0 : static_cast<int>(number));
+}
+
+// The tree cut where so many clusters have their share of the windows, which all go to the nearest of these;
+// blocks have the label of the window whose middle is nearest.
+tags candidate_set::cut(const std::vector<merge> &tree, size_t number) const {
+    const size_t n = windows_.count();
+    const double few = std::min(LEAST_SHARE, 0.2 / static_cast<double>(number));
+    const auto least = static_cast<size_t>(std::max(2.0, few * static_cast<double>(n)));
+    std::vector<size_t> cluster, sizes;
+    for (size_t k = number; k <= std::min(n, number + FEW); k++) {
+        cluster = cut_tree(tree, n, k);
+        sizes.assign(k, 0);
+        for (const size_t c : cluster) sizes[c]++;
+        const auto is_large = [least](size_t size) { return size >= least; };
+        if (static_cast<size_t>(std::count_if(sizes.begin(), sizes.end(), is_large)) >= number) break;
+    }
+    std::vector<size_t> largest(sizes.size());
+    std::iota(largest.begin(), largest.end(), size_t{0});
+    std::stable_sort(largest.begin(), largest.end(), [&](size_t a, size_t b) { return sizes[a] > sizes[b]; });
+    largest.resize(number);
+    division_means means(number, static_cast<size_t>(windows_.size));
+    for (size_t i = 0; i < n; i++) {
+        const auto place = std::find(largest.begin(), largest.end(), cluster[i]);
+        if (place != largest.end())
+            means.add(static_cast<size_t>(place - largest.begin()), windows_.at(i), 1);
+    }
+    means.scale();
+    tags labels(static_cast<size_t>(blocks_.view().count));
+    std::vector<int32_t> near(labels.size(), INT32_MAX);  // twice the distance in frames
+    for (size_t i = 0; i < n; i++) {
+        const auto tag = static_cast<uint32_t>(means.nearest(windows_.at(i)) + 1);
+        const auto &[start, end, unused] = windows_.spans[i];
+        const int32_t size = blocks_.block_size();
+        for (int32_t b = start / size; b <= (end - 1) / size; b++) {
+            const int32_t away = std::abs((2 * b + 1) * size - start - end);
+            if (away >= near[static_cast<size_t>(b)]) continue;
+            near[static_cast<size_t>(b)] = away;
+            labels[static_cast<size_t>(b)] = tag;
+        }
+    }
+    return labels;
+}
+
+std::vector<candidate_features> candidate_set::features() const {
+    return features_of_divisions(blocks_.view(), blocks_.block_size(), input_.background.data(), windows_,
+                                 distances_, candidates_);
+}
+
+tags candidate_set::labels_of_frames(size_t candidate, int min_speakers) const {
+    const auto &[method, of_blocks, num_speakers] = candidates_[candidate];
+    if (method == division_method::engine) return input_.engine_labels;
+    tags labels = blocks_.to_frames(of_blocks);
+    resegment(*input_.all, input_.background.data(),
+              {.speech_bias = input_.speech_bias,
+               .min_frames = SHORTEST_SPEAKER,
+               .min_speakers = std::max(min_speakers, 1),
+               .rounds = 0,
+               .num_threads = input_.num_threads},
+              &labels);
+    return labels;
+}

@@ -1,0 +1,341 @@
+#include "division_features.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "packed_vectors.h"
+#include "spectrum.h"
+
+namespace {
+
+constexpr double BY_CHANCE = 2;  // see join_nearest
+constexpr size_t MOST_IN_GRAPH = 100;
+
+double product(const float *a, const float *b, size_t size) {
+    double sum = 0;
+    for (size_t d = 0; d < size; d++) sum += double{a[d]} * double{b[d]};
+    return sum;
+}
+
+double mean(const std::vector<double> &values) {
+    double sum = 0;
+    for (const double v : values) sum += v;
+    return values.empty() ? 0 : sum / static_cast<double>(values.size());
+}
+
+// The value below which `share` of all are.
+double quantile(std::vector<double> values, double share) {
+    if (values.empty()) return 0;
+    const auto place = static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), values.begin() + place, values.end());
+    return values[static_cast<size_t>(place)];
+}
+
+// Every so manieth window, so that the graph stays small.
+distance_matrix thinned(const distance_matrix &distances) {
+    const size_t n = std::min(distances.n, MOST_IN_GRAPH);
+    distance_matrix result{n, std::vector<float>(n * n)};
+    for (size_t i = 0; i < n; i++)
+        for (size_t j = 0; j < n; j++)
+            result.at(i, j) = distances.at(i * distances.n / n, j * distances.n / n);
+    return result;
+}
+
+// What is said of a division alone.
+struct description {
+    std::vector<size_t> speaker_of;  // windows
+    double num_speakers = 0;
+    double separation = 0;        // mean over windows of (to the next speaker - to the own) / to the next
+    double weakest_speaker = 0;   // the smallest such mean of a speaker's windows
+    double tenth_separation = 0;  // below which a tenth of the windows are
+    double least_apart = 1, most_apart = 0,
+           mean_apart = 0;    // distances of speakers, by chance taken off the least
+    double spread = 0;        // mean distance of windows to their speaker
+    double half_apart = 0.1;  // most that the halves of a speaker's speech are apart
+    double fewest = 0, fewest_share = 0, most_share = 0;  // seconds of speakers, shares of all speech
+    double changes = 0;                                   // of speaker, a second of speech
+    double seconds = 0;
+    double longest_turn_of_fewest = 0;                   // seconds, of the speaker who has least
+    double nearest_background = 0, mean_background = 0;  // distances of speakers from it
+    // Of the two speakers who are least apart: turns of the one that follow upon the other's, of all their
+    // turns; the time between the first and the last turn that they share, of the shorter such time; seconds of
+    // the one who has less.
+    double alternating = 0, in_common = 1, fewer_of_nearest = 0;
+    double without_pause = 0;  // changes from speaker to speaker with no pause between, of all changes
+};
+
+// What the turns tell of a pair of speakers and of all changes; `turns` has numbers for tags.
+void describe_turns(const std::vector<run> &turns, size_t a, size_t b, description *d) {
+    int32_t first[2] = {INT32_MAX, INT32_MAX}, last[2] = {0, 0};
+    double of_pair = 0, alternations = 0, adjacent = 0;
+    size_t before = SIZE_MAX;
+    for (size_t i = 0; i < turns.size(); i++) {
+        const auto &[start, end, speaker] = turns[i];
+        if (i > 0 && turns[i - 1].end == start) adjacent++;
+        if (speaker != a && speaker != b) continue;
+        const size_t which = speaker == a ? 0 : 1;
+        of_pair++;
+        if (before == 1 - which) alternations++;
+        before = which;
+        first[which] = std::min(first[which], start);
+        last[which] = std::max(last[which], end);
+    }
+    const double shorter = std::min(last[0] - first[0], last[1] - first[1]);
+    const double common = std::min(last[0], last[1]) - std::max(first[0], first[1]);
+    d->alternating = of_pair > 0 ? alternations / of_pair : 0;
+    d->in_common = shorter > 0 ? std::max(common, 0.0) / shorter : 1;
+    d->without_pause = turns.size() > 1 ? adjacent / static_cast<double>(turns.size() - 1) : 0;
+}
+
+std::map<uint32_t, size_t> number_tags(const tags &labels) {
+    std::map<uint32_t, size_t> numbers;
+    for (const uint32_t tag : labels)
+        if (tag != 0) numbers.try_emplace(tag, 0);
+    size_t next = 0;
+    for (auto &[tag, number] : numbers) number = next++;
+    return numbers;
+}
+
+void describe_windows(const speech_windows &windows, const division_means &means, description *d) {
+    std::vector<const float *> rows;
+    for (size_t k = 0; k < means.number(); k++) rows.push_back(means.at(k));
+    const packed_vectors packed(rows, windows.size);
+    std::vector<double> cosines(packed.width()), separations;
+    std::vector<double> sums(means.number()), counts(means.number());
+    double spread = 0;
+    for (size_t i = 0; i < windows.count(); i++) {
+        packed.multiply(windows.at(i), cosines.data());
+        size_t own = 0;
+        for (size_t k = 1; k < means.number(); k++)
+            if (cosines[k] > cosines[own]) own = k;
+        double next = -1;
+        for (size_t k = 0; k < means.number(); k++)
+            if (k != own) next = std::max(next, cosines[k]);
+        const double near = (1 - cosines[own]) / 2, far = (1 - next) / 2;
+        spread += near;
+        d->speaker_of.push_back(own);
+        const double apart = means.number() > 1 ? (far - near) / std::max(far, 1e-6) : 0;
+        separations.push_back(apart);
+        sums[own] += apart;
+        counts[own]++;
+    }
+    d->spread = windows.count() > 0 ? spread / static_cast<double>(windows.count()) : 0;
+    d->separation = mean(separations);
+    d->tenth_separation = quantile(separations, 0.1);
+    d->weakest_speaker = 1;
+    for (size_t k = 0; k < means.number(); k++)
+        d->weakest_speaker = std::min(d->weakest_speaker, counts[k] > 0 ? sums[k] / counts[k] : 0);
+}
+
+description describe(const frames &blocks, double block_seconds, const float *background,
+                     const speech_windows &windows, const candidate &division) {
+    description d;
+    const std::map<uint32_t, size_t> numbers = number_tags(division.labels);
+    const auto size = static_cast<size_t>(blocks.size);
+    division_means means(numbers.size(), size), first(numbers.size(), size), second(numbers.size(), size);
+    std::vector<double> counts(numbers.size()), so_far(numbers.size()), longest(numbers.size());
+    for (const uint32_t tag : division.labels)
+        if (tag != 0) counts[numbers.at(tag)]++;
+    std::vector<run> turns = runs_of(division.labels);
+    for (auto &[start, end, tag] : turns) {
+        const size_t k = numbers.at(tag);
+        tag = static_cast<uint32_t>(k);
+        longest[k] = std::max(longest[k], block_seconds * (end - start));
+        for (int32_t b = start; b < end; b++) {
+            means.add(k, blocks.at(b), 1);
+            (2 * so_far[k]++ < counts[k] ? first : second).add(k, blocks.at(b), 1);
+        }
+    }
+    means.scale();
+    first.scale();
+    second.scale();
+    d.num_speakers = static_cast<double>(numbers.size());
+    describe_windows(windows, means, &d);
+    std::vector<double> apart;
+    const double frames_a_block = block_seconds / FRAME_SECONDS;
+    size_t near_a = SIZE_MAX, near_b = SIZE_MAX;
+    std::vector<double> from_background;
+    for (size_t a = 0; a < means.number(); a++) {
+        from_background.push_back((1 - product(means.at(a), background, size)) / 2);
+        for (size_t b = 0; b < a; b++) {
+            apart.push_back(means.distance(a, b));
+            const double chance = BY_CHANCE / frames_a_block * (1 / counts[a] + 1 / counts[b]);
+            if (apart.back() - chance >= d.least_apart) continue;
+            d.least_apart = apart.back() - chance;
+            near_a = a;
+            near_b = b;
+        }
+        if (counts[a] * block_seconds > 2) {
+            const double halves = (1 - product(first.at(a), second.at(a), size)) / 2;
+            d.half_apart = std::max(d.half_apart, halves);
+        }
+    }
+    d.most_apart = apart.empty() ? 0 : *std::max_element(apart.begin(), apart.end());
+    d.mean_apart = mean(apart);
+    d.nearest_background = quantile(from_background, 0);
+    d.mean_background = mean(from_background);
+    describe_turns(turns, near_a, near_b, &d);
+    if (near_a != SIZE_MAX) d.fewer_of_nearest = std::min(counts[near_a], counts[near_b]) * block_seconds;
+    if (counts.empty()) return d;
+    double all = 0;
+    for (const double c : counts) all += c;
+    const auto fewest = static_cast<size_t>(std::min_element(counts.begin(), counts.end()) - counts.begin());
+    d.seconds = all * block_seconds;
+    d.fewest = counts[fewest] * block_seconds;
+    d.longest_turn_of_fewest = longest[fewest];
+    d.fewest_share = counts[fewest] / all;
+    d.most_share = *std::max_element(counts.begin(), counts.end()) / all;
+    double changes = 0;
+    for (size_t b = 1; b < division.labels.size(); b++)
+        changes += division.labels[b] != division.labels[b - 1] ? 1 : 0;
+    d.changes = changes / std::max(1.0, d.seconds);
+    return d;
+}
+
+// How far two divisions agree about which windows belong together: Rand's index, adjusted for chance (Hubert
+// and Arabie 1985).
+double agreement(const description &a, const description &b) {
+    const auto rows = static_cast<size_t>(a.num_speakers), columns = static_cast<size_t>(b.num_speakers);
+    std::vector<double> table(rows * columns), of_row(rows), of_column(columns);
+    for (size_t i = 0; i < a.speaker_of.size(); i++) {
+        table[a.speaker_of[i] * columns + b.speaker_of[i]]++;
+        of_row[a.speaker_of[i]]++;
+        of_column[b.speaker_of[i]]++;
+    }
+    const auto pairs = [](const std::vector<double> &counts) {
+        double sum = 0;
+        for (const double c : counts) sum += c * (c - 1) / 2;
+        return sum;
+    };
+    const auto n = static_cast<double>(a.speaker_of.size());
+    const double together = pairs(table), in_a = pairs(of_row), in_b = pairs(of_column);
+    const double by_chance = in_a * in_b / std::max(1.0, n * (n - 1) / 2), most = (in_a + in_b) / 2;
+    return most - by_chance > 1e-9 ? (together - by_chance) / (most - by_chance) : 1;
+}
+
+// The division of the same method with one speaker more (step 1) or less (-1), else the division itself.
+const description &neighbour(const std::vector<candidate> &divisions, const std::vector<description> &all,
+                             size_t index, int step) {
+    for (size_t i = 0; i < divisions.size(); i++) {
+        if (divisions[i].num_speakers == divisions[index].num_speakers + step &&
+            (divisions[i].method == divisions[index].method || divisions[i].method == division_method::one))
+            return all[i];
+    }
+    for (size_t i = 0; i < divisions.size(); i++)
+        if (divisions[i].num_speakers == divisions[index].num_speakers + step) return all[i];
+    return all[index];
+}
+
+}  // namespace
+
+void division_means::add(size_t group, const float *vector, double weight) {
+    for (size_t d = 0; d < size_; d++) sums_[group * size_ + d] += weight * double{vector[d]};
+    counts_[group] += weight;
+}
+
+void division_means::scale() {
+    means_.resize(sums_.size());
+    for (size_t k = 0; k < counts_.size(); k++) {
+        double squares = 0;
+        for (size_t d = 0; d < size_; d++) squares += sums_[k * size_ + d] * sums_[k * size_ + d];
+        const double length = squares > 0 ? std::sqrt(squares) : 1;
+        for (size_t d = 0; d < size_; d++)
+            means_[k * size_ + d] = static_cast<float>(sums_[k * size_ + d] / length);
+    }
+}
+
+double division_means::distance(size_t a, size_t b) const {
+    return (1 - product(at(a), at(b), size_)) / 2;
+}
+
+size_t division_means::nearest(const float *vector) const {
+    size_t nearest = 0;
+    double most = -2;
+    for (size_t k = 0; k < number(); k++) {
+        const double cosine = product(at(k), vector, size_);
+        if (cosine <= most) continue;
+        most = cosine;
+        nearest = k;
+    }
+    return nearest;
+}
+
+std::vector<candidate_features> features_of_divisions(const frames &blocks, int32_t block_size,
+                                                      const float *background, const speech_windows &windows,
+                                                      const distance_matrix &distances,
+                                                      const std::vector<candidate> &divisions) {
+    const double groups = count_by_eigengap(thinned(distances));
+    std::vector<double> window_distances;
+    for (size_t i = 0; i < distances.n; i++)
+        for (size_t j = 0; j < i; j++) window_distances.push_back(double{distances.at(i, j)});
+    const double low = quantile(window_distances, 0.2), high = quantile(window_distances, 0.8);
+    std::vector<description> all;
+    all.reserve(divisions.size());
+    for (const candidate &division : divisions)
+        all.push_back(describe(blocks, FRAME_SECONDS * block_size, background, windows, division));
+    double clearest = 0, tightest = 1;
+    for (const description &d : all) {
+        clearest = std::max(clearest, d.separation);
+        tightest = std::min(tightest, d.spread);
+    }
+    const description &engine = all.front();
+    std::vector<candidate_features> rows;
+    for (size_t i = 0; i < all.size(); i++) {
+        const description &d = all[i];
+        const description &less = neighbour(divisions, all, i, -1), &more = neighbour(divisions, all, i, 1);
+        std::vector<double> alike;  // other methods' divisions into as many speakers
+        int num_alike = 0;          // divisions that are nearly the same
+        for (size_t k = 0; k < all.size(); k++)
+            if (k != i && divisions[k].num_speakers == divisions[i].num_speakers) {
+                alike.push_back(agreement(d, all[k]));
+                num_alike += alike.back() > 0.9 ? 1 : 0;
+            }
+        const double is_engine = divisions[i].method == division_method::engine ? 1 : 0;
+        rows.push_back({d.num_speakers,
+                        d.separation,
+                        d.weakest_speaker,
+                        d.tenth_separation,
+                        d.least_apart,
+                        d.most_apart,
+                        d.mean_apart,
+                        d.spread,
+                        d.half_apart,
+                        d.least_apart - d.half_apart,
+                        d.fewest,
+                        d.fewest_share,
+                        d.most_share,
+                        d.longest_turn_of_fewest,
+                        d.changes,
+                        d.seconds / (engine.seconds + 0.1),
+                        is_engine,
+                        static_cast<double>(divisions[i].method),
+                        d.num_speakers - groups,
+                        d.num_speakers - engine.num_speakers,
+                        d.separation - clearest,
+                        d.spread - tightest,
+                        d.separation - less.separation,
+                        d.separation - more.separation,
+                        less.spread - d.spread,
+                        d.spread - more.spread,
+                        d.least_apart - more.least_apart,
+                        less.least_apart - d.least_apart,
+                        alike.empty() ? -1 : mean(alike),
+                        agreement(d, engine),
+                        d.spread - low / 2,
+                        d.least_apart / (high + 1e-6),
+                        low / (high + 1e-6),
+                        engine.seconds,
+                        engine.num_speakers,
+                        groups,
+                        d.nearest_background,
+                        d.mean_background,
+                        d.alternating,
+                        d.in_common,
+                        d.fewer_of_nearest,
+                        d.without_pause,
+                        d.nearest_background - engine.nearest_background,
+                        static_cast<double>(num_alike)});
+    }
+    return rows;
+}

@@ -1,0 +1,109 @@
+#include "find_speakers.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "resegmentation.h"
+
+namespace {
+
+// Of the background's threshold: speakers and windows that are nearer to the background are none.
+constexpr double LIKE_BACKGROUND = 0.8;
+constexpr int32_t LONGEST_TO_CLUSTER_AGAIN = 20000;  // frames, 10 minutes
+
+// The engine's division, resegmented. The clustering drops who has less than about a second: where that
+// leaves nobody, short speech may still be there, at last somewhat nearer to the background: nobody at all is
+// the rarer answer.
+tags resegmented(engine *own, const frames &all, const clustering_policy &policy, tags labels,
+                 std::string *note) {
+    resegment(all, own->background(),
+              {.speech_bias = policy.speech_bias,
+               .merge_threshold = policy.values[0],
+               .num_threads = own->get()->num_workers},
+              &labels);
+    for (const double nearness : {1.0, 0.9}) {
+        if (count_speakers(labels) > 0) return labels;
+        find_short_speech(all, own->background(), policy.speech_bias, nearness * policy.values[3], &labels);
+    }
+    if (count_speakers(labels) > 0) *note = "a few words only: too little to tell speakers apart";
+    return labels;
+}
+
+// The cheapest by the model's trees of those with an allowed number of speakers; of none allowed, of those
+// whose number is nearest to what is.
+size_t choose(const candidate_set &candidates, const regression_trees &trees, int fewest, int most,
+              division_evidence *evidence) {
+    const std::vector<candidate_features> features = candidates.features();
+    std::vector<double> costs;
+    size_t best = 0;
+    int best_away = std::numeric_limits<int>::max();
+    for (size_t i = 0; i < features.size(); i++) {
+        const int number = candidates.all()[i].num_speakers;
+        const int away = std::max({0, fewest - number, number - most});
+        costs.push_back(trees.is_empty() ? static_cast<double>(i) : trees.evaluate(features[i]));
+        if (away > best_away || (away == best_away && costs[i] >= costs[best])) continue;
+        best = i;
+        best_away = away;
+    }
+    evidence->cost = costs[best];
+    evidence->margin = 1;
+    for (size_t i = 0; i < costs.size(); i++)
+        if (candidates.all()[i].num_speakers != candidates.all()[best].num_speakers)
+            evidence->margin = std::min(evidence->margin, costs[i] - costs[best]);
+    return best;
+}
+
+}  // namespace
+
+speaker_search::speaker_search(engine *own, const frames &all, const clustering_policy &policy,
+                               const progress_function &progress)
+    : all_(all), policy_(policy) {
+    input_.all = &all_;
+    input_.background.assign(own->background(), own->background() + all.size);
+    input_.speech_bias = policy.speech_bias;
+    input_.min_background_distance = LIKE_BACKGROUND * policy.values[3];
+    input_.num_threads = own->get()->num_workers;
+    input_.first_labels = own->cluster(all, policy.values, progress);
+    input_.engine_labels = policy.with_resegmentation
+                               ? resegmented(own, all, policy, input_.first_labels, &note_)
+                               : input_.first_labels;
+}
+
+clustering_result speaker_search::find(engine *own, int min_speakers, int max_speakers) {
+    clustering_result result = {input_.engine_labels, note_, {}};
+    const int most = max_speakers > 0 ? max_speakers : std::numeric_limits<int>::max();
+    const int fewest = std::min(min_speakers, most);
+    const int count = count_speakers(result.labels);
+    const bool is_allowed = count >= fewest && count <= most;
+    const regression_trees &trees = own->parameters().candidate_costs;
+    const bool is_settled = is_allowed && (trees.is_empty() || !policy_.with_resegmentation);
+    if (count == 0 || !note_.empty() || is_settled) return result;
+
+    if (min_speakers > 0) candidates(own)->add_number(fewest);
+    if (max_speakers > 0) candidates(own)->add_number(most);
+    const size_t chosen = choose(*candidates(own), trees, fewest, most, &result.evidence);
+    result.labels = candidates_->labels_of_frames(chosen, fewest);
+    const int found = count_speakers(result.labels);
+    if (found < fewest) result.note = "only " + std::to_string(found) + " speakers can be told apart";
+    return result;
+}
+
+void speaker_search::describe(engine *own, std::vector<candidate_features> *features,
+                              std::vector<tags> *labels) {
+    if (count_speakers(input_.engine_labels) == 0 || !note_.empty()) return;
+    *features = candidates(own)->features();
+    for (size_t i = 0; i < features->size(); i++) labels->push_back(candidates_->labels_of_frames(i, 1));
+}
+
+// With the engine's clustering by merge thresholds on both sides of the model's, where that takes no time.
+candidate_set *speaker_search::candidates(engine *own) {
+    if (candidates_) return candidates_.get();
+    for (const double factor : {0.7, 0.85, 1.2}) {
+        if (all_.count > LONGEST_TO_CLUSTER_AGAIN) break;
+        thresholds values = policy_.values;
+        values[0] *= factor;
+        input_.other_labels.push_back(own->cluster(all_, values, nullptr));
+    }
+    candidates_ = std::make_unique<candidate_set>(input_);
+    return candidates_.get();
+}

@@ -1,0 +1,134 @@
+// The same search for speakers behind every door: a recording asked again, training's stages, the whole library.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "diarizer.h"
+#include "errors.h"
+#include "formats.h"
+#include "options.h"
+#include "parley_stages.h"
+#include "support.h"
+
+namespace {
+
+const std::string MODEL = std::string(PARLEY_SOURCE_DIR) + "/models/parley.zx";
+
+class asking_again : public testing::Test {
+protected:
+    asking_again() : owner_(MODEL) {
+        init_options(&options_);
+        options_.confidence = 1;
+        const zx_parley_samples_t read = owner_.own_engine()->read(
+            std::string(PARLEY_SOURCE_DIR) + "/examples/three-voices.wav", INT32_MAX, nullptr);
+        samples_.assign(read.pcm, read.pcm + read.count);
+    }
+
+    diarization run(const std::vector<int16_t> &samples, const parley_options &options) {
+        const given_samples given = {samples.data(), static_cast<int64_t>(samples.size()), 1, 16000};
+        return owner_.run("x", &given, options, nullptr);
+    }
+
+    static std::string text_of(const diarization &d) { return write_format(d, "json", {}) + d.note; }
+
+    diarizer owner_;
+    parley_options options_;
+    std::vector<int16_t> samples_;
+};
+
+TEST_F(asking_again, finds_what_diarizing_with_these_options_finds) {
+    options_.keep_embeddings = 1;
+    const diarization kept = run(samples_, options_);
+    const std::string before = text_of(kept);
+    const std::vector<void (*)(parley_options *)> changes = {
+        [](parley_options *) {},
+        [](parley_options *o) { o->min_speakers = o->max_speakers = 2; },
+        [](parley_options *o) { o->max_speakers = 1; },
+        [](parley_options *o) { o->min_speakers = 5; },
+        [](parley_options *o) { o->sensitivity = 0.8; },
+        [](parley_options *o) { o->refine = 0; },
+        [](parley_options *o) { o->thresholds[0] = 0.05; },
+        [](parley_options *o) { o->merge_gap = 2; },
+        [](parley_options *) {},  // and nothing of all that has stayed
+    };
+    for (size_t i = 0; i < changes.size(); i++) {
+        parley_options options = options_;
+        changes[i](&options);
+        EXPECT_EQ(text_of(owner_.recluster(kept, options)), text_of(run(samples_, options))) << i;
+    }
+    EXPECT_EQ(text_of(kept), before);
+}
+
+TEST_F(asking_again, as_many_speakers_are_found_as_are_asked_for) {
+    for (const int32_t number : {1, 2, 3, 4, 5}) {
+        options_.min_speakers = options_.max_speakers = number;
+        const diarization found = run(samples_, options_);
+        EXPECT_EQ(found.speakers.size(), static_cast<size_t>(number)) << found.note;
+    }
+    options_.min_speakers = options_.max_speakers = 500;
+    EXPECT_NE(run(samples_, options_).note.find("speakers can be told apart"), std::string::npos);
+}
+
+TEST_F(asking_again, takes_embeddings_that_were_kept_by_the_same_model) {
+    diarization found = run(samples_, options_);
+    EXPECT_THROW(owner_.recluster(found, options_), diarization_error);
+    options_.keep_embeddings = 1;
+    found = run(samples_, options_);
+    found.model = "another";
+    EXPECT_THROW(owner_.recluster(found, options_), diarization_error);
+    found.model = owner_.own_engine()->id();
+    options_.min_speakers = -1;
+    EXPECT_THROW(owner_.recluster(found, options_), diarization_error);
+}
+
+// Whether there is a candidate of another method, one speaker, a few words or nobody.
+TEST_F(asking_again, training_sees_what_the_product_finds) {
+    parley_stages *opened = nullptr;
+    ASSERT_EQ(parley_stages_open(MODEL.c_str(), &opened), PARLEY_OK);
+    const std::unique_ptr<parley_stages, decltype(&parley_stages_close)> stages(opened, parley_stages_close);
+    const thresholds own = owner_.own_engine()->own_thresholds();
+    std::mt19937 random(1);
+    std::normal_distribution<double> noise(0, 1);
+    int with_speech = 0, without = 0;
+    for (const int seconds : {1, 2, 3, 5, 9, 20, 60}) {
+        for (const double level : {0.0, 30.0, 1000.0, 6000.0}) {
+            const size_t start = random() % (samples_.size() - static_cast<size_t>(seconds) * 16000);
+            std::vector<int16_t> part(static_cast<size_t>(seconds) * 16000);
+            for (size_t i = 0; i < part.size(); i++) {
+                const double sample = (level > 5000 ? 0 : samples_[start + i]) + level * noise(random);
+                part[i] = static_cast<int16_t>(std::lround(std::clamp(sample, -32768.0, 32767.0)));
+            }
+            std::vector<int16_t> rows(part.size() / 256 * 40);
+            ASSERT_EQ(parley_stage_features(part.data(), static_cast<int64_t>(part.size()), rows.data()),
+                      PARLEY_OK);
+            const auto num_frames = static_cast<int32_t>(part.size() / 512);
+            const auto size = static_cast<size_t>(parley_stages_dimension(stages.get()));
+            std::vector<float> embeddings(static_cast<size_t>(num_frames) * size);
+            ASSERT_EQ(parley_stages_embed(stages.get(), rows.data(), num_frames, embeddings.data()),
+                      PARLEY_OK);
+            std::vector<double> times(2 * static_cast<size_t>(num_frames));
+            std::vector<int32_t> speakers(static_cast<size_t>(num_frames));
+            int32_t count = 0;
+            ASSERT_EQ(parley_stages_segments(stages.get(), embeddings.data(), num_frames, own.data(), 1,
+                                             times.data(), speakers.data(), &count),
+                      PARLEY_OK);
+            const diarization product = run(part, options_);
+            ASSERT_EQ(static_cast<size_t>(count), product.segments.size()) << seconds << " s, " << level;
+            std::map<int32_t, int> numbers;
+            for (size_t i = 0; i < product.segments.size(); i++) {
+                EXPECT_EQ(times[2 * i], product.segments[i].start);
+                EXPECT_EQ(std::min(times[2 * i + 1], product.duration), product.segments[i].end);
+                const int number =
+                    numbers.try_emplace(speakers[i], static_cast<int>(numbers.size())).first->second;
+                EXPECT_EQ(number, product.segments[i].speaker);
+            }
+            (count > 0 ? with_speech : without)++;
+        }
+    }
+    EXPECT_GT(with_speech, 10);
+    EXPECT_GT(without, 2);
+}
+
+}  // namespace

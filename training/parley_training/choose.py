@@ -1,0 +1,378 @@
+"""Trains what chooses among divisions of a recording: regression trees over the features that the library computes of each, which
+predict what choosing it would cost in diarization errors.
+
+The library's own code makes the divisions and their features. Recordings come from three sources: real and simulated ones with
+references, as they are and changed (scripts/robustness --write); crops and concatenations of these, so that there are short
+ones and ones with many people; and conversations out of a corpus (simulate.py), whose voices are moved so that the network
+has not been trained on them. The figures to believe are those of domains left out: for each domain (domains.tsv) the
+trees are trained without any recording of it, crops and concatenations included."""
+
+import argparse
+import dataclasses
+import fnmatch
+import multiprocessing
+import os
+import pickle
+import zlib
+from pathlib import Path
+
+import numpy as np
+
+from . import model_file, native, recordings, simulate, tune
+
+SECONDS = native.HOP * 2 / native.RATE  # a frame
+COLLAR = 0.25
+MOST_REGRET = 0.6  # what an error of choice counts at most
+SPEECH, MISSED, CONFUSION, THERE, FOUND = 0, 1, 3, 4, 5  # of scores
+
+
+@dataclasses.dataclass
+class Case:
+    """A recording with its divisions: features (n, features), scores (n, 6) as native.score gives them."""
+
+    name: str
+    version: str  # the change that it has gone through; "crop", "joined" or "corpus"
+    sources: tuple  # names of the recordings that it is made of
+    features: np.ndarray
+    scores: np.ndarray
+
+    def errors(self):
+        return np.minimum(self.scores[:, MISSED:CONFUSION + 1].sum(1) / np.maximum(self.scores[:, SPEECH], 1e-3), 5)
+
+    def regret(self):
+        """What choosing each costs: errors more than the best one has, and a little for a wrong number of speakers."""
+        wrong = np.abs(self.scores[:, FOUND] - self.scores[:, THERE]) / np.maximum(self.scores[:, THERE], 2)
+        cost = self.errors() + 0.05 * np.minimum(wrong, 1)
+        return np.minimum(cost - cost.min(), MOST_REGRET)
+
+
+def segments_of(labels):
+    edges = np.flatnonzero(np.diff(labels, prepend=-1, append=-1))
+    spans = [(a, b) for a, b in zip(edges[:-1], edges[1:]) if labels[a] > 0]
+    return (np.array(spans, float).reshape(-1, 2) * SECONDS, np.array([labels[a] for a, _ in spans], np.int32))
+
+
+def clipped(reference, start, end):
+    """A reference between two times, from 0 on, its speakers counted anew."""
+    times = np.clip(reference[0], start, end) - start
+    kept = times[:, 1] - times[:, 0] > 0.01
+    return times[kept], (np.unique(reference[1][kept], return_inverse=True)[1] + 1).astype(np.int32)
+
+
+# How far thresholds are from the best ones, in recordings on which they have not been chosen: deviation of the logarithm, of the
+# merge threshold and of the others. Of the recordings that are as they are, the model's own count.
+ASTRAY = (0.15, 0.06, 0.06, 0.06)
+
+
+def case_of(engine, name, version, sources, rows, reference):
+    """None where there is nothing to choose."""
+    rng = np.random.default_rng(zlib.crc32(f"{name} {version}".encode()))
+    thresholds = engine.thresholds * (np.exp(rng.normal(0, ASTRAY)) if version else 1)
+    if len(reference[1]) == 0:
+        return None
+    embeddings = engine.embed(rows)
+    features, labels = engine.candidates(embeddings, model_file.keep_background(thresholds))
+    if len(features) < 2:
+        return None
+    end = reference[0].max() + 0.5
+    scores = []
+    for one in labels:
+        times, speakers = segments_of(one)
+        inside = times[:, 0] < end
+        scores.append(native.score(reference, (np.minimum(times[inside], end), speakers[inside]), COLLAR))
+    return Case(name, version, sources, features, np.array(scores))
+
+
+def crop(rng, rows, reference):
+    """A stretch of 15 to 90 s, where somebody speaks."""
+    length = len(rows) * native.HOP / native.RATE
+    for _ in range(10):
+        wanted = rng.uniform(15, 90)
+        if wanted > 0.9 * length:
+            continue
+        start = rng.uniform(0, length - wanted)
+        found = clipped(reference, start, start + wanted)
+        if len(found[1]) and (found[0][:, 1] - found[0][:, 0]).sum() > 5:
+            first = int(start * native.RATE / native.HOP) // 2 * 2
+            return rows[first:first + int(wanted * native.RATE / native.HOP) // 2 * 2], found
+    return None
+
+
+def joined(parts):
+    """Recordings one after the other, each with people of its own."""
+    rows, times, speakers, people, begin = [], [], [], 0, 0.0
+    for part, reference in parts:
+        part = part[:len(part) // 2 * 2]
+        rows.append(part)
+        times.append(reference[0] + begin)
+        speakers.append(reference[1] + people)
+        people += reference[1].max()
+        begin += len(part) * native.HOP / native.RATE
+    return np.concatenate(rows), (np.concatenate(times), np.concatenate(speakers).astype(np.int32))
+
+
+def turns_of(active):
+    """Who speaks in which row (rows, people) as a reference; pauses up to 0.3 s are bridged."""
+    times, speakers = [], []
+    for k in range(active.shape[1]):
+        edges = np.flatnonzero(np.diff(active[:, k].astype(int), prepend=0, append=0))
+        turns = []
+        for a, b in zip(edges[::2], edges[1::2]):
+            if turns and a - turns[-1][1] < 19:
+                turns[-1][1] = b
+            else:
+                turns.append([a, b])
+        times += [(a, b) for a, b in turns if b - a >= 3]
+        speakers += [k + 1] * (len(times) - len(speakers))
+    times = np.array(times, float).reshape(-1, 2) * native.HOP / native.RATE
+    return times, (np.unique(speakers, return_inverse=True)[1] + 1).astype(np.int32)
+
+
+def simulated(rng, speech, recipe):
+    """A conversation of 1 to 30 people, half a minute to a quarter of an hour, of voices that nobody has."""
+    people = int(rng.choice([1, 2, 3, 4, 5, 6, 8, 12, 20, 30], p=[0.05, 0.32, 0.22, 0.14, 0.08, 0.06, 0.05, 0.04, 0.02, 0.02]))
+    length = np.exp(rng.uniform(np.log(30), np.log(240 if people < 8 else 900)))
+    recipe = dataclasses.replace(recipe, nobody=0.0, own_voices=0.12)
+    x, *_, active, _ = simulate.mixed_conversation(speech, simulate.seconds(length) // 2 * 2, people, recipe, rng)
+    return np.clip(np.round(1024 * x), -32768, 32767).astype(np.int16), turns_of(active)
+
+
+def recordings_of(options, worker):
+    """(name, version, sources, rows, reference) of recordings as they are, then of what is made of them, by `worker` of
+    `options.workers`."""
+    speech = simulate.Speech(options.features) if options.features else None
+    loaded = []
+    for version, folder in [("", f) for f in options.folders] + [(Path(f).name, f) for f in options.changed]:
+        for name, audio, reference in recordings.find([folder], options.without):
+            loaded.append((name, version, native.features(native.read_audio(audio)), recordings.read_rttm(reference)))
+    for name, version, rows, reference in loaded[worker::options.workers]:
+        yield name, version, (name,), rows, reference
+    for i in range(worker, options.crops, options.workers):
+        rng = np.random.default_rng([options.seed, 1, i])
+        name, _, rows, reference = loaded[rng.integers(len(loaded))]
+        part = crop(rng, rows, reference)
+        if part:
+            yield f"{name} {i}", "crop", (name,), *part
+    for i in range(worker, options.joined, options.workers):
+        rng = np.random.default_rng([options.seed, 2, i])
+        version = loaded[rng.integers(len(loaded))][1]
+        pool = [r for r in loaded if r[1] == version]
+        chosen = [pool[k] for k in rng.permutation(len(pool))[:rng.integers(2, 11)]]
+        yield f"joined {i}", "joined", tuple(r[0] for r in chosen), *joined([r[2:] for r in chosen])
+    for i in range(worker, options.simulated if speech else 0, options.workers):
+        rng = np.random.default_rng([options.seed, 3, i])
+        yield f"simulated {i}", "corpus", (), *simulated(rng, speech, simulate.Recipe())
+
+
+def _work(job):
+    make, model, options, worker = job
+    with native.Engine(model) as engine:
+        engine.thresholds = np.array(model_file.read(model)["thresholds"])
+        return [made for one in recordings_of(options, worker) if (made := make(engine, *one))]
+
+
+def over_recordings(make, model, options):
+    """What `make` gives of the engine and each recording, but None."""
+    with multiprocessing.Pool(options.workers) as pool:
+        return sum(pool.map(_work, [(make, model, options, w) for w in range(options.workers)]), [])
+
+
+def domain_of(name, domains):
+    return next((d for pattern, d, _ in domains if fnmatch.fnmatch(name, pattern)), "other")
+
+
+def weight_of(case):
+    """Real recordings are few and weigh more than crops of them, these more than simulated ones."""
+    return {"": 4.0, "crop": 1.0, "joined": 1.0, "corpus": 0.5}.get(case.version, 1.5)
+
+
+def fit(cases, seed=0):
+    from sklearn.ensemble import HistGradientBoostingRegressor
+    x = np.concatenate([c.features for c in cases]).astype(np.float32)
+    y = np.concatenate([c.regret() for c in cases])
+    weights = np.concatenate([np.full(len(c.features), weight_of(c) / len(c.features)) for c in cases])
+    trees = HistGradientBoostingRegressor(max_iter=120, learning_rate=0.08, max_leaf_nodes=12, min_samples_leaf=200,
+                                          l2_regularization=1.0, random_state=seed)
+    return trees.fit(x, y, sample_weight=weights * len(y) / weights.sum())
+
+
+def flattened(trees):
+    """(roots, nodes) as the library evaluates them: nodes are (feature, distance to the node for values above, value)."""
+    roots, nodes = [], []
+    base = float(trees._baseline_prediction.ravel()[0])
+    for number, (predictor,) in enumerate(trees._predictors):
+        table = predictor.nodes
+        roots.append(len(nodes))
+
+        def lay(index):
+            node, at = table[index], len(nodes)
+            if node["is_leaf"]:
+                nodes.append((-1, 0, node["value"] + (base if number == 0 else 0)))
+                return
+            # Values below or at the threshold go to the left, so the threshold is rounded downwards.
+            threshold = np.float32(node["num_threshold"])
+            if threshold > node["num_threshold"]:
+                threshold = np.nextafter(threshold, np.float32(-np.inf))
+            nodes.append((int(node["feature_idx"]), 0, threshold))
+            lay(node["left"])
+            nodes[at] = (nodes[at][0], len(nodes) - at, nodes[at][2])
+            lay(node["right"])
+
+        lay(0)
+    return roots, nodes
+
+
+def evaluate(flat, x):
+    """What the library makes of rows of features."""
+    roots, nodes = flat
+    sums = np.zeros(len(x))
+    for row, values in enumerate(x):
+        for at in roots:
+            while nodes[at][0] >= 0:
+                at += nodes[at][1] if values[nodes[at][0]] > nodes[at][2] else 1
+            sums[row] += np.float32(nodes[at][2])
+    return sums
+
+
+@dataclasses.dataclass
+class Segments:
+    """What the library finds in a recording, and of how much of each segment's time its speaker is right."""
+
+    version: str
+    sources: tuple
+    features: np.ndarray
+    seconds: np.ndarray
+    right: np.ndarray
+
+
+def segments_case(engine, name, version, sources, rows, reference):
+    if len(reference[1]) == 0:
+        return None
+    times, tags, features = engine.described_segments(engine.embed(rows))
+    if len(tags) == 0:
+        return None
+    # Seconds that each tag shares with each speaker; one to one, so that most is shared.
+    from scipy.optimize import linear_sum_assignment
+    common = np.maximum(0, np.minimum(times[:, None, 1], reference[0][None, :, 1]) - np.maximum(times[:, None, 0], reference[0][None, :, 0]))
+    shared = np.zeros((tags.max() + 1, reference[1].max() + 1))
+    np.add.at(shared, (tags[:, None], reference[1][None, :]), common)
+    matched = np.full(len(shared), -1)
+    rows_of, columns = linear_sum_assignment(-shared)
+    matched[rows_of] = columns
+    right = (common * (matched[tags][:, None] == reference[1][None, :])).sum(1)
+    seconds = times[:, 1] - times[:, 0]
+    return Segments(version, sources, features, seconds, np.clip(right / seconds, 0, 1))
+
+
+def fit_confidence(found, seed=0):
+    from sklearn.ensemble import HistGradientBoostingRegressor
+    x, y = (np.concatenate([getattr(s, k) for s in found]) for k in ("features", "right"))
+    weights = np.concatenate([np.sqrt(s.seconds) * weight_of(s) / np.sqrt(s.seconds).sum() for s in found])
+    trees = HistGradientBoostingRegressor(max_iter=120, learning_rate=0.05, max_leaf_nodes=8, min_samples_leaf=100, random_state=seed)
+    return trees.fit(x.astype(np.float32), y, sample_weight=weights * len(y) / weights.sum())
+
+
+def calibration(predicted, right, weights, bins=10):
+    """Rows (share, mean predicted, mean right) of ten bins, and the expected calibration error."""
+    place = np.clip((predicted * bins).astype(int), 0, bins - 1)
+    rows = [(weights[place == b].sum() / weights.sum(), np.average(predicted[place == b], weights=weights[place == b]),
+             np.average(right[place == b], weights=weights[place == b])) for b in range(bins) if (place == b).any()]
+    return rows, sum(share * abs(p - r) for share, p, r in rows)
+
+
+def calibration_table(found, domains):
+    """Of recordings as they are, each by trees that have not seen its domain."""
+    predicted, right, seconds = [], [], []
+    for d in sorted({domain_of(s, domains) for f in found for s in f.sources}):
+        trees = fit_confidence([f for f in found if all(domain_of(s, domains) != d for s in f.sources)])
+        for f in found:
+            if f.version == "" and domain_of(f.sources[0], domains) == d:
+                predicted.append(np.clip(trees.predict(f.features.astype(np.float32)), 0, 1))
+                right.append(f.right)
+                seconds.append(f.seconds)
+    rows, error = calibration(*map(np.concatenate, (predicted, right, seconds)))
+    lines = ["| Share of the time found | confidence, mean | speaker right, mean |", "|---|---|---|"]
+    lines += [f"| {100 * s:.1f} % | {p:.2f} | {r:.2f} |" for s, p, r in rows]
+    return "\n".join(lines) + f"\n\nExpected calibration error: {error:.3f}"
+
+
+def rates(scores):
+    total = scores.sum(0)
+    return 100 * total[MISSED:CONFUSION + 1].sum() / total[SPEECH]
+
+
+def row(title, cases, chosen):
+    """Of the engine's division, the chosen one and the best."""
+    cells = []
+    for pick in (lambda c, k: 0, lambda c, k: k, lambda c, k: int(c.errors().argmin())):
+        s = np.array([c.scores[pick(c, k)] for c, k in zip(cases, chosen)])
+        each = np.minimum(s[:, MISSED:CONFUSION + 1].sum(1) / np.maximum(s[:, SPEECH], 1e-3), 1)
+        cells.append(f"{rates(s):.1f} % | {100 * each.mean():.1f} % | {(s[:, THERE] == s[:, FOUND]).sum()}")
+    return f"| {title} | {len(cases)} | " + " | ".join(cells) + " |"
+
+
+def left_out(cases, domains):
+    """By the place in `cases` of each recording that is one of a kind (changed or not): what is chosen by trees that have not
+    seen its domain. Simulated recordings of a corpus are in all fits."""
+    chosen = {}
+    for d in sorted({domain_of(s, domains) for c in cases for s in c.sources}):
+        trees = fit([c for c in cases if all(domain_of(s, domains) != d for s in c.sources)])
+        for i, c in enumerate(cases):
+            if c.sources and all(domain_of(s, domains) == d for s in c.sources):
+                chosen[i] = int(trees.predict(c.features.astype(np.float32)).argmin())
+    return chosen
+
+
+def table(cases, chosen, domains):
+    kind = {d: k for _, d, k in domains}
+    groups = [(k, lambda c, k=k: c.version == "" and kind.get(domain_of(c.name, domains), "real") == k) for k in ("real", "simulated")]
+    groups += [(d, lambda c, d=d: c.version == "" and domain_of(c.name, domains) == d)
+               for d in sorted({domain_of(s, domains) for c in cases for s in c.sources})]
+    groups += [(v, lambda c, v=v: c.version == v) for v in sorted({c.version for c in cases} - {""})]
+    lines = ["| Recordings | number | engine's division: DER | mean | count right | chosen: DER | mean | count right | best there is: DER | mean | count right |",
+             "|---|---|---|---|---|---|---|---|---|---|---|"]
+    for title, belongs in groups:
+        members = [i for i in chosen if belongs(cases[i])]
+        if members:
+            lines.append(row(title, [cases[i] for i in members], [chosen[i] for i in members]))
+    return "\n".join(lines)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("model", help="the .zx file, whose network and thresholds are settled")
+    parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
+    parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
+    parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
+    parser.add_argument("--features", help="what prepare wrote, for simulated conversations")
+    parser.add_argument("--crops", type=int, default=800)
+    parser.add_argument("--joined", type=int, default=300)
+    parser.add_argument("--simulated", type=int, default=2000)
+    parser.add_argument("--domains", default=native.ROOT / "training/domains.tsv", help="pattern of a name, domain, real|simulated")
+    parser.add_argument("--cases", help="file to keep the recordings' divisions in, or to take them from if it is there")
+    parser.add_argument("--out", help="where the model with the trees goes; otherwise only the tables are printed")
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
+    options = parser.parse_args()
+    if options.cases and os.path.exists(options.cases):
+        cases = pickle.loads(Path(options.cases).read_bytes())
+    else:
+        cases = over_recordings(case_of, options.model, options)
+        if options.cases:
+            Path(options.cases).write_bytes(pickle.dumps(cases))
+    domains = tune.read_domains(options.domains)
+    print(f"{len(cases)} recordings, {sum(len(c.features) for c in cases)} divisions\n")
+    print("Each domain with trees trained on the others:\n\n" + table(cases, left_out(cases, domains), domains) + "\n", flush=True)
+    if not options.out:
+        return
+    network, costs = Path(options.model).read_bytes(), (*flattened(fit(cases)), cases[0].features.shape[1])
+    # Confidence is about what is chosen: its trees come second.
+    model_file.write_parameters(options.out, network, costs, ([], [], native.library.parley_stages_num_segment_features()))
+    found = over_recordings(segments_case, options.out, options)
+    print("Confidence, each domain with trees trained on the others:\n\n" + calibration_table(found, domains) + "\n")
+    model_file.write_parameters(options.out, network, costs, (*flattened(fit_confidence(found)), found[0].features.shape[1]))
+    print(options.out)
+
+
+if __name__ == "__main__":
+    main()
