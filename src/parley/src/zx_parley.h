@@ -88,7 +88,7 @@ ZX_API void zx_parley_segments_delete(zx_parley_segment_t *segments);
 /* Releases an engine; null is ignored. */
 ZX_API void zx_parley_delete(zx_parley_t *object);
 
-/* The version of the library and of the model files that it reads: "1.0.0". */
+/* The version of the engine, which the model files that it reads name: "1.0.0". */
 ZX_API const char *zx_parley_version(void);
 
 /* Releases a block that the library handed out, for callers whose own heap is another one; null is ignored.

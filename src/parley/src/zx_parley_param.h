@@ -9,6 +9,10 @@
 #include "zx_parley_classifier.h"
 #include "zx_parley_cluster.h"
 
+// The engine's version, which model files name: of the results and the format, whatever the product around
+// it is called.
+inline constexpr char ZX_PARLEY_VERSION[] = "1.0.0";
+
 struct zx_parley_param_t {
     zx_parley_classifier_param_t *classifier;  // owned
     zx_parley_cluster_param_t *cluster;        // owned
