@@ -4,7 +4,9 @@
 #include <array>
 #include <cctype>
 #include <filesystem>
+#include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -62,6 +64,29 @@ void add(const std::string &argument, std::vector<recording_file> *list, left_ou
     }
 }
 
+// A file that is named twice is one recording.
+void drop_repeated(std::vector<recording_file> *list) {
+    std::set<fs::path> seen;
+    std::erase_if(*list, [&seen](const recording_file &r) {
+        std::error_code error;
+        const fs::path path = r.path == "-" ? fs::path("-") : fs::weakly_canonical(path_of(r.path), error);
+        return !error && !seen.insert(path).second;
+    });
+}
+
+// The folder in which the recording lies above those that its output names already; false if there is none.
+bool put_folder_in_front(recording_file *recording) {
+    std::error_code error;
+    const fs::path path = fs::absolute(path_of(recording->path), error).lexically_normal();
+    const fs::path output = path_of(recording->output);
+    auto folder = path.parent_path();
+    for (auto part = output.begin(); part != output.end(); ++part)
+        if (std::next(part) != output.end()) folder = folder.parent_path();
+    if (error || recording->path == "-" || folder.filename().empty()) return false;
+    recording->output = text_of(folder.filename() / output);
+    return true;
+}
+
 }  // namespace
 
 std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
@@ -77,10 +102,22 @@ std::vector<recording_file> list_recordings(const std::vector<std::string> &argu
             if (!line.empty() && line[0] != '#') add(line, &list, others);
         }
     }
-    std::map<std::string, int> uses;
-    for (const recording_file &r : list) uses[r.output]++;
+    drop_repeated(&list);
+    const auto uses = [&list] {
+        std::map<std::string, int> result;
+        for (const recording_file &r : list) result[r.output]++;
+        return result;
+    };
+    std::map<std::string, int> before = uses();
     for (recording_file &r : list)
-        if (uses[r.output] > 1) r.output += text_of(path_of(r.path).extension());
+        if (before[r.output] > 1) r.output += text_of(path_of(r.path).extension());
+    // Names of folders tell apart what is called the same: as many as it takes.
+    for (before = uses();;) {
+        bool has_grown = false;
+        for (recording_file &r : list) has_grown |= before[r.output] > 1 && put_folder_in_front(&r);
+        if (!has_grown) break;
+        before = uses();
+    }
     return list;
 }
 

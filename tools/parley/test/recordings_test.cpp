@@ -62,6 +62,22 @@ TEST_F(batch, files_patterns_and_manifests_mix) {
     EXPECT_THROW(outputs({}, {in_folder("no-list")}), std::runtime_error);
 }
 
+// As recorders and meeting programs write: the same names in folders of their own.
+TEST_F(batch, folders_tell_apart_what_is_called_the_same) {
+    for (const char *name : {"mon/audio.wav", "tue/audio.wav", "tue/x/audio.wav", "wed/x/audio.wav"}) {
+        fs::create_directories((folder_ / name).parent_path());
+        std::ofstream(folder_ / name) << "x";
+    }
+    const std::string mon = in_folder("mon"), tue = in_folder("tue"), wed = in_folder("wed");
+    EXPECT_THAT(outputs({mon + "/audio.wav", tue + "/audio.wav"}),
+                testing::ElementsAre("mon/audio.wav", "tue/audio.wav"));
+    EXPECT_THAT(outputs({mon, tue}), testing::ElementsAre("mon/audio.wav", "tue/audio.wav", "x/audio"));
+    EXPECT_THAT(outputs({tue + "/x", wed + "/x"}),
+                testing::ElementsAre("tue/x/audio.wav", "wed/x/audio.wav"));
+    EXPECT_THAT(outputs({in_folder("b.wav"), in_folder("b.*"), in_folder("deep/../b.wav")}),
+                testing::ElementsAre("b"));
+}
+
 TEST_F(batch, every_item_is_worked_on_once) {
     for (int workers : {1, 3, 16}) {
         std::vector<std::atomic<int>> seen(100);
