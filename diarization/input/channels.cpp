@@ -46,10 +46,12 @@ struct balance {
 
 sample_converter::sample_converter(int32_t from, int32_t to) : converted_(2 * BLOCK + 2) {
     if (from == to) return;
-    zx_resampler_t *created = nullptr;
-    const zx_status_t status = zx_resampler_init(from, to, FILTER_ORDER, &created);
-    resampler_.reset(created);
-    if (status == ZX_STATUS_SUCCESS) return;
+    if (from > 0) {
+        zx_resampler_t *created = nullptr;
+        const zx_status_t status = zx_resampler_init(from, to, FILTER_ORDER, &created);
+        resampler_.reset(created);
+        if (status == ZX_STATUS_SUCCESS) return;
+    }
     throw diarization_error(
         PARLEY_INVALID,
         "a rate of " + std::to_string(from) + " Hz cannot be converted: 8000 Hz can, and 16000 Hz and more");
