@@ -13,6 +13,8 @@ and sends frames near the reference vector to the background. So:
   follow      a frame belongs to the run before it or not: logistic on its cosine with that run's mean, likewise; with this
               the clustering decides where a run ends
   background  a frame is speech or not: logistic on its cosine with the reference vector, likewise
+  overlap     a frame in which two speak lies between both: at the normalised sum of their means over the recording, so that
+              the two nearest speakers of a frame and their balance tell that both are there
 """
 
 import math
@@ -24,7 +26,7 @@ from torch import nn
 from .simulate import MOST_SPEAKERS
 
 SHORTEST_RUN = 8  # frames
-TERMS = ("voice", "frame", "pair", "centroid", "follow", "background")
+TERMS = ("voice", "frame", "pair", "centroid", "follow", "background", "overlap")
 
 
 def number_runs(label):
@@ -90,7 +92,7 @@ class Losses(nn.Module):
             losses.append((F.softplus(-logits if belongs else logits) * w).sum() / w.sum().clamp(min=1))
         return sum(losses)
 
-    def forward(self, embedding, background, label, weight, voices, chunks):
+    def forward(self, embedding, background, label, second, weight, voices, chunks):
         """embedding (frames, B, E) as the network gives it; the rest as simulate.batch does. {term: loss}, {name: share}."""
         frames, batch, size = embedding.shape
         e = F.normalize(embedding, dim=2, eps=1e-4)
@@ -162,6 +164,14 @@ class Losses(nn.Module):
         wrong = F.cross_entropy(logits.reshape(-1, MOST_SPEAKERS + 1), target, reduction="none")
         losses["frame"] = (wrong * w).sum() / w.sum()
         shares["frame"] = ((logits.argmax(2).reshape(-1) == target).float() * w).sum() / w.sum()
+
+        # Both of an overlap, where both are heard elsewhere in the recording, too.
+        both = (second >= 0) & (label >= 0)
+        known = total_count >= 30
+        both &= known.gather(1, label.clamp(min=0).t()).t() & known.gather(1, second.clamp(min=0).t()).t()
+        column = torch.arange(batch, device=e.device).expand(frames, batch)[both]
+        between = F.normalize(others[column, label[both]] + others[column, second[both]], dim=1, eps=1e-4).detach()
+        losses["overlap"] = mean_or_zero(1 - (e[both] * between).sum(1))
 
         logits = self.near[0].exp() * (to_background - self.near[1])
         quiet = label < 0

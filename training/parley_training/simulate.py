@@ -19,6 +19,7 @@ ABOVE_4_KHZ = int(np.searchsorted(BIN_EDGES[1:-1], 128))  # the first band that 
 SILENCE = -32.0  # log10 of no energy, as the filterbank gives it
 TEXTURE_ROWS = 1 << 15
 MOST_SPEAKERS = 8
+AUDIBLE = 0.1  # energy of a second speaker beside the loudest one's (-10 dB)
 
 
 @dataclasses.dataclass(frozen=True)
@@ -39,9 +40,9 @@ class Recipe:
     overlapping: tuple = (0.0, 0.4)  # of the changes
     pausing: tuple = (0.02, 0.2)  # of the changes, for 0.8 to 4 s
     long_silence: float = 0.12  # with a pause of 8 to 60 s
-    interjecting: tuple = (0.0, 0.15)  # of the turns
+    interjecting: tuple = (0.0, 0.3)  # of the turns
     from_the_start: float = 0.6  # which begin within a turn
-    nobody: float = 0.05  # in which nobody speaks at all
+    nobody: float = 0.08  # in which nobody speaks at all
 
     # How a voice arrives
     alike: float = 0.85  # whose voices' average spectra are pulled together
@@ -50,6 +51,7 @@ class Recipe:
     own_microphone: float = 0.12
     own_colour: tuple = (0.2, 0.4)
     shared_colour: tuple = (0.0, 0.12)
+    own_voices: float = 0.0  # deviation of the factor by which each voice's vocal tract is made longer or shorter
     restless: tuple = (0.02, 0.2)  # deviation of level and colour from turn to turn
     level_spread: tuple = (0.02, 0.6)  # deviation of the speakers' levels
     reverberant: float = 0.7
@@ -59,13 +61,13 @@ class Recipe:
     # What else there is
     background: float = 0.97
     background_below: tuple = (3, 40)  # dB
-    bursts: float = 0.15  # with stretches of background as loud as speech
+    bursts: float = 0.25  # with stretches of background as loud as speech
     burst_level: tuple = (-0.8, 0.6)
     sounds: float = 0.35  # breath, coughs, laughter, clicks
     jingle: float = 0.08  # music of its own for seconds, over speech or alone
     hum: float = 0.08
     clipped: float = 0.06
-    level: tuple = (-6.5, -2.0)  # of the recording
+    level: tuple = (-7.5, -2.0)  # of the recording
     converter: tuple = (-12, -8.5)
     narrow: float = 0.2  # of the uncoded ones: a band without its edges
     gated: float = 0.06  # digital silence wherever nobody speaks
@@ -90,6 +92,8 @@ class Speech:
             clips = entry["start"] + np.concatenate([[0], np.cumsum(entry["lengths"])])
             codec = entry["codec"]
             if entry["dataset"].startswith("_"):
+                if entry["dataset"] in skip:
+                    continue
                 found = [(a, b) for a, b in zip(clips[:-1], clips[1:]) if b - a >= 60]
                 self.background[codec] += found
                 if entry["dataset"] == "_music":
@@ -361,17 +365,19 @@ def add_silence(log_energy, label, speaking, recipe, rng):
         label[span] = -1
 
 
-def frames_of(log_energy, row_label, doubtful):
-    """Rows to frames of two: features (frames, 80), the label of a frame, how much it counts. A frame of two kinds of rows
-    counts less, as do overlaps and changes."""
+def frames_of(log_energy, row_label, second, doubtful):
+    """Rows to frames of two: features (frames, 80), the label of a frame, that of a second speaker at the same time (-1 none),
+    how much the frame counts. A frame of two kinds of rows counts less, as do overlaps and changes."""
     frames = len(log_energy) // 2
-    first, second = row_label[0::2], row_label[1::2]
-    label = np.maximum(first, second)
-    weight = np.where(first == second, np.where(doubtful[0::2] | doubtful[1::2], 0.3, 1.0), 0.4)
+    first, second_row = row_label[0::2], row_label[1::2]
+    label = np.maximum(first, second_row)
+    weight = np.where(first == second_row, np.where(doubtful[0::2] | doubtful[1::2], 0.3, 1.0), 0.4)
     change = np.flatnonzero(np.diff(label))
     near = np.clip(change[:, None] + np.arange(-1, 3), 0, frames - 1)
     weight[np.unique(near)] *= 0.5
-    return log_energy.reshape(frames, 2 * BANDS), label, weight.astype(np.float32)
+    other = np.where(second[0::2] == second[1::2], second[0::2], -1)
+    other = np.where(first == second_row, other, -1)
+    return log_energy.reshape(frames, 2 * BANDS), label, other, weight.astype(np.float32)
 
 
 def real_conversation(speech, frames, recipe, rng):
@@ -387,16 +393,22 @@ def real_conversation(speech, frames, recipe, rng):
     log_energy = np.log10(np.maximum(total, 1e-15))
     row_label = label[at].copy()
     add_silence(log_energy, row_label, row_label >= 0, recipe, rng)
-    return *frames_of(log_energy, row_label, several[at]), [-1] * (int(label.max()) + 1)
+    return *frames_of(log_energy, row_label, np.full(rows, -1), several[at]), [-1] * (int(label.max()) + 1)
 
 
 def conversation(speech, frames, recipe, rng):
-    """Features before normalization (frames, 80) float32, log10 of energy; the local speaker of every frame (int, -1 none),
-    how much a frame counts (float32), and the voices behind the local speakers."""
+    """Features before normalization (frames, 80) float32, log10 of energy; the local speaker of every frame (int, -1 none), a
+    second one at the same time (likewise), how much a frame counts (float32), and the voices behind the local speakers."""
     if speech.real and rng.random() < recipe.real:
         return real_conversation(speech, frames, recipe, rng)
-    rows = 2 * frames
-    count = 1 + rng.choice(MOST_SPEAKERS, p=recipe.people)
+    log_energy, row_label, second, doubtful, _, voices = mixed_conversation(
+        speech, 2 * frames, 1 + rng.choice(MOST_SPEAKERS, p=recipe.people), recipe, rng)
+    return *frames_of(log_energy, row_label, second, doubtful), voices
+
+
+def mixed_conversation(speech, rows, count, recipe, rng):
+    """A conversation of `count` people (or of all there are): log10 of energy (rows, 40), the loudest speaker of every row (-1
+    none), the next of those who can be heard beside, the rows in which that is doubtful, who speaks (rows, count), and the voices behind the speakers."""
     codecs = [c for c in CODECS if c in speech.by_channel]
     codec = codecs[rng.integers(len(codecs))] if codecs and rng.random() < recipe.coded else ""
     voices = choose_voices(speech, count, codec, recipe, rng)
@@ -421,6 +433,9 @@ def conversation(speech, frames, recipe, rng):
         energy, active[:, k] = lay_voice(speech, voice, spans, rows, restless, turn_alike, rng)
         colour = room_colour + curve(rng, differing) + np.clip(alike * (common - speech.spectra[voice]), -2, 2)
         channel = warp(rng.uniform(0.95, 1.05)) if rng.random() < 0.5 else np.eye(BANDS)
+        if recipe.own_voices > 0:
+            channel = channel @ warp(np.clip(1 + rng.normal(0, recipe.own_voices), 0.8, 1.25))
+            colour = colour + curve(rng, 2 * recipe.own_voices)
         energy = energy @ (channel * 10 ** colour).astype(np.float32)
         mean = energy[active[:, k]].sum(1).mean() if active[:, k].any() else 0
         if mean <= 0:
@@ -466,7 +481,11 @@ def conversation(speech, frames, recipe, rng):
         own_noise[:, ABOVE_4_KHZ:] *= 1e-2
     total += own_noise
     # The louder of those who speak has the row.
-    row_label = np.where(speaking, (power * active).argmax(1), -1)
+    heard = power * active
+    row_label = np.where(speaking, heard.argmax(1), -1)
+    order = np.sort(heard, 1)
+    beside = several & (order[:, -2:].min(1) > AUDIBLE * order[:, -1])
+    second = np.where(beside, np.argsort(heard, 1)[:, -2:][:, 0], -1)
     if rng.random() < recipe.quiet_start:
         span = slice(0, rng.integers(1, min(400, rows)))
         quiet = total[~speaking] if (~speaking).any() else own_noise
@@ -476,19 +495,22 @@ def conversation(speech, frames, recipe, rng):
     if codec == "" and rng.random() < recipe.narrow:
         band_limit(log_energy, rng)
     add_silence(log_energy, row_label, speaking, recipe, rng)
-    return *frames_of(log_energy, row_label, doubtful), voices
+    active[row_label < 0] = False
+    second[row_label < 0] = -1
+    return log_energy, row_label, second, doubtful, active, voices
 
 
 def batch(speech, recordings, chunks, frames, recipe, rng):
     """`chunks` consecutive chunks of each of `recordings` conversations, B = recordings * chunks, side by side.
 
-    features (frames, B, 80) float32; label (frames, B), the speaker's number in its recording or -1; weight (frames, B);
+    features (frames, B, 80) float32; label (frames, B), the speaker's number in its recording or -1; second (frames, B), the
+    same of one who speaks at the same time; weight (frames, B);
     voices (recordings, 8), the table's voice behind each number or -1."""
     parts = []
     all_voices = np.full((recordings, MOST_SPEAKERS), -1)
     for r in range(recordings):
-        x, label, weight, voices = conversation(speech, chunks * frames, recipe, rng)
-        parts.append([v.reshape(chunks, frames, *v.shape[1:]) for v in (x, label, weight)])
+        x, label, second, weight, voices = conversation(speech, chunks * frames, recipe, rng)
+        parts.append([v.reshape(chunks, frames, *v.shape[1:]) for v in (x, label, second, weight)])
         all_voices[r, :len(voices)] = voices
-    features, label, weight = (np.ascontiguousarray(np.swapaxes(np.concatenate(p), 0, 1)) for p in zip(*parts))
-    return features.astype(np.float32), label, weight, all_voices
+    features, label, second, weight = (np.ascontiguousarray(np.swapaxes(np.concatenate(p), 0, 1)) for p in zip(*parts))
+    return features.astype(np.float32), label, second, weight, all_voices

@@ -20,7 +20,7 @@ from .simulate import Recipe, Speech, batch
 
 RECIPE = Recipe()
 
-WEIGHTS = dict(voice=0.5, frame=1.0, pair=0.7, centroid=1.0, follow=0.4, background=0.6)
+WEIGHTS = dict(voice=0.5, frame=1.0, pair=0.7, centroid=1.0, follow=0.4, background=0.6, overlap=0.3)
 # From this share of the steps on: recordings a step, chunks a recording, frames a chunk (32 ms each). Small at first: random
 # weights learn as much from a step of a third of the frames, and take three steps in the time of one.
 STAGES = [(0.0, (6, 3, 256)), (0.35, (10, 3, 512)), (0.75, (8, 2, 1280))]
@@ -136,12 +136,12 @@ class Run:
         part.rename(self.folder / "checkpoint.pt")
         draw_curves(self.folder)
 
-    def one_step(self, features, label, weight, voices, chunks):
+    def one_step(self, features, label, second, weight, voices, chunks):
         device = self.options.device
         x = normalize(torch.from_numpy(features).to(device), self.mean, self.scale)
-        label, weight, voices = (torch.from_numpy(v).to(device) for v in (label, weight, voices))
+        label, second, weight, voices = (torch.from_numpy(v).to(device) for v in (label, second, weight, voices))
         embedding = self.network(x).clamp(-32, 32)  # as int16 in Q10 saturates
-        losses, shares = self.losses(embedding, self.network.background, label, weight, voices, chunks)
+        losses, shares = self.losses(embedding, self.network.background, label, second, weight, voices, chunks)
         loss = sum(WEIGHTS[k] * v for k, v in losses.items())
         for group in self.optimizer.param_groups:
             group["lr"] = learning_rate(self.step, self.options) * group["factor"]
@@ -182,8 +182,8 @@ def train(options):
             writer.writerow(["step", "hours", *TERMS, *("share_" + s for s in SHARES)])
         while run.step < options.steps:
             shape = stage_of(run.step, options)
-            features, label, weight, voices = queues[(run.step - first) % options.workers].get()
-            values = np.array(run.one_step(features, label, weight, voices, shape[1]))
+            features, label, second, weight, voices = queues[(run.step - first) % options.workers].get()
+            values = np.array(run.one_step(features, label, second, weight, voices, shape[1]))
             smooth = values if smooth is None else 0.97 * smooth + 0.03 * values
             heard += features.shape[0] * features.shape[1] * 0.032
             run.seconds = before + time.time() - started

@@ -149,7 +149,7 @@ class Simulating(Workspace):
 
     def test_shapes_and_ranges(self):
         for seed in range(30):
-            x, label, weight, voices = simulate.batch(self.speech, 2, 3, 50, RECIPE, np.random.default_rng(seed))
+            x, label, second, weight, voices = simulate.batch(self.speech, 2, 3, 50, RECIPE, np.random.default_rng(seed))
             self.assertEqual((x.shape, label.shape, weight.shape), ((50, 6, 80), (50, 6), (50, 6)))
             self.assertTrue(np.isfinite(x).all() and (weight > 0).all() and (weight <= 1).all())
             for chunk in range(6):
@@ -201,11 +201,16 @@ class LossTerms(unittest.TestCase):
         of_voice = torch.cat([directions, background[None]])
         voice = torch.stack([torch.where(label[:, b] >= 0, voices[b // 2][label[:, b]], torch.tensor(5)) for b in range(4)], 1)
         good = of_voice[voice]
+        second = torch.full_like(label, -1)
+        second[:20] = 1  # beside the first speaker: right is what lies between both
+        good[:20] = F.normalize(of_voice[voices[0, 0]] + of_voice[voices[0, 1]], dim=0)
+        second[:20, 2:] = -1
+        good[:20, 2:] = of_voice[voice[:20, 2:]]
         terms = losses.Losses(4, 5)
 
         def ask(e):
             terms.voices.copy_(directions[:4])
-            return {k: float(v) for k, v in terms(e, background, label, torch.ones(label.shape), voices, 2)[0].items()}
+            return {k: float(v) for k, v in terms(e, background, label, second, torch.ones(label.shape), voices, 2)[0].items()}
 
         # Half of the time the first speaker sounds like the second, and all speech a little like the background.
         mixed = torch.where((label == 0)[..., None] & (torch.arange(240) < 120)[:, None, None], of_voice[voices[0, 1]], good)
