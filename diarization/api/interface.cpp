@@ -106,8 +106,10 @@ std::vector<turn> turns_of(const parley_turn *turns, int32_t count) {
     return result;
 }
 
+// An empty one for none.
 const diarization &of(const parley_result *result) {
-    return result->inner;
+    static const diarization none;
+    return result ? result->inner : none;
 }
 
 }  // namespace
@@ -266,6 +268,15 @@ parley_status parley_session_end(parley_session *session, parley_result **result
 
 void parley_session_delete(parley_session *session) {
     delete session;
+}
+
+parley_status parley_recluster(parley_diarizer *diarizer, const parley_result *result,
+                               const parley_options *options, parley_result **again) {
+    return guarded([&] {
+        require(diarizer && result && again, "a diarizer, a result or the place for another is missing");
+        *again = nullptr;
+        *again = new parley_result{diarizer->inner.recluster(result->inner, known_options(options))};
+    });
 }
 
 void parley_result_delete(parley_result *result) {

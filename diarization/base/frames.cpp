@@ -45,14 +45,14 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
     return (1 - product) / 2;
 }
 
-bool join_nearest(const frames &all, double limit, tags *which) {
+bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *which) {
     // What is said in a few seconds is not all that a voice is: the mean of n frames lies about BY_CHANCE /
     // n away from the speaker's own. Of one speaker, two stretches of 3 s seem to be 0.04 apart for that
     // alone.
     constexpr double BY_CHANCE = 2;
     const centroids speakers = centroids_of(all, *which);
     std::map<uint32_t, double> heard;  // frames
-    for (const uint32_t tag : *which) heard[tag]++;
+    for (const uint32_t tag : *which) heard[tag] += frames_a_row;
     double nearest = std::numeric_limits<double>::max();
     uint32_t keep = 0, drop = 0;
     for (auto a = speakers.begin(); a != speakers.end(); ++a) {

@@ -39,8 +39,9 @@ struct run {
 std::vector<run> runs_of(const tags &which);
 
 // The nearest two speakers become one, unless their means are farther apart than `limit`, what chance may
-// add to the distance of few frames taken off. False if nothing was joined.
-bool join_nearest(const frames &all, double limit, tags *which);
+// add to the distance of few frames taken off; a row is the mean of so many frames. False if nothing was
+// joined.
+bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *which);
 
 // Different tags but 0.
 int count_speakers(const tags &which);

@@ -15,7 +15,7 @@ inline constexpr int32_t NUM_CANDIDATE_FEATURES = 44;
 inline constexpr int32_t NUM_SEGMENT_FEATURES = 10;
 
 struct model_parameters {
-    regression_trees candidate_costs;     // what choosing a candidate would cost, as a share of the speech
+    regression_trees candidate_costs;     // what choosing a candidate would cost: log(share of speech + 0.02)
     regression_trees segment_confidence;  // the share of a segment in which its speaker speaks
 };
 

@@ -12,30 +12,25 @@ namespace {
 
 constexpr int32_t WINDOW = 47, WINDOW_HOP = 16;  // frames: 1.5 s every 0.5 s
 constexpr size_t MOST_WINDOWS = 800;
-constexpr int32_t MOST_BLOCKS = 8000, LARGEST_BLOCK = 8;
+constexpr int32_t MOST_BLOCKS = 8000, LARGE_BLOCK = 4, LARGEST_BLOCK = 16;
 constexpr int32_t SHORTEST_SPEAKER = 16;  // frames, 0.5 s
 constexpr int FEW = 12;                   // up to which every number of speakers is tried
 constexpr double LEAST_SHARE = 0.02;      // of the windows that a cluster needs to count as one
 
-// The frames of a recording in blocks, such that there are not many more than MOST_BLOCKS.
-int32_t block_size_for(int32_t num_frames) {
-    return std::clamp((num_frames + MOST_BLOCKS - 1) / MOST_BLOCKS, 1, LARGEST_BLOCK);
-}
-
 }  // namespace
 
-frame_blocks::frame_blocks(const frames &all, int32_t block_size)
-    : block_size_(block_size),
+frame_blocks::frame_blocks(const frames &all)
+    : block_size_(std::clamp((all.count + MOST_BLOCKS - 1) / MOST_BLOCKS, 1, LARGEST_BLOCK)),
       num_frames_(all.count),
-      count_((all.count + block_size - 1) / block_size),
+      count_((all.count + block_size_ - 1) / block_size_),
       size_(all.size) {
     values_.resize(static_cast<size_t>(count_) * static_cast<size_t>(size_));
     for (int32_t b = 0; b < count_; b++) {
         float *mean = &values_[static_cast<size_t>(b) * static_cast<size_t>(size_)];
-        const int32_t end = std::min((b + 1) * block_size, all.count);
-        for (int32_t f = b * block_size; f < end; f++)
+        const int32_t end = std::min((b + 1) * block_size_, all.count);
+        for (int32_t f = b * block_size_; f < end; f++)
             for (int32_t d = 0; d < size_; d++) mean[d] += all.at(f)[d];
-        const auto length = static_cast<float>(end - b * block_size);
+        const auto length = static_cast<float>(end - b * block_size_);
         for (int32_t d = 0; d < size_; d++) mean[d] /= length;
     }
 }
@@ -101,9 +96,9 @@ distance_matrix distances_of(const speech_windows &windows) {
     return result;
 }
 
-candidate_set::candidate_set(const clustering_input &input)
+candidate_set::candidate_set(const clustering_input &input, const frame_blocks &blocks)
     : input_(input),
-      blocks_(*input.all, block_size_for(input.all->count)),
+      blocks_(blocks),
       windows_(windows_of(*input.all, input.engine_labels, input.background.data(),
                           input.min_background_distance)),
       distances_(distances_of(windows_)) {
@@ -123,7 +118,7 @@ candidate_set::candidate_set(const clustering_input &input)
     std::vector<size_t> numbers(FEW - 1);
     std::iota(numbers.begin(), numbers.end(), size_t{2});
     const int found = count_speakers(input.engine_labels);
-    for (const int tenths : {7, 8, 9, 10, 11, 12, 14, 16, 19})
+    for (const int tenths : {7, 9, 10, 11, 13, 16})
         if (found * tenths / 10 > static_cast<int>(numbers.back()))
             numbers.push_back(static_cast<size_t>(found * tenths / 10));
     for (const size_t number : numbers) {
@@ -146,11 +141,11 @@ void candidate_set::add_number(int number) {
 void candidate_set::add(division_method method, tags labels, int min_speakers, int wanted) {
     resegment(blocks_.view(), input_.background.data(),
               {.speech_bias = input_.speech_bias,
-               .min_frames = std::max(1, SHORTEST_SPEAKER / blocks_.block_size()),
+               .min_frames = SHORTEST_SPEAKER,
                .min_speakers = min_speakers,
-               .rounds = 2,
+               .rounds = blocks_.block_size() < LARGE_BLOCK ? 2 : 1,
                .min_background_distance = input_.min_background_distance,
-               .change_cost = 3.0 / blocks_.block_size(),
+               .frames_a_row = blocks_.block_size(),
                .num_threads = input_.num_threads},
               &labels);
     const int found = count_speakers(labels);

@@ -14,13 +14,19 @@ constexpr int32_t LONGEST_TO_CLUSTER_AGAIN = 20000;  // frames, 10 minutes
 // The engine's division, resegmented. The clustering drops who has less than about a second: where that
 // leaves nobody, short speech may still be there, at last somewhat nearer to the background: nobody at all is
 // the rarer answer.
-tags resegmented(engine *own, const frames &all, const clustering_policy &policy, tags labels,
-                 std::string *note) {
-    resegment(all, own->background(),
-              {.speech_bias = policy.speech_bias,
-               .merge_threshold = policy.values[0],
-               .num_threads = own->get()->num_workers},
-              &labels);
+tags resegmented(engine *own, const frames &all, const frame_blocks &blocks, const clustering_policy &policy,
+                 tags labels, std::string *note) {
+    resegmentation_options options = {.speech_bias = policy.speech_bias,
+                                      .merge_threshold = policy.values[0],
+                                      .num_threads = own->get()->num_workers};
+    if (blocks.block_size() > 1) {  // who stays is decided by blocks, which borders they have by frames
+        options.frames_a_row = blocks.block_size();
+        tags of_blocks = blocks.from_frames(labels);
+        resegment(blocks.view(), own->background(), options, &of_blocks);
+        labels = blocks.to_frames(of_blocks);
+        options = {.speech_bias = policy.speech_bias, .min_frames = 1, .num_threads = options.num_threads};
+    }
+    resegment(all, own->background(), options, &labels);
     for (const double nearness : {1.0, 0.9}) {
         if (count_speakers(labels) > 0) return labels;
         find_short_speech(all, own->background(), policy.speech_bias, nearness * policy.values[3], &labels);
@@ -57,7 +63,7 @@ size_t choose(const candidate_set &candidates, const regression_trees &trees, in
 
 speaker_search::speaker_search(engine *own, const frames &all, const clustering_policy &policy,
                                const progress_function &progress)
-    : all_(all), policy_(policy) {
+    : all_(all), blocks_(all), policy_(policy) {
     input_.all = &all_;
     input_.background.assign(own->background(), own->background() + all.size);
     input_.speech_bias = policy.speech_bias;
@@ -65,7 +71,7 @@ speaker_search::speaker_search(engine *own, const frames &all, const clustering_
     input_.num_threads = own->get()->num_workers;
     input_.first_labels = own->cluster(all, policy.values, progress);
     input_.engine_labels = policy.with_resegmentation
-                               ? resegmented(own, all, policy, input_.first_labels, &note_)
+                               ? resegmented(own, all, blocks_, policy, input_.first_labels, &note_)
                                : input_.first_labels;
 }
 
@@ -104,6 +110,6 @@ candidate_set *speaker_search::candidates(engine *own) {
         values[0] *= factor;
         input_.other_labels.push_back(own->cluster(all_, values, nullptr));
     }
-    candidates_ = std::make_unique<candidate_set>(input_);
+    candidates_ = std::make_unique<candidate_set>(input_, blocks_);
     return candidates_.get();
 }

@@ -52,6 +52,7 @@ private:
     candidate_set *candidates(engine *own);
 
     frames all_;
+    frame_blocks blocks_;
     clustering_policy policy_;
     clustering_input input_;
     std::string note_;

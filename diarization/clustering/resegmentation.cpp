@@ -7,6 +7,7 @@
 
 namespace {
 
+constexpr double CHANGE_COST = 3;  // in cosines of frames
 // What a speaker needs not to be taken for an accident: a twenty-fifth of the recording, from 1 s up, but not
 // more than 3.5 s.
 constexpr int32_t SHORTEST_SPEAKER = 31, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
@@ -66,7 +67,7 @@ std::vector<uint16_t> best_path(const frames &all, const std::vector<const float
         double *here = cosines.of(static_cast<int32_t>(t), options.num_threads);
         here[0] -= options.speech_bias;
         const auto before = std::max_element(best.begin(), best.end());
-        const double moved = t > 0 ? *before - options.change_cost : -1;
+        const double moved = t > 0 ? *before - CHANGE_COST / options.frames_a_row : -1;
         from[t] = static_cast<uint16_t>(before - best.begin());
         uint8_t *flags = &changed[t * num_states];
         for (size_t k = 0; k < num_states; k++) {
@@ -101,9 +102,11 @@ uint32_t speaker_like_background(const centroids &speakers, const float *backgro
 
 void resegment(const frames &all, const float *background, const resegmentation_options &options,
                tags *labels) {
-    const int32_t shortest = options.min_frames > 0
-                                 ? options.min_frames
-                                 : std::clamp(all.count / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
+    const int32_t num_frames = all.count * options.frames_a_row;
+    const int32_t min_frames = options.min_frames > 0
+                                   ? options.min_frames
+                                   : std::clamp(num_frames / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
+    const int32_t shortest = std::max(1, min_frames / options.frames_a_row);
     const auto take_out = [labels](uint32_t tag) { std::replace(labels->begin(), labels->end(), tag, 0u); };
     for (int rounds_left = options.rounds;;) {
         const centroids speakers = centroids_of(all, *labels);
@@ -131,7 +134,7 @@ void resegment(const frames &all, const float *background, const resegmentation_
         }
         for (size_t t = 0; t < path.size(); t++) (*labels)[t] = names[path[t]];
         if (may_lose_one && options.merge_threshold >= 0 &&
-            join_nearest(all, options.merge_threshold, labels))
+            join_nearest(all, options.merge_threshold, options.frames_a_row, labels))
             continue;
         if (rounds_left-- <= 0) return;
     }

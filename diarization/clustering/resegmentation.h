@@ -19,15 +19,16 @@ struct resegmentation_options {
     int rounds = 0;
     // Speakers whose means are nearer to the background than this are taken out.
     double min_background_distance = -1;
-    // What a change of speaker costs, in cosines of frames: 3 pays if the frames after it are nearer by 0.3 for
-    // ten frames, say.
-    double change_cost = 3;
+    // Of how many frames each row is the mean: 1 but for blocks of frames.
+    int32_t frames_a_row = 1;
     int num_threads = 1;
 };
 
 // Of all ways to give the frames to the speakers of `labels` and to nobody, the one with the largest sum of
 //
-//   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   change_cost  per change
+//   cosine(frame, mean of its speaker, or `background` for nobody)  over frames   -   3  per change
+//
+// so that a change pays if the frames after it are nearer by 0.3 for ten frames, say.
 //
 // Speakers are taken out and merged as `options` has it, one at a time, and the path is sought again.
 void resegment(const frames &all, const float *background, const resegmentation_options &options,

@@ -1,4 +1,5 @@
 /* The diarization library as a C program sees it: diarization_test MODEL AUDIO */
+#include <math.h>
 #include <parley.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -36,6 +37,59 @@ static void *read_file(const char *path, size_t *size) {
     if (data && fread(data, 1, *size, file) != *size) *size = 0;
     fclose(file);
     return data;
+}
+
+/* Nothing that can be passed may end the process. */
+static void refuses_nonsense(parley_diarizer *diarizer) {
+    static const int32_t numbers[] = {INT32_MIN, -44100, -1, 0, 1, 7999, 15999, INT32_MAX};
+    static const int16_t samples[16000] = {0};
+    parley_result *result = NULL;
+    parley_session *session = NULL;
+    parley_options options;
+    char *text = NULL;
+    for (size_t i = 0; i < sizeof(numbers) / sizeof(numbers[0]); i++) {
+        const int32_t n = numbers[i];
+        expect(parley_diarize_samples(diarizer, samples, 16000, 1, n, "x", NULL, NULL, NULL, &result) ==
+                       PARLEY_INVALID &&
+                   !result,
+               "a rate that is none");
+        expect(parley_listen(diarizer, "x", 1, n, NULL, &session) == PARLEY_INVALID && !session,
+               "a rate to listen at that is none");
+        if (n == 1) continue;
+        expect(parley_diarize_samples(diarizer, samples, 100, n, 16000, "x", NULL, NULL, NULL, &result) ==
+                       PARLEY_INVALID &&
+                   !result,
+               "a number of channels that is none");
+        expect(parley_listen(diarizer, "x", n, 16000, NULL, &session) == PARLEY_INVALID && !session,
+               "a number of channels to listen to that is none");
+        parley_options_init(&options);
+        options.jobs = options.min_speakers = options.max_speakers = n;
+        options.sensitivity = options.pad = options.thresholds[0] = NAN;
+        expect(parley_options_check(&options) == PARLEY_INVALID, "options that are none");
+        expect(parley_diarize_samples(diarizer, samples, 16000, 1, 16000, "x", &options, NULL, NULL,
+                                      &result) == PARLEY_INVALID &&
+                   !result,
+               "options that are none, of a run");
+    }
+    expect(parley_diarize_samples(diarizer, samples, -1, 1, 16000, "x", NULL, NULL, NULL, &result) ==
+               PARLEY_INVALID,
+           "a negative number of samples");
+    expect(parley_diarize_samples(NULL, samples, 1, 1, 16000, "x", NULL, NULL, NULL, &result) ==
+                   PARLEY_INVALID &&
+               parley_diarize_file(diarizer, NULL, NULL, NULL, NULL, &result) == PARLEY_INVALID &&
+               parley_diarize_memory(diarizer, NULL, 0, "x", NULL, NULL, NULL, &result) == PARLEY_INVALID &&
+               parley_open(NULL, NULL) == PARLEY_INVALID &&
+               parley_open_memory(NULL, 0, NULL) == PARLEY_INVALID &&
+               parley_recluster(diarizer, NULL, NULL, &result) == PARLEY_INVALID &&
+               parley_session_feed(NULL, samples, 1) == PARLEY_INVALID &&
+               parley_session_update(NULL, 0, &result) == PARLEY_INVALID &&
+               parley_session_end(NULL, &result) == PARLEY_INVALID &&
+               parley_options_set(NULL, NULL, NULL) == PARLEY_INVALID &&
+               parley_write_text(NULL, NULL, &text, NULL) == PARLEY_INVALID,
+           "nothing at all");
+    expect(parley_result_num_segments(NULL) == 0 && parley_result_num_speakers(NULL) == 0 &&
+               parley_result_duration(NULL) == 0 && parley_result_segment(NULL, 0).end == 0,
+           "no result");
 }
 
 int main(int argc, char **argv) {
@@ -106,6 +160,7 @@ int main(int argc, char **argv) {
     }
     parley_result_delete(result);
     parley_result_delete(again);
+    refuses_nonsense(diarizer);
     parley_close(diarizer);
     parley_close(copy);
     parley_result_delete(NULL);

@@ -10,6 +10,7 @@ left out: for each domain the thresholds are chosen on all others."""
 import argparse
 import fnmatch
 import multiprocessing
+import tempfile
 from pathlib import Path
 
 import numpy as np
@@ -116,7 +117,15 @@ def folds_of(found):
 
 
 def search(model, found, lengths, trials, count_weight, seed, workers):
-    """By the domain left out: (cost, thresholds, errors (recordings, looks, collars, 6) of all recordings with these)."""
+    """By the domain left out: (cost, thresholds, errors (recordings, looks, collars, 6) of all recordings with these). The
+    model's network alone counts: trees that choose among divisions were trained with other thresholds."""
+    with tempfile.NamedTemporaryFile(suffix=".zx") as bare:
+        bare.write(model_file.network_of(Path(model).read_bytes()))
+        bare.flush()
+        return search_network(bare.name, found, lengths, trials, count_weight, seed, workers)
+
+
+def search_network(model, found, lengths, trials, count_weight, seed, workers):
     rng = np.random.default_rng(seed)
     with native.Engine(model) as engine:
         engine.set_chunks(*lengths)

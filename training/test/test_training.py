@@ -10,7 +10,7 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from parley_training import losses, model_file, native, network, prepare, recordings, simulate, train, tune
+from parley_training import choose, losses, model_file, native, network, prepare, recordings, simulate, train, tune
 
 SAMPLE = native.ROOT / "examples/three-voices.wav"
 SAMPLE_RTTM = SAMPLE.with_suffix(".rttm")
@@ -311,6 +311,53 @@ class Scoring(unittest.TestCase):
                 np.testing.assert_allclose((speech, missed, false_alarm, confusion), expected, atol=1e-9)
             rate = (missed + false_alarm + confusion) / speech
             self.assertAlmostEqual(rate, {(0, False): 0.5686, (0, True): 0.4634, (0.2, False): 0.3548}[collar, skip], 3)
+
+
+class Choosing(Workspace):
+    def test_trees_give_what_they_were_trained_to_give(self):
+        rng = np.random.default_rng(1)
+        x = rng.normal(size=(400, 5)).astype(np.float32)
+        x[::7, 2] = np.float32(0.1)  # a value that has no short binary form stands at a threshold
+        scores = np.tile(np.array([100.0, 0, 0, 0, 2, 2]), (400, 1))
+        scores[:, choose.CONFUSION] = np.where(x[:, 2] > 0.1, 30, 5) + 5 * (x[:, 0] > 0)
+        cases = [choose.Case(str(i), "", ("a",), x[i:i + 10], scores[i:i + 10]) for i in range(0, 400, 10)]
+        trees = choose.fit(cases)
+        np.testing.assert_allclose(choose.evaluate(choose.flattened(trees), x), trees.predict(x), atol=1e-5)
+        self.assertGreater(np.ptp(trees.predict(x)), 0.5)
+
+    def test_a_model_with_trees_chooses_by_them(self):
+        with native.Engine(native.ROOT / "models/parley.zx") as engine:
+            embeddings = engine.embed(native.features(native.read_audio(SAMPLE)))
+            features, labels = engine.candidates(embeddings, model_file.read(native.ROOT / "models/parley.zx")["thresholds"])
+        numbers = features[:, 0]
+        self.assertGreater(len(set(numbers)), 3)
+        np.testing.assert_array_equal(numbers, [len(set(one) - {0}) for one in labels])
+        none = ([], [], native.library.parley_stages_num_segment_features())
+        network = (native.ROOT / "models/parley.zx").read_bytes()
+        for wanted in (1.0, 2.0, 3.0):
+            # Two trees: dear from the number on, and dear below it.
+            nodes = [(0, 2, wanted), (-1, 0, 0.0), (-1, 0, 1.0), (0, 2, wanted - 0.5), (-1, 0, 1.0), (-1, 0, 0.0)]
+            model_file.write_parameters(self.folder / "model.zx", network, ([0, 3], nodes, features.shape[1]), none)
+            with native.Engine(self.folder / "model.zx") as engine:
+                _, tags, _ = engine.described_segments(embeddings)
+            self.assertEqual(len(set(tags)), wanted)
+
+    def test_recordings_one_after_the_other_keep_their_references(self):
+        rows, reference = native.features(native.read_audio(SAMPLE)), recordings.read_rttm(SAMPLE_RTTM)
+        both, (times, speakers) = choose.joined([(rows[:-1], reference), (rows, reference)])
+        self.assertEqual(len(both), 2 * len(rows) // 2 * 2 - 2)
+        self.assertEqual(len(set(speakers)), 6)
+        second = times[len(reference[0]):] - (len(rows) - 2) // 2 * 2 * native.HOP / native.RATE
+        self.assertLess(np.abs(second - reference[0]).max(), 2.1 * native.HOP / native.RATE)
+        part, (times, speakers) = choose.crop(np.random.default_rng(3), rows, reference)
+        self.assertLessEqual(times.max(), len(part) * native.HOP / native.RATE + 0.1)
+        self.assertEqual(sorted(set(speakers)), list(range(1, speakers.max() + 1)))
+
+    def test_calibration_error_is_the_distance_of_confidence_and_truth(self):
+        predicted, right = np.array([0.95, 0.95, 0.15, 0.15]), np.array([1.0, 0.8, 0.1, 0.0])
+        rows, error = choose.calibration(predicted, right, np.ones(4))
+        self.assertEqual(len(rows), 2)
+        self.assertAlmostEqual(error, 0.5 * 0.05 + 0.5 * 0.1)
 
 
 if __name__ == "__main__":

@@ -51,6 +51,31 @@ def test_segments_are_those_of_the_tool(expected):
     assert [names.index(s["speaker"]) + 1 for s in segments] == [s.speaker for s in expected]
 
 
+def test_another_number_without_another_pass(diarizer, expected):
+    kept = diarizer.diarize(RECORDING, keep_embeddings=True)
+    assert kept == expected
+    for number in (2, 4):
+        assert diarizer.recluster(kept, num_speakers=number) == diarizer.diarize(RECORDING, num_speakers=number)
+    renamed = diarizer.recluster(kept, names=["Ann", "Ben"])
+    assert renamed == expected and [renamed.names[1], renamed.names[2]] == ["Ann", "Ben"]
+    with pytest.raises(parley.ParleyError, match="kept"):
+        diarizer.recluster(expected, num_speakers=2)
+
+
+@pytest.mark.parametrize("rate", [0, -1, -44100])
+def test_rates_that_are_none_are_refused(diarizer, samples, rate):
+    with pytest.raises(parley.ParleyError, match="rate"):
+        diarizer.diarize(samples, sample_rate=rate)
+    with pytest.raises(parley.ParleyError, match="rate"):
+        list(diarizer.listen([samples], sample_rate=rate))
+
+
+def test_a_rate_may_be_a_float_that_is_whole(diarizer, samples, expected):
+    assert diarizer.diarize(samples, sample_rate=16000.0) == expected
+    with pytest.raises(TypeError, match="sample_rate"):
+        diarizer.diarize(samples, sample_rate=16000.5)
+
+
 @pytest.mark.parametrize("convert", [
     lambda x: x,
     lambda x: x.astype(np.float32) / 32768,

@@ -49,6 +49,13 @@ def _to_int16(samples: Any) -> np.ndarray:
     return np.ascontiguousarray(np.clip(np.rint(samples * 32768.0), -32768, 32767).astype(np.int16))
 
 
+def _whole_rate(rate: Any) -> int:
+    """A sample rate as the library takes it: a whole number of Hz, whatever its type."""
+    if not float(rate).is_integer() or abs(rate) >= 2**31:
+        raise TypeError(f"sample_rate is a whole number of Hz, not {rate!r}")
+    return int(rate)
+
+
 class _Options:
     """A record of options, and the texts that it refers to."""
 
@@ -137,9 +144,9 @@ class Diarizer:
             name = os.fsencode(str(getattr(source, "name", "recording")))
             return self._run(progress, lambda *rest: library.parley_diarize_memory(self._object, data, len(data), name,
                                                                                    options.record, *rest))
-        pcm = _to_int16(source)
+        pcm, rate = _to_int16(source), _whole_rate(sample_rate)
         return self._run(progress, lambda *rest: library.parley_diarize_samples(
-            self._object, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0], pcm.shape[1], sample_rate, b"recording",
+            self._object, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0], pcm.shape[1], rate, b"recording",
             options.record, *rest))
 
     def recluster(self, result: Diarization, *, num_speakers: Optional[int] = None, **options: Any) -> Diarization:
@@ -175,7 +182,7 @@ class Diarizer:
                 if not session:
                     with self._lock:
                         self._check_open()
-                        check(library.parley_listen(self._object, b"recording", pcm.shape[1], sample_rate, asked.record, byref(session)))
+                        check(library.parley_listen(self._object, b"recording", pcm.shape[1], _whole_rate(sample_rate), asked.record, byref(session)))
                         channels = pcm.shape[1]
                 if pcm.shape[1] != channels:
                     raise ValueError(f"a piece has {pcm.shape[1]} channels, those before had {channels}")
