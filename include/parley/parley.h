@@ -196,8 +196,8 @@ PARLEY_API void parley_session_delete(parley_session *session); /* null is accep
 
 /* ---- The answer. Everything it hands out lives as long as it does. */
 
-/* `confidence`: how much nearer the segment lies to its speaker than to the next best one, 0 (equally near)
- * to 1. */
+/* `confidence`: the probability that the speaker is right, 0 to 1; of a model without trees for it, how much
+ * nearer the segment lies to its speaker than to the next best one. */
 typedef struct {
     double start;    /* seconds from the start of the audio */
     double end;      /* seconds, of the last frame's end */
