@@ -21,11 +21,11 @@ async function main() {
   const parley = await Parley.load();
   try {
     if (!parley.formats.some(({ name }) => name === values.format)) throw new Error(`unknown format ${values.format}`);
-    const answer = await parley.diarize(positionals[0], { numSpeakers: values.speakers });
-    const bytes = await answer.bytes(values.format);
+    const result = await parley.diarize(positionals[0], { numSpeakers: values.speakers });
+    const bytes = await result.bytes(values.format);
     if (values.output) await writeFile(values.output, bytes);
     else process.stdout.write(bytes);
-    if (answer.note) console.error(`parley: ${answer.note}`);
+    if (result.note) console.error(`parley: ${result.note}`);
     return 0;
   } finally {
     parley.close();

@@ -25,19 +25,19 @@ function optionsOf(given) {
 }
 
 // Who spoke when in a recording.
-class Answer {
+class Result {
   #parley;
   #number;
 
-  constructor(parley, { answer, duration, note, segments, speakers, waveform }) {
+  constructor(parley, { result, duration, note, segments, speakers, waveform }) {
     this.#parley = parley;
-    this.#number = answer;
+    this.#number = result;
     Object.assign(this, { duration, note, segments, speakers, waveform });
   }
 
-  // The answer in one of parley.formats, byte for byte what the command line tool writes.
+  // The result in one of parley.formats, byte for byte what the command line tool writes.
   async bytes(format) {
-    return (await this.#parley.ask({ write: format, answer: this.#number })).bytes;
+    return (await this.#parley.ask({ write: format, result: this.#number })).bytes;
   }
 
   async text(format) {
@@ -46,12 +46,12 @@ class Answer {
 
   // Gives known people their names; voices: the text of a file of voices (parley voices, or what remember gave).
   async nameVoices(voices) {
-    Object.assign(this, await this.#parley.ask({ name: voices, answer: this.#number }));
+    Object.assign(this, await this.#parley.ask({ name: voices, result: this.#number }));
   }
 
   // The voices, a text, with a sample of `name` added: the speaker of that index.
   async remember(name, speaker, voices = "") {
-    return (await this.#parley.ask({ remember: { voices, name, speaker }, answer: this.#number })).voices;
+    return (await this.#parley.ask({ remember: { voices, name, speaker }, result: this.#number })).voices;
   }
 
   // Releases what the worker keeps of it.
@@ -76,16 +76,16 @@ class Session {
     await this.#parley.ask({ feed: pcm, session: this.#number }, undefined, [pcm.buffer]);
   }
 
-  // The answer about what was heard so far, null if nothing is new. Speakers keep their numbers. Clustering takes at most `share` of
+  // The result about what was heard so far, null if nothing is new. Speakers keep their numbers. Clustering takes at most `share` of
   // the time that passes.
   async update(share = 0.05) {
     const reply = await this.#parley.ask({ update: share, session: this.#number });
-    return reply.answer ? new Answer(this.#parley, reply) : null;
+    return reply.result ? new Result(this.#parley, reply) : null;
   }
 
-  // The answer that diarize would give of all samples; the session is closed then.
+  // The result that diarize would give of all samples; the session is closed then.
   async end() {
-    return new Answer(this.#parley, await this.#parley.ask({ end: this.#number }));
+    return new Result(this.#parley, await this.#parley.ask({ end: this.#number }));
   }
 
   close() {
@@ -129,7 +129,7 @@ export class Client {
     this.#calls.clear();
   }
 
-  // For Answer: a message to the worker, with and without a reply.
+  // For Result: a message to the worker, with and without a reply.
   ask(message, onProgress, transfer = []) {
     return new Promise((resolve, reject) => {
       const id = this.#next++;
@@ -142,7 +142,7 @@ export class Client {
     this.#worker.postMessage(message);
   }
 
-  // Samples: an Int16Array, or floats from -1 to 1, with several channels interleaved. Resolves to an answer. Calls are answered one
+  // Samples: an Int16Array, or floats from -1 to 1, with several channels interleaved. Resolves to a result. Calls are answered one
   // after the other. A run cannot hear anybody: aborting `signal` ends the worker, and with it all calls.
   async diarizeSamples(samples, { onProgress, signal, name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
     const pcm = toInt16(samples);
@@ -167,13 +167,13 @@ export class Client {
     return this.diarizeSamples(samples, { ...options, onProgress, signal, name });
   }
 
-  // A message that an answer is the reply to.
+  // A message that a result is the reply to.
   async run(message, onProgress, signal, transfer) {
     signal?.throwIfAborted();
     const stop = () => this.close(signal.reason);
     signal?.addEventListener("abort", stop, { once: true });
     try {
-      return new Answer(this, await this.ask(message, onProgress, transfer));
+      return new Result(this, await this.ask(message, onProgress, transfer));
     } finally {
       signal?.removeEventListener("abort", stop);
     }

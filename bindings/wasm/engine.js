@@ -1,15 +1,15 @@
 // The engine behind messages, in a thread of its own, so that pages stay responsive. Messages in: {open: bytes of the model},
 // {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, file: File, name, options},
-// {id, write: format, answer}, {release: answer};
+// {id, write: format, result}, {release: result};
 // while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
-// {id, end: session}, {leave: session}; known voices {id, name: voices, answer}, {id, remember: {voices, name, speaker}, answer}.
-// Messages out: {opened: formats}, {id, progress}, {id, answer, ...}, {id, answer: 0} for nothing new, {id, session}, {id, bytes},
+// {id, end: session}, {leave: session}; known voices {id, name: voices, result}, {id, remember: {voices, name, speaker}, result}.
+// Messages out: {opened: formats}, {id, progress}, {id, result, ...}, {id, result: 0} for nothing new, {id, session}, {id, bytes},
 // {id, voices}, {id, error, status}.
 import createCore from "./parley-core.js";
 
 const OPTIONS_SIZE = 1024; // bytes: room for the record of options, which is filled by name alone
 let core, diarizer, current; // current: the call whose progress is told
-const results = new Map(); // number of an answer: address
+const results = new Map(); // number of a result: address
 const sessions = new Map(); // number of a session: {address, channels}
 let next = 1;
 
@@ -53,7 +53,7 @@ async function open(model, module, post) {
   core._free(bytes);
 }
 
-// What the page gets to see of an answer, which stays here.
+// What the page gets to see of a result, which stays here.
 function shown(result) {
   const record = core._malloc(32);
   const segments = [], speakers = [];
@@ -105,7 +105,7 @@ function withSamples(samples, work) {
 function kept(result) {
   const number = next++;
   results.set(number, result);
-  return { answer: number, ...shown(result) };
+  return { result: number, ...shown(result) };
 }
 
 // A file is read in pieces while it is decoded: nothing of it is held but samples at 16 kHz. `file`: what a File is, size and slice.
@@ -152,13 +152,13 @@ function session(number) {
   return found;
 }
 
-// What a call of a session makes: an answer, or nothing new.
+// What a call of a session makes: a result, or nothing new.
 function made(call) {
   const out = core._malloc(4);
   try {
     check(call(out));
     const result = core.HEAP32[out >> 2];
-    return result ? kept(result) : { answer: 0 };
+    return result ? kept(result) : { result: 0 };
   } finally {
     core._free(out);
   }
@@ -170,7 +170,7 @@ function leave(number) {
 }
 
 function write(number, format) {
-  const result = answerOf(number);
+  const result = resultOf(number);
   const out = core._malloc(8);
   try {
     withTexts([format], (name) => check(core._parley_write_text(result, name, out, out + 4)));
@@ -185,14 +185,14 @@ function write(number, format) {
 
 // ---- Known voices
 
-function answerOf(number) {
+function resultOf(number) {
   const result = results.get(number);
-  if (result === undefined) throw new Error("the answer was closed");
+  if (result === undefined) throw new Error("the result was closed");
   return result;
 }
 
 function name(number, voices) {
-  const result = answerOf(number);
+  const result = resultOf(number);
   withTexts([voices], (text) => check(core._parley_result_name_voices(result, text, 0)));
   return shown(result);
 }
@@ -200,7 +200,7 @@ function name(number, voices) {
 function remember(number, { voices, name, speaker }) {
   const out = core._malloc(4);
   try {
-    withTexts([voices, name], (list, person) => check(core._parley_voices_add(list, person, answerOf(number), speaker, out)));
+    withTexts([voices, name], (list, person) => check(core._parley_voices_add(list, person, resultOf(number), speaker, out)));
     const address = core.HEAP32[out >> 2];
     const added = core.UTF8ToString(address);
     core._parley_free(address);
@@ -210,7 +210,7 @@ function remember(number, { voices, name, speaker }) {
   }
 }
 
-// Does what a message asks for and answers by `post(message, what goes over instead of being copied)`. `module`: what the engine's
+// Does what a message asks for and replies by `post(message, what goes over instead of being copied)`. `module`: what the engine's
 // loader needs to know of its place.
 export async function serve(data, post, module = {}) {
   try {
@@ -233,12 +233,12 @@ export async function serve(data, post, module = {}) {
       leave(data.end);
     } else if (data.leave) {
       leave(data.leave);
-    } else if (data.name !== undefined && data.answer) {
-      post({ id: data.id, ...name(data.answer, data.name) });
+    } else if (data.name !== undefined && data.result) {
+      post({ id: data.id, ...name(data.result, data.name) });
     } else if (data.remember) {
-      post({ id: data.id, ...remember(data.answer, data.remember) });
+      post({ id: data.id, ...remember(data.result, data.remember) });
     } else if (data.write) {
-      const bytes = write(data.answer, data.write);
+      const bytes = write(data.result, data.write);
       post({ id: data.id, bytes }, [bytes.buffer]);
     } else {
       current = data.id;

@@ -2,8 +2,8 @@
 //
 //   import { Parley } from "parley";
 //   const parley = await Parley.load();
-//   const answer = await parley.diarize("meeting.wav");
-//   console.log(await answer.text("text"));
+//   const result = await parley.diarize("meeting.wav");
+//   console.log(await result.text("text"));
 //   parley.close();
 import { spawn } from "node:child_process";
 import { readFile } from "node:fs/promises";

@@ -61,7 +61,7 @@ export interface Options {
   onProgress?: (fraction: number) => void;
 }
 
-export interface Answer {
+export interface Result {
   /** Seconds of audio. */
   duration: number;
   note: string;
@@ -87,9 +87,9 @@ export declare function decodeAudio(source: Blob | ArrayBuffer): Promise<Float32
 export interface Session {
   feed(samples: Int16Array | Float32Array): Promise<void>;
   /** What is known so far, null if nothing is new; clustering takes at most that share of the time that passes (0.05). */
-  update(share?: number): Promise<Answer | null>;
+  update(share?: number): Promise<Result | null>;
   /** What diarize would give of all samples; closes the session. */
-  end(): Promise<Answer>;
+  end(): Promise<Result>;
   close(): void;
 }
 
@@ -98,11 +98,11 @@ export declare class Parley {
   /** Starts the worker and loads the model; both lie in the package unless named (the worker in browsers alone). */
   static load(options?: { model?: string | URL; worker?: string | URL }): Promise<Parley>;
   private constructor();
-  /** In which answers can be written. */
+  /** In which results can be written. */
   formats: Format[];
   /** A file (in browsers a File or Blob, in Node its path or URL), read in pieces where it is WAV, FLAC, MP3, Ogg or WebM, and else by
    * the browser or by ffmpeg where it is installed; or samples. */
-  diarize(source: Blob | URL | string | Int16Array | Float32Array, options?: Options): Promise<Answer>;
+  diarize(source: Blob | URL | string | Int16Array | Float32Array, options?: Options): Promise<Result>;
   /** Begins to listen to samples that will come. */
   listen(options?: Options): Promise<Session>;
   /** Ends the worker. */

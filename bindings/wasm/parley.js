@@ -2,9 +2,9 @@
 //
 //   import { Parley } from "parley";
 //   const parley = await Parley.load();
-//   const answer = await parley.diarize(file, { onProgress: (fraction) => ... });
-//   for (const { start, end, speaker } of answer.segments) ...
-//   const rttm = await answer.text("rttm");
+//   const result = await parley.diarize(file, { onProgress: (fraction) => ... });
+//   for (const { start, end, speaker } of result.segments) ...
+//   const rttm = await result.text("rttm");
 import { Client, SAMPLE_RATE } from "./client.js";
 
 export { SAMPLE_RATE };

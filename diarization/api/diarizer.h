@@ -1,4 +1,4 @@
-// From a recording to the answer: embeddings, clustering with as many speakers as asked for, refinement,
+// From a recording to the result: embeddings, clustering with as many speakers as asked for, refinement,
 // segments, names.
 #ifndef PARLEY_DIARIZER_H
 #define PARLEY_DIARIZER_H

@@ -1,4 +1,4 @@
-// The C interface (parley.h) over the room's C++: no exception leaves it.
+// The C interface (parley.h) over the library's C++: no exception leaves it.
 
 #include <algorithm>
 #include <cmath>
@@ -490,7 +490,7 @@ parley_status parley_match(const float *here, int32_t num_here, const float *the
                            int32_t dimension, double threshold, int32_t *others, double *cosines) {
     return guarded([&] {
         require((here || num_here == 0) && (there || num_there == 0) && others && cosines && dimension > 0,
-                "voices or the places for the answer are missing");
+                "voices or the places for the result are missing");
         const auto cosine = [dimension](const float *a, const float *b) {
             double product = 0, squares_a = 0, squares_b = 0;
             for (int32_t i = 0; i < dimension; i++) {

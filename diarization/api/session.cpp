@@ -146,7 +146,7 @@ void session::extend() {
     }
 }
 
-diarization session::empty_answer() const {
+diarization session::empty_result() const {
     diarization result;
     result.path = result.recording = name_;
     result.model = owner_->own_engine()->id();
@@ -173,7 +173,7 @@ bool session::update(double share, diarization *state) {
     } else {
         extend();
     }
-    *state = empty_answer();
+    *state = empty_result();
     owner_->fill(all(), which_, evidence_, options_, true, state);
     return true;
 }
@@ -183,7 +183,7 @@ diarization session::end() {
     pending_.clear();
     if (num_frames_ == 0) throw diarization_error(PARLEY_INVALID, name_ + ": is shorter than 32 ms");
     embed();
-    diarization result = empty_answer();
+    diarization result = empty_result();
     const clustering_result found = owner_->find(all(), options_, nullptr);
     result.note = found.note;
     owner_->fill(all(), found.labels, found.evidence, options_, false, &result);

@@ -1,5 +1,5 @@
-// A recording that is still going on: samples come in pieces, the answer about what was heard so far
-// whenever it is asked for, and in the end the very answer that the whole recording gets.
+// A recording that is still going on: samples come in pieces, the result about what was heard so far
+// whenever it is asked for, and in the end the very result that the whole recording gets.
 #ifndef PARLEY_SESSION_H
 #define PARLEY_SESSION_H
 
@@ -22,13 +22,13 @@ public:
 
     void feed(const int16_t *interleaved, int64_t num_frames);
 
-    // The answer about what was heard so far; false if there is nothing new. Only what new samples change
+    // The result about what was heard so far; false if there is nothing new. Only what new samples change
     // goes through the network again. Clustering takes at most `share` of the time that passes; in between
     // new frames go to the nearest of the speakers found. Speakers keep their number, also when the
     // clustering finds others.
     bool update(double share, diarization *state);
 
-    // The answer, as if all had come at once. Nothing can be fed any more.
+    // The result, as if all had come at once. Nothing can be fed any more.
     diarization end();
 
 private:
@@ -38,7 +38,7 @@ private:
     void keep_numbers(const tags &found);
     void extend();
     frames all() const;
-    diarization empty_answer() const;
+    diarization empty_result() const;
 
     using clock = std::chrono::steady_clock;
 

@@ -1,4 +1,4 @@
-// What goes wrong inside the room, as exceptions; interface.cpp turns them into statuses and messages.
+// What goes wrong inside the library, as exceptions; interface.cpp turns them into statuses and messages.
 #ifndef PARLEY_ERRORS_H
 #define PARLEY_ERRORS_H
 

@@ -1,4 +1,4 @@
-// The wall between the room's C++ and its C interfaces: what is thrown becomes a status and a message.
+// The wall between the library's C++ and its C interfaces: what is thrown becomes a status and a message.
 #ifndef PARLEY_GUARDED_H
 #define PARLEY_GUARDED_H
 

@@ -13,7 +13,7 @@ constexpr int32_t LONGEST_TO_CLUSTER_AGAIN = 20000;  // frames, 10 minutes
 
 // The engine's division, resegmented. The clustering drops who has less than about a second: where that
 // leaves nobody, short speech may still be there, at last somewhat nearer to the background: nobody at all is
-// the rarer answer.
+// the rarer result.
 tags resegmented(engine *own, const frames &all, const frame_blocks &blocks, const clustering_policy &policy,
                  tags labels, std::string *note) {
     resegmentation_options options = {.speech_bias = policy.speech_bias,

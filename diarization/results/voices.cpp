@@ -38,10 +38,10 @@ std::vector<float> read_vector(const json &values, size_t size) {
     return vector;
 }
 
-void check_model(const voice_list &voices, const diarization &answer) {
-    if (voices.model == answer.model || voices.people.empty()) return;
+void check_model(const voice_list &voices, const diarization &result) {
+    if (voices.model == result.model || voices.people.empty()) return;
     throw diarization_error(PARLEY_INVALID, "the voices are of another model (" + voices.model +
-                                                ", this one is " + answer.model +
+                                                ", this one is " + result.model +
                                                 "): add them again from their recordings");
 }
 
@@ -89,18 +89,18 @@ std::string write_voices(const voice_list &voices) {
     return pretty_json(value) + "\n";
 }
 
-void add_voice(voice_list *voices, const std::string &name, const diarization &answer, int number) {
+void add_voice(voice_list *voices, const std::string &name, const diarization &result, int number) {
     if (name.empty()) throw diarization_error(PARLEY_INVALID, "a voice needs a name");
-    if (number < 0 || number >= static_cast<int>(answer.speakers.size()))
+    if (number < 0 || number >= static_cast<int>(result.speakers.size()))
         throw diarization_error(PARLEY_INVALID,
-                                "there are " + std::to_string(answer.speakers.size()) + " speakers");
-    const speaker &heard = answer.speakers[static_cast<size_t>(number)];
+                                "there are " + std::to_string(result.speakers.size()) + " speakers");
+    const speaker &heard = result.speakers[static_cast<size_t>(number)];
     if (heard.seconds < SHORTEST_SAMPLE)
         throw diarization_error(PARLEY_INVALID, heard.name + " speaks too shortly to be remembered: " +
                                                     std::to_string(std::lround(10 * heard.seconds) / 10) +
                                                     " s of 3");
-    check_model(*voices, answer);
-    voices->model = answer.model;
+    check_model(*voices, result);
+    voices->model = result.model;
     const auto known = std::find_if(voices->people.begin(), voices->people.end(),
                                     [&](const voice &v) { return v.name == name; });
     if (known == voices->people.end()) {
@@ -110,17 +110,17 @@ void add_voice(voice_list *voices, const std::string &name, const diarization &a
     }
 }
 
-void name_voices(diarization *answer, const voice_list &voices, double threshold) {
-    check_model(voices, *answer);
-    if (voices.people.empty() || answer->speakers.empty()) return;
-    std::vector<std::vector<double>> near(answer->speakers.size(), std::vector<double>(voices.people.size()));
+void name_voices(diarization *result, const voice_list &voices, double threshold) {
+    check_model(voices, *result);
+    if (voices.people.empty() || result->speakers.empty()) return;
+    std::vector<std::vector<double>> near(result->speakers.size(), std::vector<double>(voices.people.size()));
     for (size_t s = 0; s < near.size(); s++) {
         for (size_t p = 0; p < voices.people.size(); p++) {
             double best = -1;
             for (const auto &sample : voices.people[p].samples) {
-                if (sample.size() != answer->speakers[s].embedding.size())
+                if (sample.size() != result->speakers[s].embedding.size())
                     refuse("hold vectors of another length");
-                best = std::max(best, cosine(sample, answer->speakers[s].embedding));
+                best = std::max(best, cosine(sample, result->speakers[s].embedding));
             }
             near[s][p] = std::max(0.0, best - threshold);
         }
@@ -129,7 +129,7 @@ void name_voices(diarization *answer, const voice_list &voices, double threshold
     std::vector<bool> is_named(near.size());
     for (size_t s = 0; s < near.size(); s++) {
         if (matched[s] < 0 || near[s][static_cast<size_t>(matched[s])] <= 0) continue;
-        speaker &named = answer->speakers[s];
+        speaker &named = result->speakers[s];
         named.name = voices.people[static_cast<size_t>(matched[s])].name;
         named.similarity = near[s][static_cast<size_t>(matched[s])] + threshold;
         is_named[s] = true;
@@ -137,7 +137,7 @@ void name_voices(diarization *answer, const voice_list &voices, double threshold
     // Nobody else is called like a known person.
     for (size_t s = 0; s < near.size(); s++) {
         for (size_t other = 0; !is_named[s] && other < near.size(); other++)
-            if (is_named[other] && answer->speakers[other].name == answer->speakers[s].name)
-                answer->speakers[s].name += " (another)";
+            if (is_named[other] && result->speakers[other].name == result->speakers[s].name)
+                result->speakers[s].name += " (another)";
     }
 }

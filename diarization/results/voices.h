@@ -1,5 +1,5 @@
 // People who are known from earlier recordings: a file of voices, and their names for the speakers of an
-// answer.
+// result.
 #ifndef PARLEY_VOICES_H
 #define PARLEY_VOICES_H
 
@@ -24,15 +24,15 @@ voice_list read_voices(const std::string &text);
 
 std::string write_voices(const voice_list &voices);
 
-// Another sample of a person: speaker `number` of the answer. Throws diarization_error where the list is of
+// Another sample of a person: speaker `number` of the result. Throws diarization_error where the list is of
 // another model, the speaker is not there or is heard for less than SHORTEST_SAMPLE seconds.
-void add_voice(voice_list *voices, const std::string &name, const diarization &answer, int number);
+void add_voice(voice_list *voices, const std::string &name, const diarization &result, int number);
 
 inline constexpr double SHORTEST_SAMPLE = 3;
 
 // Gives known people their names: each speaker to at most one, each person to at most one, so that the sum
 // of the cosines above `threshold` is largest; a person's cosine is that of the nearest sample. Speakers
 // remember it as their similarity. Throws diarization_error where the list is of another model.
-void name_voices(diarization *answer, const voice_list &voices, double threshold);
+void name_voices(diarization *result, const voice_list &voices, double threshold);
 
 #endif

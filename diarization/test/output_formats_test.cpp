@@ -81,7 +81,7 @@ TEST(formats, textgrid_tiers_have_no_gaps) {
     EXPECT_EQ(count(grid, "\"Ann \"\"A\"\", <b>\""), 3u);
 }
 
-TEST(formats, nobody_speaking_is_an_answer_too) {
+TEST(formats, nobody_speaking_is_a_result_too) {
     diarization d;
     d.recording = d.path = "empty";
     d.duration = 1;

@@ -26,7 +26,7 @@ protected:
         return {read.pcm, read.pcm + read.count};
     }
 
-    // Everything that is known of an answer.
+    // Everything that is known of a result.
     static std::string all_of(diarization d) {
         d.with_confidence = d.with_embeddings = true;
         d.path = d.recording = "x";
@@ -37,7 +37,7 @@ protected:
     parley_options options_;
 };
 
-TEST_F(listening, in_the_end_it_is_the_answer_of_the_whole) {
+TEST_F(listening, in_the_end_it_is_the_result_of_the_whole) {
     const std::vector<int16_t> speech = example();
     // Twice, so that chunks of the network are complete on the way.
     std::vector<int16_t> mono = speech;

@@ -1,4 +1,4 @@
-// What the shipped model is held to, through the engine alone and through the whole room: no beginning of a
+// What the shipped model is held to, through the engine alone and through the whole library: no beginning of a
 // recording may hand the background to the first speaker, who would then be silent for good.
 
 #include <gtest/gtest.h>
@@ -82,7 +82,7 @@ TEST(shipped_model, no_beginning_silences_the_engine) {
     }
 }
 
-class whole_room : public testing::Test {
+class whole_library : public testing::Test {
 protected:
     void SetUp() override {
         parley_diarizer *opened = nullptr;
@@ -91,7 +91,7 @@ protected:
     }
 
     // Speakers and the seconds that they speak in all.
-    std::pair<int32_t, double> answer(const std::vector<int16_t> &samples) {
+    std::pair<int32_t, double> result(const std::vector<int16_t> &samples) {
         parley_result *made = nullptr;
         EXPECT_EQ(parley_diarize_samples(diarizer.get(), samples.data(), static_cast<int64_t>(samples.size()),
                                          1, RATE, "speech", nullptr, nullptr, nullptr, &made),
@@ -106,24 +106,24 @@ protected:
     zx_owned<parley_diarizer, parley_close> diarizer;
 };
 
-TEST_F(whole_room, no_beginning_changes_the_answer_much) {
+TEST_F(whole_library, no_beginning_changes_the_result_much) {
     const std::vector<int16_t> samples = speech();
     for (const beginning &b : beginnings()) {
-        const auto [speakers, spoken] = answer(behind(b.front, samples));
+        const auto [speakers, spoken] = result(behind(b.front, samples));
         EXPECT_EQ(speakers, 3) << b.name << ", " << b.front.size() << " samples";
         EXPECT_NEAR(spoken, 37, 3) << b.name << ", " << b.front.size() << " samples";
     }
 }
 
-TEST_F(whole_room, a_few_words_in_a_long_silence_are_somebody_and_noise_is_nobody) {
+TEST_F(whole_library, a_few_words_in_a_long_silence_are_somebody_and_noise_is_nobody) {
     const std::vector<int16_t> samples = speech();
     for (const double level : {3.0, 30.0, 300.0}) {
         const std::vector<int16_t> hiss = noise(15, level);
-        EXPECT_EQ(answer(hiss).first, 0) << level;
+        EXPECT_EQ(result(hiss).first, 0) << level;
         for (const int start : {4, 12, 25}) {
             const std::vector<int16_t> words(samples.begin() + start * RATE,
                                              samples.begin() + start * RATE + RATE * 7 / 10);
-            const auto [speakers, spoken] = answer(behind(behind(hiss, words), hiss));
+            const auto [speakers, spoken] = result(behind(behind(hiss, words), hiss));
             EXPECT_EQ(speakers, 1) << level << ", " << start;
             EXPECT_NEAR(spoken, 1.0, 0.5) << level << ", " << start;
         }

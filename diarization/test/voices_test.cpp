@@ -9,7 +9,7 @@
 namespace {
 
 // Speakers with vectors at angles on a circle, in degrees.
-diarization answer_of(const std::vector<double> &angles, const std::string &model = "m") {
+diarization result_of(const std::vector<double> &angles, const std::string &model = "m") {
     diarization d;
     d.model = model;
     for (const double angle : angles) {
@@ -30,9 +30,9 @@ std::vector<std::string> names_of(const diarization &d) {
 
 TEST(voices, known_people_get_their_names_once) {
     voice_list voices;
-    add_voice(&voices, "Ann", answer_of({0}), 0);
-    add_voice(&voices, "Bob", answer_of({90}), 0);
-    add_voice(&voices, "Ann", answer_of({30}), 0);  // another sample
+    add_voice(&voices, "Ann", result_of({0}), 0);
+    add_voice(&voices, "Bob", result_of({90}), 0);
+    add_voice(&voices, "Ann", result_of({30}), 0);  // another sample
     voices = read_voices(write_voices(voices));
     ASSERT_EQ(voices.people.size(), 2U);
     EXPECT_EQ(voices.people[0].samples.size(), 2U);
@@ -48,7 +48,7 @@ TEST(voices, known_people_get_their_names_once) {
         {{}, {}},
     };
     for (const auto &c : cases) {
-        diarization d = answer_of(c.angles);
+        diarization d = result_of(c.angles);
         name_voices(&d, voices, 0.9);
         if (c.angles.size() == 3) {  // either of the first two, but one
             EXPECT_EQ((names_of(d)[0] == "Ann") + (names_of(d)[1] == "Ann"), 1);
@@ -59,7 +59,7 @@ TEST(voices, known_people_get_their_names_once) {
         for (size_t i = 0; i < c.names.size(); i++)
             EXPECT_EQ(d.speakers[i].similarity > 0.9, c.names[i].find("speaker") != 0) << c.names[i];
     }
-    diarization d = answer_of({200, 0});
+    diarization d = result_of({200, 0});
     d.speakers[0].name = "Ann";  // by --names
     name_voices(&d, voices, 0.9);
     EXPECT_EQ(names_of(d), (std::vector<std::string>{"Ann (another)", "Ann"}));
@@ -83,15 +83,15 @@ TEST(voices, what_is_no_list_of_this_model_is_refused) {
         EXPECT_THROW(read_voices(text), diarization_error) << text;
     EXPECT_TRUE(read_voices(" \n").people.empty());
     voice_list voices;
-    add_voice(&voices, "Ann", answer_of({0}), 0);
-    diarization other = answer_of({0}, "another");
+    add_voice(&voices, "Ann", result_of({0}), 0);
+    diarization other = result_of({0}, "another");
     EXPECT_THROW(name_voices(&other, voices, 0.8), diarization_error);
     EXPECT_THROW(add_voice(&voices, "Bob", other, 0), diarization_error);
-    EXPECT_THROW(add_voice(&voices, "Bob", answer_of({0}), 1), diarization_error);
-    diarization brief = answer_of({0});
+    EXPECT_THROW(add_voice(&voices, "Bob", result_of({0}), 1), diarization_error);
+    diarization brief = result_of({0});
     brief.speakers[0].seconds = 2.9;
     EXPECT_THROW(add_voice(&voices, "Bob", brief, 0), diarization_error);
-    diarization longer = answer_of({0});
+    diarization longer = result_of({0});
     longer.speakers[0].embedding.push_back(0);
     EXPECT_THROW(name_voices(&longer, voices, 0.8), diarization_error);
 }

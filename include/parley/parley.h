@@ -1,5 +1,5 @@
 /*
- * Parley's answer: who spoke when in a recording, with all that can be asked of it and every form in which it
+ * Parley's result: who spoke when in a recording, with all that can be asked of it and every form in which it
  * can be written. The command line tool, the Python package and the module for browsers stand on this header
  * alone, so that they give the same.
  *
@@ -125,7 +125,7 @@ typedef int (*parley_progress)(void *context, double done);
 /* ---- Running */
 
 typedef struct parley_diarizer parley_diarizer; /* a model, ready for any number of recordings */
-typedef struct parley_result parley_result;     /* the answer about one */
+typedef struct parley_result parley_result;     /* the result about one */
 
 /* Loads a model file; the caller closes the diarizer. PARLEY_MISSING, PARLEY_UNREADABLE, PARLEY_INVALID,
  * PARLEY_OUT_OF_MEMORY; *diarizer is null then. */
@@ -181,20 +181,20 @@ PARLEY_API PARLEY_CHECKED parley_status parley_listen(parley_diarizer *diarizer,
 PARLEY_API PARLEY_CHECKED parley_status parley_session_feed(parley_session *session, const int16_t *samples,
                                                             int64_t num_frames);
 
-/* The answer about what was heard so far; *result stays null if nothing new was. Speakers keep their names
- * from one answer to the next. Only what new samples change goes through the network; clustering takes at
+/* The result about what was heard so far; *result stays null if nothing new was. Speakers keep their names
+ * from one result to the next. Only what new samples change goes through the network; clustering takes at
  * most `share` of the time that passes (0.05: a twentieth of a core), in between what is new goes to the
  * nearest of the speakers found. */
 PARLEY_API PARLEY_CHECKED parley_status parley_session_update(parley_session *session, double share,
                                                               parley_result **result);
 
-/* The answer that parley_diarize_samples would give of all samples, to the last bit. The session cannot be
+/* The result that parley_diarize_samples would give of all samples, to the last bit. The session cannot be
  * fed any more. PARLEY_INVALID for less than 32 ms. */
 PARLEY_API PARLEY_CHECKED parley_status parley_session_end(parley_session *session, parley_result **result);
 
 PARLEY_API void parley_session_delete(parley_session *session); /* null is accepted */
 
-/* ---- The answer. Everything it hands out lives as long as it does. */
+/* ---- The result. Everything it hands out lives as long as it does. */
 
 /* `confidence`: the probability that the speaker is right, 0 to 1; of a model without trees for it, how much
  * nearer the segment lies to its speaker than to the next best one. */
@@ -272,7 +272,7 @@ typedef struct {
 /* Takes the next part of a text. 0: stop. */
 typedef int (*parley_sink)(void *context, const char *data, size_t size);
 
-/* Writes the answer in a format; `terminal` may be null. PARLEY_INVALID (no such format), PARLEY_CANCELLED
+/* Writes the result in a format; `terminal` may be null. PARLEY_INVALID (no such format), PARLEY_CANCELLED
  * (the sink said stop), PARLEY_OUT_OF_MEMORY. */
 PARLEY_API PARLEY_CHECKED parley_status parley_write(const parley_result *result, const char *format,
                                                      const parley_terminal *terminal, parley_sink sink,
@@ -290,7 +290,7 @@ PARLEY_API void parley_clock(double seconds, char *text);
 /* "#0072b2": told apart by people with any kind of colour vision, on light and dark. A constant. */
 PARLEY_API const char *parley_color(int32_t speaker);
 
-/* ---- Working with answers */
+/* ---- Working with results */
 
 /* Who speaks during a stretch of time, as a text names them. */
 typedef struct {
@@ -307,7 +307,7 @@ PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, si
                                                       double reach, const char *format, char **text,
                                                       size_t *text_size);
 
-/* Adds such a transcript to an answer, whose pages show it then. */
+/* Adds such a transcript to a result, whose pages show it then. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_add_words(parley_result *result, const char *transcript,
                                                                 size_t size, double reach);
 
@@ -326,7 +326,7 @@ PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t 
  * keeps; "" is the empty list. All of these give PARLEY_UNREADABLE for a text that is damaged, and
  * PARLEY_INVALID, with the remedy, for one of another model. */
 
-/* Adds a sample of `name`: speaker `speaker` of the answer. The new text is one block released with
+/* Adds a sample of `name`: speaker `speaker` of the result. The new text is one block released with
  * parley_free. PARLEY_INVALID for a speaker who is heard for less than 3 s. */
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_add(const char *voices, const char *name,
                                                           const parley_result *result, int32_t speaker,
@@ -341,7 +341,7 @@ PARLEY_API PARLEY_CHECKED parley_status parley_voices_remove(const char *voices,
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_at(const char *voices, int32_t index, char **name,
                                                          int32_t *num_samples);
 
-/* Gives the speakers of an answer the names of known people who are near enough: a cosine above
+/* Gives the speakers of a result the names of known people who are near enough: a cosine above
  * `threshold` (0: 0.8), each name once. The others stay as they are called. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_name_voices(parley_result *result, const char *voices,
                                                                   double threshold);

@@ -150,7 +150,7 @@ int main(int argc, char **argv) {
         expect(parley_write_text(result, "json", &one, &one_size) == PARLEY_OK &&
                    parley_write_text(again, "json", &two, &two_size) == PARLEY_OK && one_size == two_size &&
                    memcmp(one, two, one_size) == 0,
-               "the same answer from a path and from memory");
+               "the same result from a path and from memory");
         parley_free(one);
         parley_free(two);
         expect(parley_write_text(result, "no-such", &text, &size) == PARLEY_INVALID && !text,

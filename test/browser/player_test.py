@@ -24,7 +24,7 @@ DATE = re.compile(r'DATE="[^"]*"')
 
 
 def long_page(page, hours, num_speakers):
-    """The page with another answer: hours of turns of made-up people, and their words."""
+    """The page with another result: hours of turns of made-up people, and their words."""
     draw = random.Random(1)
     names = [f"Person {i + 1}" for i in range(num_speakers)]
     segments, words, at = [], [], 0.0
@@ -64,7 +64,7 @@ class Page(unittest.TestCase):
         self.browser.resize(1200, 900)
         self.browser.go(self.page.as_uri())
         self.wait("return document.getElementById('audio').readyState >= 1")
-        self.browser.run("parleyShown.answer.discard()")
+        self.browser.run("parleyShown.result.discard()")
 
     def wait(self, script, seconds=15):
         end = time.time() + seconds
@@ -100,7 +100,7 @@ class Page(unittest.TestCase):
         self.browser.run_async("requestAnimationFrame(() => requestAnimationFrame(arguments[0]))")
 
     def segments(self):
-        return self.browser.run("return parleyShown.answer.segments")
+        return self.browser.run("return parleyShown.result.segments")
 
     def lane(self, segment):
         return [s["name"] for s in self.data["speakers"]].index(segment["speaker"])
@@ -176,7 +176,7 @@ class Page(unittest.TestCase):
         self.browser.drag(left + width / 2, top + height / 2, left + width / 4, top + height / 2)
         self.assertGreater(self.browser.run("return parleyShown.timeline.view")[0], first + 1)
         self.browser.key("0")
-        self.assertEqual(self.browser.run("return parleyShown.timeline.view"), [0, self.browser.run("return parleyShown.answer.data.duration")])
+        self.assertEqual(self.browser.run("return parleyShown.timeline.view"), [0, self.browser.run("return parleyShown.result.data.duration")])
 
     def test_what_is_saved_is_what_the_tool_writes(self):
         for name in SAVED:
@@ -242,10 +242,10 @@ class Page(unittest.TestCase):
         self.assertEqual(self.segments(), changed)
         run("document.querySelector('.changes button:nth-of-type(2)').click()")
         self.assertEqual(self.segments(), self.data["segments"])
-        self.assertEqual(run("return parleyShown.answer.names"), [s["name"] for s in self.data["speakers"]])
+        self.assertEqual(run("return parleyShown.result.names"), [s["name"] for s in self.data["speakers"]])
         # Two who are one.
-        run(f"parleyShown.answer.rename({json.dumps(bob)}, {json.dumps(ann)})")
-        self.assertNotIn(bob, run("return parleyShown.answer.names"))
+        run(f"parleyShown.result.rename({json.dumps(bob)}, {json.dumps(ann)})")
+        self.assertNotIn(bob, run("return parleyShown.result.names"))
 
     def test_a_transcript_is_read_and_searched(self):
         words = [{"start": s["start"] + 0.1, "end": s["end"] - 0.1, "text": f"It was number{i} <b>"} for i, s in enumerate(self.data["segments"])]

@@ -69,7 +69,7 @@ class Web(unittest.TestCase):
         data = json.loads(self.browser.run("return parleyFormats().json"))
         self.assertEqual(data["segments"], self.expected["segments"])
         self.assertEqual([s["name"] for s in data["speakers"]], [s["name"] for s in self.expected["speakers"]])
-        self.assertEqual(self.browser.run("return parleyShown.answer.segments"), self.expected["segments"])
+        self.assertEqual(self.browser.run("return parleyShown.result.segments"), self.expected["segments"])
         shares = self.browser.run("return shares")
         self.assertGreater(len(set(shares)), 2, "progress moves")
         self.assertEqual(shares, sorted(shares))
@@ -109,14 +109,14 @@ class Web(unittest.TestCase):
         self.assertGreaterEqual(len(data["speakers"]), 1)
         self.wait("return document.getElementById('audio').readyState >= 1")
         self.assertAlmostEqual(self.browser.run("return document.getElementById('audio').duration"), data["duration"], delta=0.1)
-        # What was recorded gets, as a whole, the same answer.
+        # What was recorded gets, as a whole, the same result.
         again = self.browser.run_async("""const done = arguments[0];
             (async () => {
                 const { Parley } = await import('./parley.js');
                 const bytes = await parleySound().arrayBuffer();
                 const parley = await Parley.load();
-                const answer = await parley.diarize(new Int16Array(bytes, 44), { sampleRate: new DataView(bytes).getUint32(24, true) });
-                const found = answer.segments.map(({ start, end, speaker }) => [start, end, answer.speakers[speaker - 1].name]);
+                const result = await parley.diarize(new Int16Array(bytes, 44), { sampleRate: new DataView(bytes).getUint32(24, true) });
+                const found = result.segments.map(({ start, end, speaker }) => [start, end, result.speakers[speaker - 1].name]);
                 parley.close();
                 return found;
             })().then(done, (error) => done(String(error)));""")
@@ -126,7 +126,7 @@ class Web(unittest.TestCase):
     def test_a_voice_that_was_named_is_known_next_time(self):
         self.choose(AUDIO)
         self.wait("return globalThis.parleyShown !== undefined")
-        self.browser.run("parleyShown.answer.rename('speaker 2', 'Ann')")
+        self.browser.run("parleyShown.result.rename('speaker 2', 'Ann')")
         self.browser.run("document.querySelector('#people button').click()")
         self.wait("return document.getElementById('known').textContent === 'This browser knows Ann.'")
         self.browser.go(f"http://127.0.0.1:{self.server.server_port}/")

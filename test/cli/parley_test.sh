@@ -124,7 +124,7 @@ if [ -z "${WINEPREFIX:-}" ]; then # where there is no /dev/fd
     "$parley" <(cat "$sample") >"$tmp/from_pipe"
     cmp "$tmp/one" "$tmp/from_pipe" || failures=$((failures + 1))
 fi
-# Several answers in one stream: an object a line, one header.
+# Several results in one stream: an object a line, one header.
 "$parley" -f json "$sample" "$tmp/second.wav" | python3 -c 'import json, sys; exit(len([json.loads(l) for l in sys.stdin]) != 2)' ||
     { echo "not JSON lines"; failures=$((failures + 1)); }
 [ "$("$parley" -f csv "$sample" "$tmp/second.wav" | grep -c ^recording)" = 1 ] || failures=$((failures + 1))
@@ -137,8 +137,8 @@ if [ "$all_readers" ]; then
     while IFS='|' read -r file seconds note; do
         "$parley" -f json "$audio/$file" >"$tmp/out" 2>"$tmp/err" && [ ! -s "$tmp/err" ] &&
             python3 -c 'import json, re, sys
-answer = json.load(open(sys.argv[1]))
-sys.exit(abs(answer["duration"] - float(sys.argv[2])) > 0.2 or not re.search(sys.argv[3], answer.get("note", "")))' \
+result = json.load(open(sys.argv[1]))
+sys.exit(abs(result["duration"] - float(sys.argv[2])) > 0.2 or not re.search(sys.argv[3], result.get("note", "")))' \
                 "$tmp/out" "$seconds" "$note" && continue
         echo "$file: not $seconds s and $note"
         failures=$((failures + 1))
@@ -227,7 +227,7 @@ unset PARLEY_VOICES
 
 # While it is recorded: lines of what changes, and in the end the files of the whole.
 "$parley" listen - -f rttm -o "$tmp/live" <"$sample" >"$tmp/lines" || failures=$((failures + 1))
-sed 's/ live / three-voices /' "$tmp/live/live.rttm" | cmp - "$tmp/hypothesis.rttm" || { echo "listen: another answer"; failures=$((failures + 1)); }
+sed 's/ live / three-voices /' "$tmp/live/live.rttm" | cmp - "$tmp/hypothesis.rttm" || { echo "listen: another result"; failures=$((failures + 1)); }
 grep -q '"final":true' "$tmp/lines" || failures=$((failures + 1))
 tail -c +45 "$sample" | "$parley" listen - | grep -q '"added":\[{"id":1,"start":0.8' || { echo "listen: raw samples"; failures=$((failures + 1)); }
 if [ "$all_readers" ]; then
@@ -235,13 +235,13 @@ if [ "$all_readers" ]; then
         [ $kind = wav ] && make -ar 44100 -ac 2 -c:a pcm_s24le "$tmp/stream.$kind" || make "$tmp/stream.$kind"
         "$parley" listen - -f rttm -o "$tmp/live" <"$tmp/stream.$kind" >"$tmp/lines" || failures=$((failures + 1))
         "$parley" -f rttm "$tmp/stream.$kind" | sed 's/ stream / live /' | cmp - "$tmp/live/live.rttm" ||
-            { echo "listen: $kind: another answer"; failures=$((failures + 1)); }
+            { echo "listen: $kind: another result"; failures=$((failures + 1)); }
         [ "$(grep -c added "$tmp/lines")" -ge 1 ] || failures=$((failures + 1))
     done
-    # An interruption ends what would never end, with the answer so far.
+    # An interruption ends what would never end, with the result so far.
     make "$tmp/stream.mp3"
     while cat "$tmp/stream.mp3"; do :; done 2>/dev/null | timeout --foreground -s INT -k 10 1 "$parley" listen - >"$tmp/lines" || true
-    tail -1 "$tmp/lines" | grep -q '"final":true' || { echo "listen: no answer after an interruption"; failures=$((failures + 1)); }
+    tail -1 "$tmp/lines" | grep -q '"final":true' || { echo "listen: no result after an interruption"; failures=$((failures + 1)); }
 fi
 expect 1 '' 'shorter than 32 ms' listen - </dev/null
 expect 2 '' 'go together' listen -f json - </dev/null

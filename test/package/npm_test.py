@@ -31,8 +31,8 @@ try {
   const blob = await (await fetch("./recording.wav")).blob();
   const parley = await Parley.load();
   const shares = [];
-  const answer = await parley.diarize(blob, { name: "recording.wav", onProgress: (share) => shares.push(share) });
-  globalThis.told = await answer.text("rttm");
+  const result = await parley.diarize(blob, { name: "recording.wav", onProgress: (share) => shares.push(share) });
+  globalThis.told = await result.text("rttm");
   globalThis.moved = new Set(shares).size > 2;
   const stop = new AbortController();
   const cancelled = parley.diarize(blob, { signal: stop.signal }).catch((error) => error.name);
@@ -113,8 +113,8 @@ class Npm(unittest.TestCase):
         folder = self.project("node")
         (folder / "main.js").write_text("""import { Parley } from "parley";
 const parley = await Parley.load();
-const answer = await parley.diarize("recording.wav");
-process.stdout.write(await answer.text("rttm"));
+const result = await parley.diarize("recording.wav");
+process.stdout.write(await result.text("rttm"));
 const refusals = ["missing.wav", "main.js"].map((path) => parley.diarize(path).catch((error) => error.message));
 console.error((await Promise.all(refusals)).join("\\n"));
 parley.close();

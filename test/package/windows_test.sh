@@ -59,7 +59,7 @@ cp $sample "$folder/$name.wav"
 mkdir "$tmp/папка"
 cp $sample "$tmp/папка/$name.wav"
 for what in "$folder/$name.wav" "$folder/*.wav" "$folder/会?-*" "$tmp/папка"; do
-    there -f rttm "Z:$what" | cmp "$tmp/here" - || fails "$what: another answer"
+    there -f rttm "Z:$what" | cmp "$tmp/here" - || fails "$what: another result"
 done
 there -o "Z:$folder/ответ" -f rttm,html --audio copy "Z:$folder/$name.wav"
 cmp "$tmp/here" "$folder/ответ/$name.rttm" || fails "another file"
@@ -89,9 +89,9 @@ mkdir "$tmp/path"
 $compiler-gcc-posix -municode "$tmp/ffmpeg.c" -o "$tmp/path/ffmpeg.exe"
 export WINEPATH=Z:$tmp/path
 { printf '\x1A\x45\xDF\xA3%096d' 0; tail -c +45 $sample; } >"$tmp/$name x.bin"
-there -q -f rttm "Z:$tmp/$name x.bin" | sed "s/ [^ ]*x / $name /" | cmp "$tmp/here" - || fails "a child process: another answer"
+there -q -f rttm "Z:$tmp/$name x.bin" | sed "s/ [^ ]*x / $name /" | cmp "$tmp/here" - || fails "a child process: another result"
 there listen - -f rttm -o "Z:$tmp/live" <"$tmp/$name x.bin" >"$tmp/lines" || fails "listen"
-sed "s/ live / $name /" "$tmp/live/live.rttm" | cmp "$tmp/here" - || fails "listen to what a child decodes: another answer"
+sed "s/ live / $name /" "$tmp/live/live.rttm" | cmp "$tmp/here" - || fails "listen to what a child decodes: another result"
 tail -1 "$tmp/lines" | grep -q '"final":true' || fails "listen: no last line"
 
 # What is unpacked anywhere uses the model beside it.

@@ -35,7 +35,7 @@ result_ptr diarize(const arguments &a) {
     return result_ptr(made);
 }
 
-// Whose names the answer keeps.
+// Whose names the result keeps.
 std::vector<parley_turn> turns_of(const parley_result *result) {
     std::vector<parley_turn> turns;
     for (int32_t i = 0; i < parley_result_num_segments(result); i++) {

@@ -1,4 +1,4 @@
-// The options of a run, as the room's table has them, on a command line.
+// The options of a run, as the library's table has them, on a command line.
 #ifndef PARLEY_TOOL_COMMAND_OPTIONS_H
 #define PARLEY_TOOL_COMMAND_OPTIONS_H
 

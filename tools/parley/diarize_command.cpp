@@ -1,4 +1,4 @@
-// Recordings to answers, one after the other or side by side.
+// Recordings to results, one after the other or side by side.
 
 #include <algorithm>
 #include <cstdlib>
@@ -43,7 +43,7 @@ void define(CLI::App *app, arguments *a) {
         return app->add_option(name, *values, what)->allow_extra_args(false);
     };
     list("--manifest", &a->manifests, "a list of these, one a line")->type_name("FILE");
-    list("-f,--format", &a->formats, "how to write the answer, see below")
+    list("-f,--format", &a->formats, "how to write the result, see below")
         ->delimiter(',')
         ->type_name("NAME,...");
     app->add_option("-o,--output-dir", a->output_dir, "a file per recording and format, there")
@@ -74,12 +74,12 @@ void define(CLI::App *app, arguments *a) {
                 "2 the command line is wrong.");
 }
 
-// What becomes of several answers that go to standard output one after the other.
+// What becomes of several results that go to standard output one after the other.
 enum class joined { not_at_all, by_lines, with_one_header, as_json_lines };
 
 struct traits {
     joined several;
-    bool tells_notes;  // has a place for what the user should know of an answer
+    bool tells_notes;  // has a place for what the user should know of a result
 };
 
 traits traits_of(const parley_format *format) {

@@ -98,7 +98,7 @@ private:
     int64_t next_ = 1;
 };
 
-// The answer in place of the one before: as many lanes as there are, and the last few segments.
+// The result in place of the one before: as many lanes as there are, and the last few segments.
 class screen {
 public:
     screen(std::FILE *out, const parley_terminal &terminal) : out_(out), terminal_(terminal) {}
@@ -138,7 +138,7 @@ int run(const arguments &a) {
     std::signal(SIGPIPE, SIG_IGN);  // of a decoder that has ended
 #endif
     source from(a.source, a.rate, a.channels);
-    // Before there is anything to answer an interruption just ends the program.
+    // Before there is any result an interruption just ends the program.
     for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { was_interrupted = 1; });
     const std::string name = a.source == "-" ? "live" : stem_of(a.source);
     parley_session *created = nullptr;
@@ -172,19 +172,19 @@ int run(const arguments &a) {
         told = clock::now();
         told_at = heard;
     }
-    parley_result *answer = nullptr;
+    parley_result *result = nullptr;
     if (const std::string file = from.whole(); file.empty()) {
-        check(parley_session_end(session.get(), &answer));
+        check(parley_session_end(session.get(), &result));
     } else {
-        check(parley_diarize_file(diarizer.get(), file.c_str(), a.options.get(), nullptr, nullptr, &answer));
-        check(parley_result_rename(answer, name.c_str()));
+        check(parley_diarize_file(diarizer.get(), file.c_str(), a.options.get(), nullptr, nullptr, &result));
+        check(parley_result_rename(result, name.c_str()));
     }
-    const result_ptr owned(answer);
-    name_known(answer, voices, 0);
+    const result_ptr owned(result);
+    name_known(result, voices, 0);
     if (draws) {
-        lanes.draw(answer);
+        lanes.draw(result);
     } else {
-        json line = since.tell(parley_result_duration(answer), answer);
+        json line = since.tell(parley_result_duration(result), result);
         line["final"] = true;
         put_line(out, line);
     }
@@ -192,7 +192,7 @@ int run(const arguments &a) {
         const parley_format *known = find_format(format);
         fs::create_directories(path_of(a.output_dir));
         write_atomically(text_of(path_of(a.output_dir) / path_of(name + known->extension)),
-                         write(answer, known->name, {0, 0}));
+                         write(result, known->name, {0, 0}));
     }
     close_standard_output(out);
     if (!from.failure().empty())
@@ -223,7 +223,7 @@ command listen_command(CLI::App *app) {
         ->check(CLI::Range(0.0, 1.0).description(""))
         ->type_name("SHARE");
     app->add_flag("--lines", a->lines, "JSON lines on a terminal, too");
-    app->add_option("-f,--format", a->formats, "of the answer's files")
+    app->add_option("-f,--format", a->formats, "of the result's files")
         ->delimiter(',')
         ->type_name("NAME,...");
     app->add_option("-o,--output-dir", a->output_dir, "a file per format, there, at the end")

@@ -1,4 +1,4 @@
-// parley: who spoke when in audio files, and what can be done with the answer.
+// parley: who spoke when in audio files, and what can be done with the result.
 
 #include <cstdio>
 #include <cstdlib>

@@ -15,7 +15,7 @@
 namespace parley {
 
 // Raw samples of 16 bits, a WAV stream of such samples, or anything else that ffmpeg reads from a pipe. What
-// is not raw is kept in a file as well, so that the answer in the end is the one of that file.
+// is not raw is kept in a file as well, so that the result in the end is the one of that file.
 class source {
 public:
     // `path`: "-" is standard input. rate (Hz) and channels of raw samples. Throws std::runtime_error.

@@ -136,7 +136,7 @@ class Engine:
         return embeddings
 
     def segments(self, embeddings, thresholds, refine=True):
-        """An answer's segments with thresholds (offline, prune, segment, background): times float64 (n, 2) in seconds, tags
+        """A result's segments with thresholds (offline, prune, segment, background): times float64 (n, 2) in seconds, tags
         (n,)."""
         frames = len(embeddings)
         times, speakers, count = np.empty((frames, 2)), np.empty(frames, np.int32), _i32()

@@ -18,7 +18,7 @@ import numpy as np
 from . import model_file, native, recordings
 
 COLLARS = (0.25, 0.0)  # seconds to either side, overlaps scored; their DER is averaged: when counts too, not only who
-# Whether frames go to the nearest speaker once more, as the tool has it, or not, as the engine alone answers, and what that
+# Whether frames go to the nearest speaker once more, as the tool has it, or not, as the engine alone results, and what that
 # counts.
 LOOKS = ((True, 0.7), (False, 0.3))
 # Offline, prune, segment, and how far the background's threshold is above the segments' (model_file.keep_background).
@@ -164,7 +164,7 @@ def row(name, errors):
 
 
 def table(errors, found):
-    """Rows by kind, by domain, by number of speakers, by change; and what the engine alone answers."""
+    """Rows by kind, by domain, by number of speakers, by change; and what the engine alone results."""
     raw, errors = errors[:, 1], errors[:, 0]
     clean = [i for i, r in enumerate(found) if r.version == ""]
     groups = [(k, [i for i in clean if found[i].kind == k]) for k in ("real", "simulated")]

@@ -4,9 +4,9 @@ import { Parley } from "./parley.js";
 const element = (id) => document.getElementById(id);
 const status = element("status"), progress = element("progress"), audio = element("audio");
 let engine; // a promise, made with the first file
-let texts = {}; // the answer in every format that the engine writes, but as a page
+let texts = {}; // the result in every format that the engine writes, but as a page
 let heard; // the sound it is about, a Blob
-let told; // the answer, which knows the voices
+let told; // the result, which knows the voices
 let running; // aborts the run that is under way
 
 function say(text, fraction) {
@@ -32,13 +32,13 @@ function load() {
   });
 }
 
-// Shows an answer with the sound it is about.
-async function show(loaded, answer, sound, fileName) {
-  told = answer;
+// Shows a result with the sound it is about.
+async function show(loaded, result, sound, fileName) {
+  told = result;
   const known = voices();
-  if (known) await answer.nameVoices(known).catch((error) => say(error.message));
+  if (known) await result.nameVoices(known).catch((error) => say(error.message));
   texts = {};
-  for (const { name } of loaded.formats) if (name !== "html") texts[name] = await answer.text(name);
+  for (const { name } of loaded.formats) if (name !== "html") texts[name] = await result.text(name);
   const shown = JSON.parse(texts.json);
   if (audio.src) URL.revokeObjectURL(audio.src);
   audio.src = URL.createObjectURL(sound);
@@ -46,8 +46,8 @@ async function show(loaded, answer, sound, fileName) {
   audio.dataset.name = fileName;
   const name = encodeURIComponent(fileName);
   const media = { url: name, beside: "./" + name, type: sound.type || "application/octet-stream" };
-  globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...answer.waveform] }, audio);
-  globalThis.parleyShown.answer.onChange(showVoices);
+  globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...result.waveform] }, audio);
+  globalThis.parleyShown.result.onChange(showVoices);
   showVoices();
   return shown;
 }
@@ -60,11 +60,11 @@ function voices() {
   return localStorage.getItem(VOICES) ?? "";
 }
 
-// Whom the user calls a speaker of the answer now.
+// Whom the user calls a speaker of the result now.
 function nameNow(speaker) {
-  const { data, segments } = globalThis.parleyShown.answer;
+  const { data, segments } = globalThis.parleyShown.result;
   const own = data.segments.filter((s) => s.speaker === speaker).sort((a, b) => b.end - b.start - (a.end - a.start))[0];
-  const [index] = own ? globalThis.parleyShown.answer.at((own.start + own.end) / 2) : [];
+  const [index] = own ? globalThis.parleyShown.result.at((own.start + own.end) / 2) : [];
   return index === undefined ? speaker : segments[index].speaker;
 }
 
@@ -72,7 +72,7 @@ function nameNow(speaker) {
 function showVoices() {
   const list = element("people");
   const known = voices() ? JSON.parse(voices()).people : [];
-  const named = globalThis.parleyShown.answer.data.speakers.map(({ name }, index) => [nameNow(name), index])
+  const named = globalThis.parleyShown.result.data.speakers.map(({ name }, index) => [nameNow(name), index])
     .filter(([name]) => !/^speaker \d+$/.test(name));
   list.replaceChildren(...named.map(([name, index]) => {
     const samples = known.find((k) => k.name === name)?.samples.length ?? 0;
@@ -106,9 +106,9 @@ async function open(file) {
     const loaded = await load();
     const begin = performance.now();
     const onProgress = (fraction) => say(file.name, fraction);
-    const answer = await loaded.diarize(file, { name: file.name, onProgress, signal: own.signal });
+    const result = await loaded.diarize(file, { name: file.name, onProgress, signal: own.signal });
     const elapsed = (performance.now() - begin) / 1000;
-    const shown = await show(loaded, answer, file, file.name);
+    const shown = await show(loaded, result, file, file.name);
     say(`Took ${elapsed.toFixed(1)} s, ${Math.round(shown.duration / elapsed)} times as fast as listening.`);
   } catch (error) {
     if (own.signal.aborted) engine = undefined; // its worker has ended
@@ -176,17 +176,17 @@ async function listen() {
       const data = { recording: name, duration: state.duration, waveform: [...state.waveform], speakers: state.speakers,
                      segments: state.segments.map((s) => ({ ...s, speaker: state.speakers[s.speaker - 1].name })) };
       state.close();
-      const answer = new ParleyAnswer(data);
-      if (timeline) timeline.become(answer);
-      else timeline = new ParleyTimeline(answer, { seek() {}, select() {} });
+      const result = new ParleyResult(data);
+      if (timeline) timeline.become(result);
+      else timeline = new ParleyTimeline(result, { seek() {}, select() {} });
       if (!timeline.element.isConnected) element("player").replaceChildren(timeline.element);
       element("player").classList.add("parley");
       timeline.show(Math.max(0, state.duration - 60), state.duration);
-      const now = answer.at(state.duration - 0.05).map((i) => answer.segments[i].speaker).join(", ");
+      const now = result.at(state.duration - 0.05).map((i) => result.segments[i].speaker).join(", ");
       timeline.place(state.duration, `${parleyClock(state.duration)}, ${now || "nobody"}`);
       say(`${parleyClock(state.duration)} heard. Now: ${now || "nobody"}`);
     }
-    recorder.port.onmessage = null; // what comes now is in neither the sound nor the answer
+    recorder.port.onmessage = null; // what comes now is in neither the sound nor the result
     const failure = await ended;
     if (failure) throw failure;
     const sound = wavOf(pieces, context.sampleRate);

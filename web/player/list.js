@@ -4,7 +4,7 @@
 class ParleyList {
   static ROW = 36; // pixels
 
-  #answer;
+  #result;
   #on;
   #rows = new Map(); // index: element
   #now = new Set();
@@ -13,8 +13,8 @@ class ParleyList {
   #whole = false; // all of it, for paper
 
   // on: {choose(index, listen)}
-  constructor(answer, on) {
-    this.#answer = answer;
+  constructor(result, on) {
+    this.#result = result;
     this.#on = on;
     this.element = parleyElement("div", "list");
     this.element.setAttribute("role", "listbox");
@@ -43,7 +43,7 @@ class ParleyList {
     this.#color = color;
     this.#rows.clear();
     this.element.replaceChildren();
-    this.element.style.height = this.#answer.segments.length * ParleyList.ROW + "px";
+    this.element.style.height = this.#result.segments.length * ParleyList.ROW + "px";
     this.render();
   }
 
@@ -55,7 +55,7 @@ class ParleyList {
   // The rows in view and some more; one that has the focus stays.
   render() {
     if (!this.element.isConnected) return;
-    const { ROW } = ParleyList, count = this.#answer.segments.length;
+    const { ROW } = ParleyList, count = this.#result.segments.length;
     const top = -this.element.getBoundingClientRect().top;
     const first = this.#whole ? 0 : Math.max(0, Math.floor(top / ROW) - 10);
     const last = this.#whole ? count : Math.min(count, Math.max(10, Math.ceil((top + innerHeight) / ROW) + 10));
@@ -71,11 +71,11 @@ class ParleyList {
   }
 
   #row(index) {
-    const segment = this.#answer.segments[index];
+    const segment = this.#result.segments[index];
     const row = parleyElement("div", "row");
     row.setAttribute("role", "option");
     row.setAttribute("aria-posinset", index + 1);
-    row.setAttribute("aria-setsize", this.#answer.segments.length);
+    row.setAttribute("aria-setsize", this.#result.segments.length);
     row.dataset.index = index;
     row.style.top = index * ParleyList.ROW + "px";
     const dot = parleyElement("span", "dot");
@@ -121,7 +121,7 @@ class ParleyList {
   #key(event) {
     const row = event.target.closest(".row");
     if (!row || event.ctrlKey || event.metaKey || event.altKey) return;
-    const index = Number(row.dataset.index), last = this.#answer.segments.length - 1;
+    const index = Number(row.dataset.index), last = this.#result.segments.length - 1;
     const to = { ArrowDown: index + 1, ArrowUp: index - 1, PageDown: index + 10, PageUp: index - 10, Home: 0, End: last }[event.key];
     if (to !== undefined) {
       const next = Math.min(Math.max(to, 0), last);
@@ -139,7 +139,7 @@ class ParleyList {
 
 // A transcript as paragraphs by speaker. Far away ones are laid out when they come near.
 class ParleyTranscript {
-  #answer;
+  #result;
   #words;
   #elements = [];
   #now = -1;
@@ -147,9 +147,9 @@ class ParleyTranscript {
   #at = -1;
 
   // on: {seek(seconds, listen)}
-  constructor(answer, on) {
-    this.#answer = answer;
-    this.#words = answer.data.words;
+  constructor(result, on) {
+    this.#result = result;
+    this.#words = result.data.words;
     this.element = parleyElement("div", "words");
     this.search = parleyElement("input", "search");
     Object.assign(this.search, { type: "search", placeholder: "Find in the transcript" });
@@ -170,11 +170,11 @@ class ParleyTranscript {
     });
   }
 
-  // Words keep the speaker they came with until the answer is corrected; then they are whose segment they lie in.
+  // Words keep the speaker they came with until the result is corrected; then they are whose segment they lie in.
   #speaker(word) {
-    if (!this.#answer.isChanged) return word.speaker ?? "";
-    const [index] = this.#answer.at((word.start + word.end) / 2);
-    return index === undefined ? "" : this.#answer.segments[index].speaker;
+    if (!this.#result.isChanged) return word.speaker ?? "";
+    const [index] = this.#result.at((word.start + word.end) / 2);
+    return index === undefined ? "" : this.#result.segments[index].speaker;
   }
 
   update(color) {

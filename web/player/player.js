@@ -27,7 +27,7 @@ function parleySave(name, type, text) {
 // Fills `root`. data: what `--format json` writes, and `waveform`: peaks from 0 to 1 over the whole duration; `media`: {url, type,
 // beside}; maybe `words`. audio: an <audio> element, or null when there is nothing to play; `why` says then, why.
 function parleyPlayer(root, data, audio, why = "") {
-  const answer = new ParleyAnswer(data);
+  const result = new ParleyResult(data);
   const duration = Math.max(data.duration, 0.001);
   let position = 0, selected = -1;
 
@@ -61,15 +61,15 @@ function parleyPlayer(root, data, audio, why = "") {
   const silence = parleyElement("p", "why", why);
   silence.hidden = !why;
   silence.setAttribute("role", "status");
-  const timeline = new ParleyTimeline(answer, { seek, select: (index) => select(index) });
+  const timeline = new ParleyTimeline(result, { seek, select: (index) => select(index) });
   const tools = parleyElement("div", "tools");
   stage.append(controls, silence, timeline.element, tools);
   const shares = parleyElement("ul", "shares");
   const people = parleyElement("section", "people");
   people.setAttribute("aria-label", "Speakers");
   people.append(parleyElement("h2", "", "Speakers"), shares);
-  const list = new ParleyList(answer, { choose });
-  const transcript = data.words?.length ? new ParleyTranscript(answer, { seek }) : null;
+  const list = new ParleyList(result, { choose });
+  const transcript = data.words?.length ? new ParleyTranscript(result, { seek }) : null;
   const lists = parleyElement("section", "lists");
   lists.setAttribute("aria-label", transcript ? "Transcript and segments" : "Segments");
   if (transcript) {
@@ -88,14 +88,14 @@ function parleyPlayer(root, data, audio, why = "") {
   }
   const changes = parleyElement("section", "changes");
   changes.setAttribute("aria-label", "Changes and files");
-  const undo = parleyButton("Undo", () => answer.undo());
-  const redo = parleyButton("Redo", () => answer.redo());
-  const discard = parleyButton("Discard all changes", () => answer.discard());
+  const undo = parleyButton("Undo", () => result.undo());
+  const redo = parleyButton("Redo", () => result.redo());
+  const discard = parleyButton("Discard all changes", () => result.discard());
   const kept = parleyElement("span", "hint");
   const format = parleySelect("Format of the file", Object.entries(PARLEY_WRITERS).map(([name, { label }]) => [name, label]));
   const save = parleyButton("Save as", () => {
     const { extension, write } = PARLEY_WRITERS[format.value];
-    parleySave(data.recording + extension, "text/plain", write(answer));
+    parleySave(data.recording + extension, "text/plain", write(result));
   });
   changes.append(save, format, undo, redo, discard, kept);
   const help = parleyElement("details", "hint");
@@ -107,19 +107,19 @@ function parleyPlayer(root, data, audio, why = "") {
   function select(index) {
     selected = index;
     timeline.select(index);
-    list.show(answer.at(position), selected);
+    list.show(result.at(position), selected);
     showTools();
   }
 
   function showTools() {
-    const segment = answer.segments[selected];
+    const segment = result.segments[selected];
     tools.hidden = !segment;
     if (!segment) return;
-    const who = parleySelect("Speaker of the segment", [...answer.names.map((name) => [name, name]), ["", "someone else …"]]);
+    const who = parleySelect("Speaker of the segment", [...result.names.map((name) => [name, name]), ["", "someone else …"]]);
     who.value = segment.speaker;
     who.addEventListener("change", () => {
       const name = who.value || prompt("Name of the speaker", "");
-      if (name) answer.assign(selected, name);
+      if (name) result.assign(selected, name);
       else who.value = segment.speaker;
     });
     const time = (side) => {
@@ -128,34 +128,34 @@ function parleyPlayer(root, data, audio, why = "") {
       input.setAttribute("aria-label", side === "start" ? "Start of the segment" : "End of the segment");
       input.addEventListener("change", () => {
         const seconds = input.value.split(":").reduce((sum, part) => 60 * sum + Number(part), 0);
-        if (Number.isFinite(seconds)) answer.move(selected, side, seconds);
-        input.value = parleyClock(answer.segments[selected][side], 3);
+        if (Number.isFinite(seconds)) result.move(selected, side, seconds);
+        input.value = parleyClock(result.segments[selected][side], 3);
       });
       return input;
     };
     const comment = parleyElement("input", "note");
     Object.assign(comment, { value: segment.comment ?? "", placeholder: "Note" });
     comment.setAttribute("aria-label", "Note on the segment");
-    comment.addEventListener("change", () => answer.comment(selected, comment.value));
+    comment.addEventListener("change", () => result.comment(selected, comment.value));
     tools.replaceChildren(who, time("start"), parleyElement("span", "", "to"), time("end"), parleyButton("Split here", split),
       parleyButton("Delete", remove), comment);
   }
 
   function split() {
-    const within = answer.segments[selected];
-    const index = within && within.start < position && position < within.end ? selected : answer.at(position)[0];
-    if (index === undefined || !answer.split(index, position)) say("Move to where the segment is to be split.");
+    const within = result.segments[selected];
+    const index = within && within.start < position && position < within.end ? selected : result.at(position)[0];
+    if (index === undefined || !result.split(index, position)) say("Move to where the segment is to be split.");
   }
 
   function remove() {
-    if (!answer.segments[selected]) return;
+    if (!result.segments[selected]) return;
     const index = selected;
     selected = -1;
-    answer.remove(index);
+    result.remove(index);
   }
 
   function showShares() {
-    const { speakers } = answer;
+    const { speakers } = result;
     const talk = speakers.reduce((sum, s) => sum + s.seconds, 0) || 1;
     shares.replaceChildren(...speakers.map((speaker) => {
       const item = parleyElement("li");
@@ -167,7 +167,7 @@ function parleyPlayer(root, data, audio, why = "") {
         const end = (takes) => {
           if (ends) return;
           ends = true;
-          if (takes) answer.rename(speaker.name, input.value);
+          if (takes) result.rename(speaker.name, input.value);
           if (input.isConnected) input.replaceWith(name);
         };
         input.addEventListener("keydown", (event) => {
@@ -188,7 +188,7 @@ function parleyPlayer(root, data, audio, why = "") {
       bar.append(fill);
       const merge = parleySelect(`Merge ${speaker.name} into`, [["", "is really …"],
         ...speakers.filter((s) => s !== speaker).map((s) => [s.name, s.name])]);
-      merge.addEventListener("change", () => answer.rename(speaker.name, merge.value));
+      merge.addEventListener("change", () => result.rename(speaker.name, merge.value));
       merge.disabled = speakers.length < 2;
       item.append(name, bar, parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`),
         merge);
@@ -197,22 +197,22 @@ function parleyPlayer(root, data, audio, why = "") {
   }
 
   function update() {
-    const count = answer.names.length;
+    const count = result.names.length;
     about.textContent = `${parleyClock(data.duration)}, ${count} speaker${count === 1 ? "" : "s"}${data.note ? ". " + data.note : ""}`;
-    if (selected >= answer.segments.length) selected = -1;
+    if (selected >= result.segments.length) selected = -1;
     timeline.update();
     timeline.select(selected);
     list.update(timeline.color);
     transcript?.update(timeline.color);
     showShares();
     showTools();
-    undo.disabled = !answer.canUndo;
-    redo.disabled = !answer.canRedo;
-    discard.hidden = !answer.isChanged;
-    kept.textContent = answer.isChanged ? "Changed by hand; kept in this browser." : "";
+    undo.disabled = !result.canUndo;
+    redo.disabled = !result.canRedo;
+    discard.hidden = !result.isChanged;
+    kept.textContent = result.isChanged ? "Changed by hand; kept in this browser." : "";
     show(position);
   }
-  answer.onChange(update);
+  result.onChange(update);
 
   // ---- Playing
 
@@ -223,11 +223,11 @@ function parleyPlayer(root, data, audio, why = "") {
 
   function show(seconds, plays = false) {
     position = Math.min(Math.max(seconds, 0), duration);
-    const now = answer.at(position);
-    const names = now.map((i) => answer.segments[i].speaker).join(", ");
+    const now = result.at(position);
+    const names = now.map((i) => result.segments[i].speaker).join(", ");
     clock.textContent = parleyClock(position, 1) + " / " + parleyClock(duration, 1);
     if (speaking.textContent !== names) speaking.textContent = names;
-    speaking.style.setProperty("--dot", now.length ? timeline.color.get(answer.segments[now[0]].speaker) : "transparent");
+    speaking.style.setProperty("--dot", now.length ? timeline.color.get(result.segments[now[0]].speaker) : "transparent");
     timeline.place(position, `${parleyClock(position, 1)} of ${parleyClock(duration, 1)}${names ? ", " + names : ""}`);
     list.show(now, selected);
     const moved = transcript?.show(position);
@@ -253,7 +253,7 @@ function parleyPlayer(root, data, audio, why = "") {
   function choose(index, listen) {
     select(index);
     list.reveal(index, stage.getBoundingClientRect().bottom);
-    seek(answer.segments[index].start, listen);
+    seek(result.segments[index].start, listen);
   }
 
   function start() {
@@ -277,7 +277,7 @@ function parleyPlayer(root, data, audio, why = "") {
 
   // Of one segment to the next or back; what plays now counts as begun a second ago.
   function step(by) {
-    const { segments } = answer;
+    const { segments } = result;
     const next = parleyFirst(segments, (s) => s.start > position + 0.01);
     const index = by > 0 ? next : parleyFirst(segments, (s) => s.start >= position - 1) - 1;
     if (segments[index]) choose(index, false);
@@ -303,16 +303,16 @@ function parleyPlayer(root, data, audio, why = "") {
     if (target.closest("input:not([type=checkbox]), textarea, select") || event.altKey) return;
     let action;
     if (event.ctrlKey || event.metaKey) {
-      if (key.toLowerCase() === "z") action = () => (event.shiftKey ? answer.redo() : answer.undo());
-      else if (key === "y") action = () => answer.redo();
+      if (key.toLowerCase() === "z") action = () => (event.shiftKey ? result.redo() : result.undo());
+      else if (key === "y") action = () => result.redo();
     } else if (key === " " && target.closest("button, summary, input")) {
       return; // which the browser presses
     } else if (target === timeline.slider && key in slides) {
       action = () => seek(position + slides[key]);
     } else if (/^[1-9]$/.test(key)) {
-      const name = answer.names[key - 1];
-      const own = answer.segments.map((s, i) => i).filter((i) => answer.segments[i].speaker === name);
-      const next = own.find((i) => answer.segments[i].start > position + 0.01) ?? own[0];
+      const name = result.names[key - 1];
+      const own = result.segments.map((s, i) => i).filter((i) => result.segments[i].speaker === name);
+      const next = own.find((i) => result.segments[i].start > position + 0.01) ?? own[0];
       action = () => next !== undefined && choose(next, true);
     } else {
       action = actions[key];
@@ -325,8 +325,8 @@ function parleyPlayer(root, data, audio, why = "") {
 
   update();
   return {
-    seek, answer, timeline,
-    write: (name) => PARLEY_WRITERS[name].write(answer),
+    seek, result, timeline,
+    write: (name) => PARLEY_WRITERS[name].write(result),
     close() {
       document.removeEventListener("keydown", keys);
       list.close();

@@ -26,7 +26,7 @@ class ParleyTimeline {
   static LANE = 26;
   static GRIP = 7; // from a border that can be dragged
 
-  #answer;
+  #result;
   #on;
   #from = 0;
   #to;
@@ -38,10 +38,10 @@ class ParleyTimeline {
   #due = false;
 
   // on: {seek(seconds, listen), select(index)}
-  constructor(answer, on) {
-    this.#answer = answer;
+  constructor(result, on) {
+    this.#result = result;
     this.#on = on;
-    this.duration = Math.max(answer.data.duration, 0.001);
+    this.duration = Math.max(result.data.duration, 0.001);
     this.#to = this.duration;
     this.element = parleyElement("div", "timeline");
     this.overview = parleyElement("div", "overview");
@@ -68,20 +68,20 @@ class ParleyTimeline {
     this.update();
   }
 
-  // Another answer, about more of the same recording.
-  become(answer) {
-    this.#answer = answer;
-    this.duration = Math.max(answer.data.duration, 0.001);
+  // Another result, about more of the same recording.
+  become(result) {
+    this.#result = result;
+    this.duration = Math.max(result.data.duration, 0.001);
     this.slider.setAttribute("aria-valuemax", this.duration.toFixed(1));
     this.update();
   }
 
-  // After the answer has changed.
+  // After the result has changed.
   update() {
-    this.color = new Map(this.#answer.names.map((name, i) => [name, PARLEY_COLORS[i % PARLEY_COLORS.length]]));
-    this.#lanes = new Map(this.#answer.names.map((name) => [name, []]));
-    this.#answer.segments.forEach((segment, index) => this.#lanes.get(segment.speaker).push({ segment, index }));
-    this.labels.replaceChildren(...this.#answer.names.map((name) => {
+    this.color = new Map(this.#result.names.map((name, i) => [name, PARLEY_COLORS[i % PARLEY_COLORS.length]]));
+    this.#lanes = new Map(this.#result.names.map((name) => [name, []]));
+    this.#result.segments.forEach((segment, index) => this.#lanes.get(segment.speaker).push({ segment, index }));
+    this.labels.replaceChildren(...this.#result.names.map((name) => {
       const label = parleyElement("div", "label");
       const dot = parleyElement("span", "dot");
       dot.style.background = this.color.get(name);
@@ -187,7 +187,7 @@ class ParleyTimeline {
       const text = parleyClock(k * step, step < 1 ? 1 : 0);
       if (x + 4 + context.measureText(text).width < width) context.fillText(text, x + 4, AXIS / 2);
     }
-    const peaks = this.#answer.data.waveform ?? [], rate = peaks.length / this.duration;
+    const peaks = this.#result.data.waveform ?? [], rate = peaks.length / this.duration;
     context.fillStyle = color.wave;
     for (let x = 0; x < width; x++) {
       const from = Math.floor((this.#from + x / width * span) * rate);
@@ -267,11 +267,11 @@ class ParleyTimeline {
 
   // The border of the selected segment at a pointer, or nothing.
   #grip(event) {
-    const segment = this.#answer.segments[this.#selected];
+    const segment = this.#result.segments[this.#selected];
     if (!segment) return undefined;
     const box = this.plot.getBoundingClientRect(), x = event.clientX - box.left;
     const lane = Math.floor((event.clientY - box.top) / ParleyTimeline.LANE);
-    if (lane !== this.#answer.names.indexOf(segment.speaker)) return undefined;
+    if (lane !== this.#result.names.indexOf(segment.speaker)) return undefined;
     return ["start", "end"].find((side) => Math.abs(x - this.#x(segment[side])) <= ParleyTimeline.GRIP);
   }
 
@@ -317,7 +317,7 @@ class ParleyTimeline {
     this.#pointers.set(event.pointerId, event.clientX);
     area.setPointerCapture(event.pointerId);
     const side = area === this.plot && this.#grip(event);
-    if (side) this.#dragged = { index: this.#selected, side, to: this.#answer.segments[this.#selected][side] };
+    if (side) this.#dragged = { index: this.#selected, side, to: this.#result.segments[this.#selected][side] };
     this.#gesture = { x: event.clientX, from: this.#from, to: this.#to, moved: false };
   }
 
@@ -334,7 +334,7 @@ class ParleyTimeline {
       this.zoom(apart(now) / apart(before), this.#seconds({ clientX: (now[0] + now[1]) / 2 }));
       this.#gesture.moved = true;
     } else if (this.#dragged) {
-      this.#dragged.to = this.#answer.border(this.#dragged.index, this.#dragged.side, this.#seconds(event));
+      this.#dragged.to = this.#result.border(this.#dragged.index, this.#dragged.side, this.#seconds(event));
       this.#gesture.moved = true;
       this.redraw();
     } else if (this.#gesture.moved || Math.abs(event.clientX - this.#gesture.x) > 4) {
@@ -348,7 +348,7 @@ class ParleyTimeline {
     if (!this.#pointers.delete(event.pointerId)) return;
     const dragged = this.#dragged;
     this.#dragged = null;
-    if (dragged && this.#gesture.moved) this.#answer.move(dragged.index, dragged.side, dragged.to);
+    if (dragged && this.#gesture.moved) this.#result.move(dragged.index, dragged.side, dragged.to);
     else if (!this.#gesture.moved && event.type === "pointerup") {
       if (area === this.plot) this.#on.select(this.#hit(event));
       this.#on.seek(this.#seconds(event), area === this.slider);
@@ -356,7 +356,7 @@ class ParleyTimeline {
   }
 
   #hover(event) {
-    const index = this.#hit(event), segment = this.#answer.segments[index];
+    const index = this.#hit(event), segment = this.#result.segments[index];
     this.plot.style.cursor = this.#grip(event) ? "ew-resize" : segment ? "pointer" : "";
     this.plot.title = segment ? `${segment.speaker}, ${parleyClock(segment.start, 1)} to ${parleyClock(segment.end, 1)}` +
       (segment.comment ? `: ${segment.comment}` : "") : "";

@@ -1,4 +1,4 @@
-// A corrected answer as files: byte for byte what the tool writes of the same answer (diarization/output-formats).
+// A corrected result as files: byte for byte what the tool writes of the same result (diarization/output-formats).
 "use strict";
 
 const PARLEY_WRITERS = {
@@ -23,8 +23,8 @@ function parleyCaptionTime(seconds, decimal) {
     decimal + pad(ms % 1000, 3);
 }
 
-function parleyRttm(answer) {
-  return answer.segments.map((s) => `SPEAKER ${parleyField(answer.data.recording)} 1 ${s.start.toFixed(3)} ` +
+function parleyRttm(result) {
+  return result.segments.map((s) => `SPEAKER ${parleyField(result.data.recording)} 1 ${s.start.toFixed(3)} ` +
     `${(s.end - s.start).toFixed(3)} <NA> <NA> ${parleyField(s.speaker)} <NA> <NA>\n`).join("");
 }
 
@@ -34,8 +34,8 @@ function parleyNumber(value) {
   return Math.abs(value) < 1e-4 ? value.toExponential().replace(/(e[+-])(\d)$/, "$10$2") : String(value);
 }
 
-function parleyJson(answer) {
-  const { recording, path, duration, note, schema } = answer.data;
+function parleyJson(result) {
+  const { recording, path, duration, note, schema } = result.data;
   const dump = (value, indent) => {
     if (typeof value === "number") return parleyNumber(value);
     if (typeof value !== "object") return JSON.stringify(value);
@@ -46,39 +46,39 @@ function parleyJson(answer) {
     const [open, close] = isList ? "[]" : "{}";
     return parts.length ? `${open}\n${inner}${parts.join(",\n" + inner)}\n${indent}${close}` : open + close;
   };
-  const { speakers, segments } = answer;
+  const { speakers, segments } = result;
   return dump({ schema, recording, path, duration, speakers, segments, ...(note ? { note } : {}) }, "") + "\n";
 }
 
-function parleyCsv(answer) {
+function parleyCsv(result) {
   const quoted = (text) => (/[,"\r\n]/.test(text) ? '"' + text.replaceAll('"', '""') + '"' : text);
-  const isSure = answer.segments.some((s) => s.confidence !== undefined);
-  const row = (s) => [quoted(answer.data.recording), s.start.toFixed(3), s.end.toFixed(3), (s.end - s.start).toFixed(3),
+  const isSure = result.segments.some((s) => s.confidence !== undefined);
+  const row = (s) => [quoted(result.data.recording), s.start.toFixed(3), s.end.toFixed(3), (s.end - s.start).toFixed(3),
                       quoted(s.speaker), ...(isSure ? [(s.confidence ?? 0).toFixed(3)] : [])].join(",") + "\r\n";
-  return `recording,start,end,duration,speaker${isSure ? ",confidence" : ""}\r\n` + answer.segments.map(row).join("");
+  return `recording,start,end,duration,speaker${isSure ? ",confidence" : ""}\r\n` + result.segments.map(row).join("");
 }
 
-function parleyVtt(answer) {
-  return "WEBVTT\n" + answer.segments.map((s) => {
+function parleyVtt(result) {
+  return "WEBVTT\n" + result.segments.map((s) => {
     const name = parleyXml(parleyOneLine(s.speaker));
     return `\n${parleyCaptionTime(s.start, ".")} --> ${parleyCaptionTime(s.end, ".")}\n<v ${name}>${name}\n`;
   }).join("");
 }
 
-function parleySrt(answer) {
-  return answer.segments.map((s, i) => `${i + 1}\n${parleyCaptionTime(s.start, ",")} --> ${parleyCaptionTime(s.end, ",")}\n` +
+function parleySrt(result) {
+  return result.segments.map((s, i) => `${i + 1}\n${parleyCaptionTime(s.start, ",")} --> ${parleyCaptionTime(s.end, ",")}\n` +
     `${parleyOneLine(s.speaker)}\n\n`).join("");
 }
 
-function parleyAudacity(answer) {
-  return answer.segments.map((s) => `${s.start.toFixed(3)}\t${s.end.toFixed(3)}\t${s.speaker.replace(/[\t\n\r]/g, " ")}\n`).join("");
+function parleyAudacity(result) {
+  return result.segments.map((s) => `${s.start.toFixed(3)}\t${s.end.toFixed(3)}\t${s.speaker.replace(/[\t\n\r]/g, " ")}\n`).join("");
 }
 
 // A tier must be gapless in Praat: what lies between a speaker's segments are intervals without text.
-function parleyTextGrid(answer) {
+function parleyTextGrid(result) {
   const quoted = (text) => '"' + text.replaceAll('"', '""') + '"';
-  const duration = answer.data.duration.toFixed(3);
-  const tiers = answer.names.map((name, k) => {
+  const duration = result.data.duration.toFixed(3);
+  const tiers = result.names.map((name, k) => {
     const intervals = [];
     let at = "0.000";
     const add = (until, text) => {
@@ -86,7 +86,7 @@ function parleyTextGrid(answer) {
       intervals.push([at, until, text]);
       at = until;
     };
-    for (const s of answer.segments.filter((s) => s.speaker === name)) {
+    for (const s of result.segments.filter((s) => s.speaker === name)) {
       add(s.start.toFixed(3), "");
       add(s.end.toFixed(3), name);
     }
@@ -97,17 +97,17 @@ function parleyTextGrid(answer) {
         `            text = ${quoted(text)}\n`).join("");
   });
   return `File type = "ooTextFile"\nObject class = "TextGrid"\n\nxmin = 0\nxmax = ${duration}\ntiers? <exists>\n` +
-    `size = ${answer.names.length}\nitem []:\n${tiers.join("")}`;
+    `size = ${result.names.length}\nitem []:\n${tiers.join("")}`;
 }
 
-function parleyEaf(answer) {
-  const { media } = answer.data;
+function parleyEaf(result) {
+  const { media } = result.data;
   // Slots come in order of time; annotation n begins at slot 2 n and ends at slot 2 n + 1.
-  const slots = answer.segments.flatMap((s, n) => [[s.start, 2 * n], [s.end, 2 * n + 1]]).sort((a, b) => a[0] - b[0])
+  const slots = result.segments.flatMap((s, n) => [[s.start, 2 * n], [s.end, 2 * n + 1]]).sort((a, b) => a[0] - b[0])
     .map(([seconds, slot]) => `        <TIME_SLOT TIME_SLOT_ID="ts${slot}" TIME_VALUE="${Math.round(seconds * 1000)}"/>\n`);
-  const tiers = answer.names.map((name) => {
+  const tiers = result.names.map((name) => {
     const shown = parleyXml(name);
-    const own = answer.segments.map((s, n) => s.speaker !== name ? "" :
+    const own = result.segments.map((s, n) => s.speaker !== name ? "" :
       `        <ANNOTATION>\n            <ALIGNABLE_ANNOTATION ANNOTATION_ID="a${n}" TIME_SLOT_REF1="ts${2 * n}" ` +
       `TIME_SLOT_REF2="ts${2 * n + 1}">\n                <ANNOTATION_VALUE>${shown}</ANNOTATION_VALUE>\n` +
       `            </ALIGNABLE_ANNOTATION>\n        </ANNOTATION>\n`);

@@ -142,11 +142,11 @@ def test_options(diarizer, expected):
 def test_files_and_memory(diarizer, expected, tmp_path):
     with open(RECORDING, "rb") as file:
         assert diarizer.diarize(file) == expected
-    for name in ("answer.rttm", "answer.json", "answer.html", "answer.TextGrid"):
+    for name in ("result.rttm", "result.json", "result.html", "result.TextGrid"):
         expected.write(tmp_path / name)
         assert (tmp_path / name).stat().st_size > 100
     with pytest.raises(ValueError):
-        expected.write(tmp_path / "answer.doc")
+        expected.write(tmp_path / "result.doc")
 
 
 def test_progress_rises_and_can_stop(diarizer, samples):
@@ -220,7 +220,7 @@ def test_words_get_the_speaker_of_most_of_their_time():
     assert "speaker" not in words[0]
 
 
-def test_listening_ends_with_the_answer_of_the_whole(diarizer, samples, expected):
+def test_listening_ends_with_the_result_of_the_whole(diarizer, samples, expected):
     pieces = [samples[at:at + 7001] for at in range(0, len(samples), 7001)]
     states = list(diarizer.listen(iter(pieces), every=2.0, share=1.0))
     assert len(states) > 20 and all(a.duration < b.duration for a, b in zip(states, states[1:-1]))

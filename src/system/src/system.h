@@ -1,4 +1,4 @@
-// What operating systems do differently, for the room and for the tool: names of files, files that go with
+// What operating systems do differently, for the library and for the tool: names of files, files that go with
 // whoever made them, child processes, pipes, terminals. Texts are UTF-8 everywhere; descriptors are binary
 // and not inherited. posix.cpp and windows.cpp hold one form each, system.cpp what is the same.
 #ifndef PARLEY_SYSTEM_H

@@ -16,7 +16,7 @@ from ._results import Diarization, Segment
 from ._words import Score, assign_speakers, match, score
 
 FORMATS = [f.name.decode() for f in _FORMATS]
-"""In which an answer can be written."""
+"""In which a result can be written."""
 __all__ = ["FORMATS", "SAMPLE_RATE", "Diarization", "Diarizer", "ParleyError", "Score", "Segment", "Status",
            "assign_speakers", "match", "score", "version"]
 __version__ = version()

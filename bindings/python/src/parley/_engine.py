@@ -114,11 +114,11 @@ class Diarizer:
         names, speaker_prefix: of the first speakers heard; before the number of the others.
         channels: "mix", "split", where each is a speaker, or "loudest", where that one alone is heard.
         refine: frames go, once more, to the nearest of the speakers found.
-        confidence, embeddings: whether formats tell these; the answer has them anyway.
+        confidence, embeddings: whether formats tell these; the result has them anyway.
         sensitivity: how much is taken for speech, from 0 to 1 (0.5).
         max_duration: seconds; longer recordings are refused before they are read.
         via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
-        jobs: threads for this recording (1; 0: one a core), which change nothing of the answer.
+        jobs: threads for this recording (1; 0: one a core), which change nothing of the result.
         keep_embeddings: the result keeps what recluster() takes, 8 kB for each second.
         progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
 
@@ -167,7 +167,7 @@ class Diarizer:
         """Tells who speaks while samples still come.
 
         pieces: an iterable of samples as diarize takes them, all of one number of channels, as they are recorded.
-        every: seconds of audio between two answers, at least.
+        every: seconds of audio between two results, at least.
         share: of the time that passes, for clustering again; in between what is new goes to the nearest of the speakers found.
         options: min_speakers, names, sensitivity and so on, as of diarize.
 

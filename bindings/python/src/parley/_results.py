@@ -62,7 +62,7 @@ class Diarization(Tuple[Segment, ...]):
 
     @classmethod
     def _take(cls, address: c_void_p) -> "Diarization":
-        """The answer behind an address, which is owned from then on."""
+        """The result behind an address, which is owned from then on."""
         handle = _Handle(address)
         records = [library.parley_result_segment(address, i) for i in range(library.parley_result_num_segments(address))]
         self = cls(Segment(round(s.start, 3), round(s.end, 3), s.speaker + 1) for s in records)
@@ -101,7 +101,7 @@ class Diarization(Tuple[Segment, ...]):
         return times
 
     def to_bytes(self, format: str) -> bytes:
-        """The answer in one of parley.FORMATS, byte for byte what the command line tool writes."""
+        """The result in one of parley.FORMATS, byte for byte what the command line tool writes."""
         text, size = c_void_p(), c_size_t()
         check(library.parley_write_text(self._address(), format.encode(), byref(text), byref(size)))
         try:

@@ -1,4 +1,4 @@
-"""Answers put to use: who said which word, who is who in two recordings, how right an answer is."""
+"""Results put to use: who said which word, who is who in two recordings, how right a result is."""
 from __future__ import annotations
 
 import ctypes
@@ -39,10 +39,10 @@ def assign_speakers(words: Union[Mapping[str, Any], Iterable[Mapping[str, Any]]]
     text, size = c_void_p(), c_size_t()
     check(library.parley_assign(times, len(times), *_turns(segments), _ANYWHERE, None, byref(text), byref(size)))
     try:
-        answers = json.loads(ctypes.string_at(text.value, size.value))
+        results = json.loads(ctypes.string_at(text.value, size.value))
     finally:
         library.parley_free(text)
-    return [{**word, "speaker": None if a["speaker"] is None else int(a["speaker"])} for word, a in zip(words, answers)]
+    return [{**word, "speaker": None if a["speaker"] is None else int(a["speaker"])} for word, a in zip(words, results)]
 
 
 def match(here: Diarization, there: Diarization, threshold: float = 0.5) -> Dict[int, Tuple[int, float]]:

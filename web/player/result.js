@@ -1,10 +1,10 @@
-// An answer that can be corrected: the tool's JSON, what was changed by hand, undo and redo. What was changed stays in the
+// A result that can be corrected: the tool's JSON, what was changed by hand, undo and redo. What was changed stays in the
 // browser: a reload loses nothing.
 "use strict";
 
 const PARLEY_SHORTEST = 0.05; // seconds: of a segment, when borders move
 
-class ParleyAnswer {
+class ParleyResult {
   #past = [];
   #future = [];
   #listeners = new Set();
