@@ -1,6 +1,6 @@
 #include "parameters.h"
 
-#include <cstring>
+#include <bit>
 
 #include "errors.h"
 
@@ -17,18 +17,19 @@ struct footer {
 };
 constexpr size_t FOOTER_SIZE = sizeof(footer) + MAGIC.size();
 
-// Takes values from the front of bytes, which may end too early.
+// Takes little-endian integers from the front of bytes, which may end too early.
 class byte_reader {
 public:
     byte_reader(std::string_view bytes, const std::string &name) : bytes_(bytes), name_(name) {}
 
     template <class T>
     T take() {
-        T value;
-        if (bytes_.size() < sizeof(value)) refuse();
-        std::memcpy(&value, bytes_.data(), sizeof(value));
-        bytes_.remove_prefix(sizeof(value));
-        return value;
+        if (bytes_.size() < sizeof(T)) refuse();
+        uint64_t value = 0;
+        for (size_t i = 0; i < sizeof(T); i++)
+            value |= uint64_t{static_cast<unsigned char>(bytes_[i])} << (8 * i);
+        bytes_.remove_prefix(sizeof(T));
+        return static_cast<T>(value);
     }
 
     // A number of things of so many bytes each that are still to come.
@@ -55,7 +56,7 @@ void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees
     for (tree_node &node : trees->nodes) {
         node.feature = from->take<int16_t>();
         node.distance = from->take<int16_t>();
-        node.value = from->take<float>();
+        node.value = std::bit_cast<float>(from->take<uint32_t>());
     }
     // Every step leads onwards and within the nodes, so that evaluating ends.
     const size_t count = trees->nodes.size();

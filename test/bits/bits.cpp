@@ -3,13 +3,21 @@
 // of their own. Needs nothing but the library, so that it also runs where no test framework is to be had
 // (scripts/same-bits).
 //
-//     bits FOLDER MODEL...       FOLDER: test/data/vectors
+// Of models with trees that choose among divisions also the divisions of a recording, what is said of each,
+// what each would cost, and the confidence of the segments.
+//
+//     bits FOLDER AUDIO MODEL...       FOLDER: test/data/vectors; AUDIO: speech of several people
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "candidates.h"
+#include "parameters.h"
+#include "resegmentation.h"
+#include "segments.h"
 #include "zx_audio_file.h"
 #include "zx_fft.h"
 #include "zx_file.h"
@@ -26,9 +34,13 @@ template <class T>
 uint64_t fingerprint(const T *values, size_t count) {
     uint64_t hash = 14695981039346656037u;
     for (size_t i = 0; i < count; i++) {
-        uint32_t bits = 0;
-        if constexpr (sizeof(T) == 4) {
-            std::memcpy(&bits, &values[i], 4);
+        uint64_t bits = 0;
+        if constexpr (sizeof(T) == 8) {
+            std::memcpy(&bits, &values[i], 8);
+        } else if constexpr (sizeof(T) == 4) {
+            uint32_t word;
+            std::memcpy(&word, &values[i], 4);
+            bits = word;
         } else {
             bits = static_cast<uint16_t>(values[i]);
         }
@@ -95,6 +107,58 @@ bool print_model(const char *path, const std::vector<int16_t> &pcm) {
     return true;
 }
 
+// The divisions of the first half minute of a recording, for a model with trees.
+bool print_divisions(const char *path, const char *audio) {
+    const zx_file_ptr file(zx_fopen(path, "rb"));
+    std::string bytes;
+    for (int byte; file && (byte = std::fgetc(file.get())) != EOF;) bytes += static_cast<char>(byte);
+    const model_parameters parameters = read_model_sections(bytes, path).parameters;
+    if (parameters.candidate_costs.is_empty()) return true;
+    zx_parley_t *object = nullptr;
+    if (zx_parley_init(path, &object) != ZX_STATUS_SUCCESS) return false;
+    const zx_owned<zx_parley_t, zx_parley_delete> engine(object);
+    zx_parley_samples_t samples;
+    if (zx_parley_internal_read(audio, INT32_MAX, nullptr, &samples) != ZX_STATUS_SUCCESS) return false;
+    samples.count = std::min(samples.count, 30 * 16000);
+    const int32_t num_frames = samples.count / ZX_PARLEY_FRAME_LENGTH;
+    zx_heap_ptr<float> rows;
+    if (zx_parley_internal_embed(object, &samples, nullptr, &rows) != ZX_STATUS_SUCCESS) return false;
+    const frames all = {rows.get(), num_frames, object->param->classifier->embedding->output_dimension};
+    const zx_parley_cluster_param_t *model = object->param->cluster;
+
+    clustering_input input;
+    input.all = &all;
+    input.background.assign(model->reference_centroid, model->reference_centroid + all.size);
+    input.min_background_distance = 0.8 * double{model->background_threshold};
+    input.first_labels.resize(static_cast<size_t>(num_frames));
+    if (zx_parley_internal_cluster(object, rows.get(), num_frames, nullptr, nullptr,
+                                   input.first_labels.data()) != ZX_STATUS_SUCCESS)
+        return false;
+    input.engine_labels = input.first_labels;
+    resegment(all, input.background.data(), {.merge_threshold = double{model->offline_threshold}},
+              &input.engine_labels);
+    const frame_blocks blocks(all);
+    const candidate_set candidates(input, blocks);
+    std::vector<uint32_t> labels;
+    std::vector<double> features, costs, confidence;
+    for (const candidate_features &row : candidates.features()) {
+        features.insert(features.end(), row.begin(), row.end());
+        costs.push_back(parameters.candidate_costs.evaluate(row));
+    }
+    for (size_t i = 0; i < costs.size(); i++) {
+        const tags found = candidates.labels_of_frames(i, 1);
+        labels.insert(labels.end(), found.begin(), found.end());
+        for (const segment &s : segments_of(all, found, centroids_of(all, found), input.background.data(),
+                                            {costs[i], 0}, parameters.segment_confidence))
+            confidence.push_back(s.confidence);
+    }
+    print("divisions", labels);
+    print("features of divisions", features);
+    print("costs of divisions", costs);
+    print("confidence", confidence);
+    return true;
+}
+
 // The stages alone. A kernel of the resampler is not among them: sine and cosine are the C library's.
 void print_stages(const std::vector<int16_t> &pcm) {
     std::vector<int16_t> all(65536), out(all.size());
@@ -123,8 +187,8 @@ void print_stages(const std::vector<int16_t> &pcm) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: bits FOLDER MODEL...\n");
+    if (argc < 4) {
+        std::fprintf(stderr, "usage: bits FOLDER AUDIO MODEL...\n");
         return 2;
     }
     zx_log_disable();
@@ -134,8 +198,8 @@ int main(int argc, char **argv) {
         return 1;
     }
     print_stages(pcm);
-    for (int i = 2; i < argc; i++) {
-        if (!print_model(argv[i], pcm)) {
+    for (int i = 3; i < argc; i++) {
+        if (!print_model(argv[i], pcm) || !print_divisions(argv[i], argv[2])) {
             std::fprintf(stderr, "bits: %s cannot be run\n", argv[i]);
             return 1;
         }

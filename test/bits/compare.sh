@@ -3,4 +3,4 @@
 #   compare.sh SOURCE-FOLDER [RUNNER...] BITS
 set -euo pipefail
 cd "$1"
-diff <("${@:2}" test/data/vectors test/data/vectors/{small,medium,deep}.zx models/parley.zx | tr -d '\r') test/bits/expected.txt
+diff <("${@:2}" test/data/vectors examples/three-voices.wav test/data/vectors/{small,medium,deep}.zx models/parley.zx | tr -d '\r') test/bits/expected.txt
