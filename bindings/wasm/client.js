@@ -54,6 +54,12 @@ class Result {
     return (await this.#parley.ask({ remember: { voices, name, speaker }, result: this.#number })).voices;
   }
 
+  // The same recording with other options (numSpeakers, sensitivity, names ...), without another pass; the result was made with
+  // keepEmbeddings.
+  async again(options = {}) {
+    return new Result(this.#parley, await this.#parley.ask({ again: optionsOf(options), result: this.#number }));
+  }
+
   // Releases what the worker keeps of it.
   close() {
     this.#parley.tell({ release: this.#number });

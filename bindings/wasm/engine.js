@@ -1,6 +1,6 @@
 // The engine behind messages, in a thread of its own, so that pages stay responsive. Messages in: {open: bytes of the model},
 // {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, file: File, name, options},
-// {id, write: format, result}, {release: result};
+// {id, write: format, result}, {id, again: options, result}, {release: result};
 // while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
 // {id, end: session}, {leave: session}; known voices {id, name: voices, result}, {id, remember: {voices, name, speaker}, result}.
 // Messages out: {opened: formats}, {id, progress}, {id, result, ...}, {id, result: 0} for nothing new, {id, session}, {id, bytes},
@@ -135,6 +135,14 @@ function run({ samples, channels, rate, name, options }) {
   }));
 }
 
+// The same recording with other options, from what the result has kept.
+function again({ result, again: options }) {
+  return withOptions("", options, (_, record, out) => {
+    check(core._parley_recluster(diarizer, resultOf(result), record, out));
+    return kept(core.HEAP32[out >> 2]);
+  });
+}
+
 // ---- While it is recorded
 
 function listen({ channels, rate, name, options }) {
@@ -235,6 +243,8 @@ export async function serve(data, post, module = {}) {
       leave(data.leave);
     } else if (data.name !== undefined && data.result) {
       post({ id: data.id, ...name(data.result, data.name) });
+    } else if (data.again) {
+      post({ id: data.id, ...again(data) });
     } else if (data.remember) {
       post({ id: data.id, ...remember(data.result, data.remember) });
     } else if (data.write) {

@@ -9,7 +9,7 @@ export interface Segment {
   end: number;
   /** 1, 2, ... in order of appearance. */
   speaker: number;
-  /** How much nearer the segment lies to its speaker than to the next best one, 0 to 1. */
+  /** The probability that the segment's speaker is right. */
   confidence: number;
 }
 
@@ -55,6 +55,8 @@ export interface Options {
   /** How much is taken for speech, 0 to 1 (0.5). */
   sensitivity?: number;
   maxDuration?: number;
+  /** The result keeps what again takes, 8 kB for each second. */
+  keepEmbeddings?: boolean;
   /** Aborting ends the run, and with it the worker: load another one then. */
   signal?: AbortSignal;
   /** Called with the share that is done, 0 to 1. */
@@ -72,6 +74,8 @@ export interface Result {
   /** In one of the formats, byte for byte what the command line tool writes. */
   bytes(format: string): Promise<Uint8Array>;
   text(format: string): Promise<string>;
+  /** The same recording with other options, without another pass; the result was made with keepEmbeddings. */
+  again(options?: Options): Promise<Result>;
   /** Gives known people their names; the text of a file of voices, as `parley voices` and remember write it. */
   nameVoices(voices: string): Promise<void>;
   /** The voices with a sample of that name added: the speaker of that index. */
