@@ -59,8 +59,8 @@ struct description {
     double longest_turn_of_fewest = 0;                   // seconds, of the speaker who has least
     double nearest_background = 0, mean_background = 0;  // distances of speakers from it
     // Of the two speakers who are least apart: turns of the one that follow upon the other's, of all their
-    // turns; the time between the first and the last turn that they share, of the shorter such time; seconds of
-    // the one who has less.
+    // turns; the time between first and last turn that they share, of the shorter such time; seconds of the
+    // one who has less.
     double alternating = 0, in_common = 1, fewer_of_nearest = 0;
     double without_pause = 0;  // changes from speaker to speaker with no pause between, of all changes
 };

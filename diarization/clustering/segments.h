@@ -17,9 +17,9 @@ struct division_evidence {
     double margin = 0;  // to the cheapest division into another number of speakers
 };
 
-// Runs of equal labels but 0, with the label in place of the speaker. Their confidence is the probability that
-// the speaker is right, by the model's trees; where it has none, how much nearer a segment is to its speaker
-// than to the next, from 0 to 1. `features`, if not null, takes what the trees see of each segment.
+// Runs of equal labels but 0, with the label in place of the speaker. Their confidence is the probability
+// that the speaker is right, by the model's trees; where it has none, how much nearer a segment is to its
+// speaker than to the next, from 0 to 1. `features`, if not null, takes what the trees see of each segment.
 std::vector<segment> segments_of(const frames &all, const tags &labels, const centroids &speakers,
                                  const float *background, const division_evidence &evidence,
                                  const regression_trees &trees,

@@ -74,7 +74,7 @@ TEST(linkage, is_as_defined_however_it_is_cut) {
     }
 }
 
-// Ward's linkage keeps groups of a size: of {0, 1, 2, 3} {10} {20} complete linkage would join the two single points.
+// Ward's linkage looks at how many points a cluster has: a far point joins another one, not the group.
 TEST(linkage, ward_looks_at_sizes) {
     distance_matrix squared = distances_of_points({0, 0.1, 0.2, 0.3, 1.2, 2.2});
     for (float &d : squared.values) d *= d;

@@ -1,4 +1,4 @@
-// The same search for speakers behind every door: a recording asked again, training's stages, the whole library.
+// The same search for speakers behind every door: a recording asked again, training's stages, the library.
 
 #include <gtest/gtest.h>
 

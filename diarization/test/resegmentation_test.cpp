@@ -8,7 +8,7 @@ namespace {
 
 constexpr float BACKGROUND[] = {0, 0, 1};
 
-// Frames of labels each is one of: 0 nobody, 1 and 2 two voices at right angles, 3 a voice near the first one.
+// Frames of which each is one of: 0 nobody, 1 and 2 two voices at right angles, 3 a voice near the first one.
 std::vector<float> rows_of(const std::vector<int> &voices) {
     static constexpr float VOICES[][3] = {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}, {0.8f, 0.6f, 0}};
     std::vector<float> rows;

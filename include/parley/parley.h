@@ -346,7 +346,7 @@ PARLEY_API PARLEY_CHECKED parley_status parley_voices_at(const char *voices, int
 PARLEY_API PARLEY_CHECKED parley_status parley_result_name_voices(parley_result *result, const char *voices,
                                                                   double threshold);
 
-/* Seconds of a recording's errors against a reference, see diarization/results/score.h for their definition. */
+/* Seconds of a recording's errors against a reference, as `parley score` prints them. */
 typedef struct {
     double speech, missed, false_alarm, confusion;
     double jaccard_errors; /* summed over the reference's speakers */

@@ -22,8 +22,8 @@ struct recording_file {
 // Files as they are; folders with the audio files anywhere below them, known by extension; patterns with * ?
 // [ ] that no file is named like; and the lines of manifests ("-" is standard input). A file
 // that is named twice counts once. Two of one output name keep their extensions, and where that does not
-// suffice the names of their folders stand in front. Throws std::runtime_error for a folder or manifest that cannot be read and a
-// pattern that matches nothing.
+// suffice the names of their folders stand in front. Throws std::runtime_error for a folder or manifest that
+// cannot be read and a pattern that matches nothing.
 std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
                                             const std::vector<std::string> &manifests, left_out *others);
 
