@@ -1,4 +1,4 @@
-// What the shipped model is held to, through the engine alone and through the whole library: no beginning of a
+// What the shipped model is held to, through the engine alone and through the library: no beginning of a
 // recording may hand the background to the first speaker, who would then be silent for good.
 
 #include <gtest/gtest.h>
