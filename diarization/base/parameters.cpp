@@ -1,8 +1,7 @@
 #include "parameters.h"
 
-#include <bit>
-
 #include "errors.h"
+#include "zx_integer.h"
 
 namespace {
 
@@ -56,7 +55,7 @@ void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees
     for (tree_node &node : trees->nodes) {
         node.feature = from->take<int16_t>();
         node.distance = from->take<int16_t>();
-        node.value = std::bit_cast<float>(from->take<uint32_t>());
+        node.value = zx_bits_as<float>(from->take<uint32_t>());
     }
     // Every step leads onwards and within the nodes, so that evaluating ends.
     const size_t count = trees->nodes.size();
