@@ -117,12 +117,17 @@ const result = await parley.diarize("recording.wav");
 process.stdout.write(await result.text("rttm"));
 const refusals = ["missing.wav", "main.js"].map((path) => parley.diarize(path).catch((error) => error.message));
 console.error((await Promise.all(refusals)).join("\\n"));
+const kept = await parley.diarize("recording.wav", { keepEmbeddings: true });
+const two = await kept.again({ numSpeakers: 2 });
+const asked = await parley.diarize("recording.wav", { numSpeakers: 2 });
+console.error(two.speakers.length, await two.text("rttm") === await asked.text("rttm"));
 parley.close();
 """)
         ran = subprocess.run([shutil.which("node"), "main.js"], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                              check=True, env={**os.environ, "PATH": "/nonexistent"})
         self.assertEqual(ran.stdout, self.expected)
-        missing, unread = ran.stderr.strip().splitlines()
+        missing, unread, again = ran.stderr.strip().splitlines()
+        self.assertEqual(again, "2 true")
         self.assertEqual(missing, "missing.wav: there is no such file")
         self.assertTrue(unread.startswith("main.js: ") and "ffmpeg" in unread, unread)
         self.assertEqual(run("npx", "parley", "-f", "rttm", "recording.wav", cwd=folder), self.expected)
