@@ -64,7 +64,7 @@ void check_options(const parley_options &options);
 // The thresholds of a run: the model's where `options` names none.
 thresholds thresholds_of(const parley_options &options, const thresholds &own);
 
-// What find_speakers is asked for.
+// What a speaker_search is asked for.
 clustering_policy policy_of(const parley_options &options, const thresholds &own);
 
 #endif

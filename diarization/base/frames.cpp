@@ -39,17 +39,21 @@ centroids centroids_of(const frames &all, const tags &which) {
     return result;
 }
 
-double distance(const std::vector<float> &a, const std::vector<float> &b) {
+double cosine(const float *a, const float *b, size_t size) {
     double product = 0;
-    for (size_t i = 0; i < a.size(); i++) product += double{a[i]} * double{b[i]};
-    return (1 - product) / 2;
+    for (size_t i = 0; i < size; i++) product += double{a[i]} * double{b[i]};
+    return product;
+}
+
+double distance(const float *a, const float *b, size_t size) {
+    return (1 - cosine(a, b, size)) / 2;
+}
+
+double distance(const std::vector<float> &a, const std::vector<float> &b) {
+    return distance(a.data(), b.data(), a.size());
 }
 
 bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *which) {
-    // What is said in a few seconds is not all that a voice is: the mean of n frames lies about BY_CHANCE /
-    // n away from the speaker's own. Of one speaker, two stretches of 3 s seem to be 0.04 apart for that
-    // alone.
-    constexpr double BY_CHANCE = 2;
     const centroids speakers = centroids_of(all, *which);
     std::map<uint32_t, double> heard;  // frames
     for (const uint32_t tag : *which) heard[tag] += frames_a_row;
@@ -57,8 +61,8 @@ bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *w
     uint32_t keep = 0, drop = 0;
     for (auto a = speakers.begin(); a != speakers.end(); ++a) {
         for (auto b = std::next(a); b != speakers.end(); ++b) {
-            const double d =
-                distance(a->second, b->second) - BY_CHANCE * (1 / heard[a->first] + 1 / heard[b->first]);
+            const double d = distance(a->second, b->second) -
+                             DISTANCE_BY_CHANCE * (1 / heard[a->first] + 1 / heard[b->first]);
             if (d < nearest) {
                 nearest = d;
                 keep = a->first;

@@ -66,14 +66,13 @@ speech_windows windows_of(const frames &all, const tags &labels, const float *ba
     const int32_t hop =
         std::max(WINDOW_HOP, static_cast<int32_t>(spoken / static_cast<int64_t>(MOST_WINDOWS)));
     const int32_t length = std::max(WINDOW, hop);
-    const std::vector<float> nobody(background, background + all.size);
     speech_windows result;
     result.size = all.size;
     for (const auto &[start, end, tag] : runs_of(speech)) {
         for (int32_t first = start; first == start || first + length - hop < end; first += hop) {
             const int32_t last = std::min(first + length, end);
             const std::vector<float> mean = mean_of(all, first, last);
-            if (distance(nobody, mean) < min_background_distance) continue;
+            if (distance(background, mean.data(), mean.size()) < min_background_distance) continue;
             result.spans.push_back({first, last, 1});
             result.values.insert(result.values.end(), mean.begin(), mean.end());
         }
@@ -183,8 +182,7 @@ tags candidate_set::cut(const std::vector<merge> &tree, size_t number) const {
     division_means means(number, static_cast<size_t>(windows_.size));
     for (size_t i = 0; i < n; i++) {
         const auto place = std::find(largest.begin(), largest.end(), cluster[i]);
-        if (place != largest.end())
-            means.add(static_cast<size_t>(place - largest.begin()), windows_.at(i), 1);
+        if (place != largest.end()) means.add(static_cast<size_t>(place - largest.begin()), windows_.at(i));
     }
     means.scale();
     tags labels(static_cast<size_t>(blocks_.view().count));

@@ -9,14 +9,7 @@
 
 namespace {
 
-constexpr double BY_CHANCE = 2;  // see join_nearest
 constexpr size_t MOST_IN_GRAPH = 100;
-
-double product(const float *a, const float *b, size_t size) {
-    double sum = 0;
-    for (size_t d = 0; d < size; d++) sum += double{a[d]} * double{b[d]};
-    return sum;
-}
 
 double mean(const std::vector<double> &values) {
     double sum = 0;
@@ -143,8 +136,8 @@ description describe(const frames &blocks, double block_seconds, const float *ba
         tag = static_cast<uint32_t>(k);
         longest[k] = std::max(longest[k], block_seconds * (end - start));
         for (int32_t b = start; b < end; b++) {
-            means.add(k, blocks.at(b), 1);
-            (2 * so_far[k]++ < counts[k] ? first : second).add(k, blocks.at(b), 1);
+            means.add(k, blocks.at(b));
+            (2 * so_far[k]++ < counts[k] ? first : second).add(k, blocks.at(b));
         }
     }
     means.scale();
@@ -157,17 +150,17 @@ description describe(const frames &blocks, double block_seconds, const float *ba
     size_t near_a = SIZE_MAX, near_b = SIZE_MAX;
     std::vector<double> from_background;
     for (size_t a = 0; a < means.number(); a++) {
-        from_background.push_back((1 - product(means.at(a), background, size)) / 2);
+        from_background.push_back(distance(means.at(a), background, size));
         for (size_t b = 0; b < a; b++) {
             apart.push_back(means.distance(a, b));
-            const double chance = BY_CHANCE / frames_a_block * (1 / counts[a] + 1 / counts[b]);
+            const double chance = DISTANCE_BY_CHANCE / frames_a_block * (1 / counts[a] + 1 / counts[b]);
             if (apart.back() - chance >= d.least_apart) continue;
             d.least_apart = apart.back() - chance;
             near_a = a;
             near_b = b;
         }
         if (counts[a] * block_seconds > 2) {
-            const double halves = (1 - product(first.at(a), second.at(a), size)) / 2;
+            const double halves = distance(first.at(a), second.at(a), size);
             d.half_apart = std::max(d.half_apart, halves);
         }
     }
@@ -229,14 +222,13 @@ const description &neighbour(const std::vector<candidate> &divisions, const std:
 
 }  // namespace
 
-void division_means::add(size_t group, const float *vector, double weight) {
-    for (size_t d = 0; d < size_; d++) sums_[group * size_ + d] += weight * double{vector[d]};
-    counts_[group] += weight;
+void division_means::add(size_t group, const float *vector) {
+    for (size_t d = 0; d < size_; d++) sums_[group * size_ + d] += double{vector[d]};
 }
 
 void division_means::scale() {
     means_.resize(sums_.size());
-    for (size_t k = 0; k < counts_.size(); k++) {
+    for (size_t k = 0; k < number_; k++) {
         double squares = 0;
         for (size_t d = 0; d < size_; d++) squares += sums_[k * size_ + d] * sums_[k * size_ + d];
         const double length = squares > 0 ? std::sqrt(squares) : 1;
@@ -246,16 +238,16 @@ void division_means::scale() {
 }
 
 double division_means::distance(size_t a, size_t b) const {
-    return (1 - product(at(a), at(b), size_)) / 2;
+    return ::distance(at(a), at(b), size_);
 }
 
 size_t division_means::nearest(const float *vector) const {
     size_t nearest = 0;
     double most = -2;
     for (size_t k = 0; k < number(); k++) {
-        const double cosine = product(at(k), vector, size_);
-        if (cosine <= most) continue;
-        most = cosine;
+        const double near = cosine(at(k), vector, size_);
+        if (near <= most) continue;
+        most = near;
         nearest = k;
     }
     return nearest;

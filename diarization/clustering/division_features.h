@@ -11,20 +11,19 @@
 // The unit means of a number of groups of vectors.
 class division_means {
 public:
-    division_means(size_t number, size_t size) : size_(size), sums_(number * size), counts_(number) {}
+    division_means(size_t number, size_t size) : number_(number), size_(size), sums_(number * size) {}
 
-    void add(size_t group, const float *vector, double weight);
+    void add(size_t group, const float *vector);
     void scale();  // once all have been added
 
-    size_t number() const { return counts_.size(); }
-    double count(size_t group) const { return counts_[group]; }
+    size_t number() const { return number_; }
     const float *at(size_t group) const { return &means_[group * size_]; }
     double distance(size_t a, size_t b) const;
     size_t nearest(const float *vector) const;
 
 private:
-    size_t size_;
-    std::vector<double> sums_, counts_;
+    size_t number_, size_;
+    std::vector<double> sums_;
     std::vector<float> means_;
 };
 

@@ -9,7 +9,6 @@
 #define PARLEY_FIND_SPEAKERS_H
 
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "candidates.h"

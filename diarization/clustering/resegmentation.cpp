@@ -89,8 +89,7 @@ uint32_t speaker_like_background(const centroids &speakers, const float *backgro
     uint32_t nearest = 0;
     double least = min_distance;
     for (const auto &[tag, mean] : speakers) {
-        const std::vector<float> nobody(background, background + mean.size());
-        if (const double d = distance(nobody, mean); d < least) {
+        if (const double d = distance(background, mean.data(), mean.size()); d < least) {
             least = d;
             nearest = tag;
         }

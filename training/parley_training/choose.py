@@ -9,7 +9,6 @@ trees are trained without any recording of it, crops and concatenations included
 
 import argparse
 import dataclasses
-import fnmatch
 import multiprocessing
 import os
 import pickle
@@ -18,7 +17,7 @@ from pathlib import Path
 
 import numpy as np
 
-from . import model_file, native, recordings, simulate, tune
+from . import model_file, native, prepare, recordings, simulate, tune
 
 SECONDS = native.HOP * 2 / native.RATE  # a frame
 COLLAR = 0.25
@@ -115,15 +114,10 @@ def turns_of(active):
     """Who speaks in which row (rows, people) as a reference; pauses up to 0.3 s are bridged."""
     times, speakers = [], []
     for k in range(active.shape[1]):
-        edges = np.flatnonzero(np.diff(active[:, k].astype(int), prepend=0, append=0))
-        turns = []
-        for a, b in zip(edges[::2], edges[1::2]):
-            if turns and a - turns[-1][1] < 19:
-                turns[-1][1] = b
-            else:
-                turns.append([a, b])
-        times += [(a, b) for a, b in turns if b - a >= 3]
-        speakers += [k + 1] * (len(times) - len(speakers))
+        bridged = prepare.flip_short_runs(active[:, k], False, 19, False)
+        edges = np.flatnonzero(np.diff(prepare.flip_short_runs(bridged, True, 3, True).astype(int), prepend=0, append=0))
+        times += zip(edges[::2], edges[1::2])
+        speakers += [k + 1] * (len(edges) // 2)
     times = np.array(times, float).reshape(-1, 2) * native.HOP / native.RATE
     return times, (np.unique(speakers, return_inverse=True)[1] + 1).astype(np.int32)
 
@@ -178,7 +172,7 @@ def over_recordings(make, model, options):
 
 
 def domain_of(name, domains):
-    return next((d for pattern, d, _ in domains if fnmatch.fnmatch(name, pattern)), "other")
+    return tune.domain_of(name, domains)[0]
 
 
 def weight_of(case):
@@ -324,8 +318,7 @@ def left_out(cases, domains):
 
 
 def table(cases, chosen, domains):
-    kind = {d: k for _, d, k in domains}
-    groups = [(k, lambda c, k=k: c.version == "" and kind.get(domain_of(c.name, domains), "real") == k) for k in ("real", "simulated")]
+    groups = [(k, lambda c, k=k: c.version == "" and tune.domain_of(c.name, domains)[1] == k) for k in ("real", "simulated")]
     groups += [(d, lambda c, d=d: c.version == "" and domain_of(c.name, domains) == d)
                for d in sorted({domain_of(s, domains) for c in cases for s in c.sources})]
     groups += [(v, lambda c, v=v: c.version == v) for v in sorted({c.version for c in cases} - {""})]

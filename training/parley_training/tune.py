@@ -30,7 +30,7 @@ SPEECH, MISSED, FALSE_ALARM, CONFUSION, THERE, FOUND = range(6)  # columns of er
 class Recording:
     def __init__(self, name, version, audio, reference, domains):
         self.name, self.version = name, version
-        self.domain, self.kind = next(((d, k) for pattern, d, k in domains if fnmatch.fnmatch(name, pattern)), ("other", "real"))
+        self.domain, self.kind = domain_of(name, domains)
         self.rows = native.features(native.read_audio(audio))
         self.reference = recordings.read_rttm(reference)
 
@@ -39,6 +39,11 @@ def read_domains(path):
     """[(pattern of a name, domain, "real" or "simulated")]."""
     lines = Path(path).read_text().splitlines()
     return [tuple(line.split("\t")) for line in lines if line and not line.startswith("#")]
+
+
+def domain_of(name, domains):
+    """(domain, "real" or "simulated") of a recording."""
+    return next(((d, k) for pattern, d, k in domains if fnmatch.fnmatch(name, pattern)), ("other", "real"))
 
 
 def load(folders, changed, without, domains):
