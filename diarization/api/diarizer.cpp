@@ -271,6 +271,8 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
                             const parley_options &options, const progress_function &progress,
                             diarization *result) {
     constexpr double LEAK = 16;  // 12 dB
+    parley_options one_speaker = options;
+    one_speaker.max_speakers = 1;
     const std::vector<std::vector<int16_t>> channels = channels_of(path, given, options);
     result->duration = static_cast<double>(channels.front().size()) / RATE;
     std::vector<std::vector<double>> loud;
@@ -288,7 +290,7 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         zx_parley_samples_t samples = borrowed(channels[c]);
         const embeddings rows = engine_.embed(&samples, path, share);
         const frames all = rows.view();
-        tags which = engine_.cluster(all, thresholds_of(options, engine_.own_thresholds()), share);
+        tags which = find(all, one_speaker, share).labels;
         for (size_t f = 0; f < which.size(); f++) {
             double loudest = 0;
             for (const auto &other : loud) loudest = std::max(loudest, other[f]);

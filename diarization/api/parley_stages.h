@@ -45,6 +45,12 @@ PARLEY_API void parley_stages_set_chunks(parley_stages *stages, int32_t chunk, i
 PARLEY_API PARLEY_CHECKED parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows,
                                                             int32_t num_frames, float *embeddings);
 
+/* Embeddings to the log odds that somebody speaks in each frame (speech_detection.h); PARLEY_INVALID for a
+ * model that has no network for that. */
+PARLEY_API PARLEY_CHECKED parley_status parley_stages_speech_log_odds(parley_stages *stages,
+                                                                      const float *embeddings,
+                                                                      int32_t num_frames, float *log_odds);
+
 /* Embeddings to segments as a result has them, with four thresholds instead of the model's: `times` takes up
  * to num_frames pairs of seconds, `speakers` as many tags. */
 PARLEY_API PARLEY_CHECKED parley_status parley_stages_segments(parley_stages *stages, const float *embeddings,

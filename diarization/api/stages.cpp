@@ -13,6 +13,7 @@
 #include "guarded.h"
 #include "parley_stages.h"
 #include "score.h"
+#include "speech_detection.h"
 #include "zx_filterbank.h"
 #include "zx_heap.h"
 
@@ -124,6 +125,17 @@ parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows, in
     return guarded([&] {
         check_engine(zx_parley_internal_embed_rows(stages->own.get(), rows, num_frames, embeddings),
                      "embeddings");
+    });
+}
+
+parley_status parley_stages_speech_log_odds(parley_stages *stages, const float *embeddings,
+                                            int32_t num_frames, float *log_odds) {
+    return guarded([&] {
+        const speech_network &network = stages->own.parameters().speech;
+        if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect speech");
+        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
+        const std::vector<float> found = speech_log_odds(all, network, 1);
+        std::copy(found.begin(), found.end(), log_odds);
     });
 }
 

@@ -64,6 +64,10 @@ engine::engine(const std::string &model_path) {
     id_ = hexadecimal(hash_of(sections.network));
     parameters_ = std::move(sections.parameters);
     const zx_parley_classifier_param_t *classifier = object_->param->classifier;
+    if (!parameters_.speech.is_empty() &&
+        parameters_.speech.dimension != classifier->embedding->output_dimension)
+        throw diarization_error(PARLEY_INVALID,
+                                model_path + ": its speech detection is of another dimension");
     if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
         throw diarization_error(PARLEY_INVALID,
                                 model_path + ": its chunks are not longer than three warm-ups");
@@ -110,7 +114,7 @@ tags engine::cluster(const frames &all, const thresholds &values, const progress
     tags result(static_cast<size_t>(all.count));
     const zx_parley_thresholds_t own = {static_cast<float>(values[0]), static_cast<float>(values[1]),
                                         static_cast<float>(values[2]), static_cast<float>(values[3])};
-    check_engine(zx_parley_internal_cluster(object_.get(), all.values, all.count, &own,
+    check_engine(zx_parley_internal_cluster(object_.get(), all.values, all.rows, all.count, &own,
                                             reporter(progress).get(), result.data()),
                  "clustering");
     zx_parley_internal_reset(object_.get());

@@ -14,8 +14,9 @@ struct frames {
     const float *values = nullptr;
     int32_t count = 0;
     int32_t size = 0;
+    const int32_t *rows = nullptr;  // of `values`, rising: for frames that are some of a recording's
 
-    const float *at(int32_t frame) const { return values + int64_t{frame} * size; }
+    const float *at(int32_t frame) const { return values + int64_t{rows ? rows[frame] : frame} * size; }
 };
 
 using tags = std::vector<uint32_t>;  // a frame's speaker, from 1 on; 0 where nobody speaks

@@ -6,7 +6,10 @@
 namespace {
 
 constexpr std::string_view MAGIC = "parleycl";
-constexpr uint32_t VERSION = 1;
+constexpr uint32_t VERSION = 2;
+constexpr size_t MOST_CONTEXTS = 16;
+constexpr int32_t LONGEST_CONTEXT = 1001;  // frames
+constexpr int32_t LARGEST_DIMENSION = 4096;
 
 // The end of a file with parameters.
 struct footer {
@@ -31,6 +34,14 @@ public:
         return static_cast<T>(value);
     }
 
+    float take_float() { return zx_bits_as<float>(take<uint32_t>()); }
+
+    void take_floats(uint64_t count, std::vector<float> *values) {
+        if (count > bytes_.size() / sizeof(float)) refuse();
+        values->resize(static_cast<size_t>(count));
+        for (float &value : *values) value = take_float();
+    }
+
     // A number of things of so many bytes each that are still to come.
     size_t take_count(size_t bytes_each) {
         const auto count = take<int32_t>();
@@ -47,6 +58,23 @@ private:
     const std::string &name_;
 };
 
+void read_speech_network(byte_reader *from, speech_network *network) {
+    network->dimension = from->take<int32_t>();
+    const size_t num_units = from->take_count(sizeof(float));
+    network->contexts.resize(from->take_count(sizeof(int32_t)));
+    const bool is_possible = network->contexts.size() <= MOST_CONTEXTS && network->dimension >= 0 &&
+                             network->dimension <= LARGEST_DIMENSION;
+    if (!is_possible || (num_units > 0 && network->num_inputs() == 0)) from->refuse();
+    for (int32_t &context : network->contexts) {
+        context = from->take<int32_t>();
+        if (context < 1 || context > LONGEST_CONTEXT || context % 2 == 0) from->refuse();
+    }
+    from->take_floats(uint64_t{num_units} * network->num_inputs(), &network->weights);
+    from->take_floats(num_units, &network->biases);
+    from->take_floats(num_units, &network->output_weights);
+    network->output_bias = from->take_float();
+}
+
 void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees) {
     const auto features_here = from->take<int32_t>();
     trees->roots.resize(from->take_count(sizeof(int32_t)));
@@ -55,7 +83,7 @@ void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees
     for (tree_node &node : trees->nodes) {
         node.feature = from->take<int16_t>();
         node.distance = from->take<int16_t>();
-        node.value = zx_bits_as<float>(from->take<uint32_t>());
+        node.value = from->take_float();
     }
     // Every step leads onwards and within the nodes, so that evaluating ends.
     const size_t count = trees->nodes.size();
@@ -99,6 +127,7 @@ model_sections read_model_sections(std::string_view file, const std::string &nam
                                 name + ": its clustering parameters were made for another network");
     }
     byte_reader from(file.substr(result.network.size(), last.size), name);
+    read_speech_network(&from, &result.parameters.speech);
     read_trees(&from, NUM_CANDIDATE_FEATURES, &result.parameters.candidate_costs);
     read_trees(&from, NUM_SEGMENT_FEATURES, &result.parameters.segment_confidence);
     return result;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "regression_trees.h"
 
@@ -14,7 +15,22 @@ inline constexpr int32_t NUM_CANDIDATE_FEATURES = 44;
 // Features of a segment (clustering/segments.h).
 inline constexpr int32_t NUM_SEGMENT_FEATURES = 10;
 
+// A network with one hidden layer that hears whether somebody speaks (clustering/speech_detection.h).
+struct speech_network {
+    std::vector<int32_t> contexts;  // odd numbers of frames: its inputs are their means around a frame
+    int32_t dimension = 0;          // of a frame
+    std::vector<float> weights;     // num_units() rows of contexts.size() * dimension
+    std::vector<float> biases;
+    std::vector<float> output_weights;
+    float output_bias = 0;
+
+    size_t num_units() const { return biases.size(); }
+    size_t num_inputs() const { return contexts.size() * static_cast<size_t>(dimension); }
+    bool is_empty() const { return biases.empty(); }
+};
+
 struct model_parameters {
+    speech_network speech;
     regression_trees candidate_costs;     // what choosing a candidate would cost: log(share of speech + 0.02)
     regression_trees segment_confidence;  // the share of a segment in which its speaker speaks
 };

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 
 #include "resegmentation.h"
+#include "speech_detection.h"
 
 namespace {
 
 // Of the background's threshold: speakers and windows that are nearer to the background are none.
 constexpr double LIKE_BACKGROUND = 0.8;
+constexpr double SPEECH_BIAS = 10;                   // log odds for one unit of cosine
 constexpr int32_t LONGEST_TO_CLUSTER_AGAIN = 20000;  // frames, 10 minutes
 
 // The engine's division, resegmented. The clustering drops who has less than about a second: where that
@@ -59,24 +62,39 @@ size_t choose(const candidate_set &candidates, const regression_trees &trees, in
     return best;
 }
 
+std::vector<int32_t> rows_of_speech(engine *own, const frames &all, const clustering_policy &policy) {
+    const bool is_known = policy.with_resegmentation && !own->parameters().speech.is_empty();
+    if (is_known)
+        return rows_of_speech(all, own->parameters().speech, SPEECH_BIAS * policy.speech_bias,
+                              own->get()->num_workers);
+    std::vector<int32_t> rows(static_cast<size_t>(all.count));
+    std::iota(rows.begin(), rows.end(), 0);
+    return rows;
+}
+
 }  // namespace
 
-speaker_search::speaker_search(engine *own, const frames &all, const clustering_policy &policy,
+speaker_search::speaker_search(engine *own, const frames &recording, const clustering_policy &policy,
                                const progress_function &progress)
-    : all_(all), blocks_(all), policy_(policy) {
+    : policy_(policy),
+      num_frames_(static_cast<size_t>(recording.count)),
+      rows_(rows_of_speech(own, recording, policy)),
+      all_{recording.values, static_cast<int32_t>(rows_.size()), recording.size, rows_.data()},
+      blocks_(all_) {
+    if (rows_.empty()) return;
     input_.all = &all_;
-    input_.background.assign(own->background(), own->background() + all.size);
+    input_.background.assign(own->background(), own->background() + all_.size);
     input_.speech_bias = policy.speech_bias;
     input_.min_background_distance = LIKE_BACKGROUND * policy.values[3];
     input_.num_threads = own->get()->num_workers;
-    input_.first_labels = own->cluster(all, policy.values, progress);
+    input_.first_labels = own->cluster(all_, policy.values, progress);
     input_.engine_labels = policy.with_resegmentation
-                               ? resegmented(own, all, blocks_, policy, input_.first_labels, &note_)
+                               ? resegmented(own, all_, blocks_, policy, input_.first_labels, &note_)
                                : input_.first_labels;
 }
 
 clustering_result speaker_search::find(engine *own, int min_speakers, int max_speakers) {
-    clustering_result result = {input_.engine_labels, note_, {}};
+    clustering_result result = {labels_of_recording(input_.engine_labels), note_, {}};
     const int most = max_speakers > 0 ? max_speakers : std::numeric_limits<int>::max();
     const int fewest = std::min(min_speakers, most);
     const int count = count_speakers(result.labels);
@@ -88,7 +106,7 @@ clustering_result speaker_search::find(engine *own, int min_speakers, int max_sp
     if (min_speakers > 0) candidates(own)->add_number(fewest);
     if (max_speakers > 0) candidates(own)->add_number(most);
     const size_t chosen = choose(*candidates(own), trees, fewest, most, &result.evidence);
-    result.labels = candidates_->labels_of_frames(chosen, fewest);
+    result.labels = labels_of_recording(candidates_->labels_of_frames(chosen, fewest));
     const int found = count_speakers(result.labels);
     if (found < fewest) result.note = "only " + std::to_string(found) + " speakers can be told apart";
     return result;
@@ -98,7 +116,14 @@ void speaker_search::describe(engine *own, std::vector<candidate_features> *feat
                               std::vector<tags> *labels) {
     if (count_speakers(input_.engine_labels) == 0 || !note_.empty()) return;
     *features = candidates(own)->features();
-    for (size_t i = 0; i < features->size(); i++) labels->push_back(candidates_->labels_of_frames(i, 1));
+    for (size_t i = 0; i < features->size(); i++)
+        labels->push_back(labels_of_recording(candidates_->labels_of_frames(i, 1)));
+}
+
+tags speaker_search::labels_of_recording(const tags &labels) const {
+    tags result(num_frames_);
+    for (size_t f = 0; f < labels.size(); f++) result[static_cast<size_t>(rows_[f])] = labels[f];
+    return result;
 }
 
 // With the engine's clustering by merge thresholds on both sides of the model's, where that takes no time.

@@ -1,10 +1,11 @@
 // From embeddings to speakers: the one place that decides who speaks in which frame, for files, live
 // sessions, channels and training alike.
 //
-// The engine's clustering gives one division of a recording among speakers. Others come from agglomerative
-// clustering of windows, for several numbers of speakers (candidates.h). Regression trees that were trained
-// on conversations with references tell of each what choosing it would cost in diarization errors, and the
-// cheapest is the result. A model without such trees has the engine's division alone.
+// What is music or noise for seconds is taken out first (speech_detection.h); what follows sees the rest
+// alone. The engine's clustering gives one division of a recording among speakers. Others come from
+// agglomerative clustering of windows, for several numbers of speakers (candidates.h). Regression trees that
+// were trained on conversations with references tell of each what choosing it would cost in diarization
+// errors, and the cheapest is the result. A model without such trees has the engine's division alone.
 #ifndef PARLEY_FIND_SPEAKERS_H
 #define PARLEY_FIND_SPEAKERS_H
 
@@ -34,7 +35,7 @@ struct clustering_result {
 class speaker_search {
 public:
     // The frames must outlive the search.
-    speaker_search(engine *own, const frames &all, const clustering_policy &policy,
+    speaker_search(engine *own, const frames &recording, const clustering_policy &policy,
                    const progress_function &progress);
     speaker_search(const speaker_search &) = delete;
     speaker_search &operator=(const speaker_search &) = delete;
@@ -49,10 +50,13 @@ public:
 
 private:
     candidate_set *candidates(engine *own);
+    tags labels_of_recording(const tags &labels) const;
 
+    clustering_policy policy_;
+    size_t num_frames_;          // of the recording
+    std::vector<int32_t> rows_;  // those in which somebody may speak, which all else is about
     frames all_;
     frame_blocks blocks_;
-    clustering_policy policy_;
     clustering_input input_;
     std::string note_;
     std::unique_ptr<candidate_set> candidates_;

@@ -139,7 +139,10 @@ void append(std::string *to, T value) {
 struct trees_file {
     std::string network = "network";
     uint64_t hash = hash_of("network");
-    uint32_t version = 1;
+    uint32_t version = 2;
+    int32_t dimension = 2;
+    std::vector<int32_t> contexts = {1, 5};
+    int32_t num_units = 1;
     int32_t num_features = NUM_CANDIDATE_FEATURES;
     std::vector<int32_t> roots = {0, 3};
     // By feature 2: 1 up to 0.5, else 2; and 10 in any case.
@@ -148,6 +151,12 @@ struct trees_file {
 
     std::string bytes() const {
         std::string parameters;
+        append(&parameters, dimension);
+        append(&parameters, num_units);
+        append(&parameters, static_cast<int32_t>(contexts.size()));
+        for (const int32_t context : contexts) append(&parameters, context);
+        for (const float value : {1.0F, 2.0F, 3.0F, 4.0F, 5.0F, 6.0F, 7.0F})
+            append(&parameters, value);  // 4 weights and so on
         append(&parameters, num_features);
         append(&parameters, static_cast<int32_t>(roots.size()));
         append(&parameters, static_cast<int32_t>(nodes.size()));
@@ -163,7 +172,7 @@ struct trees_file {
     }
 };
 
-TEST(parameters, trees_are_read_and_evaluated) {
+TEST(parameters, networks_and_trees_are_read) {
     const std::string file = trees_file().bytes();
     const model_sections sections = read_model_sections(file, "model");
     EXPECT_EQ(sections.network, "network");
@@ -173,6 +182,11 @@ TEST(parameters, trees_are_read_and_evaluated) {
     EXPECT_EQ(sections.parameters.candidate_costs.evaluate(features), 11);
     features[2] = 0.5001;
     EXPECT_EQ(sections.parameters.candidate_costs.evaluate(features), 12);
+    const speech_network &speech = sections.parameters.speech;
+    EXPECT_THAT(speech.weights, testing::ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(speech.biases, testing::ElementsAre(5));
+    EXPECT_THAT(speech.output_weights, testing::ElementsAre(6));
+    EXPECT_EQ(speech.output_bias, 7);
     EXPECT_TRUE(read_model_sections("network alone", "model").parameters.candidate_costs.is_empty());
 }
 
@@ -190,8 +204,14 @@ TEST(parameters, damaged_foreign_and_newer_ones_are_refused) {
     EXPECT_EQ(refused([](trees_file *) {}), "taken");
     EXPECT_THAT(refused([](trees_file *f) { f->network = "another"; }),
                 testing::HasSubstr("another network"));
-    EXPECT_THAT(refused([](trees_file *f) { f->version = 2; }), testing::HasSubstr("version 2"));
+    EXPECT_THAT(refused([](trees_file *f) { f->version = 3; }), testing::HasSubstr("version 3"));
     const std::string damaged = "model: its clustering parameters are damaged";
+    EXPECT_EQ(refused([](trees_file *f) { f->dimension = -1; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->dimension = 4000; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->dimension = 0; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->contexts[1] = 4; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->contexts[0] = -1; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->num_units = 1 << 30; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->num_features--; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->cut = 3; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->roots[1] = 4; }), damaged);

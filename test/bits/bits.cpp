@@ -18,6 +18,7 @@
 #include "parameters.h"
 #include "resegmentation.h"
 #include "segments.h"
+#include "speech_detection.h"
 #include "zx_audio_file.h"
 #include "zx_fft.h"
 #include "zx_file.h"
@@ -88,7 +89,7 @@ bool print_model(const char *path, const std::vector<int16_t> &pcm) {
     print(name + " embeddings", embeddings);
 
     std::vector<uint32_t> tags(static_cast<size_t>(num_frames));
-    if (zx_parley_internal_cluster(object, rows.get(), num_frames, nullptr, nullptr, tags.data()) !=
+    if (zx_parley_internal_cluster(object, rows.get(), nullptr, num_frames, nullptr, nullptr, tags.data()) !=
         ZX_STATUS_SUCCESS) {
         return false;
     }
@@ -124,6 +125,7 @@ bool print_divisions(const char *path, const char *audio) {
     zx_heap_ptr<float> rows;
     if (zx_parley_internal_embed(object, &samples, nullptr, &rows) != ZX_STATUS_SUCCESS) return false;
     const frames all = {rows.get(), num_frames, object->param->classifier->embedding->output_dimension};
+    print("log odds of speech", speech_log_odds(all, parameters.speech, 1));
     const zx_parley_cluster_param_t *model = object->param->cluster;
 
     clustering_input input;
@@ -131,7 +133,7 @@ bool print_divisions(const char *path, const char *audio) {
     input.background.assign(model->reference_centroid, model->reference_centroid + all.size);
     input.min_background_distance = 0.8 * double{model->background_threshold};
     input.first_labels.resize(static_cast<size_t>(num_frames));
-    if (zx_parley_internal_cluster(object, rows.get(), num_frames, nullptr, nullptr,
+    if (zx_parley_internal_cluster(object, rows.get(), nullptr, num_frames, nullptr, nullptr,
                                    input.first_labels.data()) != ZX_STATUS_SUCCESS)
         return false;
     input.engine_labels = input.first_labels;

@@ -79,11 +79,31 @@ TEST_P(golden, every_stage_agrees_to_the_last_bit) {
     expect_equal_bits(embeddings, read_file<float>(set.expected / "embeddings.f32"), "embeddings");
 
     std::vector<uint32_t> tags(static_cast<size_t>(num_frames));
-    ASSERT_EQ(zx_parley_internal_cluster(engine.get(), embeddings.data(), num_frames, nullptr, nullptr,
-                                         tags.data()),
+    ASSERT_EQ(zx_parley_internal_cluster(engine.get(), embeddings.data(), nullptr, num_frames, nullptr,
+                                         nullptr, tags.data()),
               ZX_STATUS_SUCCESS);
     zx_parley_internal_reset(engine.get());
     expect_equal_bits(tags, read_file<uint32_t>(set.expected / "tags.u32"), "tags");
+    // The same of every second half second, once where it lies and once apart.
+    std::vector<int32_t> rows_of_some;
+    std::vector<float> some;
+    for (int32_t f = 0; f < num_frames; f++) {
+        if (f / 16 % 2 == 0) continue;
+        rows_of_some.push_back(f);
+        const auto row = embeddings.begin() + std::ptrdiff_t{f} * embedding_size;
+        some.insert(some.end(), row, row + embedding_size);
+    }
+    std::vector<uint32_t> tags_of_some(rows_of_some.size()), tags_apart(rows_of_some.size());
+    const auto num_some = static_cast<int32_t>(rows_of_some.size());
+    ASSERT_EQ(zx_parley_internal_cluster(engine.get(), embeddings.data(), rows_of_some.data(), num_some,
+                                         nullptr, nullptr, tags_of_some.data()),
+              ZX_STATUS_SUCCESS);
+    zx_parley_internal_reset(engine.get());
+    ASSERT_EQ(zx_parley_internal_cluster(engine.get(), some.data(), nullptr, num_some, nullptr, nullptr,
+                                         tags_apart.data()),
+              ZX_STATUS_SUCCESS);
+    zx_parley_internal_reset(engine.get());
+    expect_equal_bits(tags_of_some, tags_apart, "tags of some");
     std::vector<uint32_t> tags_at_once(tags.size());
     ASSERT_EQ(zx_parley_internal_process(engine.get(), features.data(), num_frames, tags_at_once.data()),
               ZX_STATUS_SUCCESS);

@@ -185,7 +185,7 @@ def fit(cases, seed=0):
     x = np.concatenate([c.features for c in cases]).astype(np.float32)
     y = np.log(np.concatenate([c.regret() for c in cases]) + 0.02)  # whether one is the best counts, not how bad bad ones are
     weights = np.concatenate([np.full(len(c.features), weight_of(c) / len(c.features)) for c in cases])
-    trees = HistGradientBoostingRegressor(max_iter=150, learning_rate=0.05, max_leaf_nodes=31, min_samples_leaf=100,
+    trees = HistGradientBoostingRegressor(max_iter=150, learning_rate=0.05, max_leaf_nodes=31, min_samples_leaf=300,
                                           l2_regularization=1.0, random_state=seed)
     return trees.fit(x, y, sample_weight=weights * len(y) / weights.sum())
 
@@ -333,7 +333,7 @@ def table(cases, chosen, domains):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("model", help="the .zx file, whose network and thresholds are settled")
+    parser.add_argument("model", help="the .zx file, whose network, thresholds and detection of speech are settled")
     parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
     parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
     parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
@@ -358,12 +358,14 @@ def main():
     print("Each domain with trees trained on the others:\n\n" + table(cases, left_out(cases, domains), domains) + "\n", flush=True)
     if not options.out:
         return
-    network, costs = Path(options.model).read_bytes(), (*flattened(fit(cases)), cases[0].features.shape[1])
+    model = Path(options.model).read_bytes()
+    network, speech = model_file.network_of(model), model_file.speech_of(model)
+    costs = (*flattened(fit(cases)), cases[0].features.shape[1])
     # Confidence is about what is chosen: its trees come second.
-    model_file.write_parameters(options.out, network, costs, ([], [], native.library.parley_stages_num_segment_features()))
+    model_file.write_parameters(options.out, network, speech, costs, model_file.NO_TREES[1])
     found = over_recordings(segments_case, options.out, options)
     print("Confidence, each domain with trees trained on the others:\n\n" + calibration_table(found, domains) + "\n")
-    model_file.write_parameters(options.out, network, costs, (*flattened(fit_confidence(found)), found[0].features.shape[1]))
+    model_file.write_parameters(options.out, network, speech, costs, (*flattened(fit_confidence(found)), found[0].features.shape[1]))
     print(options.out)
 
 

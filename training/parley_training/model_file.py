@@ -10,6 +10,8 @@ from pathlib import Path
 import numpy as np
 import torch
 
+from . import native
+
 MAGIC = b"parley1.0.0"
 LENGTHS = (640, 80)  # frames of 32 ms: what the network sees at once, what is thrown away at a seam
 THRESHOLDS = (0.2, 0.25, 0.25, 0.25)  # before tuning
@@ -110,7 +112,7 @@ def from_bytes(data):
     return dict(state=state, sizes=sizes, mean=mean, scale=scale, lengths=lengths, thresholds=thresholds)
 
 
-PARAMETERS_MAGIC, PARAMETERS_VERSION = b"parleycl", 1
+PARAMETERS_MAGIC, PARAMETERS_VERSION = b"parleycl", 2
 FOOTER = struct.Struct("<QII8s")  # hash of the network, size and version of the parameters, magic
 
 
@@ -129,10 +131,33 @@ def network_of(data):
     return data[:len(data) - FOOTER.size - FOOTER.unpack(data[-FOOTER.size:])[1]]
 
 
-def write_parameters(path, data, *all_trees):
-    """A model with the trees that choose among divisions and those of confidence: `roots`, `nodes` (feature, distance, value) and
-    number of features each."""
-    network, parameters = network_of(data), b""
+NO_SPEECH = _count(0, 0, 0) + struct.pack("<f", 0)
+
+
+NO_TREES = (([], [], native.library.parley_stages_num_features()), ([], [], native.library.parley_stages_num_segment_features()))
+
+
+def speech_bytes(contexts, weights, biases, output_weights, output_bias):
+    """The network that detects speech: weights (units, contexts x dimension)."""
+    units, inputs = weights.shape
+    parts = [_count(inputs // len(contexts), units, len(contexts), *contexts)]
+    return b"".join(parts + [np.ascontiguousarray(a, "<f4").tobytes() for a in (weights, biases, output_weights, output_bias)])
+
+
+def speech_of(data):
+    """The bytes of a file's network that detects speech."""
+    network = network_of(data)
+    if len(network) == len(data):
+        return NO_SPEECH
+    dimension, units, contexts = struct.unpack_from("<3i", data, len(network))
+    size = 12 + 4 * (contexts + units * (contexts * dimension + 2) + 1)
+    return data[len(network):len(network) + size]
+
+
+def write_parameters(path, data, speech, *all_trees):
+    """A model with what detects speech (see speech_bytes), the trees that choose among divisions and those of confidence: `roots`,
+    `nodes` (feature, distance, value) and number of features each."""
+    network, parameters = network_of(data), speech
     for roots, nodes, num_features in all_trees:
         parameters += _count(num_features, len(roots), len(nodes)) + np.asarray(roots, "<i4").tobytes()
         parameters += b"".join(struct.pack("<hhf", *node) for node in nodes)

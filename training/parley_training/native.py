@@ -31,6 +31,7 @@ _SIGNATURES = {
     "parley_stages_dimension": (_i32, [_pointer]),
     "parley_stages_set_chunks": (None, [_pointer, _i32, _i32]),
     "parley_stages_embed": (_i32, [_pointer, _int16, _i32, _float32]),
+    "parley_stages_speech_log_odds": (_i32, [_pointer, _float32, _i32, _float32]),
     "parley_stages_segments": (_i32, [_pointer, _float32, _i32, _float64, _i32, _float64, _int32, ctypes.POINTER(_i32)]),
     "parley_stages_num_features": (_i32, []),
     "parley_stages_candidates": (_i32, [_pointer, _float32, _i32, _float64, _i32, ctypes.POINTER(_i32), _float64, _int32]),
@@ -134,6 +135,12 @@ class Engine:
         embeddings = np.empty((frames, self.dimension), np.float32)
         _check(library.parley_stages_embed(self._engine, np.ascontiguousarray(rows[: 2 * frames]), frames, embeddings))
         return embeddings
+
+    def speech_log_odds(self, embeddings):
+        """Of somebody speaking, in each frame: float32 (frames,)."""
+        log_odds = np.empty(len(embeddings), np.float32)
+        _check(library.parley_stages_speech_log_odds(self._engine, embeddings, len(embeddings), log_odds))
+        return log_odds
 
     def segments(self, embeddings, thresholds, refine=True):
         """A result's segments with thresholds (offline, prune, segment, background): times float64 (n, 2) in seconds, tags

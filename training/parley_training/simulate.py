@@ -43,6 +43,7 @@ class Recipe:
     interjecting: tuple = (0.0, 0.3)  # of the turns
     from_the_start: float = 0.6  # which begin within a turn
     nobody: float = 0.08  # in which nobody speaks at all
+    few_words: float = 0.0  # in which there are some words and no more
 
     # How a voice arrives
     alike: float = 0.85  # whose voices' average spectra are pulled together
@@ -86,6 +87,7 @@ class Speech:
         self.energy_of = (10.0 ** (np.arange(-32768, 32768) / 1024)).astype(np.float32)
         self.voices, self.people_of, self.spectra = [], [], []
         self.background, self.music = ({c: [] for c in ("", *CODECS)} for _ in range(2))
+        self.background_datasets = []  # dataset, codec, clips
         self.by_channel = {}  # codec: dataset: voices
         people = {}
         for entry in json.loads((folder / "index.json").read_text()):
@@ -96,6 +98,7 @@ class Speech:
                     continue
                 found = [(a, b) for a, b in zip(clips[:-1], clips[1:]) if b - a >= 60]
                 self.background[codec] += found
+                self.background_datasets.append((entry["dataset"], codec, found))
                 if entry["dataset"] == "_music":
                     self.music[codec] += found
                 continue
@@ -174,6 +177,9 @@ def choose_voices(speech, count, codec, recipe, rng):
 
 def plan_turns(rows, count, recipe, rng):
     """[(start, end, speaker)] in rows; turns overlap, pause, follow at once, and sometimes hold a short interjection."""
+    if recipe.few_words > 0 and rng.random() < recipe.few_words:
+        starts = np.sort(rng.integers(0, rows - 60, rng.integers(1, 4)))
+        return [(at, at + seconds(np.exp(rng.uniform(np.log(0.4), np.log(3)))), int(rng.integers(count))) for at in starts]
     share = rng.dirichlet(np.full(count, 2.0))
     medians, chances = zip(*recipe.turn_seconds)
     middle = rng.choice(medians, p=chances)

@@ -10,7 +10,7 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from parley_training import choose, losses, model_file, native, network, prepare, recordings, simulate, train, tune
+from parley_training import choose, detect, losses, model_file, native, network, prepare, recordings, simulate, train, tune
 
 SAMPLE = native.ROOT / "examples/three-voices.wav"
 SAMPLE_RTTM = SAMPLE.with_suffix(".rttm")
@@ -314,14 +314,42 @@ class Scoring(unittest.TestCase):
             self.assertAlmostEqual(rate, {(0, False): 0.5686, (0, True): 0.4634, (0.2, False): 0.3548}[collar, skip], 3)
 
 
+class Detecting(Workspace):
+    def test_the_library_hears_what_the_network_was_trained_to_hear(self):
+        model = (native.ROOT / "models/parley.zx").read_bytes()
+        with native.Engine(native.ROOT / "models/parley.zx") as engine:
+            speech = engine.embed(native.features(native.read_audio(SAMPLE)))
+            noise = np.random.default_rng(2).normal(0, 1000, 16 * 60 * 1000).astype(np.int16)
+            silence = engine.embed(native.features(noise))
+        cases = [detect.Case("a", "telephone", "", speech, np.ones(len(speech), np.int8)),
+                 detect.Case("b 1", "_noise", "", silence, np.zeros(len(silence), np.int8))]
+        fitted = detect.fit(cases)
+        detect.write(self.folder / "model.zx", model, fitted, 0.0)
+        both = np.concatenate([speech, silence])
+        with native.Engine(self.folder / "model.zx") as engine:
+            found = engine.speech_log_odds(both)
+            times, _ = engine.segments(both, model_file.read(native.ROOT / "models/parley.zx")["thresholds"])
+        weights, biases, output_weights, output_bias = fitted
+        expected = np.maximum(detect.inputs_of(both) @ weights.T + biases, 0) @ output_weights + output_bias
+        np.testing.assert_allclose(found[2::4], expected[2::4][:len(found[2::4])], rtol=1e-3, atol=1e-3)
+        self.assertGreater((found[:len(speech)] > 0).mean(), 0.95)
+        self.assertLess((found[len(speech):] > 0).mean(), 0.05)
+        self.assertLess(times.max(), len(speech) * detect.SECONDS + 5)
+
+    def test_pauses_do_not_count_as_something_else(self):
+        label = np.array([0] * 50 + [1] * 20 + [0] * 10 + [1] * 5 + [0] * 30, np.int8)
+        expected = np.array([0] * 34 + [-1] * 16 + [1] * 20 + [-1] * 10 + [1] * 5 + [-1] * 16 + [0] * 14)
+        np.testing.assert_array_equal(detect.without_pauses(label), expected)
+
+
 class Choosing(Workspace):
     def test_trees_give_what_they_were_trained_to_give(self):
         rng = np.random.default_rng(1)
-        x = rng.normal(size=(400, 5)).astype(np.float32)
+        x = rng.normal(size=(4000, 5)).astype(np.float32)
         x[::7, 2] = np.float32(0.1)  # a value that has no short binary form stands at a threshold
-        scores = np.tile(np.array([100.0, 0, 0, 0, 2, 2]), (400, 1))
+        scores = np.tile(np.array([100.0, 0, 0, 0, 2, 2]), (4000, 1))
         scores[:, choose.CONFUSION] = np.where(x[:, 2] > 0.1, 30, 5) + 5 * (x[:, 0] > 0)
-        cases = [choose.Case(str(i), "", ("a",), x[i:i + 10], scores[i:i + 10]) for i in range(0, 400, 10)]
+        cases = [choose.Case(str(i), "", ("a",), x[i:i + 10], scores[i:i + 10]) for i in range(0, 4000, 10)]
         trees = choose.fit(cases)
         np.testing.assert_allclose(choose.evaluate(choose.flattened(trees), x), trees.predict(x), atol=1e-5)
         self.assertGreater(np.ptp(trees.predict(x)), 0.5)
@@ -333,12 +361,13 @@ class Choosing(Workspace):
         numbers = features[:, 0]
         self.assertGreater(len(set(numbers)), 3)
         np.testing.assert_array_equal(numbers, [len(set(one) - {0}) for one in labels])
-        none = ([], [], native.library.parley_stages_num_segment_features())
         network = (native.ROOT / "models/parley.zx").read_bytes()
+        speech = model_file.speech_of(network)
         for wanted in (1.0, 2.0, 3.0):
             # Two trees: dear from the number on, and dear below it.
             nodes = [(0, 2, wanted), (-1, 0, 0.0), (-1, 0, 1.0), (0, 2, wanted - 0.5), (-1, 0, 1.0), (-1, 0, 0.0)]
-            model_file.write_parameters(self.folder / "model.zx", network, ([0, 3], nodes, features.shape[1]), none)
+            model_file.write_parameters(self.folder / "model.zx", network, speech, ([0, 3], nodes, features.shape[1]),
+                                        model_file.NO_TREES[1])
             with native.Engine(self.folder / "model.zx") as engine:
                 _, tags, _ = engine.described_segments(embeddings)
             self.assertEqual(len(set(tags)), wanted)

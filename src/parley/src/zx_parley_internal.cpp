@@ -283,8 +283,24 @@ zx_status_t begin_tags(zx_parley_t *object, uint32_t num_clusters) {
 
 }  // namespace
 
-zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector, int32_t num_frames,
-                                       const zx_parley_thresholds_t *thresholds,
+namespace {
+
+// Rows of embeddings to runs in the clustering object; stretches of successive rows at a time.
+zx_status_t take_rows(zx_parley_cluster_t *cluster, const float *d_vector, int32_t size, const int32_t *rows,
+                      int32_t num_frames) {
+    zx_status_t status = zx_parley_cluster_segmentation_begin(cluster, size);
+    for (int32_t at = 0, end = 0; at < num_frames && status == ZX_STATUS_SUCCESS; at = end) {
+        for (end = at + 1; end < num_frames && rows[end] == rows[end - 1] + 1;) end++;
+        status = zx_parley_cluster_segmentation_take(cluster, d_vector + int64_t{rows[at]} * size, size, at,
+                                                     end - at);
+    }
+    return status;
+}
+
+}  // namespace
+
+zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector, const int32_t *rows,
+                                       int32_t num_frames, const zx_parley_thresholds_t *thresholds,
                                        const zx_parley_progress_t *progress, uint32_t *clusters) {
     // Thresholds of a run's own come with a clustering of its own; the model stays as it is.
     zx_parley_cluster_param_t param = *object->param->cluster;
@@ -301,9 +317,11 @@ zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vecto
         if (status != ZX_STATUS_SUCCESS) return zx_parley_report_init("zx_parley_cluster_init", status);
     }
     uint32_t num_clusters = 0;
-    status = zx_parley_cluster_process(
-        cluster, d_vector, object->param->classifier->embedding->output_dimension, num_frames, &num_clusters,
-        clusters, stage_progress(progress, zx_parley_stage::clustering).get());
+    const int32_t size = object->param->classifier->embedding->output_dimension;
+    status = rows ? take_rows(cluster, d_vector, size, rows, num_frames)
+                  : zx_parley_cluster_segmentation(cluster, d_vector, size, num_frames);
+    status = zx_parley_cluster_finish(cluster, status, size, num_frames, &num_clusters, clusters,
+                                      stage_progress(progress, zx_parley_stage::clustering).get());
     return status == ZX_STATUS_SUCCESS ? begin_tags(object, num_clusters) : report_clustering(status);
 }
 

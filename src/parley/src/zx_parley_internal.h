@@ -84,10 +84,10 @@ struct zx_parley_progress_t {
                                                    const zx_parley_progress_t *progress,
                                                    zx_heap_ptr<float> *d_vector);
 
-// One tag for each of num_frames > 0 rows, with `thresholds` or, if null, the model's.
-// ZX_STATUS_OUT_OF_MEMORY.
+// One tag for each of num_frames > 0 rows, with `thresholds` or, if null, the model's. `rows`: which rows of
+// d_vector these are, rising; null: the first ones. ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_internal_cluster(zx_parley_t *object, const float *d_vector,
-                                                     int32_t num_frames,
+                                                     const int32_t *rows, int32_t num_frames,
                                                      const zx_parley_thresholds_t *thresholds,
                                                      const zx_parley_progress_t *progress,
                                                      uint32_t *clusters);

@@ -1,0 +1,137 @@
+#include "speech_detection.h"
+
+#include <algorithm>
+
+#include "packed_vectors.h"
+#include "zx_parallel.h"
+
+namespace {
+
+constexpr int32_t PART = 1024;       // frames that a thread does at once
+constexpr int32_t HOP = 4;           // frames for which one stands
+constexpr double CHANGE_COST = 150;  // log odds
+// Log odds from which a frame counts ten-fold, so that one word is heard in minutes of silence.
+constexpr double EVIDENT = 3.5, EVIDENT_WEIGHT = 10;
+
+// The mean of the frames around one, which moves on with it.
+class moving_mean {
+public:
+    moving_mean(const frames &all, int32_t context)
+        : all_(all), reach_(context / 2), sums_(static_cast<size_t>(all.size)) {}
+
+    void begin(int32_t frame) {
+        begin_ = end_ = std::max(0, frame - reach_);
+        std::fill(sums_.begin(), sums_.end(), 0);
+    }
+
+    // To a frame that comes after the one before, and its mean.
+    void move(int32_t frame, float *mean) {
+        for (const int32_t end = std::min(all_.count, frame + reach_ + 1); end_ < end; end_++) add(end_, 1);
+        for (const int32_t begin = std::max(0, frame - reach_); begin_ < begin; begin_++) add(begin_, -1);
+        for (size_t d = 0; d < sums_.size(); d++) mean[d] = static_cast<float>(sums_[d] / (end_ - begin_));
+    }
+
+private:
+    void add(int32_t frame, double sign) {
+        const float *row = all_.at(frame);
+        for (size_t d = 0; d < sums_.size(); d++) sums_[d] += sign * double{row[d]};
+    }
+
+    const frames &all_;
+    int32_t reach_, begin_ = 0, end_ = 0;
+    std::vector<double> sums_;
+};
+
+std::vector<const float *> rows_of(const speech_network &network) {
+    std::vector<const float *> rows(network.num_units());
+    for (size_t u = 0; u < rows.size(); u++) rows[u] = &network.weights[u * network.num_inputs()];
+    return rows;
+}
+
+class detection {
+public:
+    detection(const frames &all, const speech_network &network, int num_threads)
+        : all_(all),
+          network_(network),
+          weights_(rows_of(network), static_cast<int32_t>(network.num_inputs())),
+          workers_(static_cast<size_t>(std::max(num_threads, 1))),
+          log_odds_(static_cast<size_t>(all.count)) {
+        for (worker &w : workers_) {
+            for (const int32_t context : network.contexts) w.means.emplace_back(all, context);
+            w.input.resize(network.num_inputs());
+            w.units.resize(weights_.width());
+        }
+    }
+
+    std::vector<float> run() {
+        const auto num_workers = static_cast<int32_t>(workers_.size());
+        (void) zx_parallel_run(num_workers, (all_.count + PART - 1) / PART, {run_part, this}, nullptr);
+        return std::move(log_odds_);
+    }
+
+private:
+    struct worker {
+        std::vector<moving_mean> means;
+        std::vector<float> input;
+        std::vector<double> units;
+    };
+
+    static zx_status_t run_part(void *context, int32_t worker, int32_t part) {
+        auto *self = static_cast<detection *>(context);
+        self->compute(part * PART, std::min((part + 1) * PART, self->all_.count),
+                      &self->workers_[static_cast<size_t>(worker)]);
+        return ZX_STATUS_SUCCESS;
+    }
+
+    void compute(int32_t first, int32_t end, worker *w) {
+        for (moving_mean &mean : w->means) mean.begin(first);
+        for (int32_t f = first; f < end; f += HOP) {
+            const int32_t middle = std::min(f + HOP / 2, end - 1);
+            for (size_t c = 0; c < w->means.size(); c++)
+                w->means[c].move(middle, &w->input[c * static_cast<size_t>(all_.size)]);
+            weights_.multiply(w->input.data(), w->units.data());
+            double sum = double{network_.output_bias};
+            for (size_t u = 0; u < network_.num_units(); u++)
+                sum += double{network_.output_weights[u]} *
+                       std::max(0.0, w->units[u] + double{network_.biases[u]});
+            std::fill(log_odds_.begin() + f, log_odds_.begin() + std::min(f + HOP, end),
+                      static_cast<float>(sum));
+        }
+    }
+
+    const frames &all_;
+    const speech_network &network_;
+    packed_vectors weights_;
+    std::vector<worker> workers_;
+    std::vector<float> log_odds_;
+};
+
+}  // namespace
+
+std::vector<float> speech_log_odds(const frames &all, const speech_network &network, int num_threads) {
+    return detection(all, network, num_threads).run();
+}
+
+std::vector<int32_t> rows_of_speech(const frames &all, const speech_network &network, double bias,
+                                    int num_threads) {
+    const std::vector<float> log_odds = speech_log_odds(all, network, num_threads);
+    double silent = 0, speaking = 0;                                   // the best sums of ways that end so
+    std::vector<bool> begins(log_odds.size()), ends(log_odds.size());  // there, if the state is to be better
+    for (size_t f = 0; f < log_odds.size(); f++) {
+        begins[f] = silent - CHANGE_COST > speaking;
+        ends[f] = speaking - CHANGE_COST > silent;
+        const double before = silent;
+        if (ends[f]) silent = speaking - CHANGE_COST;
+        if (begins[f]) speaking = before - CHANGE_COST;
+        const double odds = bias + double{log_odds[f]};
+        speaking += odds > EVIDENT ? EVIDENT_WEIGHT * odds : odds;
+    }
+    std::vector<int32_t> rows;
+    bool is_speech = speaking > silent;
+    for (auto f = static_cast<int32_t>(log_odds.size()); f-- > 0;) {
+        if (is_speech) rows.push_back(f);
+        if (is_speech ? begins[static_cast<size_t>(f)] : ends[static_cast<size_t>(f)]) is_speech = !is_speech;
+    }
+    std::reverse(rows.begin(), rows.end());
+    return rows;
+}
