@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
 
 #include "errors.h"
 #include "options.h"
+#include "readable_file.h"
 #include "system.h"
 #include "zx_error.h"
 #include "zx_log.h"
@@ -46,9 +46,7 @@ std::string hexadecimal(uint64_t value) {
 engine::engine(const std::string &model_path) {
     zx_log_disable();
     zx_error_print_notices(false);
-    std::error_code ignored;
-    if (!std::filesystem::exists(file_at(model_path), ignored))
-        throw diarization_error(PARLEY_MISSING, "the model " + model_path + " is not there");
+    check_is_readable(model_path, "the model " + model_path);
     zx_parley_t *created = nullptr;
     const zx_status_t status = zx_parley_init(model_path.c_str(), &created);
     object_.reset(created);
@@ -80,9 +78,6 @@ void engine::set_jobs(int32_t jobs) {
 
 zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress) {
     zx_error_prepare();
-    std::error_code ignored;
-    if (!std::filesystem::exists(file_at(path), ignored))
-        throw diarization_error(PARLEY_MISSING, path + ": there is no such file");
     zx_parley_samples_t samples;
     check_engine(zx_parley_internal_read(path.c_str(), most, reporter(progress).get(), &samples), path);
     return samples;

@@ -12,6 +12,7 @@
 #endif
 
 #include "errors.h"
+#include "readable_file.h"
 #include "sample_buffer.h"
 
 namespace {
@@ -148,6 +149,7 @@ sound_file open_sound(const std::string &path) {
 }  // namespace
 
 std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t most) {
+    check_is_readable(path, path);
     sound_file file = open_sound(path);
     const auto count = static_cast<size_t>(file.info.channels);
     const int32_t rate = file.info.samplerate;

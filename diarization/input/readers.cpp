@@ -10,6 +10,7 @@
 #include "channels.h"
 #include "errors.h"
 #include "joined.h"
+#include "readable_file.h"
 #include "result.h"
 #include "sample_buffer.h"
 #include "system.h"
@@ -146,6 +147,7 @@ read_request::read_request(const std::string &file, const parley_options &option
       progress(callback) {}
 
 zx_parley_samples_t read_any(engine *own, const read_request &request, std::string *note) {
+    check_is_readable(request.path, request.path);
     zx_parley_samples_t result;
     if (request.ffmpeg == ffmpeg_use::at_once) result = read_with_ffmpeg(request);
     if (result.count == 0 && changes_on_the_way(request.path)) result = read_joined(request, note);
@@ -155,11 +157,11 @@ zx_parley_samples_t read_any(engine *own, const read_request &request, std::stri
             if (result.count <= request.most) settle_duration(request, &result, note);
             if (is_for_libsndfile(request.path)) add_note(note, note_on_mixing(request.path));
         } catch (const diarization_error &refusal) {
-            if (refusal.status == PARLEY_CANCELLED || refusal.status == PARLEY_MISSING ||
-                refusal.status == PARLEY_OUT_OF_MEMORY)
-                throw;
+            if (refusal.status == PARLEY_CANCELLED || refusal.status == PARLEY_OUT_OF_MEMORY) throw;
             result = read_with_others(request, note);
             if (result.count == 0) result = own->read_what_is_there(request.path, request.progress);
+            if (result.count < ZX_PARLEY_FRAME_LENGTH && is_text(request.path))
+                throw diarization_error(PARLEY_INVALID, request.path + ": is text, not audio");
             if (result.count < ZX_PARLEY_FRAME_LENGTH) throw;
             if (refusal.status == PARLEY_UNREADABLE)
                 add_note(note,

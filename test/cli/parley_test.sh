@@ -39,6 +39,8 @@ expect 0 '^parley 1\.0\.0$' '' --version
 # What people do wrong: the words say what is wrong and what helps; what the engine calls it shows with -v alone.
 head -c 1000 "$sample" >"$tmp/cut.wav"
 head -c 600 "$sample" >"$tmp/tiny.wav"
+printf 'A\001\002B%0100d' 7 >"$tmp/noise.mp3"
+touch "$tmp/nothing.wav"
 mkdir -p "$tmp/empty" "$tmp/twice/a" "$tmp/twice/b" "$tmp/with-notes"
 cp "$sample" "$tmp/with-notes"
 touch "$tmp/with-notes/notes.txt"
@@ -46,20 +48,23 @@ cp "$sample" "$tmp/twice/a/x.wav"
 cp "$sample" "$tmp/twice/b/x.wav"
 printf '%s\n' "$tmp/twice/a/x.wav" '# a comment' "$tmp/twice/b/x.wav" >"$tmp/list"
 expect 0 '' '' -q -o "$tmp/out-twice" --manifest "$tmp/list" # folders tell them apart
-[ "$(cd "$tmp/out-twice" && find . -type f | sort | tr '\n' ' ')" = "./a/x.wav.txt ./b/x.wav.txt " ] || failures=$((failures + 1))
+[ "$(cd "$tmp/out-twice" && find . -name "*.txt" | sort | tr '\n' ' ')" = "./a/x.wav.txt ./b/x.wav.txt " ] || failures=$((failures + 1))
 while IFS='|' read -r status pattern arguments; do
     eval "expect $status '' \"\$pattern\" $arguments"
 done <<'MISTAKES'
 2|no audio file|
 2|not expected: --modle|--modle x "$sample"
 2|--model: 1 required FILE missing|--model
-1|the model nowhere.zx is not there|--model nowhere.zx "$sample"
+1|the model nowhere.zx: there is no such file|--model nowhere.zx "$sample"
 1|README.md is no model of this version|--model="$source/README.md" "$sample"
 1|nowhere.wav: there is no such file|nowhere.wav
 1|--version: there is no such file|-- --version
-1|README.md: holds no audio that can be read here.*ffmpeg -i|"$source/README.md"
+1|README.md: is text, not audio|"$source/README.md"
+1|noise.mp3: holds no audio that can be read here.*ffmpeg -i|"$tmp/noise.mp3"
+1|nothing.wav: is empty|"$tmp/nothing.wav"
+1|the model .*: is a folder, not a file|--model "$tmp" "$sample"
 1|cut.wav: cannot be read, or ends before its audio does|"$tmp/cut.wav"
-1|failed to init with status|-v "$source/README.md"
+1|failed to init with status|-v "$tmp/noise.mp3"
 1|no recordings in what was named|"$tmp/empty"
 1|is a folder, not a list|--manifest "$tmp/empty"
 2|several recordings cannot be one html|-f html "$sample" "$tmp/second.wav"
@@ -72,9 +77,13 @@ done <<'MISTAKES'
 2|four numbers|--threshold 0.1,0.2 "$sample"
 2|several formats need --output-dir|--format rttm,json "$sample"
 2|--resume needs|--resume "$sample"
+2|unknown format tabel: did you mean table|-f tabel "$sample"
+2|diarise is no file and no command: did you mean diarize|diarise
+2|did you mean add|voices ad Ann
+2|is the name of one file|-o "$tmp/x.rttm" "$sample" "$tmp/second.wav"
 2|the channels are the speakers|--channels split -n 2 "$sample"
 MISTAKES
-if "$parley" "$source/README.md" 2>&1 | grep -q 'zx_'; then
+if "$parley" "$tmp/noise.mp3" 2>&1 | grep -q 'zx_'; then
     echo "internal names without -v"
     failures=$((failures + 1))
 fi
@@ -119,7 +128,7 @@ spoken() { "$parley" "$@" "$sample" | awk '{sum += 1000 * ($2 - $1)} END {printf
 expect 0 '"note": "only [0-9]+ speakers can be told apart"' '' -n 40 --format json "$sample"
 "$parley" - <"$sample" >"$tmp/from_stdin"
 cmp "$tmp/one" "$tmp/from_stdin" || failures=$((failures + 1))
-expect 1 '' 'standard input: holds no audio' - <"$source/README.md"
+expect 1 '' 'standard input: is text, not audio' - <"$source/README.md"
 if [ -z "${WINEPREFIX:-}" ]; then # where there is no /dev/fd
     "$parley" <(cat "$sample") >"$tmp/from_pipe"
     cmp "$tmp/one" "$tmp/from_pipe" || failures=$((failures + 1))
@@ -262,20 +271,39 @@ head -c 1000 "$sample" >"$tmp/in/short.wav" # a header that promises more
 printf 'no audio' >"$tmp/in/bad.mp3"
 expect 1 '' '2 of 10 recordings failed' -j 3 -f rttm,json -o "$tmp/outputs" "$tmp/in"
 [ "$(wc -l <"$tmp/err")" = 3 ] || { cat "$tmp/err"; failures=$((failures + 1)); } # a line for each, and the sum
-[ "$(find "$tmp/outputs" -name '*.rttm' | wc -l)" = 8 ] && [ "$(find "$tmp/outputs" -type f | wc -l)" = 16 ] ||
+results() { find "$tmp/outputs" -type f ! -name .parley "$@" | wc -l; }
+[ "$(results -name '*.rttm')" = 8 ] && [ "$(results)" = 16 ] ||
     { echo "wrong outputs"; failures=$((failures + 1)); }
 for i in $(seq 8); do
     sed "s/^SPEAKER [0-9]* /SPEAKER three-voices /" "$tmp/outputs/deep/$i.rttm" | cmp - "$tmp/hypothesis.rttm" || failures=$((failures + 1))
 done
+# What is missing is made again, and so is what would be another result by now.
+resumed() { # NUMBER ARGUMENT...: so many files are new
+    local number=$1
+    shift
+    touch "$tmp/before"
+    expect 1 '' '2 of 10' --resume -f rttm,json -o "$tmp/outputs" "$@" "$tmp/in"
+    [ "$(results -newer "$tmp/before")" = "$number" ] || { echo "resumed $(results -newer "$tmp/before")"; failures=$((failures + 1)); }
+}
+resumed 0
 rm "$tmp/outputs/deep/7.json"
-touch "$tmp/before"
-expect 1 '' '2 of 10' --resume -f rttm,json -o "$tmp/outputs" "$tmp/in"
-[ "$(find "$tmp/outputs" -newer "$tmp/before" -type f | wc -l)" = 2 ] || { echo "resumed too much"; failures=$((failures + 1)); }
+resumed 2
+touch -d 2001-01-01 "$tmp/in/deep/3.wav"
+resumed 2
+resumed 16 --pad 0.1
+resumed 0 --pad 0.1 -j 1
+"$parley" -q -f rttm -o "$tmp/new.rttm" "$sample" && cmp "$tmp/new.rttm" "$tmp/hypothesis.rttm" || failures=$((failures + 1))
 # A run that is killed leaves whole files under their names
 "$parley" -f html -o "$tmp/killed" "$tmp/in/deep" &
 sleep 0.3
 kill -9 $!
 wait $! 2>/dev/null
+rm -f "$tmp"/killed/.parley-*.part
+"$parley" -f html -o "$tmp/killed" "$tmp/in/deep" & # one that is asked to end takes along what is not whole
+sleep 0.3
+kill -TERM $!
+wait $! 2>/dev/null
+[ -z "$(find "$tmp/killed" -name '*.part')" ] || { echo "parts are left"; failures=$((failures + 1)); }
 for page in "$tmp"/killed/*.html; do
     [ ! -e "$page" ] || tail -c 8 "$page" | grep -q '</html>' || { echo "$page is half"; failures=$((failures + 1)); }
 done

@@ -1,6 +1,5 @@
 #include "command_options.h"
 
-#include <map>
 #include <string_view>
 
 namespace parley {
@@ -9,6 +8,7 @@ void command_options::define(CLI::App *app) {
     for (int32_t i = 0; const parley_option *option = parley_option_at(i); i++) {
         const auto set = [this, option](const std::string &value) {
             texts_.push_back(value);
+            given_[option->name] = value;
             if (parley_options_set(&options_, option->name, texts_.back().c_str()) != PARLEY_OK)
                 throw CLI::ValidationError(std::string("--") + parley_message());
         };
@@ -22,6 +22,13 @@ void command_options::define(CLI::App *app) {
                 name, [set] { set("1"); }, option->purpose);
         }
     }
+}
+
+std::string command_options::text() const {
+    std::string result;
+    for (const auto &[name, value] : given_)
+        if (name != "jobs") result += name + "=" + value + "\n";
+    return result;
 }
 
 }  // namespace parley

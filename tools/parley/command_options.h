@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <deque>
+#include <map>
 #include <string>
 
 #include "parley.h"
@@ -24,9 +25,13 @@ public:
 
     const parley_options *get() const { return &options_; }
 
+    // Those that were given and that a result depends on, in one text.
+    std::string text() const;
+
 private:
     parley_options options_;
     std::deque<std::string> texts_;
+    std::map<std::string, std::string> given_;
 };
 
 }  // namespace parley

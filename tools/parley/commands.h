@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
 
 namespace parley {
 
@@ -15,6 +16,9 @@ command assign_command(CLI::App *app);
 command match_command(CLI::App *app);
 command listen_command(CLI::App *app);
 command voices_command(CLI::App *app);
+
+// ": did you mean ...?" with a command of `app`, or of its commands, that is nearly a word.
+std::string suggested_command(const CLI::App &app, const std::string &word);
 
 }  // namespace parley
 

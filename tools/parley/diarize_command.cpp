@@ -16,6 +16,7 @@
 #include "model.h"
 #include "progress.h"
 #include "recordings.h"
+#include "result_log.h"
 #include "system.h"
 #include "terminal.h"
 #include "voices.h"
@@ -30,6 +31,7 @@ namespace {
 
 struct arguments {
     std::vector<std::string> files, manifests, formats;
+    std::string output_file;  // where the result of one recording has a name of its own
     std::string model, voices, output_dir, audio = "auto", color = "auto";
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
@@ -46,12 +48,14 @@ void define(CLI::App *app, arguments *a) {
     list("-f,--format", &a->formats, "how to write the result, see below")
         ->delimiter(',')
         ->type_name("NAME,...");
-    app->add_option("-o,--output-dir", a->output_dir, "a file per recording and format, there")
+    app->add_option("-o,--output-dir", a->output_dir,
+                    "a folder for a file per recording and format, or the name of a file for one result")
         ->type_name("DIR");
     app->add_option("--audio", a->audio, "of pages: embed, link, copy (beside them), none")
         ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
         ->type_name("HOW");
-    app->add_flag("--resume", a->resume, "leave out recordings whose files are there");
+    app->add_flag("--resume", a->resume,
+                  "leave out recordings whose results are there and would be the same");
     a->options.define(app);
     app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
@@ -93,6 +97,7 @@ traits traits_of(const parley_format *format) {
 }
 
 std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
+    if (!a.output_file.empty()) return a.output_file;
     return text_of(path_of(a.output_dir) / path_of(recording.output + format.extension));
 }
 
@@ -144,21 +149,29 @@ public:
     // The number of recordings that failed.
     size_t run() {
         for (size_t w = 0; w < num_workers_; w++) diarizers_.push_back(open_model(a_.model));
+        if (!a_.output_dir.empty() && a_.output_file.empty())
+            log_ = {a_.output_dir, read_text(a_.model) + voices_ + a_.audio + "\n" + a_.options.text()};
         run_workers(static_cast<int>(num_workers_), recordings_.size(),
                     [this](int worker, size_t item) { one(static_cast<size_t>(worker), item); });
         progress_.clear();
-        if (shows_progress_ && progress_.seconds() >= 1 &&
-            (recordings_.size() > 1 || !a_.output_dir.empty())) {
-            std::fprintf(stderr, "parley: %zu recording%s, %s of audio in %s", recordings_.size() - failed_,
-                         recordings_.size() - failed_ == 1 ? "" : "s", clock(seconds_).c_str(),
-                         clock(progress_.seconds()).c_str());
-            std::fprintf(stderr, num_files_ > 0 ? ", %zu files in %s\n" : "\n", num_files_,
-                         a_.output_dir.c_str());
-        }
+        if (shows_progress_) sum_up();
         return failed_;
     }
 
 private:
+    // What was done and where it is, on a terminal.
+    void sum_up() const {
+        if (recordings_.size() > 1 && progress_.seconds() >= 1) {
+            const size_t done = recordings_.size() - failed_;
+            std::fprintf(stderr, "parley: %zu recording%s, %s of audio in %s\n", done, done == 1 ? "" : "s",
+                         clock(seconds_).c_str(), clock(progress_.seconds()).c_str());
+        }
+        if (num_files_ == 1) std::fprintf(stderr, "parley: wrote %s\n", printable(last_file_).c_str());
+        if (num_files_ > 1)
+            std::fprintf(stderr, "parley: wrote %zu files in %s\n", num_files_,
+                         printable(a_.output_dir).c_str());
+    }
+
     void one(size_t worker, size_t item) {
         const recording_file &recording = recordings_[item];
         std::string text;
@@ -194,7 +207,8 @@ private:
 
     bool is_there(const recording_file &recording) const {
         return a_.resume && std::ranges::all_of(formats_, [&](const parley_format *format) {
-                   return fs::exists(path_of(file_of(a_, recording, *format)));
+                   return fs::exists(path_of(file_of(a_, recording, *format))) &&
+                          log_.is_current(recording.output + format->extension, recording.path);
                });
     }
 
@@ -232,7 +246,7 @@ private:
             if (!note.empty() && !a_.quiet &&
                 !std::ranges::all_of(formats_, &traits::tells_notes, traits_of)) {
                 progress_.clear();
-                std::fprintf(stderr, "parley: %s: %s\n", recording.path.c_str(), note.c_str());
+                std::fprintf(stderr, "parley: %s: %s\n", printable(recording.path).c_str(), note.c_str());
             }
         }
         if (a_.output_dir.empty()) {
@@ -245,7 +259,9 @@ private:
             if (is_page(*format)) link_audio(a_.audio, recording.path, path, result.get());
             write_atomically(path, write(result.get(), format->name, {0, 0}));
             const std::lock_guard lock(mutex_);
+            log_.add(recording.output + format->extension, recording.path);
             num_files_++;
+            last_file_ = path;
         }
         return "";
     }
@@ -269,6 +285,7 @@ private:
     std::FILE *out_;
     parley_terminal terminal_;
     std::string voices_;
+    result_log log_;
     parley_options options_;
     size_t num_workers_;  // recordings at a time, among which threads are divided
     std::vector<diarizer_ptr> diarizers_;
@@ -277,19 +294,27 @@ private:
     std::mutex mutex_;  // guards what follows
     std::map<size_t, std::string> waiting_;
     size_t printed_ = 0, failed_ = 0, num_files_ = 0;
+    std::string last_file_;
     double seconds_ = 0;
     bool has_printed_ = false;
 };
 
 // What the parser cannot see. Throws CLI::ValidationError.
-std::vector<const parley_format *> check_arguments(const arguments &a) {
+std::vector<const parley_format *> check_arguments(const CLI::App &app, const arguments &a) {
     if (a.files.empty() && a.manifests.empty()) throw CLI::ValidationError("no audio file given");
+    for (const std::string &file : a.files) {
+        const std::string meant = suggested_command(app, file);
+        if (!meant.empty() && !fs::exists(path_of(file)))
+            throw CLI::ValidationError(file + " is no file and no command" + meant);
+    }
     if (parley_options_check(a.options.get()) != PARLEY_OK) throw CLI::ValidationError(parley_message());
     std::vector<const parley_format *> formats;
     for (const std::string &name : a.formats) {
-        const parley_format *format = find_format(name);
-        if (!format) throw CLI::ValidationError("unknown format " + name);
-        formats.push_back(format);
+        try {
+            formats.push_back(&format_named(name));
+        } catch (const std::invalid_argument &unknown) {
+            throw CLI::ValidationError(unknown.what());
+        }
     }
     if (a.output_dir.empty() && formats.size() > 1)
         throw CLI::ValidationError("several formats need --output-dir");
@@ -297,14 +322,34 @@ std::vector<const parley_format *> check_arguments(const arguments &a) {
     return formats;
 }
 
-int run(arguments *a) {
-    std::vector<const parley_format *> formats = check_arguments(*a);
+// What is called like a file of a format, and is no folder, is the file for the result of one recording.
+void settle_output_file(size_t num_recordings, arguments *a, std::vector<const parley_format *> *formats) {
+    const fs::path output = path_of(a->output_dir);
+    const parley_format *format = find_format_of_files(text_of(output.extension()));
+    std::error_code ignored;
+    if (!format || fs::is_directory(output, ignored)) return;
+    if (num_recordings > 1 || formats->size() > 1)
+        throw CLI::ValidationError(a->output_dir + " is the name of one file: several results take a folder");
+    if (formats->empty()) formats->push_back(format);
+    a->output_file = a->output_dir;
+}
+
+// Pages and pictures are nothing to look at there.
+bool is_for_terminals(const parley_format &format) {
+    const std::string_view kind = format.media_type;
+    return kind != "text/html" && !kind.starts_with("image/");
+}
+
+int run(const CLI::App &app, arguments *a) {
+    std::vector<const parley_format *> formats = check_arguments(app, *a);
     left_out others;
     const std::vector<recording_file> recordings = list_recordings(a->files, a->manifests, &others);
     if (others.count > 0 && !a->quiet) {
         std::fprintf(stderr, "parley: left out: %zu file%s that by name %s no audio, as %s\n", others.count,
                      others.count == 1 ? "" : "s", others.count == 1 ? "is" : "are", others.example.c_str());
     }
+    for (const std::string &folder : others.unreadable) print_error(std::runtime_error(folder));
+    if (recordings.empty() && !others.unreadable.empty()) return EXIT_FAILURE;
     if (recordings.empty()) throw std::runtime_error("there are no recordings in what was named");
     if (a->output_dir.empty() && recordings.size() > 1 && !formats.empty() &&
         traits_of(formats.front()).several == joined::not_at_all) {
@@ -312,15 +357,20 @@ int run(arguments *a) {
                                    ": -o DIR writes a file for each");
     }
     if (!a->output_dir.empty()) check_outputs(recordings);
+    if (!a->output_dir.empty()) settle_output_file(recordings.size(), a, &formats);
     if (a->model.empty()) a->model = find_model();
     std::FILE *out = take_standard_output();
+    if (a->output_dir.empty() && is_terminal(out) && !formats.empty() && !is_for_terminals(*formats.front()))
+        throw CLI::ValidationError(std::string(formats.front()->name) +
+                                   " is nothing for a terminal: -o FILE" + formats.front()->extension +
+                                   " writes it");
     if (formats.empty())
         formats.push_back(find_format(a->output_dir.empty() && is_terminal(out) ? "table" : "text"));
     const size_t failed = batch(*a, formats, recordings, out).run();
     if (failed > 0 && recordings.size() > 1)
         std::fprintf(stderr, "parley: %zu of %zu recordings failed\n", failed, recordings.size());
     close_standard_output(out);
-    return failed > 0 ? EXIT_FAILURE : EXIT_SUCCESS;
+    return failed > 0 || !others.unreadable.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 }  // namespace
@@ -333,7 +383,7 @@ command diarize_command(CLI::App *app) {
     return [a, app] {
         if (app->count("--speakers") > 0 && app->count("--min-speakers") + app->count("--max-speakers") > 0)
             throw CLI::ValidationError("--speakers goes without --min-speakers and --max-speakers");
-        return run(a.get());
+        return run(*app, a.get());
     };
 }
 

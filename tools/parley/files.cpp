@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -34,7 +37,48 @@ bool copy(int from, int to, uint64_t most) {
     }
 }
 
+// Names of files that are being written, for the handler of signals.
+constexpr size_t MOST_PARTS = 64;
+std::array<std::atomic<const char *>, MOST_PARTS> parts;
+
+// A name among them for as long as it lives; with more threads than places it is left out.
+class listed_part {
+public:
+    explicit listed_part(const std::string &name) : name_(name) {
+        for (auto &place : parts) {
+            const char *nothing = nullptr;
+            if (!place.compare_exchange_strong(nothing, name_.c_str())) continue;
+            place_ = &place;
+            return;
+        }
+    }
+    ~listed_part() {
+        if (place_) *place_ = nullptr;
+    }
+    listed_part(const listed_part &) = delete;
+    listed_part &operator=(const listed_part &) = delete;
+
+private:
+    std::string name_;
+    std::atomic<const char *> *place_ = nullptr;
+};
+
+extern "C" void remove_parts(int number) {
+    for (const auto &part : parts)
+        if (const char *name = part) unlink(name);
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+}
+
 }  // namespace
+
+void remove_parts_on_signals() {
+    std::signal(SIGINT, remove_parts);
+    std::signal(SIGTERM, remove_parts);
+#if defined(SIGHUP)
+    std::signal(SIGHUP, remove_parts);
+#endif
+}
 
 std::string read_text(const std::string &path) {
     if (path == "-") return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
@@ -47,8 +91,11 @@ std::string read_text(const std::string &path) {
 
 void write_atomically(const std::string &path, const std::string &content) {
     const std::filesystem::path target = path_of(path);
-    const std::filesystem::path part = target.parent_path() / path_of("." + text_of(target.filename()) + "." +
-                                                                      std::to_string(getpid()) + ".part");
+    static std::atomic<int> number = 0;  // names of 255 bytes leave no room for more
+    const std::filesystem::path part =
+        target.parent_path() /
+        path_of(".parley-" + std::to_string(getpid()) + "-" + std::to_string(number++) + ".part");
+    const listed_part listed(text_of(part));
     std::ofstream file(part, std::ios::binary);
     if (!file) fail(text_of(part));
     file.write(content.data(), static_cast<std::streamsize>(content.size()));

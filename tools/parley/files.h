@@ -15,6 +15,9 @@ std::string read_text(const std::string &path);
 // Writes a file so that it is there whole or not at all. Throws std::system_error.
 void write_atomically(const std::string &path, const std::string &content);
 
+// From now on a signal that ends the program takes files with it that are only half there.
+void remove_parts_on_signals();
+
 // Whether a path can be read only once, from its beginning to its end: standard input ("-"), a pipe.
 bool is_stream(const std::string &path);
 

@@ -2,13 +2,27 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "commands.h"
+#include "files.h"
 #include "parley.h"
+#include "suggestion.h"
 #include "system.h"
 #include "terminal.h"
 
 namespace parley {
+
+std::string suggested_command(const CLI::App &app, const std::string &word) {
+    std::vector<std::string> names;
+    for (const CLI::App *sub : app.get_subcommands(nullptr)) {
+        if (sub->get_name() == word) return "";
+        names.push_back(sub->get_name());
+        if (const std::string below = suggested_command(*sub, word); !below.empty()) return below;
+    }
+    return suggestion(word, names);
+}
+
 namespace {
 
 int run_command(int argc, char **argv) {
@@ -39,7 +53,11 @@ int run_command(int argc, char **argv) {
     } catch (const CLI::Success &message) {  // --help and --version
         return app.exit(message);
     } catch (const CLI::ParseError &error) {
-        std::fprintf(stderr, "parley: %s\nparley --help tells more.\n", error.what());
+        std::string meant;
+        for (int i = 1; i < argc && meant.empty(); i++) meant = suggested_command(app, argv[i]);
+        const bool is_said = std::string_view(error.what()).ends_with('?');
+        std::fprintf(stderr, "parley: %s%s\nparley --help tells more.\n", printable(error.what()).c_str(),
+                     is_said ? "" : meant.c_str());
         return EXIT_USAGE;
     }
 }
@@ -50,6 +68,7 @@ int run_command(int argc, char **argv) {
 int main(int argc, char **argv) {
     try {
         prepare_streams();
+        parley::remove_parts_on_signals();
         return parley::run_command(argc, argv);
     } catch (const std::exception &error) {
         parley::print_error(error);

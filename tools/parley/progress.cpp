@@ -1,9 +1,12 @@
 #include "progress.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <numeric>
 #include <string>
+
+#include "system.h"
 
 namespace parley {
 
@@ -11,7 +14,8 @@ namespace {
 
 constexpr double SILENT = 1.0;    // seconds before there is anything to see
 constexpr double INTERVAL = 0.1;  // seconds between two drawings
-constexpr int CELLS = 20;
+constexpr size_t CELLS = 20, FEWEST_CELLS = 6;
+constexpr int SHORTEST_LINE = 20;  // columns
 
 // "12 min", "45 s", "1 h 20 min"
 std::string duration(double seconds) {
@@ -54,13 +58,21 @@ void progress_line::draw() {
     const double share = (static_cast<double>(done_) + std::accumulate(shares_.begin(), shares_.end(), 0.0)) /
                          static_cast<double>(total_);
     const double spent = seconds();
-    const int filled = static_cast<int>(CELLS * share);
-    std::string bar(static_cast<size_t>(filled), '#');
-    bar.resize(CELLS, '.');
-    std::string text = "[" + bar + "] " + std::to_string(static_cast<int>(100 * share)) + " %";
-    if (total_ > 1) text += ", " + std::to_string(done_) + " of " + std::to_string(total_) + " recordings";
-    text += ", " + duration(spent);
-    if (share > 0.02) text += ", " + duration(spent / share - spent) + " left";
+    // What a narrow terminal has no room for is left out, the first to go last.
+    std::string text = std::to_string(static_cast<int>(100 * share)) + " %";
+    const auto columns = static_cast<size_t>(std::max(columns_of_terminal(stderr), SHORTEST_LINE));
+    const auto add = [&text, columns](const std::string &part) {
+        if (text.size() + part.size() < columns) text += part;
+    };
+    if (share > 0.02) add(", " + duration(spent / share - spent) + " left");
+    if (total_ > 1) add(", " + std::to_string(done_) + " of " + std::to_string(total_) + " recordings");
+    add(", " + duration(spent));
+    if (const size_t room = columns - text.size(); room > FEWEST_CELLS + 3) {
+        const size_t cells = std::min(CELLS, room - 4);
+        std::string bar(static_cast<size_t>(static_cast<double>(cells) * share), '#');
+        bar.resize(cells, '.');
+        text.insert(0, "[" + bar + "] ");
+    }
     std::fprintf(stderr, "\r\033[K%s", text.c_str());
     drawn_ = true;
 }

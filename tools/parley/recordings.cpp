@@ -29,21 +29,28 @@ bool looks_like_audio(const fs::path &path) {
     return std::ranges::find(KNOWN, extension) != KNOWN.end();
 }
 
-void add_folder(const fs::path &folder, std::vector<recording_file> *list, left_out *others) {
+// Of a folder and all below it, but not of links to folders. Other file systems leave a companion beside each
+// file that a Mac writes there, which begins with "._".
+void find_audio(const fs::path &folder, std::vector<fs::path> *found, left_out *others) {
     std::error_code error;
-    std::vector<fs::path> found;
-    for (auto entry =
-             fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, error);
-         !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    for (auto entry = fs::directory_iterator(folder, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
         std::error_code ignored;  // of links to what is not there
+        const fs::path &path = entry->path();
+        if (entry->is_directory(ignored) && !entry->is_symlink(ignored)) find_audio(path, found, others);
         if (!entry->is_regular_file(ignored)) continue;
-        if (looks_like_audio(entry->path())) {
-            found.push_back(entry->path());
+        if (looks_like_audio(path) && !text_of(path.filename()).starts_with("._")) {
+            found->push_back(path);
         } else if (others->count++ == 0) {
-            others->example = text_of(entry->path());
+            others->example = text_of(path);
         }
     }
-    if (error) throw std::runtime_error(text_of(folder) + ": " + error.message());
+    if (error) others->unreadable.push_back(text_of(folder) + ": " + error.message());
+}
+
+void add_folder(const fs::path &folder, std::vector<recording_file> *list, left_out *others) {
+    std::vector<fs::path> found;
+    find_audio(folder, &found, others);
     std::ranges::sort(found);
     for (const fs::path &path : found)
         list->push_back({text_of(path), text_of(path.lexically_relative(folder).replace_extension())});

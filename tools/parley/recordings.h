@@ -7,10 +7,11 @@
 
 namespace parley {
 
-// What of folders was left out since its name does not look like audio.
+// What of folders is not in the list.
 struct left_out {
-    size_t count = 0;
+    size_t count = 0;  // files whose names do not look like audio
     std::string example;
+    std::vector<std::string> unreadable;  // folders, and why
 };
 
 struct recording_file {
@@ -22,8 +23,8 @@ struct recording_file {
 // Files as they are; folders with the audio files anywhere below them, known by extension; patterns with * ?
 // [ ] that no file is named like; and the lines of manifests ("-" is standard input). A file
 // that is named twice counts once. Two of one output name keep their extensions, and where that does not
-// suffice the names of their folders stand in front. Throws std::runtime_error for a folder or manifest that
-// cannot be read and a pattern that matches nothing.
+// suffice the names of their folders stand in front. Throws std::runtime_error for a manifest that cannot be
+// read and a pattern that matches nothing.
 std::vector<recording_file> list_recordings(const std::vector<std::string> &arguments,
                                             const std::vector<std::string> &manifests, left_out *others);
 

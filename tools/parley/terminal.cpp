@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
@@ -59,8 +60,14 @@ parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
     return result;
 }
 
+std::string printable(std::string text) {
+    std::ranges::replace_if(
+        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; }, '?');
+    return text;
+}
+
 void print_error(const std::exception &error, bool verbose) {
-    std::fprintf(stderr, "parley: %s\n", error.what());
+    std::fprintf(stderr, "parley: %s\n", printable(error.what()).c_str());
     if (const auto *failure = dynamic_cast<const parley_error *>(&error); failure && verbose)
         std::fputs(failure->details.c_str(), stderr);
 }

@@ -26,6 +26,9 @@ bool is_dumb_terminal();
 // not set).
 parley_terminal terminal_of(std::FILE *stream, const std::string &color);
 
+// A text of one line with ? in place of control characters, by which names of files could move the cursor.
+std::string printable(std::string text);
+
 // "parley: " and what went wrong, with what the engine said about it if `verbose`.
 void print_error(const std::exception &error, bool verbose = false);
 
