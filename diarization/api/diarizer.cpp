@@ -19,16 +19,10 @@ enum channel_use : int32_t { MIXED, APART, LOUDEST };  // as `channels` counts t
 constexpr int32_t LARGEST_NUMBER = 1000;
 constexpr double LONGEST = 3600;  // seconds
 
-std::vector<float> draw_waveform(const int16_t *samples, size_t count) {
-    const size_t step = RATE / WAVEFORM_RATE;
-    std::vector<float> peaks;
-    for (size_t at = 0; at < count; at += step) {
-        int loudest = 0;
-        for (size_t i = at; i < std::min(at + step, count); i++)
-            loudest = std::max(loudest, std::abs(int{samples[i]}));
-        peaks.push_back(std::min(1.0f, static_cast<float>(loudest) / 32767));
-    }
-    return peaks;
+std::vector<float> waveform_of(const int16_t *samples, size_t count) {
+    waveform_drawer waveform;
+    waveform.add(samples, count);
+    return waveform.peaks();
 }
 
 std::vector<std::string> split_names(const char *names) {
@@ -237,6 +231,7 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     }
     std::vector<int16_t> converted;
     zx_parley_samples_t samples;
+    waveform_drawer waveform;
     if (options.channels == LOUDEST) {
         converted = loudest_of(channels_of(path, given, options));
         samples = borrowed(converted);
@@ -245,10 +240,11 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
             result.note = note_on_mixing({given->values, static_cast<size_t>(2 * given->num_frames)});
         samples = take(*given, &converted);
     } else {
-        samples = read_any(&engine_, read_request(path, options, progress), &result.note);
+        samples = read_any(&engine_, read_request(path, options, progress, &waveform), &result.note);
     }
     result.duration = static_cast<double>(samples.count) / RATE;
-    result.waveform = draw_waveform(samples.pcm, static_cast<size_t>(samples.count));
+    result.waveform =
+        samples.pcm ? waveform_of(samples.pcm, static_cast<size_t>(samples.count)) : waveform.peaks();
     result.kept =
         std::make_shared<kept_embeddings>(kept_embeddings{engine_.embed(&samples, path, progress), {}});
     find_again(result.kept.get(), options, progress, &result);
@@ -284,7 +280,7 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         const progress_function share = [&](double done) {
             return !progress || progress((static_cast<double>(c) + done) / num_channels);
         };
-        const std::vector<float> wave = draw_waveform(channels[c].data(), channels[c].size());
+        const std::vector<float> wave = waveform_of(channels[c].data(), channels[c].size());
         result->waveform.resize(wave.size());
         for (size_t i = 0; i < wave.size(); i++) result->waveform[i] = std::max(result->waveform[i], wave[i]);
         zx_parley_samples_t samples = borrowed(channels[c]);

@@ -49,10 +49,9 @@ void session::feed(const int16_t *interleaved, int64_t num_frames) {
 void session::hear(std::span<const int16_t> samples) {
     if (num_samples_ + static_cast<int64_t>(samples.size()) > INT32_MAX)
         throw diarization_error(PARLEY_INVALID, "more than 2^31 - 1 samples");
+    num_samples_ += static_cast<int64_t>(samples.size());
+    waveform_.add(samples.data(), samples.size());
     for (const int16_t sample : samples) {
-        if (num_samples_++ % (RATE / WAVEFORM_RATE) == 0) waveform_.push_back(0);
-        waveform_.back() =
-            std::max(waveform_.back(), std::min(1.0F, static_cast<float>(std::abs(int{sample})) / 32767));
         hop_.push_back(sample);
         if (hop_.size() < ZX_PARLEY_HOP_LENGTH) continue;
         rows_.resize(rows_.size() + ZX_FILTERBANK_NUM_BANDS);
@@ -151,7 +150,7 @@ diarization session::empty_result() const {
     result.path = result.recording = name_;
     result.model = owner_->own_engine()->id();
     result.duration = static_cast<double>(num_samples_) / RATE;
-    result.waveform = waveform_;
+    result.waveform = waveform_.peaks();
     result.with_confidence = options_.confidence != 0;
     result.with_embeddings = options_.embeddings != 0;
     return result;

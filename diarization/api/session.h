@@ -51,7 +51,7 @@ private:
     std::vector<int16_t> pending_;  // mono, before conversion: less than a block
     std::vector<int16_t> hop_;      // samples of a row that is not complete
     int64_t num_samples_ = 0;       // at the engine's rate
-    std::vector<float> waveform_;
+    waveform_drawer waveform_;
 
     std::vector<int16_t> rows_;  // normalized, from the chunk that is not complete on
     int32_t num_frames_ = 0, chunk_start_ = 0, first_kept_ = 0;

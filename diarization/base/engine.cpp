@@ -76,10 +76,26 @@ void engine::set_jobs(int32_t jobs) {
         jobs > 0 ? jobs : std::clamp(static_cast<int32_t>(std::thread::hardware_concurrency()), 1, MOST_JOBS);
 }
 
-zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress) {
+zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress,
+                                 waveform_drawer *waveform) {
+    zx_error_prepare();
+    waveform->clear();
+    const zx_parley_listener_t listener = {[](void *context, const int16_t *pcm, int32_t count) {
+                                               static_cast<waveform_drawer *>(context)->add(
+                                                   pcm, static_cast<size_t>(count));
+                                           },
+                                           waveform};
+    zx_parley_samples_t samples;
+    check_engine(zx_parley_internal_read_features(get(), path.c_str(), most, reporter(progress).get(),
+                                                  &listener, &samples),
+                 path);
+    return samples;
+}
+
+zx_parley_samples_t engine::read_samples(const std::string &path, const progress_function &progress) {
     zx_error_prepare();
     zx_parley_samples_t samples;
-    check_engine(zx_parley_internal_read(path.c_str(), most, reporter(progress).get(), &samples), path);
+    check_engine(zx_parley_internal_read(path.c_str(), INT32_MAX, reporter(progress).get(), &samples), path);
     return samples;
 }
 

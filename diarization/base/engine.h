@@ -8,6 +8,7 @@
 
 #include "frames.h"
 #include "parameters.h"
+#include "waveform.h"
 #include "zx_parley_internal.h"
 
 using thresholds = std::array<double, 4>;  // offline, prune, segment, background
@@ -31,8 +32,13 @@ public:
     // Threads for embeddings; 0: one a core.
     void set_jobs(int32_t jobs);
 
-    // Refuses more than `most` samples before any is decoded.
-    zx_parley_samples_t read(const std::string &path, int64_t most, const progress_function &progress);
+    // A file's features, computed and its waveform drawn as the samples come; of more than `most` samples
+    // their number alone.
+    zx_parley_samples_t read(const std::string &path, int64_t most, const progress_function &progress,
+                             waveform_drawer *waveform);
+
+    // The samples themselves.
+    zx_parley_samples_t read_samples(const std::string &path, const progress_function &progress);
 
     // The samples in front of the place at which reading fails; maybe none.
     zx_parley_samples_t read_what_is_there(const std::string &path, const progress_function &progress);

@@ -2,6 +2,7 @@
 #ifndef PARLEY_DIARIZATION_RECORD_H
 #define PARLEY_DIARIZATION_RECORD_H
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>

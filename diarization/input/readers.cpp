@@ -99,10 +99,12 @@ zx_parley_samples_t read_with_others(const read_request &request, std::string *n
 // Where a container and its decoder disagree about the time that the audio takes. With the two rates of
 // HE-AAC the container names the lower and the decoder gives the higher: everything seems to take twice as
 // long.
-void settle_duration(const read_request &request, zx_parley_samples_t *samples, std::string *note) {
+void settle_duration(engine *own, const read_request &request, zx_parley_samples_t *samples,
+                     std::string *note) {
     const double media = samples->media_seconds, read = static_cast<double>(samples->count) / RATE;
     if (media <= 0 || std::abs(read - media) < std::max(0.25, 0.03 * media)) return;
     if (std::abs(read / 2 - media) < std::max(0.5, 0.03 * media)) {
+        *samples = own->read_samples(request.path, request.progress);
         sample_buffer halved;
         halved.append(resample({samples->pcm, static_cast<size_t>(samples->count)}, 2 * RATE, RATE));
         *samples = halved.release();
@@ -140,11 +142,12 @@ int64_t longest_of(const parley_options &options) {
 }
 
 read_request::read_request(const std::string &file, const parley_options &options,
-                           const progress_function &callback)
+                           const progress_function &callback, waveform_drawer *drawer)
     : path(file),
       ffmpeg(static_cast<ffmpeg_use>(options.via_ffmpeg)),
       most(longest_of(options)),
-      progress(callback) {}
+      progress(callback),
+      waveform(drawer) {}
 
 zx_parley_samples_t read_any(engine *own, const read_request &request, std::string *note) {
     check_is_readable(request.path, request.path);
@@ -153,8 +156,8 @@ zx_parley_samples_t read_any(engine *own, const read_request &request, std::stri
     if (result.count == 0 && changes_on_the_way(request.path)) result = read_joined(request, note);
     if (result.count == 0) {
         try {
-            result = own->read(request.path, request.most, request.progress);
-            if (result.count <= request.most) settle_duration(request, &result, note);
+            result = own->read(request.path, request.most, request.progress, request.waveform);
+            if (result.count <= request.most) settle_duration(own, request, &result, note);
             if (is_for_libsndfile(request.path)) add_note(note, note_on_mixing(request.path));
         } catch (const diarization_error &refusal) {
             if (refusal.status == PARLEY_CANCELLED || refusal.status == PARLEY_OUT_OF_MEMORY) throw;

@@ -16,16 +16,19 @@ int64_t longest_of(const parley_options &options);
 
 // What to read and how. `most`: samples, beyond which a recording is refused.
 struct read_request {
-    read_request(const std::string &file, const parley_options &options, const progress_function &callback);
+    read_request(const std::string &file, const parley_options &options, const progress_function &callback,
+                 waveform_drawer *drawer);
 
     const std::string &path;
     ffmpeg_use ffmpeg;
     int64_t most;
     const progress_function &progress;
+    waveform_drawer *waveform;
 };
 
-// Mono samples at the engine's rate. What a user should know of the way the file was read is added to `note`.
-// Throws diarization_error: what the engine's own readers say of the file when nobody can read it.
+// Mono samples at the engine's rate, or the features and the waveform of them. What a user should know of the
+// way the file was read is added to `note`. Throws diarization_error: what the engine's own readers say of
+// the file when nobody can read it.
 zx_parley_samples_t read_any(engine *own, const read_request &request, std::string *note);
 
 #endif

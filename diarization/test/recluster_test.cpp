@@ -21,8 +21,8 @@ protected:
     asking_again() : owner_(MODEL) {
         init_options(&options_);
         options_.confidence = 1;
-        const zx_parley_samples_t read = owner_.own_engine()->read(
-            std::string(PARLEY_SOURCE_DIR) + "/examples/three-voices.wav", INT32_MAX, nullptr);
+        const zx_parley_samples_t read = owner_.own_engine()->read_samples(
+            std::string(PARLEY_SOURCE_DIR) + "/examples/three-voices.wav", nullptr);
         samples_.assign(read.pcm, read.pcm + read.count);
     }
 

@@ -22,7 +22,7 @@ protected:
     std::vector<int16_t> example() {
         const progress_function unwatched;
         const zx_parley_samples_t read =
-            owner_.own_engine()->read(FOLDER + "/examples/three-voices.wav", INT32_MAX, unwatched);
+            owner_.own_engine()->read_samples(FOLDER + "/examples/three-voices.wav", unwatched);
         return {read.pcm, read.pcm + read.count};
     }
 

@@ -81,7 +81,9 @@ bool print_model(const char *path, const std::vector<int16_t> &pcm) {
     print(name + " features", features);
 
     const auto embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
-    zx_parley_samples_t samples = {nullptr, pcm.data(), static_cast<int32_t>(pcm.size())};
+    zx_parley_samples_t samples;
+    samples.pcm = pcm.data();
+    samples.count = static_cast<int32_t>(pcm.size());
     zx_heap_ptr<float> rows;
     if (zx_parley_internal_embed(object, &samples, nullptr, &rows) != ZX_STATUS_SUCCESS) return false;
     const std::vector<float> embeddings(rows.get(),

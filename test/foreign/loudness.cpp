@@ -18,7 +18,10 @@ int main(int argc, char **argv) {
         const std::string path = argv[2];
         const progress_function unwatched;
         std::string note;
-        const zx_parley_samples_t samples = read_any(&own, read_request(path, options, unwatched), &note);
+        waveform_drawer waveform;
+        zx_parley_samples_t samples =
+            read_any(&own, read_request(path, options, unwatched, &waveform), &note);
+        if (!samples.pcm) samples = own.read_samples(path, unwatched);  // what has become features
         std::printf("%.3f\n%s\n", static_cast<double>(samples.count) / RATE, note.c_str());
         constexpr int32_t FRAME = ZX_PARLEY_FRAME_LENGTH;
         for (int32_t at = 0; at + FRAME <= samples.count; at += FRAME) {

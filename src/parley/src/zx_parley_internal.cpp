@@ -99,12 +99,13 @@ namespace {
 // Features of a recording, in spans whose filterbanks first hear the hops in front of them: the history of a
 // filterbank is one hop, whose first sample needs the one before.
 struct feature_run {
-    static constexpr int32_t SPAN = 4096, HISTORY = 2;  // hops; a span is about a minute
+    static constexpr int32_t SPAN = 512, HISTORY = 2;  // hops; a span is about 8 s
 
     zx_filterbank_t *const *filterbanks;  // one a worker
     const int16_t *pcm;
     int64_t num_hops;
     int16_t *feature;
+    int32_t num_before = 0;  // hops in front of `pcm` that can be read
 
     static zx_status_t compute_span(void *context, int32_t worker, int32_t span) {
         const auto *self = static_cast<const feature_run *>(context);
@@ -112,7 +113,7 @@ struct feature_run {
         zx_filterbank_reset(filterbank);  // a call that failed below may have left its audio there
         const int64_t first = int64_t{span} * SPAN, end = std::min(first + SPAN, self->num_hops);
         int16_t unused[ZX_FILTERBANK_NUM_BANDS] = {};
-        for (int64_t hop = std::max<int64_t>(first - HISTORY, 0); hop < end; hop++) {
+        for (int64_t hop = std::max<int64_t>(first - HISTORY, -int64_t{self->num_before}); hop < end; hop++) {
             const zx_status_t status =
                 zx_filterbank_compute(filterbank, self->pcm + hop * ZX_PARLEY_HOP_LENGTH,
                                       hop < first ? unused : self->feature + hop * ZX_FILTERBANK_NUM_BANDS);
@@ -125,27 +126,56 @@ struct feature_run {
 
 }  // namespace
 
+namespace {
+
+// Filterbanks for several workers: the engine's own and others like it.
+class filterbanks {
+public:
+    filterbanks() = default;
+    ~filterbanks() {
+        for (int32_t w = 1; w < num_workers_; w++) zx_filterbank_delete(all_.get()[w]);
+    }
+    filterbanks(const filterbanks &) = delete;
+    filterbanks &operator=(const filterbanks &) = delete;
+
+    // ZX_STATUS_OUT_OF_MEMORY
+    [[nodiscard]] zx_status_t init(zx_parley_t *object, int32_t num_workers) {
+        all_.reset(zx_heap_zeroed<zx_filterbank_t *>(static_cast<size_t>(num_workers)));
+        if (!all_) return ZX_STATUS_OUT_OF_MEMORY;
+        num_workers_ = num_workers;
+        all_.get()[0] = object->filterbank;
+        for (int32_t w = 1; w < num_workers; w++) {
+            const zx_status_t status =
+                zx_filterbank_init(object->memory, ZX_PARLEY_HOP_LENGTH, &all_.get()[w]);
+            if (status != ZX_STATUS_SUCCESS) return status;
+        }
+        return ZX_STATUS_SUCCESS;
+    }
+
+    zx_status_t compute(feature_run run, const zx_progress_t *progress) const {
+        run.filterbanks = all_.get();
+        const auto num_spans = static_cast<int32_t>((run.num_hops - 1) / feature_run::SPAN + 1);
+        return zx_parallel_run(num_workers_, num_spans, {feature_run::compute_span, &run}, progress);
+    }
+
+private:
+    zx_heap_ptr<zx_filterbank_t *> all_;
+    int32_t num_workers_ = 0;
+};
+
+}  // namespace
+
 zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm, int32_t num_frames,
                                         int16_t *feature, const zx_progress_t *progress) {
     ZX_ASSERT(object);
     ZX_ASSERT(pcm);
     ZX_ASSERT(num_frames > 0);
     ZX_ASSERT(feature);
-    feature_run run = {nullptr, pcm, 2 * int64_t{num_frames}, feature};
-    const auto num_spans = static_cast<int32_t>((run.num_hops - 1) / feature_run::SPAN + 1);
-    const int32_t num_workers = std::min(object->num_workers, num_spans);
-    const zx_heap_ptr<zx_filterbank_t *> filterbanks(
-        zx_heap_zeroed<zx_filterbank_t *>(static_cast<size_t>(num_workers)));
-    if (!filterbanks) return ZX_STATUS_OUT_OF_MEMORY;
-    run.filterbanks = filterbanks.get();
-    filterbanks.get()[0] = object->filterbank;
-    zx_status_t status = ZX_STATUS_SUCCESS;
-    for (int32_t w = 1; w < num_workers && status == ZX_STATUS_SUCCESS; w++)
-        status = zx_filterbank_init(object->memory, ZX_PARLEY_HOP_LENGTH, &filterbanks.get()[w]);
-    if (status == ZX_STATUS_SUCCESS)
-        status = zx_parallel_run(num_workers, num_spans, {feature_run::compute_span, &run}, progress);
-    for (int32_t w = 1; w < num_workers; w++) zx_filterbank_delete(filterbanks.get()[w]);
-    return status;
+    const int64_t num_hops = 2 * int64_t{num_frames};
+    filterbanks all;
+    const zx_status_t status = all.init(
+        object, std::min(object->num_workers, static_cast<int32_t>((num_hops - 1) / feature_run::SPAN + 1)));
+    return status == ZX_STATUS_SUCCESS ? all.compute({nullptr, pcm, num_hops, feature}, progress) : status;
 }
 
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames) {
@@ -241,8 +271,8 @@ zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *s
     if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
     if (status != ZX_STATUS_SUCCESS) return status;
     const int32_t num_frames = samples->count / ZX_PARLEY_FRAME_LENGTH;
-    zx_heap_ptr<int16_t> feature;
-    status = compute_features(object, samples->pcm, num_frames, progress, &feature);
+    zx_heap_ptr<int16_t> feature = std::move(samples->feature);
+    if (!feature) status = compute_features(object, samples->pcm, num_frames, progress, &feature);
     if (status != ZX_STATUS_SUCCESS) return status;
     samples->own.reset();
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
@@ -391,50 +421,106 @@ zx_status_t run_features(zx_parley_t *object, zx_heap_ptr<int16_t> feature, int3
 
 }  // namespace
 
-zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
-                                             int32_t *num_samples, zx_heap_ptr<int16_t> *feature) {
+namespace {
+
+// The samples of a file in pieces of whole hops, each with the hops in front of it that its features need.
+class read_pieces {
+public:
+    static constexpr int32_t HOP = ZX_PARLEY_HOP_LENGTH, BEFORE = feature_run::HISTORY * HOP;
+
+    // ZX_STATUS_OUT_OF_MEMORY. A piece has at most so many hops.
+    [[nodiscard]] zx_status_t init(zx_audio_file_t *reader, int32_t most_hops,
+                                   const zx_parley_listener_t *listener) {
+        reader_ = reader;
+        listener_ = listener;
+        most_ = most_hops * HOP;
+        num_missing_ = zx_audio_file_num_samples(reader);
+        pcm_.reset(zx_heap_zeroed<int16_t>(static_cast<size_t>(BEFORE + most_ + ZX_AUDIO_FILE_MOST_OF_SOME)));
+        return pcm_ ? ZX_STATUS_SUCCESS : zx_parley_report_allocation("pcm");
+    }
+
+    // Moves on behind the piece before. ZX_STATUS_IO_ERROR, with its message.
+    [[nodiscard]] zx_status_t next() {
+        if (num_hops_ > 0) {
+            const int16_t *end = first() + num_hops_ * HOP;
+            num_held_ -= num_hops_ * HOP;
+            std::copy(end - BEFORE, end + num_held_, pcm_.get());
+            num_before_ = feature_run::HISTORY;
+        }
+        while (num_held_ < most_ && num_missing_ > 0) {
+            int32_t num_read = -1;
+            int16_t *end = pcm_.get() + BEFORE + num_held_;
+            if (!has_ended_ &&
+                zx_audio_file_read_some(reader_, num_missing_, end, &num_read) != ZX_STATUS_SUCCESS)
+                return report_reading(reader_);
+            if (num_read < 0) {  // silence from here on
+                has_ended_ = true;
+                num_read = std::min(num_missing_, most_ - num_held_);
+                std::fill_n(end, num_read, int16_t{0});
+            }
+            num_read = std::min(num_read, num_missing_);
+            if (listener_) listener_->hear(listener_->context, end, num_read);
+            num_missing_ -= num_read;
+            num_held_ += num_read;
+        }
+        num_hops_ = std::min(num_held_, most_) / HOP;
+        return ZX_STATUS_SUCCESS;
+    }
+
+    const int16_t *first() const { return pcm_.get() + BEFORE; }
+    int32_t num_hops() const { return num_hops_; }
+    int32_t num_before() const { return num_before_; }  // hops
+    int32_t num_missing() const { return num_missing_; }
+
+private:
+    zx_audio_file_t *reader_ = nullptr;
+    const zx_parley_listener_t *listener_ = nullptr;
+    zx_heap_ptr<int16_t> pcm_;
+    int32_t most_ = 0, num_missing_ = 0, num_held_ = 0;  // samples
+    int32_t num_hops_ = 0, num_before_ = 0;
+    bool has_ended_ = false;
+};
+
+}  // namespace
+
+zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path, int64_t most,
+                                             const zx_parley_progress_t *progress,
+                                             const zx_parley_listener_t *listener,
+                                             zx_parley_samples_t *samples) {
     zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
     zx_status_t status = open_reader(audio_path, &reader);
     if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
     if (status != ZX_STATUS_SUCCESS) return status;
     const int32_t count = zx_audio_file_num_samples(reader.get());
+    samples->count = count;
+    samples->media_seconds = zx_audio_file_media_seconds(reader.get());
+    if (count > most) return ZX_STATUS_SUCCESS;
     const int32_t num_frames = count / ZX_PARLEY_FRAME_LENGTH;
-    *num_samples = count;
-    constexpr int32_t HOP = ZX_PARLEY_HOP_LENGTH;
-    const zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(HOP + ZX_AUDIO_FILE_MOST_OF_SOME));
-    if (!pcm) return zx_parley_report_allocation("pcm");
+    zx_heap_ptr<int16_t> feature;
     if (num_frames > 0) {
-        status = allocate_features(num_frames, feature);
+        status = allocate_features(num_frames, &feature);
         if (status != ZX_STATUS_SUCCESS) return status;
     }
-    zx_filterbank_reset(object->filterbank);  // a call that failed below may have left its audio there
-    int16_t *rows = feature->get();
-    int32_t num_hops = 2 * num_frames;  // that are to be computed
-    int32_t num_held = 0;               // samples that do not make a hop yet
-    bool has_ended = false;
-    for (int32_t num_missing = count; num_missing > 0;) {
-        int32_t num_read = -1;
-        int16_t *end = pcm.get() + num_held;
-        if (!has_ended &&
-            zx_audio_file_read_some(reader.get(), num_missing, end, &num_read) != ZX_STATUS_SUCCESS)
-            return report_reading(reader.get());
-        if (num_read < 0) {  // silence from here on
-            has_ended = true;
-            num_read = std::min(num_missing, HOP);
-            std::fill_n(end, num_read, int16_t{0});
-        }
-        num_missing -= num_read;
-        num_held += num_read;
-        const int16_t *hop = pcm.get();
-        for (; num_held >= HOP && num_hops > 0; num_hops--, num_held -= HOP, hop += HOP) {
-            status = zx_filterbank_compute(object->filterbank, hop, rows);
-            if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
-            rows += ZX_FILTERBANK_NUM_BANDS;
-        }
-        std::copy_n(hop, num_held, pcm.get());
+    read_pieces pieces;
+    filterbanks all;
+    status = pieces.init(reader.get(), object->num_workers * feature_run::SPAN, listener);
+    if (status == ZX_STATUS_SUCCESS) status = all.init(object, object->num_workers);
+    const stage_progress told(progress, zx_parley_stage::decoding);
+    const int64_t num_hops = 2 * int64_t{num_frames};
+    int64_t num_done = 0;  // hops
+    while (status == ZX_STATUS_SUCCESS && (pieces.num_missing() > 0 || num_done < num_hops)) {
+        if (!zx_progress_report(told.get(), count - pieces.num_missing(), count))
+            return ZX_STATUS_STOP_ITERATION;
+        status = pieces.next();
+        const int64_t num_here = std::min<int64_t>(pieces.num_hops(), num_hops - num_done);
+        if (status != ZX_STATUS_SUCCESS || num_here == 0) continue;
+        int16_t *rows = feature.get() + num_done * ZX_FILTERBANK_NUM_BANDS;
+        status = all.compute({nullptr, pieces.first(), num_here, rows, pieces.num_before()}, nullptr);
+        if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
+        num_done += num_here;
     }
-    zx_filterbank_reset(object->filterbank);
-    return ZX_STATUS_SUCCESS;
+    if (status == ZX_STATUS_SUCCESS) samples->feature = std::move(feature);
+    return status;
 }
 
 zx_status_t zx_parley_internal_run(zx_parley_t *object, const int16_t *pcm, int32_t num_samples,
@@ -456,15 +542,15 @@ zx_status_t zx_parley_internal_run(zx_parley_t *object, const int16_t *pcm, int3
 
 zx_status_t zx_parley_internal_run_file(zx_parley_t *object, const char *audio_path, int32_t *num_segments,
                                         zx_parley_segment_t **segments) {
-    zx_heap_ptr<int16_t> feature;
-    int32_t num_samples;
-    zx_status_t status = zx_parley_internal_read_features(object, audio_path, &num_samples, &feature);
-    if (status == ZX_STATUS_SUCCESS) status = check_length(num_samples);
+    zx_parley_samples_t samples;
+    zx_status_t status =
+        zx_parley_internal_read_features(object, audio_path, INT32_MAX, nullptr, nullptr, &samples);
+    if (status == ZX_STATUS_SUCCESS) status = check_length(samples.count);
     if (status != ZX_STATUS_SUCCESS) return status;
     *num_segments = 0;
     *segments = nullptr;
-    return run_features(object, std::move(feature), num_samples / ZX_PARLEY_FRAME_LENGTH, num_segments,
-                        segments);
+    return run_features(object, std::move(samples.feature), samples.count / ZX_PARLEY_FRAME_LENGTH,
+                        num_segments, segments);
 }
 
 zx_status_t zx_parley_internal_process(zx_parley_t *object, const int16_t *feature, int32_t num_frames,

@@ -38,13 +38,21 @@ struct zx_parley_thresholds_t {
     float background;
 };
 
-// Samples of a recording: borrowed, or owned, and then released as soon as the features are there. Of
-// samples, features, embeddings and the agenda of merges each is large for long audio.
+// Samples of a recording: borrowed, or owned, and then released as soon as the features are there; or the
+// features that they were made into as they were read. Of samples, features, embeddings and the priority
+// queue of merges each is large for long audio.
 struct zx_parley_samples_t {
     zx_heap_ptr<int16_t> own;
-    const int16_t *pcm = nullptr;
+    const int16_t *pcm = nullptr;  // null where there are features, or no sample
     int32_t count = 0;
     double media_seconds = 0;  // how long the file's container says that the audio takes; 0 where it does not
+    zx_heap_ptr<int16_t> feature;  // rows before normalization
+};
+
+// Is given the samples of a file in pieces, in their order.
+struct zx_parley_listener_t {
+    void (*hear)(void *context, const int16_t *pcm, int32_t num_samples);
+    void *context;
 };
 
 enum class zx_parley_stage { decoding, features, embeddings, clustering };
@@ -108,10 +116,12 @@ struct zx_parley_progress_t {
                                                       const zx_progress_t *progress = nullptr);
 
 // The features of a file, computed as its samples come, of which few are held; null where there is not a
-// whole frame. The statuses of zx_parley_internal_read and zx_parley_internal_features.
+// whole frame. `listener`, which may be null, hears the samples. Of a file that promises more than `most`
+// nothing is decoded. The statuses of zx_parley_internal_read and zx_parley_internal_features.
 [[nodiscard]] zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
-                                                           int32_t *num_samples,
-                                                           zx_heap_ptr<int16_t> *feature);
+                                                           int64_t most, const zx_parley_progress_t *progress,
+                                                           const zx_parley_listener_t *listener,
+                                                           zx_parley_samples_t *samples);
 
 // Filterbank rows of num_frames > 0 frames, before normalization, to as many rows of embeddings.
 // ZX_STATUS_OUT_OF_MEMORY.

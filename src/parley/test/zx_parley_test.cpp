@@ -261,13 +261,26 @@ TEST_F(zx_parley, features_of_files_are_those_of_their_samples) {
             ASSERT_EQ(zx_parley_internal_features(engine.get(), samples.pcm, num_frames, expected.data()),
                       ZX_STATUS_SUCCESS);
         }
-        zx_heap_ptr<int16_t> feature;
-        int32_t num_samples = -1;
-        ASSERT_EQ(zx_parley_internal_read_features(engine.get(), file.path(), &num_samples, &feature),
-                  ZX_STATUS_SUCCESS);
-        EXPECT_EQ(num_samples, samples.count);
-        ASSERT_EQ(feature == nullptr, num_frames == 0);
-        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), feature.get()));
+        std::vector<int16_t> heard;
+        const zx_parley_listener_t listener = {
+            [](void *context, const int16_t *pcm, int32_t num_samples) {
+                auto *all_of_it = static_cast<std::vector<int16_t> *>(context);
+                all_of_it->insert(all_of_it->end(), pcm, pcm + num_samples);
+            },
+            &heard};
+        for (const int32_t num_workers : {1, 3}) {
+            engine->num_workers = num_workers;
+            heard.clear();
+            zx_parley_samples_t read;
+            ASSERT_EQ(zx_parley_internal_read_features(engine.get(), file.path(), INT32_MAX, nullptr,
+                                                       &listener, &read),
+                      ZX_STATUS_SUCCESS);
+            EXPECT_EQ(read.count, samples.count);
+            EXPECT_TRUE(std::equal(heard.begin(), heard.end(), samples.pcm, samples.pcm + samples.count));
+            ASSERT_EQ(read.feature == nullptr, num_frames == 0);
+            EXPECT_TRUE(std::equal(expected.begin(), expected.end(), read.feature.get()));
+        }
+        engine->num_workers = 1;
     };
     for (const int32_t rate : {8000, 16000, 44100, 48000}) {
         for (const ptrdiff_t length : {299, 2999, 32768, 65535, 65537, 66048, 98560, 200000}) {
