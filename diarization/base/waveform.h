@@ -1,4 +1,5 @@
-// The waveform of samples that come in pieces, at the engine's rate: the loudest of every twentieth of a second.
+// The waveform of samples that come in pieces, at the engine's rate: the loudest of every twentieth of a
+// second.
 #ifndef PARLEY_WAVEFORM_H
 #define PARLEY_WAVEFORM_H
 

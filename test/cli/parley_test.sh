@@ -48,7 +48,7 @@ cp "$sample" "$tmp/twice/a/x.wav"
 cp "$sample" "$tmp/twice/b/x.wav"
 printf '%s\n' "$tmp/twice/a/x.wav" '# a comment' "$tmp/twice/b/x.wav" >"$tmp/list"
 expect 0 '' '' -q -o "$tmp/out-twice" --manifest "$tmp/list" # folders tell them apart
-[ "$(cd "$tmp/out-twice" && find . -name "*.txt" | sort | tr '\n' ' ')" = "./a/x.wav.txt ./b/x.wav.txt " ] || failures=$((failures + 1))
+[ "$(cd "$tmp/out-twice" && find . -type f | sort | tr '\n' ' ')" = "./a/x.wav.txt ./b/x.wav.txt " ] || failures=$((failures + 1))
 while IFS='|' read -r status pattern arguments; do
     eval "expect $status '' \"\$pattern\" $arguments"
 done <<'MISTAKES'
@@ -219,6 +219,7 @@ export PARLEY_VOICES=$tmp/config/voices.json
 expect 0 '^Ann: [0-9.]+ s of' '' voices add Ann "$sample" --speaker 2
 expect 0 '^Bob: [0-9.]+ s of' '' voices add Bob "$sample" --from 0 --to 5
 expect 0 '^Ann'$'\t''1$' '' voices list
+expect 0 'Ann$' '' "$sample" # by $PARLEY_VOICES
 expect 0 'Ann$' '' --voices "$PARLEY_VOICES" "$sample"
 sed 's/Bob/speaker 1/; s/Ann/speaker 2/' "$tmp/out" | cmp - "$tmp/one" || { echo "voices: others than they were"; failures=$((failures + 1)); }
 expect 0 '"similarity": (1.0|0.99)' '' -f json --voices "$PARLEY_VOICES" "$sample"
@@ -269,7 +270,7 @@ mkdir -p "$tmp/in/deep"
 for i in $(seq 8); do cp "$sample" "$tmp/in/deep/$i.wav"; done
 head -c 1000 "$sample" >"$tmp/in/short.wav" # a header that promises more
 printf 'no audio' >"$tmp/in/bad.mp3"
-expect 1 '' '2 of 10 recordings failed' -j 3 -f rttm,json -o "$tmp/outputs" "$tmp/in"
+expect 1 '' '2 of 10 recordings failed' --resume -j 3 -f rttm,json -o "$tmp/outputs" "$tmp/in"
 [ "$(wc -l <"$tmp/err")" = 3 ] || { cat "$tmp/err"; failures=$((failures + 1)); } # a line for each, and the sum
 results() { find "$tmp/outputs" -type f ! -name .parley "$@" | wc -l; }
 [ "$(results -name '*.rttm')" = 8 ] && [ "$(results)" = 16 ] ||

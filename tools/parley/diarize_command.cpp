@@ -48,8 +48,7 @@ void define(CLI::App *app, arguments *a) {
     list("-f,--format", &a->formats, "how to write the result, see below")
         ->delimiter(',')
         ->type_name("NAME,...");
-    app->add_option("-o,--output-dir", a->output_dir,
-                    "a folder for a file per recording and format, or the name of a file for one result")
+    app->add_option("-o,--output-dir", a->output_dir, "folder for the results, or the name of a file for one")
         ->type_name("DIR");
     app->add_option("--audio", a->audio, "of pages: embed, link, copy (beside them), none")
         ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
@@ -60,7 +59,7 @@ void define(CLI::App *app, arguments *a) {
     app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("BYTES");
-    app->add_option("--voices", a->voices, "known people (parley voices) get their names")->type_name("FILE");
+    app->add_option("--voices", a->voices, "names for known people (or $PARLEY_VOICES)")->type_name("FILE");
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
@@ -138,7 +137,7 @@ public:
           recordings_(std::move(recordings)),
           out_(out),
           terminal_(terminal_of(out, a.color)),
-          voices_(a.voices.empty() ? "" : read_text(a.voices)),
+          voices_(read_voices(a.voices)),
           options_(*a.options.get()),
           num_workers_(std::min<size_t>(num_threads(options_), recordings_.size())),
           shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb_terminal()),
@@ -149,7 +148,7 @@ public:
     // The number of recordings that failed.
     size_t run() {
         for (size_t w = 0; w < num_workers_; w++) diarizers_.push_back(open_model(a_.model));
-        if (!a_.output_dir.empty() && a_.output_file.empty())
+        if (a_.resume)
             log_ = {a_.output_dir, read_text(a_.model) + voices_ + a_.audio + "\n" + a_.options.text()};
         run_workers(static_cast<int>(num_workers_), recordings_.size(),
                     [this](int worker, size_t item) { one(static_cast<size_t>(worker), item); });
@@ -328,7 +327,7 @@ void settle_output_file(size_t num_recordings, arguments *a, std::vector<const p
     const parley_format *format = find_format_of_files(text_of(output.extension()));
     std::error_code ignored;
     if (!format || fs::is_directory(output, ignored)) return;
-    if (num_recordings > 1 || formats->size() > 1)
+    if (num_recordings > 1 || formats->size() > 1 || a->resume)
         throw CLI::ValidationError(a->output_dir + " is the name of one file: several results take a folder");
     if (formats->empty()) formats->push_back(format);
     a->output_file = a->output_dir;

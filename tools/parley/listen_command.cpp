@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -13,6 +14,7 @@
 #include "files.h"
 #include "library.h"
 #include "model.h"
+#include "renaming.h"
 #include "source.h"
 #include "system.h"
 #include "terminal.h"
@@ -40,10 +42,8 @@ struct arguments {
 volatile std::sig_atomic_t was_interrupted = 0;
 
 // A segment as it was told, by a number that stays its own.
-struct told_segment {
+struct told_segment : named_segment {
     int64_t number;
-    double start, end;
-    std::string speaker;
 };
 
 std::vector<told_segment> segments_of(const parley_result *result) {
@@ -52,7 +52,7 @@ std::vector<told_segment> segments_of(const parley_result *result) {
         const parley_segment s = parley_result_segment(result, i);
         const auto rounded = [](double seconds) { return std::round(seconds * 1000) / 1000; };
         found.push_back(
-            {-1, rounded(s.start), rounded(s.end), parley_result_speaker(result, s.speaker).name});
+            {{rounded(s.start), rounded(s.end), parley_result_speaker(result, s.speaker).name}, -1});
     }
     return found;
 }
@@ -81,6 +81,7 @@ public:
         }
         for (size_t i = 0; i < before_.size(); i++)
             if (!is_kept[i]) withdrawn.push_back(before_[i].number);
+        renamed_ = renamed_speakers({before_.begin(), before_.end()}, {now.begin(), now.end()});
         before_ = std::move(now);
         json line = {{"heard", std::round(heard * 1000) / 1000}};
         if (!added.empty()) line["added"] = std::move(added);
@@ -89,12 +90,16 @@ public:
         return line;
     }
 
+    // Who has another name since the last call than before: by the old name, the new one.
+    const std::map<std::string, std::string> &renamed() const { return renamed_; }
+
 private:
     static json shown(const told_segment &s) {
         return {{"id", s.number}, {"start", s.start}, {"end", s.end}, {"speaker", s.speaker}};
     }
 
     std::vector<told_segment> before_;
+    std::map<std::string, std::string> renamed_;
     int64_t next_ = 1;
 };
 
@@ -145,12 +150,12 @@ int run(const arguments &a) {
     check(
         parley_listen(diarizer.get(), name.c_str(), from.channels(), from.rate(), a.options.get(), &created));
     const session_ptr session(created);
-    const std::string voices = a.voices.empty() ? "" : read_text(a.voices);
+    const std::string voices = read_voices(a.voices);
     screen lanes(out, terminal);
     changes since;
     const auto tell = [&](const parley_result *result) {
-        if (draws) return lanes.draw(result);
-        put_line(out, since.tell(parley_result_duration(result), result));
+        const json line = since.tell(parley_result_duration(result), result);
+        draws ? lanes.draw(result) : put_line(out, line);
     };
 
     using clock = std::chrono::steady_clock;
@@ -181,10 +186,13 @@ int run(const arguments &a) {
     }
     const result_ptr owned(result);
     name_known(result, voices, 0);
+    json line = since.tell(parley_result_duration(result), result);
     if (draws) {
         lanes.draw(result);
+        for (const auto &[before, now] : since.renamed())
+            std::fprintf(out, "%s was %s so far\n", printable(now).c_str(), printable(before).c_str());
     } else {
-        json line = since.tell(parley_result_duration(result), result);
+        if (!since.renamed().empty()) line["renamed"] = since.renamed();
         line["final"] = true;
         put_line(out, line);
     }
@@ -229,7 +237,7 @@ command listen_command(CLI::App *app) {
     app->add_option("-o,--output-dir", a->output_dir, "a file per format, there, at the end")
         ->type_name("DIR");
     a->options.define(app);
-    app->add_option("--voices", a->voices, "known people (parley voices) get their names")->type_name("FILE");
+    app->add_option("--voices", a->voices, "names for known people (or $PARLEY_VOICES)")->type_name("FILE");
     app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
     app->add_option("--color", a->color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))

@@ -25,6 +25,12 @@ std::string read_voices_file(const std::string &path) {
     return fs::exists(path_of(path)) ? read_text(path) : "";
 }
 
+std::string read_voices(const std::string &given) {
+    if (!given.empty()) return read_text(given);
+    const char *path = std::getenv("PARLEY_VOICES");
+    return path ? read_voices_file(path) : "";
+}
+
 void name_known(parley_result *result, const std::string &voices, double threshold) {
     if (!voices.empty()) check(parley_result_name_voices(result, voices.c_str(), threshold));
 }

@@ -120,6 +120,9 @@ def test_failures_say_what_is_wrong(diarizer, tmp_path, capfd):
     with pytest.raises(parley.ParleyError, match="is no model") as failure:
         parley.Diarizer(text)
     assert any("incorrect format" in message for message in failure.value.messages)
+    with pytest.raises(parley.ParleyError, match="is text, not audio"):
+        diarizer.diarize(text)
+    text.write_bytes(bytes(range(64)))
     with pytest.raises(parley.ParleyError, match="ffmpeg"):
         diarizer.diarize(text)
     with pytest.raises(parley.ParleyError, match="speakers takes a number from 1 to 1000"):
@@ -193,6 +196,7 @@ def test_a_closed_diarizer_says_so():
 def test_silence_has_no_segments(diarizer):
     result = diarizer.diarize(np.zeros(16000, np.int16), 16000)
     assert result == () and result.to_rttm() == "" and result.duration == 1 and "Nobody" in result._repr_html_()
+    assert repr(result) == "<Diarization of 1.0 s, 0 segments; nobody speaks>"
 
 
 def test_conversions(expected):
@@ -203,9 +207,12 @@ def test_conversions(expected):
     assert pickle.loads(pickle.dumps(expected)) == expected
     assert all(getattr(expected, f"to_{name}")() for name in parley.FORMATS)
     assert expected._repr_html_().count("<rect") == len(expected)
+    assert repr(expected).startswith("<Diarization of 6") and "speaker 3: " in repr(expected) and len(repr(expected)) < 150
     pandas = pytest.importorskip("pandas")
     table = expected.to_dataframe()
     assert isinstance(table, pandas.DataFrame) and len(table) == len(expected)
+    assert list(table["name"]) == [expected.names[s.speaker] for s in expected]
+    assert list(table["confidence"]) == expected.confidences
     assert table.groupby("speaker")["duration"].sum().to_dict() == pytest.approx(expected.talk_time())
 
 

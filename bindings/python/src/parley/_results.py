@@ -120,11 +120,15 @@ class Diarization(Tuple[Segment, ...]):
         path.write_bytes(self.to_bytes(format))
 
     def to_dataframe(self) -> "pandas.DataFrame":
-        """A pandas table with the columns start, end, duration (seconds) and speaker. Needs pandas."""
+        """A pandas table with the columns start, end, duration (seconds), speaker, name and confidence. Needs pandas."""
         import pandas
 
-        return pandas.DataFrame([(s.start, s.end, s.duration, s.speaker) for s in self],
-                                columns=["start", "end", "duration", "speaker"])
+        rows = [(*s[:2], s.duration, s.speaker, self.names[s.speaker], c) for s, c in zip(self, self.confidences)]
+        return pandas.DataFrame(rows, columns=["start", "end", "duration", "speaker", "name", "confidence"])
+
+    def __repr__(self) -> str:
+        times = ", ".join(f"{self.names[speaker]}: {seconds:.1f} s" for speaker, seconds in self.talk_time().items())
+        return f"<Diarization of {self.duration:.1f} s, {len(self)} segments; {times or 'nobody speaks'}>"
 
     def _repr_html_(self) -> str:
         """A lane per speaker, for notebooks."""
