@@ -25,6 +25,9 @@ struct embeddings {
 // Told the share of a recording's work that is done; false stops it.
 using progress_function = std::function<bool(double done)>;
 
+// What a recording comes from, by which the time that it takes is foreseen.
+enum class source_kind { samples, file_of_samples, compressed };
+
 class engine {
 public:
     explicit engine(const std::string &model_path);
@@ -62,6 +65,7 @@ public:
     zx_parley_t *get() const { return object_.get(); }
 
 private:
+    source_kind kind_ = source_kind::samples;
     std::string id_;
     model_parameters parameters_;
     zx_owned<zx_parley_t, zx_parley_delete> object_;

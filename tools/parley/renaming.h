@@ -13,7 +13,8 @@ struct named_segment {
     std::string speaker;
 };
 
-// New names by old ones, of those that differ: names go together whose segments share most time, one with one.
+// New names by old ones, of those that differ: names go together whose segments share most time, one with
+// one.
 std::map<std::string, std::string> renamed_speakers(const std::vector<named_segment> &before,
                                                     const std::vector<named_segment> &now);
 
