@@ -136,9 +136,8 @@ def recordings_of(options, worker):
     `options.workers`."""
     speech = simulate.Speech(options.features) if options.features else None
     loaded = []
-    for version, folder in [("", f) for f in options.folders] + [(Path(f).name, f) for f in options.changed]:
-        for name, audio, reference in recordings.find([folder], options.without):
-            loaded.append((name, version, native.features(native.read_audio(audio)), recordings.read_rttm(reference)))
+    for version, name, audio, reference in recordings.find_versions(options):
+        loaded.append((name, version, native.features(native.read_audio(audio)), recordings.read_rttm(reference)))
     for name, version, rows, reference in loaded[worker::options.workers]:
         yield name, version, (name,), rows, reference
     for i in range(worker, options.crops, options.workers):
@@ -333,19 +332,13 @@ def table(cases, chosen, domains):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("model", help="the .zx file, whose network, thresholds and detection of speech are settled")
-    parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
-    parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
-    parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
+    recordings.add_arguments(parser, ", whose network, thresholds and detection of speech are settled")
     parser.add_argument("--features", help="what prepare wrote, for simulated conversations")
     parser.add_argument("--crops", type=int, default=800)
     parser.add_argument("--joined", type=int, default=300)
     parser.add_argument("--simulated", type=int, default=2000)
-    parser.add_argument("--domains", default=native.ROOT / "training/domains.tsv", help="pattern of a name, domain, real|simulated")
     parser.add_argument("--cases", help="file to keep the recordings' divisions in, or to take them from if it is there")
     parser.add_argument("--out", help="where the model with the trees goes; otherwise only the tables are printed")
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     options = parser.parse_args()
     if options.cases and os.path.exists(options.cases):
         cases = pickle.loads(Path(options.cases).read_bytes())

@@ -35,7 +35,7 @@ class Case:
     reference: tuple = None
 
     def weight(self):
-        return {"corpus": 0.35}.get(self.kind, 0.35 if self.version else 1.0)
+        return 0.35 if self.kind == "corpus" or self.version else 1.0
 
 
 def labels_of(reference, frames):
@@ -69,14 +69,12 @@ def cases_of(options, worker):
             embeddings = engine.embed(rows)
             return Case(name, kind, version, embeddings, without_pauses(label[:len(embeddings)]), reference)
 
-        found, number = [], 0
-        for version, folder in [("", f) for f in options.folders] + [(Path(f).name, f) for f in options.changed]:
-            for name, audio, path in recordings.find([folder], options.without):
-                number += 1
-                if number % options.workers == worker:
-                    rows, reference = native.features(native.read_audio(audio)), recordings.read_rttm(path)
-                    found.append(case(name, tune.domain_of(name, domains)[0], version, rows,
-                                      labels_of(reference, len(rows) // 2), reference))
+        found = []
+        for number, (version, name, audio, path) in enumerate(recordings.find_versions(options), 1):
+            if number % options.workers == worker:
+                rows, reference = native.features(native.read_audio(audio)), recordings.read_rttm(path)
+                found.append(case(name, tune.domain_of(name, domains)[0], version, rows,
+                                  labels_of(reference, len(rows) // 2), reference))
         for i in range(worker, options.simulated, options.workers):
             rng = np.random.default_rng([options.seed, 1, i])
             recipe = dataclasses.replace(simulate.Recipe(), nobody=0.05, few_words=0.3)
@@ -181,8 +179,6 @@ def left_out(cases, options):
             else:
                 seconds = [float((times[:, 1] - times[:, 0]).sum()) for times, _ in found]
                 nobody.setdefault(c.kind, []).append((*seconds, len(c.embeddings) * SECONDS))
-                if seconds[1] > 0.3 * nobody[c.kind][-1][2]:
-                    print(f"mostly speech? {c.name}: {seconds[1]:.0f} of {nobody[c.kind][-1][2]:.0f} s", flush=True)
     path.unlink()
     return people, nobody
 
@@ -207,19 +203,13 @@ def tables(people, nobody):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("model", help="the .zx file, whose network and thresholds are settled")
-    parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
-    parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
-    parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
+    recordings.add_arguments(parser, ", whose network and thresholds are settled")
     parser.add_argument("--features", required=True, help="what prepare wrote")
     parser.add_argument("--skip", nargs="*", default=[], metavar="DATASET", help="background to leave out")
     parser.add_argument("--simulated", type=int, default=600, help="conversations out of the corpus")
     parser.add_argument("--favour", type=float, default=2.75, help="added to the log odds of speech: losing some is worse than hearing "
                         "some where there is none")
-    parser.add_argument("--domains", default=native.ROOT / "training/domains.tsv", help="pattern of a name, domain, real|simulated")
     parser.add_argument("--out", required=True, help="where the model with the network that detects speech goes; without trees")
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     options = parser.parse_args()
     with multiprocessing.Pool(options.workers) as pool:
         cases = sum(pool.map(_work, [(options, w) for w in range(options.workers)]), [])

@@ -132,8 +132,6 @@ def network_of(data):
 
 
 NO_SPEECH = _count(0, 0, 0) + struct.pack("<f", 0)
-
-
 NO_TREES = (([], [], native.library.parley_stages_num_features()), ([], [], native.library.parley_stages_num_segment_features()))
 
 

@@ -1,5 +1,6 @@
 """Recordings with references: audio files, each with an RTTM file of the same name beside it."""
 
+import multiprocessing
 from pathlib import Path
 
 import numpy as np
@@ -46,3 +47,21 @@ def labelled_rows(audio, reference, speed=1.0):
         label[a:b] = speakers[order] - 1
         count[a:b] += 1
     return rows, label, count > 1
+
+
+def add_arguments(parser, model):
+    """What every step that hears recordings with references is told: `model` says what of the model file it takes as it is."""
+    parser.add_argument("model", help=f"the .zx file{model}")
+    parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
+    parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
+    parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
+    parser.add_argument("--domains", default=native.ROOT / "training/domains.tsv", help="pattern of a name, domain, real|simulated")
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
+
+
+def find_versions(options):
+    """(change or "", name, audio, reference) of all recordings that `options` name, those that are as they are first."""
+    for version, folder in [("", f) for f in options.folders] + [(Path(f).name, f) for f in options.changed]:
+        for name, audio, reference in find([folder], options.without):
+            yield version, name, audio, reference

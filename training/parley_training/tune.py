@@ -46,12 +46,10 @@ def domain_of(name, domains):
     return next(((d, k) for pattern, d, k in domains if fnmatch.fnmatch(name, pattern)), ("other", "real"))
 
 
-def load(folders, changed, without, domains):
-    """Recordings as they are, and those of `changed` folders, whose names tell the change."""
-    found = []
-    for version, folder in [("", f) for f in folders] + [(Path(f).name, f) for f in changed]:
-        found += [Recording(name, version, audio, reference, domains)
-                  for name, audio, reference in recordings.find([folder], without)]
+def load(options):
+    domains = read_domains(options.domains)
+    found = [Recording(name, version, audio, reference, domains)
+             for version, name, audio, reference in recordings.find_versions(options)]
     if not found:
         raise SystemExit("no recordings with references there")
     return found
@@ -186,21 +184,15 @@ def table(errors, found):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("model", help="the .zx file")
-    parser.add_argument("folders", nargs="+", help="folders of recordings, each with an RTTM file of the same name beside it")
-    parser.add_argument("--changed", nargs="*", default=[], metavar="FOLDER", help="the same of changed recordings")
-    parser.add_argument("--domains", default=native.ROOT / "training/domains.tsv", help="pattern of a name, domain, real|simulated")
+    recordings.add_arguments(parser, "")
     parser.add_argument("--out", help="where the tuned model goes; otherwise only the tables are printed")
-    parser.add_argument("--without", nargs="*", default=[], metavar="NAME", help="recordings to leave out")
     parser.add_argument("--count-weight", type=float, default=0.05,
                         help="what a wrong number of speakers in all recordings would cost, in DER (1 is 100 %%)")
     parser.add_argument("--lengths", nargs="*", default=["2000/200"], metavar="CHUNK/WARMUP", help="frames to try")
     parser.add_argument("--trials", type=int, default=900)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     parser.add_argument("--each", action="store_true", help="print every recording")
     options = parser.parse_args()
-    found = load(options.folders, options.changed, options.without, read_domains(options.domains))
+    found = load(options)
     best = None
     for pair in options.lengths:
         lengths = tuple(map(int, pair.split("/")))

@@ -289,7 +289,7 @@ class Models(Workspace):
         for name in ("sim00", "call_us_1"):
             for source in (SAMPLE, SAMPLE_RTTM):
                 (folder / name).with_suffix(source.suffix).write_bytes(source.read_bytes())
-        found = tune.load([folder], [], [], tune.read_domains(native.ROOT / "training/domains.tsv"))
+        found = tune.load(argparse.Namespace(folders=[folder], changed=[], without=[], domains=native.ROOT / "training/domains.tsv"))
         self.assertEqual([(r.domain, r.kind) for r in found], [("telephone", "real"), ("read", "simulated")])
         shipped = native.ROOT / "models/parley.zx"
         results = tune.search(str(shipped), found, model_file.read(shipped)["lengths"], 90, 0.05, 1, 1)
