@@ -124,10 +124,6 @@ struct feature_run {
     }
 };
 
-}  // namespace
-
-namespace {
-
 // Filterbanks for several workers: the engine's own and others like it.
 class filterbanks {
 public:
@@ -311,10 +307,6 @@ zx_status_t begin_tags(zx_parley_t *object, uint32_t num_clusters) {
     return object->tag_frequency ? ZX_STATUS_SUCCESS : zx_parley_report_allocation("object->tag_frequency");
 }
 
-}  // namespace
-
-namespace {
-
 // Rows of embeddings to runs in the clustering object; stretches of successive rows at a time.
 zx_status_t take_rows(zx_parley_cluster_t *cluster, const float *d_vector, int32_t size, const int32_t *rows,
                       int32_t num_frames) {
@@ -418,10 +410,6 @@ zx_status_t run_features(zx_parley_t *object, zx_heap_ptr<int16_t> feature, int3
     }
     return status == ZX_STATUS_SUCCESS ? status : report_processing(status);
 }
-
-}  // namespace
-
-namespace {
 
 // The samples of a file in pieces of whole hops, each with the hops in front of it that its features need.
 class read_pieces {
