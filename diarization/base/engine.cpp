@@ -5,7 +5,6 @@
 #include <fstream>
 #include <iterator>
 #include <numeric>
-#include <string_view>
 #include <thread>
 
 #include "errors.h"
@@ -22,9 +21,7 @@ namespace {
 constexpr double STAGES[][4] = {{0, 0.4, 1.4, 0.2}, {0.45, 0, 1.4, 0.2}, {2.8, 0, 1.4, 0.2}};
 
 bool is_compressed(const std::string &path) {
-    char begin[4] = {};
-    std::ifstream(file_at(path), std::ios::binary).read(begin, sizeof(begin));
-    const std::string_view kind(begin, sizeof(begin));
+    const std::string kind = kind_of_file(path);
     return kind != "RIFF" && kind != "RF64" && kind != "FORM";
 }
 

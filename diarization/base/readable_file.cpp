@@ -28,6 +28,13 @@ void check_is_readable(const std::string &path, const std::string &subject) {
     if (error) throw diarization_error(PARLEY_UNREADABLE, subject + ": cannot be opened: " + error.message());
 }
 
+std::string kind_of_file(const std::string &path) {
+    std::string kind(4, '\0');
+    std::ifstream(file_at(path), std::ios::binary)
+        .read(kind.data(), static_cast<std::streamsize>(kind.size()));
+    return kind;
+}
+
 bool is_text(const std::string &path) {
     char bytes[512];
     std::ifstream file(file_at(path), std::ios::binary);

@@ -1,9 +1,7 @@
 #include "readers.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <fstream>
 #include <string_view>
 #include <vector>
 
@@ -22,10 +20,8 @@ namespace {
 bool is_for_libsndfile(const std::string &path) {
     static constexpr std::string_view BEGINNINGS[] = {"RIFF", "RF64", "RIFX", "riff", "FORM",
                                                       "caff", ".snd", "fLaC", "OggS"};
-    std::array<char, 4> bytes{};
-    std::ifstream(file_at(path), std::ios::binary).read(bytes.data(), bytes.size());
-    const std::string_view begin(bytes.data(), bytes.size());
-    return std::find(std::begin(BEGINNINGS), std::end(BEGINNINGS), begin) != std::end(BEGINNINGS);
+    return std::find(std::begin(BEGINNINGS), std::end(BEGINNINGS), kind_of_file(path)) !=
+           std::end(BEGINNINGS);
 }
 
 // ffmpeg as a child that opens this one file and nothing else: playlists and what else names other files are

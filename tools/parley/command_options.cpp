@@ -2,6 +2,9 @@
 
 #include <string_view>
 
+#include "library.h"
+#include "suggestion.h"
+
 namespace parley {
 
 void command_options::define(CLI::App *app) {
@@ -29,6 +32,22 @@ std::string command_options::text() const {
     for (const auto &[name, value] : given_)
         if (name != "jobs") result += name + "=" + value + "\n";
     return result;
+}
+
+std::vector<const parley_format *> formats_named(const std::vector<std::string> &names) {
+    std::vector<const parley_format *> formats;
+    for (const std::string &name : names) {
+        const parley_format *format = find_format(name);
+        if (!format) format = find_format_of_files(name);
+        if (!format) {
+            std::vector<std::string> known;
+            for (int32_t i = 0; const parley_format *one = parley_format_at(i); i++)
+                known.emplace_back(one->name);
+            throw CLI::ValidationError("unknown format " + name + suggestion(name, known));
+        }
+        formats.push_back(format);
+    }
+    return formats;
 }
 
 }  // namespace parley

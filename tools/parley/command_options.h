@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "parley.h"
 
@@ -33,6 +34,10 @@ private:
     std::deque<std::string> texts_;
     std::map<std::string, std::string> given_;
 };
+
+// Formats by their names or by the extensions of their files. Throws CLI::ValidationError with what may have been
+// meant.
+std::vector<const parley_format *> formats_named(const std::vector<std::string> &names);
 
 }  // namespace parley
 

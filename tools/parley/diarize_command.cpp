@@ -307,14 +307,7 @@ std::vector<const parley_format *> check_arguments(const CLI::App &app, const ar
             throw CLI::ValidationError(file + " is no file and no command" + meant);
     }
     if (parley_options_check(a.options.get()) != PARLEY_OK) throw CLI::ValidationError(parley_message());
-    std::vector<const parley_format *> formats;
-    for (const std::string &name : a.formats) {
-        try {
-            formats.push_back(&format_named(name));
-        } catch (const std::invalid_argument &unknown) {
-            throw CLI::ValidationError(unknown.what());
-        }
-    }
+    const std::vector<const parley_format *> formats = formats_named(a.formats);
     if (a.output_dir.empty() && formats.size() > 1)
         throw CLI::ValidationError("several formats need --output-dir");
     if (a.output_dir.empty() && a.resume) throw CLI::ValidationError("--resume needs --output-dir");

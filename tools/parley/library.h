@@ -6,10 +6,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "parley.h"
-#include "suggestion.h"
 
 namespace parley {
 
@@ -66,17 +64,6 @@ inline const parley_format *find_format_of_files(std::string_view extension) {
     for (int32_t i = 0; const parley_format *format = parley_format_at(i); i++)
         if (extension == std::string_view(format->extension).substr(1)) return format;
     return nullptr;
-}
-
-// The same; throws std::invalid_argument with what may have been meant.
-inline const parley_format &format_named(const std::string &name) {
-    const parley_format *format = find_format(name);
-    if (!format) format = find_format_of_files(name);
-    if (format) return *format;
-    std::vector<std::string> names;
-    for (int32_t i = 0; const parley_format *known = parley_format_at(i); i++)
-        names.emplace_back(known->name);
-    throw std::invalid_argument("unknown format " + name + suggestion(name, names));
 }
 
 inline std::string clock(double seconds) {

@@ -196,11 +196,10 @@ int run(const arguments &a) {
         line["final"] = true;
         put_line(out, line);
     }
-    for (const std::string &format : a.formats) {
-        const parley_format *known = find_format(format);
+    for (const parley_format *format : formats_named(a.formats)) {
         fs::create_directories(path_of(a.output_dir));
-        write_atomically(text_of(path_of(a.output_dir) / path_of(name + known->extension)),
-                         write(result, known->name, {0, 0}));
+        write_atomically(text_of(path_of(a.output_dir) / path_of(name + format->extension)),
+                         write(result, format->name, {0, 0}));
     }
     close_standard_output(out);
     if (!from.failure().empty())
@@ -245,8 +244,7 @@ command listen_command(CLI::App *app) {
     app->callback([a] {
         if (a->output_dir.empty() != a->formats.empty())
             throw CLI::ValidationError("--format and --output-dir go together");
-        for (const std::string &format : a->formats)
-            if (!find_format(format)) throw CLI::ValidationError("unknown format " + format);
+        (void) formats_named(a->formats);
     });
     return [a] { return run(*a); };
 }
