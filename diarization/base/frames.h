@@ -17,6 +17,12 @@ struct frames {
     const int32_t *rows = nullptr;  // of `values`, rising: for frames that are some of a recording's
 
     const float *at(int32_t frame) const { return values + int64_t{rows ? rows[frame] : frame} * size; }
+
+    // The frames [first, end).
+    frames part(int32_t first, int32_t end) const {
+        return rows ? frames{values, end - first, size, rows + first}
+                    : frames{at(first), end - first, size, nullptr};
+    }
 };
 
 using tags = std::vector<uint32_t>;  // a frame's speaker, from 1 on; 0 where nobody speaks

@@ -12,51 +12,14 @@ namespace {
 
 constexpr int32_t WINDOW = 47, WINDOW_HOP = 16;  // frames: 1.5 s every 0.5 s
 constexpr size_t MOST_WINDOWS = 800;
-constexpr int32_t MOST_BLOCKS = 8000, LARGE_BLOCK = 4, LARGEST_BLOCK = 16;
+constexpr int32_t LARGE_BLOCK = 4;        // frames
 constexpr int32_t SHORTEST_SPEAKER = 16;  // frames, 0.5 s
 constexpr int FEW = 12;                   // up to which every number of speakers is tried
 constexpr double LEAST_SHARE = 0.02;      // of the windows that a cluster needs to count as one
+// Up to which distances speakers of pieces become one.
+constexpr std::array SAME_IN_PIECES = {0.11F, 0.14F, 0.17F, 0.2F, 0.23F};
 
 }  // namespace
-
-frame_blocks::frame_blocks(const frames &all)
-    : block_size_(std::clamp((all.count + MOST_BLOCKS - 1) / MOST_BLOCKS, 1, LARGEST_BLOCK)),
-      num_frames_(all.count),
-      count_((all.count + block_size_ - 1) / block_size_),
-      size_(all.size) {
-    values_.resize(static_cast<size_t>(count_) * static_cast<size_t>(size_));
-    for (int32_t b = 0; b < count_; b++) {
-        float *mean = &values_[static_cast<size_t>(b) * static_cast<size_t>(size_)];
-        const int32_t end = std::min((b + 1) * block_size_, all.count);
-        for (int32_t f = b * block_size_; f < end; f++)
-            for (int32_t d = 0; d < size_; d++) mean[d] += all.at(f)[d];
-        const auto length = static_cast<float>(end - b * block_size_);
-        for (int32_t d = 0; d < size_; d++) mean[d] /= length;
-    }
-}
-
-tags frame_blocks::from_frames(const tags &labels) const {
-    tags result(static_cast<size_t>(count_));
-    for (size_t b = 0; b < result.size(); b++) {
-        const size_t first = b * static_cast<size_t>(block_size_);
-        const size_t end = std::min(first + static_cast<size_t>(block_size_), labels.size());
-        std::ptrdiff_t most = 0;
-        for (size_t f = first; f < end; f++) {
-            const auto same = std::count(&labels[first], labels.data() + end, labels[f]);
-            if (same > most) {
-                most = same;
-                result[b] = labels[f];
-            }
-        }
-    }
-    return result;
-}
-
-tags frame_blocks::to_frames(const tags &labels) const {
-    tags result(static_cast<size_t>(num_frames_));
-    for (size_t f = 0; f < result.size(); f++) result[f] = labels[f / static_cast<size_t>(block_size_)];
-    return result;
-}
 
 speech_windows windows_of(const frames &all, const tags &labels, const float *background,
                           double min_background_distance) {
@@ -126,6 +89,14 @@ candidate_set::candidate_set(const clustering_input &input, const frame_blocks &
         add_linkage(division_method::complete, number, 1);
         add_linkage(division_method::ward, number, 1);
     }
+    size_t before = 0;
+    for (const float height : SAME_IN_PIECES) {
+        const auto is_higher = [height](const merge &m) { return m.height > height; };
+        const std::vector<merge> &tree = input.pieces.tree;
+        const auto number = static_cast<size_t>(std::count_if(tree.begin(), tree.end(), is_higher)) + 1;
+        if (number != before) add_pieces(number);
+        before = number;
+    }
 }
 
 void candidate_set::add_number(int number) {
@@ -134,6 +105,7 @@ void candidate_set::add_number(int number) {
     add_linkage(division_method::average, static_cast<size_t>(number), number);
     add_linkage(division_method::complete, static_cast<size_t>(number), number);
     add_linkage(division_method::ward, static_cast<size_t>(number), number);
+    add_pieces(static_cast<size_t>(number));
 }
 
 // With `wanted`, only a division into that many speakers counts.
@@ -150,6 +122,12 @@ void candidate_set::add(division_method method, tags labels, int min_speakers, i
     const int found = count_speakers(labels);
     if (found > 0 && (wanted == 0 || found == wanted))
         candidates_.push_back({method, std::move(labels), found});
+}
+
+void candidate_set::add_pieces(size_t number) {
+    if (number > input_.pieces.num_speakers) return;
+    candidates_.push_back({division_method::pieces, blocks_.from_frames(join_pieces(input_.pieces, number)),
+                           static_cast<int>(number)});
 }
 
 void candidate_set::add_linkage(division_method method, size_t number, int min_speakers) {
@@ -209,6 +187,8 @@ std::vector<candidate_features> candidate_set::features() const {
 tags candidate_set::labels_of_frames(size_t candidate, int min_speakers) const {
     const auto &[method, of_blocks, num_speakers] = candidates_[candidate];
     if (method == division_method::engine) return input_.engine_labels;
+    if (method == division_method::pieces)
+        return join_pieces(input_.pieces, static_cast<size_t>(num_speakers));
     tags labels = blocks_.to_frames(of_blocks);
     resegment(*input_.all, input_.background.data(),
               {.speech_bias = input_.speech_bias,

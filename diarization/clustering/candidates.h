@@ -7,27 +7,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "frame_blocks.h"
 #include "frames.h"
 #include "linkage.h"
 #include "parameters.h"
-
-// Successive frames as one: their mean, which is shorter than 1 where they differ. Up to 4 minutes a block is
-// a frame, from 68 minutes on it is 16, and in between there are about 8,000 blocks.
-class frame_blocks {
-public:
-    explicit frame_blocks(const frames &all);
-
-    frames view() const { return {values_.data(), count_, size_}; }
-    int32_t block_size() const { return block_size_; }
-
-    // Labels of frames to labels of blocks (most of a block's frames have it), and the way back.
-    tags from_frames(const tags &labels) const;
-    tags to_frames(const tags &labels) const;
-
-private:
-    std::vector<float> values_;
-    int32_t block_size_, num_frames_, count_, size_;
-};
+#include "pieces.h"
 
 // Stretches of speech of about one and a half seconds that overlap, and the unit means of their frames.
 struct speech_windows {
@@ -46,7 +30,7 @@ speech_windows windows_of(const frames &all, const tags &labels, const float *ba
 
 distance_matrix distances_of(const speech_windows &windows);
 
-enum class division_method { engine, engine_short, engine_other, one, complete, average, ward };
+enum class division_method { engine, engine_short, engine_other, one, complete, average, ward, pieces };
 
 struct candidate {
     division_method method;
@@ -66,6 +50,7 @@ struct clustering_input {
     tags engine_labels;              // of frames: as the engine's clustering and its resegmentation have them
     tags first_labels;               // the same before resegmentation
     std::vector<tags> other_labels;  // the same by other merge thresholds
+    divided_pieces pieces;
 };
 
 class candidate_set {
@@ -87,6 +72,7 @@ public:
 
 private:
     void add(division_method method, tags labels, int min_speakers, int wanted);
+    void add_pieces(size_t number);
     void add_linkage(division_method method, size_t number, int min_speakers);
     tags cut(const std::vector<merge> &tree, size_t number) const;
 

@@ -4,6 +4,7 @@
 #include <limits>
 #include <numeric>
 
+#include "pieces.h"
 #include "resegmentation.h"
 #include "speech_detection.h"
 
@@ -14,14 +15,18 @@ constexpr double LIKE_BACKGROUND = 0.8;
 constexpr double SPEECH_BIAS = 10;                   // log odds for one unit of cosine
 constexpr int32_t LONGEST_TO_CLUSTER_AGAIN = 20000;  // frames, 10 minutes
 
+resegmentation_options options_for_engine(engine *own, const clustering_policy &policy) {
+    return {.speech_bias = policy.speech_bias,
+            .merge_threshold = policy.values[0],
+            .num_threads = own->get()->num_workers};
+}
+
 // The engine's division, resegmented. The clustering drops who has less than about a second: where that
 // leaves nobody, short speech may still be there, at last somewhat nearer to the background: nobody at all is
 // the rarer result.
 tags resegmented(engine *own, const frames &all, const frame_blocks &blocks, const clustering_policy &policy,
                  tags labels, std::string *note) {
-    resegmentation_options options = {.speech_bias = policy.speech_bias,
-                                      .merge_threshold = policy.values[0],
-                                      .num_threads = own->get()->num_workers};
+    resegmentation_options options = options_for_engine(own, policy);
     if (blocks.block_size() > 1) {  // who stays is decided by blocks, which borders they have by frames
         options.frames_a_row = blocks.block_size();
         tags of_blocks = blocks.from_frames(labels);
@@ -126,7 +131,8 @@ tags speaker_search::labels_of_recording(const tags &labels) const {
     return result;
 }
 
-// With the engine's clustering by merge thresholds on both sides of the model's, where that takes no time.
+// With the engine's clustering by merge thresholds on both sides of the model's, where that takes no time, and
+// minute by minute.
 candidate_set *speaker_search::candidates(engine *own) {
     if (candidates_) return candidates_.get();
     for (const double factor : {0.7, 0.85, 1.2}) {
@@ -135,6 +141,11 @@ candidate_set *speaker_search::candidates(engine *own) {
         values[0] *= factor;
         input_.other_labels.push_back(own->cluster(all_, values, nullptr));
     }
+    input_.pieces = divide_pieces(all_, [&](const frames &piece) {
+        tags labels = own->cluster(piece, policy_.values, nullptr);
+        resegment(piece, own->background(), options_for_engine(own, policy_), &labels);
+        return labels;
+    });
     candidates_ = std::make_unique<candidate_set>(input_, blocks_);
     return candidates_.get();
 }

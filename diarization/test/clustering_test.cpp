@@ -6,11 +6,13 @@
 #include <cstring>
 #include <numbers>
 #include <random>
+#include <set>
 
 #include "errors.h"
 #include "find_speakers.h"
 #include "linkage.h"
 #include "parameters.h"
+#include "pieces.h"
 #include "segments.h"
 #include "spectrum.h"
 
@@ -114,6 +116,42 @@ TEST(spectrum, counts_groups) {
         EXPECT_EQ(count_by_eigengap(distances), static_cast<int>(groups));
     }
     EXPECT_EQ(count_by_eigengap(distances_of_points({1, 2, 3})), 1);
+}
+
+// Six people, two in each of four minutes; what the minutes' divisions call them says nothing.
+TEST(pieces, the_same_people_are_found_in_several) {
+    constexpr int32_t MINUTE = 1875, SIZE = 8;
+    const std::vector<std::pair<int, int>> present = {{0, 1}, {1, 2}, {3, 4}, {0, 5}};
+    std::mt19937 random(1);
+    std::normal_distribution<float> noise(0, 0.1F);
+    std::vector<float> values;
+    tags expected;
+    for (const auto &[first, second] : present) {
+        for (int32_t f = 0; f < MINUTE; f++) {
+            const int who = f % 100 < 10 ? -1 : f / 100 % 2 == 0 ? first : second;
+            for (int32_t d = 0; d < SIZE; d++) values.push_back(noise(random) + (d == who ? 1.0F : 0.0F));
+            expected.push_back(static_cast<uint32_t>(who + 1));
+        }
+    }
+    const frames all = {values.data(), static_cast<int32_t>(expected.size()), SIZE};
+    int32_t num_heard = 0;
+    const divided_pieces pieces = divide_pieces(all, [&](const frames &piece) {
+        tags labels(static_cast<size_t>(piece.count));
+        for (size_t f = 0; f < labels.size(); f++) {
+            const uint32_t who = expected[static_cast<size_t>(num_heard) + f];
+            labels[f] = who == 0 ? 0 : 100 - who;
+        }
+        num_heard += piece.count;
+        return labels;
+    });
+    EXPECT_EQ(num_heard, all.count);
+    EXPECT_EQ(pieces.num_speakers, 8U);
+    const tags joined = join_pieces(pieces, 6);
+    std::set<std::pair<uint32_t, uint32_t>> pairs;
+    for (size_t f = 0; f < joined.size(); f++) pairs.insert({expected[f], joined[f]});
+    EXPECT_EQ(pairs.size(), 7U);  // one for each, and nobody
+    EXPECT_EQ(count_speakers(join_pieces(pieces, 1)), 1);
+    EXPECT_EQ(divide_pieces({values.data(), MINUTE, SIZE}, nullptr).num_speakers, 0U);
 }
 
 TEST(segments, merges_then_drops_then_pads) {

@@ -60,7 +60,7 @@ library = _load()
 RATE = library.parley_stage_rate()  # Hz
 HOP = library.parley_stage_hop()  # samples: one row of band energies; two rows make a frame
 BANDS = library.parley_stage_bands()
-MOST_CANDIDATES = 48
+MOST_CANDIDATES = 64
 
 
 class EngineError(RuntimeError):

@@ -1,0 +1,59 @@
+#include "pieces.h"
+
+#include <algorithm>
+
+#include "division_features.h"
+
+namespace {
+
+constexpr int32_t PIECE = 1875, MOST_PIECES = 120;  // frames; a minute
+
+// Tags become numbers from `first` on, in the order in which they come. How many there are.
+size_t number_from(size_t first, tags *labels) {
+    tags known;
+    for (uint32_t &tag : *labels) {
+        if (tag == 0) continue;
+        const auto place = static_cast<size_t>(std::find(known.begin(), known.end(), tag) - known.begin());
+        if (place == known.size()) known.push_back(tag);
+        tag = static_cast<uint32_t>(first + place);
+    }
+    return known.size();
+}
+
+distance_matrix distances_of_speakers(const frames &all, const tags &labels, size_t number) {
+    division_means means(number, static_cast<size_t>(all.size));
+    for (size_t f = 0; f < labels.size(); f++)
+        if (labels[f] != 0) means.add(labels[f] - 1, all.at(static_cast<int32_t>(f)));
+    means.scale();
+    distance_matrix result{number, std::vector<float>(number * number)};
+    for (size_t a = 0; a < number; a++)
+        for (size_t b = 0; b < a; b++)
+            result.at(a, b) = result.at(b, a) = static_cast<float>(means.distance(a, b));
+    return result;
+}
+
+}  // namespace
+
+divided_pieces divide_pieces(const frames &all, const std::function<tags(const frames &)> &divide) {
+    divided_pieces result;
+    const int32_t num_pieces = std::min((2 * all.count + PIECE) / (2 * PIECE), MOST_PIECES);
+    if (num_pieces < 2) return result;
+    for (int32_t p = 0; p < num_pieces; p++) {
+        const auto first = static_cast<int32_t>(int64_t{p} * all.count / num_pieces);
+        const auto end = static_cast<int32_t>((int64_t{p} + 1) * all.count / num_pieces);
+        tags labels = divide(all.part(first, end));
+        result.num_speakers += number_from(result.num_speakers + 1, &labels);
+        result.labels.insert(result.labels.end(), labels.begin(), labels.end());
+    }
+    result.tree =
+        linkage_tree(distances_of_speakers(all, result.labels, result.num_speakers), linkage::average);
+    return result;
+}
+
+tags join_pieces(const divided_pieces &pieces, size_t number) {
+    const std::vector<size_t> cluster = cut_tree(pieces.tree, pieces.num_speakers, number);
+    tags result = pieces.labels;
+    for (uint32_t &tag : result)
+        if (tag != 0) tag = static_cast<uint32_t>(cluster[tag - 1] + 1);
+    return result;
+}
