@@ -100,10 +100,24 @@ char *copied(const std::string &text) {
 }
 
 std::vector<turn> turns_of(const parley_turn *turns, int32_t count) {
+    require(count >= 0 && (turns || count == 0), "turns are missing");
     std::vector<turn> result;
     result.reserve(static_cast<size_t>(count));
-    for (int32_t i = 0; i < count; i++) result.push_back({turns[i].start, turns[i].end, turns[i].speaker});
+    for (int32_t i = 0; i < count; i++) {
+        const auto &[start, end, speaker] = turns[i];
+        require(std::isfinite(start) && std::isfinite(end) && speaker,
+                "turns have a start, an end and a speaker");
+        result.push_back({start, end, speaker});
+    }
     return result;
+}
+
+void check_reach(double reach) {
+    require(reach >= 0, "turns reach 0 s or more");
+}
+
+void check_collar(double collar) {
+    require(collar >= 0 && std::isfinite(collar), "collars are 0 s or more");
 }
 
 // An empty one for none.
@@ -372,6 +386,7 @@ parley_status parley_result_add_words(parley_result *result, const char *transcr
                                       double reach) {
     return guarded([&] {
         require(result && transcript, "a result or a transcript is missing");
+        check_reach(reach);
         diarization &inner = result->inner;
         std::vector<turn> turns;
         for (const segment &s : inner.segments)
@@ -431,7 +446,7 @@ void parley_free(void *block) {
 }
 
 void parley_clock(double seconds, char *text) {
-    std::snprintf(text, 32, "%s", clock_time(seconds).c_str());
+    if (text) std::snprintf(text, 32, "%s", clock_time(seconds).c_str());
 }
 
 const char *parley_color(int32_t speaker) {
@@ -441,9 +456,9 @@ const char *parley_color(int32_t speaker) {
 parley_status parley_assign(const char *transcript, size_t size, const parley_turn *turns, int32_t num_turns,
                             double reach, const char *format, char **text, size_t *text_size) {
     return guarded([&] {
-        require(transcript && (turns || num_turns == 0) && text,
-                "a transcript, turns or the place for the text is missing");
+        require(transcript && text, "a transcript or the place for the text is missing");
         *text = nullptr;
+        check_reach(reach);
         std::string result;
         try {
             const speakers_over_time speakers(turns_of(turns, num_turns), reach);
@@ -489,8 +504,10 @@ parley_status parley_read_rttm(const char *text, size_t size, const char *name, 
 parley_status parley_match(const float *here, int32_t num_here, const float *there, int32_t num_there,
                            int32_t dimension, double threshold, int32_t *others, double *cosines) {
     return guarded([&] {
-        require((here || num_here == 0) && (there || num_there == 0) && others && cosines && dimension > 0,
+        require(num_here >= 0 && (here || num_here == 0) && num_there >= 0 && (there || num_there == 0) &&
+                    others && cosines && dimension > 0,
                 "voices or the places for the result are missing");
+        require(threshold >= -1 && threshold <= 1, "the threshold lies between -1 and 1");
         const auto cosine = [dimension](const float *a, const float *b) {
             double product = 0, squares_a = 0, squares_b = 0;
             for (int32_t i = 0; i < dimension; i++) {
@@ -522,8 +539,8 @@ parley_status parley_score_turns(const parley_turn *reference, int32_t num_refer
                                  int32_t num_parts, double collar, int32_t skip_overlap,
                                  parley_score *result) {
     return guarded([&] {
-        require((reference || num_reference == 0) && (hypothesis || num_hypothesis == 0) && result,
-                "turns or the place for the score are missing");
+        require(result, "the place for the score is missing");
+        check_collar(collar);
         std::vector<span> spans;
         for (int32_t i = 0; parts && i < num_parts; i++) spans.push_back({parts[2 * i], parts[2 * i + 1]});
         const score s =
@@ -538,10 +555,11 @@ parley_status parley_score_text(const char *reference, const char *reference_nam
                                 const char *hypothesis_name, const char *uem_text, const double *collars,
                                 int32_t num_collars, int32_t skip_overlap, int32_t each, char **text) {
     return guarded([&] {
-        require(reference && reference_name && hypothesis && hypothesis_name &&
+        require(reference && reference_name && hypothesis && hypothesis_name && num_collars >= 0 &&
                     (collars || num_collars == 0) && text,
                 "a reference, a hypothesis or the place for the table is missing");
         *text = nullptr;
+        std::for_each(collars, collars + num_collars, check_collar);
         std::istringstream first(reference), second(hypothesis), third(uem_text ? uem_text : "");
         const rttm known = read_rttm(first, reference_name), found = read_rttm(second, hypothesis_name);
         const uem parts = read_uem(third, "UEM");

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr int32_t MOST_COLUMNS = 10000;
+
 constexpr output_format FORMATS[] = {
     {{"table", ".table.txt", "a timeline and a list, for reading (the default on a terminal)", "text/plain"},
      write_table},
@@ -46,7 +48,8 @@ std::string write_format(const diarization &result, std::string_view name, const
             known += (known.empty() ? "" : ", ") + std::string(f.shown.name);
         throw diarization_error(PARLEY_INVALID, "there is no format " + std::string(name) + ", but " + known);
     }
-    return found->write(result, {terminal.columns > 0 ? terminal.columns : 100, terminal.colors});
+    const int32_t columns = terminal.columns > 0 ? std::min(terminal.columns, MOST_COLUMNS) : 100;
+    return found->write(result, {columns, terminal.colors});
 }
 
 std::string clock_time(double seconds) {

@@ -1,4 +1,4 @@
 #!/usr/bin/env bash
-# The dynamic library exports the listed functions and nothing else: NM LIBRARY LIST
+# A dynamic library exports the listed functions and nothing else: NM LIBRARY LIST
 set -euo pipefail
-diff <(sort "$3") <("$1" -D --defined-only --format=posix "$2" | cut -d' ' -f1 | sort)
+diff <(sort "$3") <("$1" -D --defined-only --format=posix "$2" | awk '$2 == "T" { sub("@.*", "", $1); print $1 }' | sort)

@@ -55,6 +55,7 @@ ZX_API int32_t zx_sample_rate(void);
  * message_stack_depth  receives the number of messages, 0 to 8
  *
  * Both outputs are set to null and 0 first. ZX_STATUS_INVALID_STATE: this thread has no messages.
+ * ZX_STATUS_INVALID_ARGUMENT: an argument is null.
  * ZX_STATUS_OUT_OF_MEMORY: the messages were handed out all the same, but the next thread's cannot be.
  */
 ZX_CHECKED ZX_API zx_status_t zx_get_error_stack(char ***message_stack, int32_t *message_stack_depth);

@@ -131,6 +131,7 @@ void zx_error_log_error(const char *file, uint32_t line, const zx_error_msg_t *m
 }
 
 extern "C" zx_status_t zx_get_error_stack(char ***message_stack, int32_t *message_stack_depth) {
+    if (!message_stack || !message_stack_depth) return ZX_STATUS_INVALID_ARGUMENT;
     *message_stack = nullptr;
     *message_stack_depth = 0;
     zx_error_stack_t *stack = find_stack();

@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Every exported function is called in a source: SOURCE LIST...
+set -euo pipefail
+source=$1
+shift
+cat "$@" | while read -r function; do
+    grep -q "\b$function(" "$source" || { echo "$source: nothing calls $function"; exit 1; }
+done
