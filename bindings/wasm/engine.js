@@ -205,10 +205,10 @@ function name(number, voices) {
   return shown(result);
 }
 
-function remember(number, { voices, name, speaker }) {
+function remember(number, { voices, name, speaker, start = 0, end = 0 }) {
   const out = core._malloc(4);
   try {
-    withTexts([voices, name], (list, person) => check(core._parley_voices_add(list, person, resultOf(number), speaker, out)));
+    withTexts([voices, name], (list, person) => check(core._parley_voices_add(list, person, resultOf(number), speaker, start, end, out)));
     const address = core.HEAP32[out >> 2];
     const added = core.UTF8ToString(address);
     core._parley_free(address);

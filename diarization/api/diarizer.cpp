@@ -1,7 +1,9 @@
 #include "diarizer.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 
@@ -18,6 +20,7 @@ enum channel_use : int32_t { MIXED, APART, LOUDEST };  // as `channels` counts t
 
 constexpr int32_t LARGEST_NUMBER = 1000;
 constexpr double LONGEST = 3600;  // seconds
+constexpr const char *NOTHING_KEPT = "the result has not kept its embeddings (keep_embeddings)";
 
 std::vector<float> waveform_of(const int16_t *samples, size_t count) {
     waveform_drawer waveform;
@@ -200,8 +203,7 @@ void diarizer::find_again(kept_embeddings *kept, const parley_options &options,
 
 diarization diarizer::recluster(const diarization &before, const parley_options &options) {
     check_options(options);
-    if (!before.kept)
-        throw diarization_error(PARLEY_INVALID, "the result has not kept its embeddings (keep_embeddings)");
+    if (!before.kept) throw diarization_error(PARLEY_INVALID, NOTHING_KEPT);
     if (before.model != engine_.id())
         throw diarization_error(PARLEY_INVALID, "the result is another model's");
     engine_.set_jobs(options.jobs);
@@ -213,6 +215,35 @@ diarization diarizer::recluster(const diarization &before, const parley_options 
     result.with_embeddings = options.embeddings != 0;
     find_again(before.kept.get(), options, nullptr, &result);
     return result;
+}
+
+voice_sample sample_of(const diarization &result, int number, double start, double end) {
+    if (number < 0 || number >= static_cast<int>(result.speakers.size()))
+        throw diarization_error(PARLEY_INVALID,
+                                "there are " + std::to_string(result.speakers.size()) + " speakers");
+    using namespace std::chrono;
+    const year_month_day today = floor<days>(system_clock::now());
+    char date[32];
+    std::snprintf(date, sizeof(date), "%04d-%02u-%02u", int(today.year()), unsigned(today.month()),
+                  unsigned(today.day()));
+    const speaker &heard = result.speakers[static_cast<size_t>(number)];
+    voice_sample sample = {heard.embedding, heard.seconds, result.recording, date};
+    if (!(end > start)) return sample;
+    if (!result.kept) throw diarization_error(PARLEY_INVALID, NOTHING_KEPT);
+    const frames all = result.kept->rows.view();
+    tags labels(static_cast<size_t>(all.count));
+    sample.seconds = 0;
+    for (const segment &s : result.segments) {
+        const double from = std::max(s.start, start), to = std::min(s.end, end);
+        if (s.speaker != number || to <= from) continue;
+        sample.seconds += to - from;
+        const auto first = static_cast<size_t>(from / FRAME_SECONDS);
+        const auto last = std::min(static_cast<size_t>(to / FRAME_SECONDS), labels.size());
+        for (size_t f = first; f < last; f++) labels[f] = 1;
+    }
+    const centroids means = centroids_of(all, labels);
+    if (!means.empty()) sample.vector = means.begin()->second;
+    return sample;
 }
 
 diarization diarizer::run(const std::string &path, const given_samples *given, const parley_options &options,

@@ -11,6 +11,7 @@
 #include "find_speakers.h"
 #include "parley.h"
 #include "result.h"
+#include "voices.h"
 
 // Samples that come from the caller instead of from a file.
 struct given_samples {
@@ -57,6 +58,11 @@ private:
                       const progress_function &progress, diarization *result);
     engine engine_;
 };
+
+// What speaker `number` of a result says between two times, in seconds, for a list of voices; all of it if the end is
+// not behind the start. Throws diarization_error where there is no such speaker, and for a stretch of a result
+// that has not kept its embeddings.
+voice_sample sample_of(const diarization &result, int number, double start, double end);
 
 // Throws diarization_error for values out of range and for options that contradict each other.
 void check_options(const parley_options &options);

@@ -333,12 +333,12 @@ const char *parley_result_note(const parley_result *result) {
 }
 
 parley_status parley_voices_add(const char *voices, const char *name, const parley_result *result,
-                                int32_t speaker, char **text) {
+                                int32_t speaker, double start, double end, char **text) {
     return guarded([&] {
         require(voices && name && result && text,
                 "voices, a name, a result or the place for the text is missing");
         voice_list list = read_voices(voices);
-        add_voice(&list, name, of(result), speaker);
+        add_voice(&list, name, result->inner.model, sample_of(result->inner, speaker, start, end));
         *text = copied(write_voices(list));
     });
 }
@@ -362,6 +362,23 @@ parley_status parley_voices_at(const char *voices, int32_t index, char **name, i
         const voice &found = list.people[static_cast<size_t>(index)];
         if (num_samples) *num_samples = static_cast<int32_t>(found.samples.size());
         *name = copied(found.name);
+    });
+}
+
+parley_status parley_voices_sample_at(const char *voices, int32_t index, int32_t sample, double *seconds,
+                                      char *date, char **source) {
+    return guarded([&] {
+        require(voices && index >= 0 && sample >= 0 && source,
+                "voices, an index or the place for the source is missing");
+        *source = nullptr;
+        const voice_list list = read_voices(voices);
+        if (static_cast<size_t>(index) >= list.people.size()) return;
+        const std::vector<voice_sample> &samples = list.people[static_cast<size_t>(index)].samples;
+        if (static_cast<size_t>(sample) >= samples.size()) return;
+        const voice_sample &found = samples[static_cast<size_t>(sample)];
+        if (seconds) *seconds = found.seconds;
+        if (date) std::snprintf(date, 11, "%s", found.date.c_str());
+        *source = copied(found.source);
     });
 }
 

@@ -1,5 +1,4 @@
-// People who are known from earlier recordings: a file of voices, and their names for the speakers of an
-// result.
+// People who are known from earlier recordings: a file of voices, and their names for the speakers of a result.
 #ifndef PARLEY_VOICES_H
 #define PARLEY_VOICES_H
 
@@ -8,9 +7,16 @@
 
 #include "result.h"
 
+struct voice_sample {
+    std::vector<float> vector;  // of unit length
+    double seconds = 0;         // of speech, of which it is the mean; 0 where that is not known
+    std::string source;         // the recording's name
+    std::string date;           // when it was added, "2025-01-31"
+};
+
 struct voice {
     std::string name;
-    std::vector<std::vector<float>> samples;  // of unit length, one a recording
+    std::vector<voice_sample> samples;
 };
 
 struct voice_list {
@@ -24,9 +30,9 @@ voice_list read_voices(const std::string &text);
 
 std::string write_voices(const voice_list &voices);
 
-// Another sample of a person: speaker `number` of the result. Throws diarization_error where the list is of
-// another model, the speaker is not there or is heard for less than SHORTEST_SAMPLE seconds.
-void add_voice(voice_list *voices, const std::string &name, const diarization &result, int number);
+// Another sample of a person, of vectors of `model`; the same once more takes the place of the one before. Throws
+// diarization_error where the list is of another model or the sample has less than SHORTEST_SAMPLE seconds.
+void add_voice(voice_list *voices, const std::string &name, const std::string &model, voice_sample sample);
 
 inline constexpr double SHORTEST_SAMPLE = 3;
 

@@ -22,6 +22,10 @@ diarization result_of(const std::vector<double> &angles, const std::string &mode
     return d;
 }
 
+voice_sample sample_at(double angle, double seconds = 10) {
+    return {result_of({angle}).speakers[0].embedding, seconds, "interview", "2025-01-31"};
+}
+
 std::vector<std::string> names_of(const diarization &d) {
     std::vector<std::string> names;
     for (const speaker &s : d.speakers) names.push_back(s.name);
@@ -30,12 +34,16 @@ std::vector<std::string> names_of(const diarization &d) {
 
 TEST(voices, known_people_get_their_names_once) {
     voice_list voices;
-    add_voice(&voices, "Ann", result_of({0}), 0);
-    add_voice(&voices, "Bob", result_of({90}), 0);
-    add_voice(&voices, "Ann", result_of({30}), 0);  // another sample
+    add_voice(&voices, "Ann", "m", sample_at(0));
+    add_voice(&voices, "Bob", "m", sample_at(90));
+    add_voice(&voices, "Ann", "m", sample_at(30, 12.34));  // another sample
+    add_voice(&voices, "Ann", "m", sample_at(0));          // which is there
     voices = read_voices(write_voices(voices));
     ASSERT_EQ(voices.people.size(), 2U);
-    EXPECT_EQ(voices.people[0].samples.size(), 2U);
+    ASSERT_EQ(voices.people[0].samples.size(), 2U);
+    const voice_sample &second = voices.people[0].samples[0];
+    EXPECT_EQ(second.seconds, 12.3);
+    EXPECT_EQ(second.source + second.date, "interview2025-01-31");
     const struct {
         std::vector<double> angles;
         std::vector<std::string> names;
@@ -69,7 +77,10 @@ TEST(voices, what_is_no_list_of_this_model_is_refused) {
     for (
         const char *text :
         {"{", "[]", "{}", R"({"schema": "parley-voices-1"})",
-         R"({"schema": "parley-voices-2", "model": "m", "people": []})",
+         R"({"schema": "parley-voices-3", "model": "m", "people": []})",
+         R"({"schema": "parley-voices-2", "model": "m", "people": [{"name": "a", "samples": [[1, 0]]}]})",
+         R"({"schema": "parley-voices-2", "model": "m", "people": [{"name": "a", "samples": [
+                {"vector": [1, 0], "seconds": "x", "source": "", "date": ""}]}]})",
          R"({"schema": "parley-voices-1", "model": 1, "people": []})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [1]})",
          R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "", "samples": []}]})",
@@ -82,15 +93,14 @@ TEST(voices, what_is_no_list_of_this_model_is_refused) {
          R"({"schema": "parley-voices-1", "model": "m", "people": [{"name": "a", "samples": ["x"]}]})"})
         EXPECT_THROW(read_voices(text), diarization_error) << text;
     EXPECT_TRUE(read_voices(" \n").people.empty());
-    voice_list voices;
-    add_voice(&voices, "Ann", result_of({0}), 0);
+    voice_list voices = read_voices(R"({"schema": "parley-voices-1", "model": "m", "people": [
+        {"name": "Ann", "samples": [[1, 0]]}]})");  // as they were without seconds and sources
+    ASSERT_EQ(voices.people.at(0).samples.size(), 1U);
     diarization other = result_of({0}, "another");
     EXPECT_THROW(name_voices(&other, voices, 0.8), diarization_error);
-    EXPECT_THROW(add_voice(&voices, "Bob", other, 0), diarization_error);
-    EXPECT_THROW(add_voice(&voices, "Bob", result_of({0}), 1), diarization_error);
-    diarization brief = result_of({0});
-    brief.speakers[0].seconds = 2.9;
-    EXPECT_THROW(add_voice(&voices, "Bob", brief, 0), diarization_error);
+    EXPECT_THROW(add_voice(&voices, "Bob", "another", sample_at(0)), diarization_error);
+    EXPECT_THROW(add_voice(&voices, "Bob", "m", sample_at(0, 2.9)), diarization_error);
+    EXPECT_THROW(add_voice(&voices, "", "m", sample_at(0)), diarization_error);
     diarization longer = result_of({0});
     longer.speakers[0].embedding.push_back(0);
     EXPECT_THROW(name_voices(&longer, voices, 0.8), diarization_error);

@@ -135,12 +135,11 @@ PARLEY_API PARLEY_CHECKED parley_status parley_open(const char *model_path, parl
 PARLEY_API PARLEY_CHECKED parley_status parley_open_memory(const void *model, size_t size,
                                                            parley_diarizer **diarizer);
 
-/* Null is accepted. */
 /* Names the model, 16 digits that are its file's hash: vectors of two models have nothing to do with each
  * other. */
 PARLEY_API const char *parley_model(const parley_diarizer *diarizer);
 
-PARLEY_API void parley_close(parley_diarizer *diarizer);
+PARLEY_API void parley_close(parley_diarizer *diarizer); /* null is accepted */
 
 /* Diarizes an audio file. `options` and `progress` may be null. The caller deletes *result, which is null
  * after a failure:
@@ -326,11 +325,13 @@ PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t 
  * keeps; "" is the empty list. All of these give PARLEY_UNREADABLE for a text that is damaged, and
  * PARLEY_INVALID, with the remedy, for one of another model. */
 
-/* Adds a sample of `name`: speaker `speaker` of the result. The new text is one block released with
- * parley_free. PARLEY_INVALID for a speaker who is heard for less than 3 s. */
+/* Adds a sample of `name`: what speaker `speaker` of the result says between `start` and `end` seconds, which
+ * takes a result with keep_embeddings; all of it if `end` is not behind `start`. The same sample once more
+ * counts once. The new text is one block released with parley_free. PARLEY_INVALID for less than 3 s of
+ * speech. */
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_add(const char *voices, const char *name,
                                                           const parley_result *result, int32_t speaker,
-                                                          char **text);
+                                                          double start, double end, char **text);
 
 /* Takes `name` out. PARLEY_INVALID if there is no such voice. */
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_remove(const char *voices, const char *name,
@@ -340,6 +341,13 @@ PARLEY_API PARLEY_CHECKED parley_status parley_voices_remove(const char *voices,
  * released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_voices_at(const char *voices, int32_t index, char **name,
                                                          int32_t *num_samples);
+
+/* Sample `sample` of person `index`: seconds of speech (0 in lists that do not tell), the day on which it was
+ * added, "2025-01-31" or "", into at least 11 bytes, and the recording's name in a block released with
+ * parley_free, null beyond the last. `seconds` and `date` may be null. */
+PARLEY_API PARLEY_CHECKED parley_status parley_voices_sample_at(const char *voices, int32_t index,
+                                                                int32_t sample, double *seconds, char *date,
+                                                                char **source);
 
 /* Gives the speakers of a result the names of known people who are near enough: a cosine above
  * `threshold` (0: 0.8), each name once. The others stay as they are called. */

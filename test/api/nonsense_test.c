@@ -90,13 +90,15 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
         parley_read_rttm("x", 1, NULL, &turns, &count),
         parley_read_rttm("x", 1, "x", NULL, &count),
         parley_match(NULL, 1, NULL, 1, 64, 0.5, &count, &cosine),
-        parley_voices_add(NULL, "x", result, 0, &text),
-        parley_voices_add("", NULL, result, 0, &text),
-        parley_voices_add("", "x", NULL, 0, &text),
+        parley_voices_add(NULL, "x", result, 0, 0, 0, &text),
+        parley_voices_add("", NULL, result, 0, 0, 0, &text),
+        parley_voices_add("", "x", NULL, 0, 0, 0, &text),
         parley_voices_remove(NULL, "x", &text),
         parley_voices_remove("", NULL, &text),
         parley_voices_at(NULL, 0, &text, &count),
         parley_voices_at("", 0, NULL, NULL),
+        parley_voices_sample_at(NULL, 0, 0, NULL, NULL, &text),
+        parley_voices_sample_at("", 0, 0, NULL, NULL, NULL),
         parley_score_turns(NULL, 1, NULL, 1, NULL, 0, 0, 0, &score),
         parley_score_turns(NULL, 0, NULL, 0, NULL, 0, 0, 0, NULL),
         parley_score_text(NULL, NULL, NULL, NULL, NULL, NULL, 0, 0, 0, &text),
@@ -156,9 +158,11 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         (void) parley_result_segment(result, n);
         (void) parley_result_speaker(result, n);
         char *text = NULL;
-        if (parley_voices_add("", "x", result, n, &text) == PARLEY_OK) parley_free(text);
+        if (parley_voices_add("", "x", result, n, n, n, &text) == PARLEY_OK) parley_free(text);
         text = NULL;
         if (parley_voices_at("", n, &text, NULL) == PARLEY_OK) parley_free(text);
+        text = NULL;
+        if (parley_voices_sample_at("", n, n, NULL, NULL, &text) == PARLEY_OK) parley_free(text);
         const float vector[4] = {0, NAN, INFINITY, 1};
         int32_t other = 0;
         double cosine = 0;
@@ -205,6 +209,8 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         double cosine;
         (void) !parley_match(vectors, 1, vectors, 1, 2, x, &other, &cosine);
         (void) !parley_result_name_voices(result, "", x);
+        text = NULL;
+        if (parley_voices_add("", "x", result, 0, -x, x, &text) == PARLEY_OK) parley_free(text);
         (void) !parley_result_add_words(result, "a 1 0 1 x\n", 10, x);
     }
 }
@@ -239,7 +245,7 @@ static void with_texts(parley_diarizer *diarizer, parley_result *result) {
                (double) i);
         expect(parley_voices_remove(text, text, &out) != PARLEY_OK && !out, "a voice", (double) i);
         (void) !parley_result_name_voices(result, text, 0);
-        if (parley_voices_add(text, text, result, 0, &out) == PARLEY_OK) parley_free(out);
+        if (parley_voices_add(text, text, result, 0, 0, 0, &out) == PARLEY_OK) parley_free(out);
         out = NULL;
         if (parley_voices_at(text, 0, &out, &count) == PARLEY_OK) parley_free(out);
         out = NULL;

@@ -217,8 +217,11 @@ expect 0 '^speaker 2'$'	''A'$'	''1\.000$' '' match "$tmp/a.json" "$tmp/b.json"
 expect 1 '' 'is not what' match "$tmp/a.json" "$reference"
 export PARLEY_VOICES=$tmp/config/voices.json
 expect 0 '^Ann: [0-9.]+ s of' '' voices add Ann "$sample" --speaker 2
-expect 0 '^Bob: [0-9.]+ s of' '' voices add Bob "$sample" --from 0 --to 5
-expect 0 '^Ann'$'\t''1$' '' voices list
+expect 0 '^Ann: [0-9.]+ s of' '' voices add Ann "$sample" --speaker 2 # the same sample
+expect 0 '^Bob: (3\.[3-9]|4\.[01]) s of' '' voices add Bob "$sample" --from 0 --to 4.9 # what is said there
+expect 1 '' 'too short to be remembered: 1' voices add Bob "$sample" --from 0 --to 2.5
+expect 0 '^Ann'$'\t''[0-9.]+ s'$'\t''20[0-9-]{8}'$'\t''three-voices$' '' voices list
+[ "$(grep -c Ann "$tmp/out")" = 1 ] || failures=$((failures + 1))
 expect 0 'Ann$' '' "$sample" # by $PARLEY_VOICES
 expect 0 'Ann$' '' --voices "$PARLEY_VOICES" "$sample"
 sed 's/Bob/speaker 1/; s/Ann/speaker 2/' "$tmp/out" | cmp - "$tmp/one" || { echo "voices: others than they were"; failures=$((failures + 1)); }

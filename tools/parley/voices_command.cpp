@@ -77,31 +77,60 @@ int32_t speaker_of(const arguments &a, const parley_result *result) {
     return static_cast<int32_t>(most - heard.begin());
 }
 
+struct known_sample {
+    std::string name, date, source;
+    double seconds = 0;
+};
+
+// Person by person, those of each in the order in which they were added.
+std::vector<known_sample> samples_of(const std::string &voices) {
+    std::vector<known_sample> samples;
+    for (int32_t person = 0;; person++) {
+        char *name = nullptr;
+        check(parley_voices_at(voices.c_str(), person, &name, nullptr));
+        if (!name) return samples;
+        const text_ptr owned_name(name);
+        for (int32_t i = 0;; i++) {
+            char date[11] = "", *source = nullptr;
+            double seconds = 0;
+            check(parley_voices_sample_at(voices.c_str(), person, i, &seconds, date, &source));
+            if (!source) break;
+            const text_ptr owned_source(source);
+            samples.push_back({name, date, source, seconds});
+        }
+    }
+}
+
 int add(const arguments &a) {
     const std::string before = read_voices_file(a.file);
     const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
     parley_result *made = nullptr;
-    check(parley_diarize_file(diarizer.get(), a.recording.c_str(), nullptr, nullptr, nullptr, &made));
+    parley_options options;
+    parley_options_init(&options);
+    options.keep_embeddings = a.from || a.to;
+    check(parley_diarize_file(diarizer.get(), a.recording.c_str(), &options, nullptr, nullptr, &made));
     const result_ptr result(made);
     const int32_t speaker = speaker_of(a, made);
     char *text = nullptr;
-    const parley_status status = parley_voices_add(before.c_str(), a.name.c_str(), made, speaker, &text);
-    write_voices_file(a.file, taken(status, text));
-    std::printf("%s: %.1f s of %s\n", a.name.c_str(), parley_result_speaker(made, speaker).seconds,
-                a.recording.c_str());
+    const bool is_part = a.from || a.to;
+    const double start = a.from.value_or(0), end = a.to.value_or(parley_result_duration(made));
+    if (is_part && end <= start) throw std::runtime_error("--to lies before --from");
+    const parley_status status = parley_voices_add(before.c_str(), a.name.c_str(), made, speaker,
+                                                   is_part ? start : 0, is_part ? end : 0, &text);
+    const std::string voices = taken(status, text);
+    write_voices_file(a.file, voices);
+    double seconds = 0;
+    for (const known_sample &sample : samples_of(voices))
+        if (sample.name == a.name) seconds = sample.seconds;  // the last is the one that was added
+    std::printf("%s: %.1f s of %s\n", a.name.c_str(), seconds, a.recording.c_str());
     return EXIT_SUCCESS;
 }
 
 int list(const arguments &a) {
-    const std::string voices = read_voices_file(a.file);
-    for (int32_t i = 0;; i++) {
-        char *name = nullptr;
-        int32_t samples = 0;
-        check(parley_voices_at(voices.c_str(), i, &name, &samples));
-        const text_ptr owned(name);
-        if (!name) return EXIT_SUCCESS;
-        std::printf("%s\t%d\n", name, samples);
-    }
+    for (const known_sample &s : samples_of(read_voices_file(a.file)))
+        std::printf("%s\t%.1f s\t%s\t%s\n", printable(s.name).c_str(), s.seconds, s.date.c_str(),
+                    printable(s.source).c_str());
+    return EXIT_SUCCESS;
 }
 
 int remove(const arguments &a) {
@@ -148,7 +177,7 @@ command voices_command(CLI::App *app) {
     adding->add_option("--from", a->from, "who is heard from there")->type_name("SECONDS");
     adding->add_option("--to", a->to, "to there")->type_name("SECONDS");
     adding->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
-    sub("list", "names and numbers of samples", list);
+    sub("list", "lists the samples: name, seconds, date, recording", list);
     sub("remove", "forgets a voice", remove)
         ->add_option("NAME", a->name, "whose voice")
         ->required()

@@ -1,5 +1,6 @@
 """The package as users have it: an installed wheel. PARLEY_TOOL names the command line tool, whose results are the same."""
 import concurrent.futures
+import contextlib
 import json
 import os
 import pathlib
@@ -298,3 +299,61 @@ def test_as_a_program(expected):
     assert len(run(str(RECORDING)).stdout.splitlines()) == len(expected)
     failed = run("/missing.wav", str(RECORDING))
     assert failed.returncode == 1 and "no such file" in failed.stderr and "speaker 1" in failed.stdout
+
+
+def test_known_people_get_their_names(diarizer, expected, tmp_path):
+    kept = diarizer.diarize(RECORDING, keep_embeddings=True)
+    voices = parley.Voices()
+    voices.add("Ann", kept, 2)
+    voices.add("Ann", kept, 2)  # the same sample counts once
+    first = kept[0]
+    voices.add("Bob", kept, 1, first.start, first.end)
+    voices.save(tmp_path / "voices.json")
+    assert (tmp_path / "voices.json").stat().st_mode & 0o077 == 0
+    voices = parley.Voices.load(tmp_path / "voices.json")
+    people = voices.people()
+    assert list(people) == ["Ann", "Bob"] and len(people["Ann"]) == 1
+    assert people["Ann"][0].source == "three-voices" and people["Ann"][0].seconds == pytest.approx(kept.talk_time()[2], abs=0.1)
+    assert people["Bob"][0].seconds == pytest.approx(first.duration, abs=0.1)
+    for named in (diarizer.diarize(RECORDING, voices=voices), diarizer.recluster(kept, voices=voices)):
+        assert named == expected and [named.names[1], named.names[2]] == ["Bob", "Ann"]
+        assert named.similarities[2] > 0.99 and 3 not in named.similarities
+    voices.remove("Bob")
+    assert diarizer.diarize(RECORDING, voices=voices).names[1] == "speaker 1"
+    with pytest.raises(parley.ParleyError, match="too short"):
+        voices.add("Cem", kept, 1, first.start, first.start + 1)
+    with pytest.raises(parley.ParleyError, match="keep_embeddings"):
+        voices.add("Cem", expected, 1, 0, 20)
+    with pytest.raises(parley.ParleyError, match="none: damaged"):
+        parley.Voices("{}")
+
+
+NONSENSE = [None, 0, -1, 2**40, float("nan"), float("inf"), "", "\0", "nowhere", b"x", [], {}, object(), np.zeros((2, 2, 2)), np.zeros(0)]
+
+
+def test_nonsense_is_an_exception(expected):
+    """Whatever is passed to whatever is public: an exception of Python, not the end of the process."""
+    diarizer, closed = parley.Diarizer(), parley.Diarizer()
+    closed.close()
+    kept = diarizer.diarize(RECORDING, keep_embeddings=True)
+    samples = np.zeros(20000, np.int16)
+    voices = parley.Voices()
+    calls = [
+        lambda x: parley.Diarizer(x if x is not None else "nowhere"), lambda x: diarizer.diarize(x), lambda x: diarizer.diarize(samples, x),
+        lambda x: diarizer.diarize(x, 16000), lambda x: closed.diarize(RECORDING), lambda x: closed.recluster(kept),
+        lambda x: diarizer.recluster(x), lambda x: list(diarizer.listen(x)), lambda x: list(diarizer.listen([x])),
+        lambda x: list(diarizer.listen([samples], x)), lambda x: list(closed.listen([samples])), lambda x: kept.to_bytes(x),
+        lambda x: kept.write(x), lambda x: parley.assign_speakers(x, kept), lambda x: parley.assign_speakers([{"start": x, "end": x}], kept),
+        lambda x: parley.assign_speakers([{"start": 0, "end": 1}], x), lambda x: parley.match(x, kept), lambda x: parley.match(kept, kept, x),
+        lambda x: parley.score(x, kept), lambda x: parley.score([(0, x, "a")], kept), lambda x: parley.score(kept, kept, x),
+        lambda x: parley.Voices(x), lambda x: voices.add("a", kept, x), lambda x: voices.add(x, kept, 1), lambda x: voices.add("a", x, 1),
+        lambda x: voices.add("a", kept, 1, x, x), lambda x: voices.remove(x), lambda x: parley.Voices.load(x),
+        *[lambda x, name=name: diarizer.diarize(samples, 16000, **{name: x})
+          for name in ("num_speakers", "thresholds", "pad", "names", "channels", "sensitivity", "via_ffmpeg", "jobs", "voices", "progress")],
+    ]
+    for call in calls:
+        for x in NONSENSE:
+            with contextlib.suppress(Exception):
+                call(x)
+    assert diarizer.diarize(RECORDING) == expected
+    diarizer.close()

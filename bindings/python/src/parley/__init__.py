@@ -13,10 +13,11 @@ from ._engine import SAMPLE_RATE, Diarizer, version
 from ._errors import ParleyError, Status
 from ._library import FORMATS as _FORMATS
 from ._results import Diarization, Segment
+from ._voices import Sample, Voices
 from ._words import Score, assign_speakers, match, score
 
 FORMATS = [f.name.decode() for f in _FORMATS]
 """In which a result can be written."""
-__all__ = ["FORMATS", "SAMPLE_RATE", "Diarization", "Diarizer", "ParleyError", "Score", "Segment", "Status",
-           "assign_speakers", "match", "score", "version"]
+__all__ = ["FORMATS", "SAMPLE_RATE", "Diarization", "Diarizer", "ParleyError", "Sample", "Score", "Segment", "Status",
+           "Voices", "assign_speakers", "match", "score", "version"]
 __version__ = version()

@@ -12,6 +12,7 @@ import numpy as np
 from ._errors import check
 from ._library import OPTIONS_SIZE, Progress, find_model, library
 from ._results import Diarization
+from ._voices import Voices
 
 SAMPLE_RATE = 16000
 """The rate in Hz at which the engine works; other rates are converted to it."""
@@ -99,7 +100,7 @@ class Diarizer:
                 names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
                 refine: bool = True, confidence: bool = False, embeddings: bool = False,
                 sensitivity: Optional[float] = None, max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
-                jobs: Optional[int] = None, keep_embeddings: bool = False,
+                jobs: Optional[int] = None, keep_embeddings: bool = False, voices: Optional[Voices] = None,
                 progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
         """Finds out who spoke when.
 
@@ -120,6 +121,7 @@ class Diarizer:
         via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
         jobs: threads for this recording (1; 0: one a core), which change nothing of the result.
         keep_embeddings: the result keeps what recluster() takes, 8 kB for each second.
+        voices: people who are known: speakers who are near enough to one get that name.
         progress: called with the share that is done, from 0 to 1; when it returns False the run ends with ParleyError.
 
         Returns the segments in order of time. Raises FileNotFoundError, MemoryError, or ParleyError.
@@ -136,40 +138,41 @@ class Diarizer:
             raise TypeError("samples need their sample_rate")
         if isinstance(source, (str, os.PathLike)):
             path = os.fsencode(os.fspath(source))
-            return self._run(progress, lambda *rest: library.parley_diarize_file(self._object, path, options.record, *rest))
+            return self._run(progress, voices, lambda *rest: library.parley_diarize_file(self._object, path, options.record, *rest))
         if hasattr(source, "read"):
             data = source.read()
             if not isinstance(data, bytes):
                 raise TypeError("the file must be opened for reading bytes: open(path, \"rb\")")
             name = os.fsencode(str(getattr(source, "name", "recording")))
-            return self._run(progress, lambda *rest: library.parley_diarize_memory(self._object, data, len(data), name,
+            return self._run(progress, voices, lambda *rest: library.parley_diarize_memory(self._object, data, len(data), name,
                                                                                    options.record, *rest))
         pcm, rate = _to_int16(source), _whole_rate(sample_rate)
-        return self._run(progress, lambda *rest: library.parley_diarize_samples(
+        return self._run(progress, voices, lambda *rest: library.parley_diarize_samples(
             self._object, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0], pcm.shape[1], rate, b"recording",
             options.record, *rest))
 
-    def recluster(self, result: Diarization, *, num_speakers: Optional[int] = None, **options: Any) -> Diarization:
+    def recluster(self, result: Diarization, *, num_speakers: Optional[int] = None, voices: Optional[Voices] = None,
+                  **options: Any) -> Diarization:
         """The same recording with other options, from the embeddings that `result` has kept: without another pass.
 
         result: of diarize(..., keep_embeddings=True), by a diarizer with the same model.
-        num_speakers and options: min_speakers, max_speakers, names, sensitivity and so on, as of diarize.
+        num_speakers, voices and options: min_speakers, max_speakers, names, sensitivity and so on, as of diarize.
         """
         asked = _Options({"speakers": num_speakers, **{name.replace("_", "-"): value for name, value in options.items()}})
         again = c_void_p()
         with self._lock:
             self._check_open()
             check(library.parley_recluster(self._object, result._address(), asked.record, byref(again)))
-        return Diarization._take(again)
+        return Diarization._take(again, voices)
 
     def listen(self, pieces: Iterable[Any], sample_rate: int = 16000, *, every: float = 1.0, share: float = 0.05,
-               **options: Any) -> Iterator[Diarization]:
+               voices: Optional[Voices] = None, **options: Any) -> Iterator[Diarization]:
         """Tells who speaks while samples still come.
 
         pieces: an iterable of samples as diarize takes them, all of one number of channels, as they are recorded.
         every: seconds of audio between two results, at least.
         share: of the time that passes, for clustering again; in between what is new goes to the nearest of the speakers found.
-        options: min_speakers, names, sensitivity and so on, as of diarize.
+        voices and options: min_speakers, names, sensitivity and so on, as of diarize.
 
         Yields what is known so far, with speakers who keep their number, and in the end what diarize would return of all samples.
         """
@@ -192,11 +195,11 @@ class Diarizer:
                 heard += pcm.shape[0]
                 if heard - told >= every * sample_rate:
                     told = heard
-                    if (state := self._ask(library.parley_session_update, session, share)) is not None:
+                    if (state := self._ask(voices, library.parley_session_update, session, share)) is not None:
                         yield state
             if not session:
                 raise ValueError("there were no samples")
-            yield self._ask(library.parley_session_end, session)
+            yield self._ask(voices, library.parley_session_end, session)
         finally:
             library.parley_session_delete(session)
 
@@ -204,14 +207,14 @@ class Diarizer:
         if self._object is None:
             raise ValueError("the Diarizer is closed")
 
-    def _ask(self, call: Callable[..., int], *arguments: Any) -> Optional[Diarization]:
+    def _ask(self, voices: Optional[Voices], call: Callable[..., int], *arguments: Any) -> Optional[Diarization]:
         result = c_void_p()
         with self._lock:
             self._check_open()
             check(call(*arguments, byref(result)))
-        return Diarization._take(result) if result else None
+        return Diarization._take(result, voices) if result else None
 
-    def _run(self, progress: Optional[Callable[[float], Optional[bool]]], call: Callable[..., int]) -> Diarization:
+    def _run(self, progress: Optional[Callable[[float], Optional[bool]]], voices: Optional[Voices], call: Callable[..., int]) -> Diarization:
         raised: list = []
 
         def tell(_: object, done: float) -> int:
@@ -228,7 +231,7 @@ class Diarizer:
             if raised:
                 raise raised[0]
             check(status)
-        return Diarization._take(result)
+        return Diarization._take(result, voices)
 
     def close(self) -> None:
         """Releases the engine; it can be called again."""

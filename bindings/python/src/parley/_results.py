@@ -47,6 +47,7 @@ class Diarization(Tuple[Segment, ...]):
 
     duration: seconds of audio.
     names: the speakers' names by number.
+    similarities: the cosines of those who were named by a known voice, by number.
     embeddings: their vectors of unit length by number.
     confidences: of each segment, the probability that its speaker is right.
     waveform: the loudest sample of every twentieth of a second, from 0 to 1.
@@ -55,15 +56,18 @@ class Diarization(Tuple[Segment, ...]):
 
     duration: float
     names: Dict[int, str]
+    similarities: Dict[int, float]
     embeddings: Dict[int, np.ndarray]
     confidences: List[float]
     waveform: np.ndarray
     note: str
 
     @classmethod
-    def _take(cls, address: c_void_p) -> "Diarization":
-        """The result behind an address, which is owned from then on."""
+    def _take(cls, address: c_void_p, voices: Any = None) -> "Diarization":
+        """The result behind an address, which is owned from then on, with the names of known people."""
         handle = _Handle(address)
+        if voices is not None:
+            check(library.parley_result_name_voices(address, str(voices).encode(), 0))
         records = [library.parley_result_segment(address, i) for i in range(library.parley_result_num_segments(address))]
         self = cls(Segment(round(s.start, 3), round(s.end, 3), s.speaker + 1) for s in records)
         speakers = [library.parley_result_speaker(address, i) for i in range(library.parley_result_num_speakers(address))]
@@ -72,6 +76,7 @@ class Diarization(Tuple[Segment, ...]):
         self._handle = handle
         self.duration = library.parley_result_duration(address)
         self.names = {i: s.name.decode(errors="replace") for i, s in enumerate(speakers, 1)}
+        self.similarities = {i: s.similarity for i, s in enumerate(speakers, 1) if s.similarity > 0}
         self.embeddings = {i: np.array(s.embedding[: s.embedding_size], np.float32) for i, s in enumerate(speakers, 1)}
         self.confidences = [s.confidence for s in records]
         self.waveform = np.array(peaks[: count.value], np.float32)
