@@ -34,6 +34,8 @@ expect 0 'three-voices.wav'$'\t'' +[0-9]' '' "$sample" "$tmp/second.wav" "$sampl
 [ "$(wc -l <"$tmp/out")" = $((2 * $(wc -l <"$tmp/one"))) ] || failures=$((failures + 1))
 
 expect 0 'Usage: parley' '' --help
+[ "$(wc -l <"$tmp/out")" -le 40 ] && [ "$(wc -L <"$tmp/out")" -le 80 ] || { echo "--help is no screen"; failures=$((failures + 1)); }
+expect 0 'via-ffmpeg' '' listen --help-all
 expect 0 '^parley 1\.0\.0$' '' --version
 
 # What people do wrong: the words say what is wrong and what helps; what the engine calls it shows with -v alone.

@@ -12,19 +12,19 @@ _parley() {
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     --via-ffmpeg) COMPREPLY=($(compgen -W "auto never always" -- "$current")); return ;;
     --output-dir | -o) COMPREPLY=($(compgen -d -- "$current")); return ;;
-    --manifest | --model | --uem | --voices | --words | -m) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
+    --manifest | --model | --output | --uem | --voices | --words | -m | -o) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--help --version --manifest --format --output-dir --audio --resume --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --jobs --max-input --voices --model --color --quiet --verbose"
+        local options="--version --help --format --output-dir --resume --speakers --min-speakers --max-speakers --sensitivity --names --jobs --voices --model --quiet --help-all --manifest --audio --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --max-input --color --verbose"
         case $command in
-        score) options="--help --collar --skip-overlap --uem --each" ;;
-        assign) options="--help --words --format --reach --speakers --names --model" ;;
-        listen) options="--help --rate --input-channels --every --share --lines --format --output-dir --speakers --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --names --confidence --embeddings --max-duration --via-ffmpeg --jobs --voices --model --color" ;;
-        match) options="--help --threshold" ;;
-        voices add) options="--help --voices --speaker --from --to --model" ;;
-        voices list) options="--help --voices" ;;
-        voices remove) options="--help --voices" ;;
-        voices forget) options="--help --voices --all" ;;
+        score) options="--help --help-all --collar --skip-overlap --uem --each" ;;
+        assign) options="--help --help-all --words --format --reach --output --speakers --names --voices --model --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
+        listen) options="--help --help-all --rate --input-channels --every --share --lines --format --output-dir --speakers --names --voices --model --color --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
+        match) options="--help --help-all --threshold" ;;
+        voices add) options="--help --help-all --voices --speaker --from --to --model" ;;
+        voices list) options="--help --help-all --voices" ;;
+        voices remove) options="--help --help-all --voices" ;;
+        voices forget) options="--help --help-all --voices --all" ;;
         esac
         COMPREPLY=($(compgen -W "$options" -- "$current"))
         return

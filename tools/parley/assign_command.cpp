@@ -4,12 +4,14 @@
 #include <filesystem>
 #include <memory>
 
+#include "command_options.h"
 #include "commands.h"
 #include "files.h"
 #include "library.h"
 #include "model.h"
 #include "system.h"
 #include "terminal.h"
+#include "voices.h"
 
 namespace parley {
 
@@ -17,22 +19,20 @@ namespace assigning {
 namespace {
 
 struct arguments {
-    std::string words, source, model, names, format;
+    std::string words, source, model, voices, format, output;
     double reach = 1.0;
-    int speakers = 0;
+    command_options options;
 };
 
 using turns_ptr = std::unique_ptr<parley_turn, releaser<parley_free>>;
 
 result_ptr diarize(const arguments &a) {
-    parley_options options;
-    parley_options_init(&options);
-    options.min_speakers = options.max_speakers = a.speakers;
-    if (!a.names.empty()) options.names = a.names.c_str();
     const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
     parley_result *made = nullptr;
-    check(parley_diarize_file(diarizer.get(), a.source.c_str(), &options, nullptr, nullptr, &made));
-    return result_ptr(made);
+    check(parley_diarize_file(diarizer.get(), a.source.c_str(), a.options.get(), nullptr, nullptr, &made));
+    result_ptr result(made);
+    name_known(made, read_voices(a.voices), 0);
+    return result;
 }
 
 // Whose names the result keeps.
@@ -81,7 +81,11 @@ int run(const arguments &a) {
                     a.words);
     }
     const text_ptr owned(text);
-    std::fwrite(text, 1, size, out);
+    if (a.output.empty()) {
+        std::fwrite(text, 1, size, out);
+    } else {
+        write_atomically(a.output, {text, size});
+    }
     close_standard_output(out);
     return EXIT_SUCCESS;
 }
@@ -92,27 +96,27 @@ int run(const arguments &a) {
 command assign_command(CLI::App *app) {
     using namespace assigning;
     const auto a = std::make_shared<arguments>();
-    app->description("Adds who speaks to a transcript: every word or caption gets its speaker.");
-    app->add_option("--words", a->words,
-                    "JSON (Whisper's, Vosk's), TSV, WebVTT, SRT or CTM; - is standard input")
+    app->description("Adds speakers to the words of a transcript.");
+    app->add_option("--words", a->words, "transcript: JSON, TSV, WebVTT, SRT, CTM")
         ->required()
         ->type_name("FILE");
     app->add_option("SOURCE", a->source, "the recording, or an RTTM file about it")
         ->required()
         ->type_name("");
-    app->add_option("-f,--format", a->format, "the transcript's own, text, markdown, srt, vtt, json or html")
+    app->add_option("-f,--format", a->format, "text, markdown, srt, vtt, json, html")
         ->check(CLI::IsMember({"text", "markdown", "srt", "vtt", "json", "html"}).description(""))
         ->type_name("NAME");
-    app->add_option("--reach", a->reach, "how far from a segment a word outside of all may lie (1)")
+    app->add_option("--reach", a->reach, "words may lie that far from a segment (1)")
         ->check(CLI::Range(0.0, 3600.0).description(""))
         ->type_name("SECONDS");
-    app->add_option("-n,--speakers", a->speakers, "exactly that many speakers")
-        ->check(CLI::Range(1, 1000).description(""))
-        ->type_name("N");
-    app->add_option("--names", a->names, "of the first speakers heard")->type_name("A,B,...");
-    app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
+    app->add_option("-o,--output", a->output, "file to write (standard output)")->type_name("FILE");
+    a->options.define(app, {"speakers", "names"});
+    app->add_option("--voices", a->voices, "known voices, whose names are used ($PARLEY_VOICES)")
+        ->type_name("FILE");
+    app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
     app->footer(
-        "The transcript comes back on standard output. Segments and captions end where the speaker changes.");
+        "Segments and captions end where the speaker changes. Without -f the transcript\n"
+        "keeps its format.");
     return [a] { return run(*a); };
 }
 

@@ -2,12 +2,13 @@
 
 #include <string_view>
 
+#include "help.h"
 #include "library.h"
 #include "suggestion.h"
 
 namespace parley {
 
-void command_options::define(CLI::App *app) {
+void command_options::define(CLI::App *app, const std::set<std::string> &common) {
     for (int32_t i = 0; const parley_option *option = parley_option_at(i); i++) {
         const auto set = [this, option](const std::string &value) {
             texts_.push_back(value);
@@ -18,12 +19,15 @@ void command_options::define(CLI::App *app) {
         static const std::map<std::string_view, std::string> SHORT = {{"speakers", "-n,"}, {"jobs", "-j,"}};
         const auto found = SHORT.find(option->name);
         const std::string name = (found == SHORT.end() ? "" : found->second) + "--" + option->name;
+        CLI::Option *added;
         if (option->value) {
-            app->add_option_function<std::string>(name, set, option->purpose)->type_name(option->value);
+            added =
+                app->add_option_function<std::string>(name, set, option->purpose)->type_name(option->value);
         } else {
-            app->add_flag_callback(
+            added = app->add_flag_callback(
                 name, [set] { set("1"); }, option->purpose);
         }
+        if (!common.contains(option->name)) added->group(MORE_OPTIONS);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,8 @@ public:
     command_options(const command_options &) = delete;  // the options refer to the texts
     command_options &operator=(const command_options &) = delete;
 
-    // Must outlive the parser.
-    void define(CLI::App *app);
+    // Must outlive the parser. Of the options those of these names are common ones, which --help lists.
+    void define(CLI::App *app, const std::set<std::string> &common);
 
     const parley_options *get() const { return &options_; }
 

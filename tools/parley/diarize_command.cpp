@@ -12,6 +12,7 @@
 #include "command_options.h"
 #include "commands.h"
 #include "files.h"
+#include "help.h"
 #include "library.h"
 #include "model.h"
 #include "progress.h"
@@ -40,41 +41,41 @@ struct arguments {
 
 // The two columns of help fit a terminal of 80.
 void define(CLI::App *app, arguments *a) {
-    app->add_option("AUDIO", a->files, "files, folders, patterns; - is standard input")->type_name("");
+    app->add_option("AUDIO", a->files, "audio files, folders, patterns; - is standard input")
+        ->type_name("");
     const auto list = [app](const char *name, std::vector<std::string> *values, const char *what) {
         return app->add_option(name, *values, what)->allow_extra_args(false);
     };
-    list("--manifest", &a->manifests, "a list of these, one a line")->type_name("FILE");
-    list("-f,--format", &a->formats, "how to write the result, see below")
+    list("--manifest", &a->manifests, "file that lists recordings, one per line")
+        ->type_name("FILE")
+        ->group(MORE_OPTIONS);
+    list("-f,--format", &a->formats, "formats of the result, see below")
         ->delimiter(',')
         ->type_name("NAME,...");
-    app->add_option("-o,--output-dir", a->output_dir, "folder for the results, or the name of a file for one")
+    app->add_option("-o,--output-dir", a->output_dir, "folder for the results, or file for a single one")
         ->type_name("DIR");
-    app->add_option("--audio", a->audio, "of pages: embed, link, copy (beside them), none")
+    app->add_option("--audio", a->audio, "audio of HTML pages: embed, link, copy (beside them), none")
         ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
-        ->type_name("HOW");
-    app->add_flag("--resume", a->resume,
-                  "leave out recordings whose results are there and would be the same");
-    a->options.define(app);
-    app->add_option("--max-input", a->max_input, "refuse more from standard input or a pipe (8G)")
+        ->type_name("HOW")
+        ->group(MORE_OPTIONS);
+    app->add_flag("--resume", a->resume, "skip recordings whose results are up to date");
+    a->options.define(app, {"speakers", "min-speakers", "max-speakers", "names", "sensitivity", "jobs"});
+    app->add_option("--max-input", a->max_input, "limit on standard input and pipes (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
-        ->type_name("BYTES");
-    app->add_option("--voices", a->voices, "names for known people (or $PARLEY_VOICES)")->type_name("FILE");
-    app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
-    app->add_option("--color", a->color, "auto, always or never")
+        ->type_name("BYTES")
+        ->group(MORE_OPTIONS);
+    app->add_option("--voices", a->voices, "known voices, whose names are used ($PARLEY_VOICES)")
+        ->type_name("FILE");
+    app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+    app->add_option("--color", a->color, "colours: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
-        ->type_name("WHEN");
-    app->add_flag("-q,--quiet", a->quiet, "no progress, no notes");
-    app->add_flag("-v,--verbose", a->verbose, "say what the engine says of failures");
-    std::string text = "Formats:\n";
-    for (int32_t i = 0; const parley_format *format = parley_format_at(i); i++) {
-        std::string name = std::string("  ") + format->name;
-        name.resize(12, ' ');
-        text += name + format->purpose + "\n";
-    }
-    app->footer(text +
-                "\nExit status: 0 all recordings were diarized, 1 the model or a recording failed,\n"
-                "2 the command line is wrong.");
+        ->type_name("WHEN")
+        ->group(MORE_OPTIONS);
+    app->add_flag("-q,--quiet", a->quiet, "print no progress and no notes");
+    app->add_flag("-v,--verbose", a->verbose, "print the engine's messages on failures")->group(MORE_OPTIONS);
+    app->footer(
+        "Exit status: 0 all recordings were diarized, 1 the model or a recording failed,\n"
+        "2 the command line is wrong.");
 }
 
 // What becomes of several results that go to standard output one after the other.

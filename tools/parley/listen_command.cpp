@@ -213,34 +213,34 @@ int run(const arguments &a) {
 command listen_command(CLI::App *app) {
     using namespace listening;
     const auto a = std::make_shared<arguments>();
-    app->description(
-        "Tells who speaks while it is recorded: lanes on a terminal, elsewhere JSON lines of what changes.");
-    app->add_option("SOURCE", a->source, "- (standard input) or a pipe: samples of 16 bits, or WAV")
+    app->description("Prints who speaks while it is recorded.");
+    app->add_option("SOURCE", a->source, "- (standard input) or a pipe: 16-bit samples, or WAV")
         ->type_name("");
-    app->add_option("--rate", a->rate, "of raw samples (16000)")
+    app->add_option("--rate", a->rate, "sample rate of raw samples (16000)")
         ->check(CLI::Range(1, 1000000).description(""))
         ->type_name("HZ");
-    app->add_option("--input-channels", a->channels, "of raw samples (1)")
+    app->add_option("--input-channels", a->channels, "number of channels of raw samples (1)")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");
-    app->add_option("--every", a->every, "told at most that often (1)")
+    app->add_option("--every", a->every, "time between two updates (1)")
         ->check(CLI::Range(0.0, 3600.0).description(""))
         ->type_name("SECONDS");
-    app->add_option("--share", a->share, "of a core for clustering again (0.05)")
+    app->add_option("--share", a->share, "share of a core for clustering again (0.05)")
         ->check(CLI::Range(0.0, 1.0).description(""))
         ->type_name("SHARE");
-    app->add_flag("--lines", a->lines, "JSON lines on a terminal, too");
-    app->add_option("-f,--format", a->formats, "of the result's files")
+    app->add_flag("--lines", a->lines, "print JSON lines on a terminal, too");
+    app->add_option("-f,--format", a->formats, "formats of the files written at the end")
         ->delimiter(',')
         ->type_name("NAME,...");
-    app->add_option("-o,--output-dir", a->output_dir, "a file per format, there, at the end")
-        ->type_name("DIR");
-    a->options.define(app);
-    app->add_option("--voices", a->voices, "names for known people (or $PARLEY_VOICES)")->type_name("FILE");
-    app->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
-    app->add_option("--color", a->color, "auto, always or never")
+    app->add_option("-o,--output-dir", a->output_dir, "folder for these files")->type_name("DIR");
+    a->options.define(app, {"speakers", "names"});
+    app->add_option("--voices", a->voices, "known voices, whose names are used ($PARLEY_VOICES)")
+        ->type_name("FILE");
+    app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+    app->add_option("--color", a->color, "colours: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN");
+    app->footer("On a terminal lanes are drawn, elsewhere JSON lines tell what changes.");
     app->callback([a] {
         if (a->output_dir.empty() != a->formats.empty())
             throw CLI::ValidationError("--format and --output-dir go together");

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "files.h"
+#include "help.h"
 #include "parley.h"
 #include "suggestion.h"
 #include "system.h"
@@ -26,25 +27,23 @@ std::string suggested_command(const CLI::App &app, const std::string &word) {
 namespace {
 
 int run_command(int argc, char **argv) {
-    CLI::App app("Tells who spoke when in audio files.", "parley");
+    CLI::App app("Prints who spoke when in audio files.", "parley");
     app.allow_windows_style_options(false);  // names of files may begin with a slash there, too
-    app.set_version_flag("--version", std::string("parley ") + parley_version());
-    app.get_formatter()->column_width(30);
+    app.set_version_flag("--version", std::string("parley ") + parley_version(),
+                         "print the version and exit");
+    app.formatter(std::make_shared<help_formatter>());  // that of the commands, too
+    app.set_help_flag("-h,--help", "print this help and exit");
+    app.set_help_all_flag("--help-all", "print all options and exit")->group(MORE_OPTIONS);
     const struct {
-        const char *name, *purpose;
+        const char *name;
         command (*define)(CLI::App *);
     } COMMANDS[] = {
-        {"diarize", "what parley does without a command", diarize_command},
-        {"score", "error rates of one RTTM file against another", score_command},
-        {"assign", "adds who speaks to a transcript", assign_command},
-        {"listen", "tells who speaks while it is recorded", listen_command},
-        {"voices", "people who are known from earlier recordings", voices_command},
-        {"match", "tells which speakers of two recordings are the same", match_command},
+        {"diarize", diarize_command}, {"score", score_command},   {"assign", assign_command},
+        {"listen", listen_command},   {"voices", voices_command}, {"match", match_command},
     };
     command chosen = diarize_command(&app);
-    for (const auto &[name, purpose, define] : COMMANDS) {
-        CLI::App *sub = app.add_subcommand(name, purpose);
-        sub->get_formatter()->column_width(30);
+    for (const auto &[name, define] : COMMANDS) {
+        CLI::App *sub = app.add_subcommand(name)->footer("");
         sub->parse_complete_callback([&chosen, run = define(sub)] { chosen = run; });
     }
     try {

@@ -74,18 +74,18 @@ int run(const arguments &a) {
 command match_command(CLI::App *app) {
     using namespace matching;
     const auto a = std::make_shared<arguments>();
-    app->description("Tells which speakers of two recordings are the same.");
+    app->description("Prints which speakers of two recordings are one.");
     app->add_option("FILE", a->files, "two files written with --format json --embeddings")
         ->required()
         ->expected(2)
         ->type_name("");
-    app->add_option("--threshold", a->threshold, "the least cosine of two speakers that are the same (0.5)")
+    app->add_option("--threshold", a->threshold, "minimum cosine similarity of the same speaker (0.5)")
         ->check(CLI::Range(-1.0, 1.0).description(""))
         ->type_name("COSINE");
     app->footer(
-        "Prints a line for every speaker of the first file: name, the same speaker's name in the\n"
-        "second file or \"-\", and their cosine. Each speaker is used once, so that the sum of the\n"
-        "cosines above the threshold is largest.");
+        "Prints a line for every speaker of the first file: name, the same speaker's name\n"
+        "in the second file or \"-\", and their cosine. Each speaker is used once, so that\n"
+        "the sum of the cosines above the threshold is largest.");
     return [a] { return run(*a); };
 }
 

@@ -39,24 +39,18 @@ int run(const arguments &a) {
 command score_command(CLI::App *app) {
     using namespace scoring;
     const auto a = std::make_shared<arguments>();
-    app->description(
-        "Prints diarization and Jaccard error rates of a hypothesis, and how often the number of speakers is "
-        "right.");
+    app->description("Prints error rates against a reference.");
     app->add_option("FILE", a->files, "the reference and the hypothesis, in RTTM")
         ->required()
         ->expected(2)
         ->type_name("");
-    app->add_option("--collar", a->collars,
-                    "leave out that much to either side of every boundary of the reference; may be given "
-                    "several times (0.25 and 0)")
+    app->add_option("--collar", a->collars, "leave out that much around boundaries (0.25 and 0)")
         ->check(CLI::Range(0.0, 3600.0).description(""))
         ->allow_extra_args(false)
         ->type_name("SECONDS");
-    app->add_flag("--skip-overlap", a->skip_overlap,
-                  "leave out where the reference has several speakers at once");
-    app->add_option("--uem", a->uem, "look only at the parts of the recordings that it lists")
-        ->type_name("FILE");
-    app->add_flag("--each", a->each, "print a line for every recording too");
+    app->add_flag("--skip-overlap", a->skip_overlap, "do not score where several speak in the reference");
+    app->add_option("--uem", a->uem, "score only the parts that this UEM file lists")->type_name("FILE");
+    app->add_flag("--each", a->each, "print a line for every recording, too");
     return [a] { return run(*a); };
 }
 

@@ -156,33 +156,32 @@ command voices_command(CLI::App *app) {
     using namespace knowing_voices;
     const auto a = std::make_shared<arguments>();
     const auto chosen = std::make_shared<int (*)(const arguments &)>(nullptr);
-    app->description(
-        "People who are known from earlier recordings; parley --voices FILE gives them their names.");
+    app->description("Keeps voices of known people.");
     app->require_subcommand(1);
     const auto sub = [&](const char *name, const char *what, int (*run)(const arguments &)) {
         CLI::App *made = app->add_subcommand(name, what);
-        made->get_formatter()->column_width(30);
-        made->add_option("--voices", a->file,
-                         "the file of voices ($PARLEY_VOICES, or ~/.config/parley/voices.json)")
+        made->add_option("--voices", a->file, "file of voices ($PARLEY_VOICES or your settings)")
             ->type_name("FILE");
         made->parse_complete_callback([chosen, run] { *chosen = run; });
         return made;
     };
-    CLI::App *adding = sub("add", "remembers a voice, or another sample of it", add);
-    adding->add_option("NAME", a->name, "whose voice it is")->required()->type_name("");
-    adding->add_option("RECORDING", a->recording, "where it is heard")->required()->type_name("");
-    adding->add_option("--speaker", a->speaker, "the K-th who is heard there")
-        ->check(CLI::Range(1, 1000).description(""))
-        ->type_name("K");
-    adding->add_option("--from", a->from, "who is heard from there")->type_name("SECONDS");
-    adding->add_option("--to", a->to, "to there")->type_name("SECONDS");
-    adding->add_option("-m,--model", a->model, "the model (or $PARLEY_MODEL)")->type_name("FILE");
-    sub("list", "lists the samples: name, seconds, date, recording", list);
-    sub("remove", "forgets a voice", remove)
-        ->add_option("NAME", a->name, "whose voice")
+    CLI::App *adding = sub("add", "Adds a voice, or another sample of one.", add);
+    adding->add_option("NAME", a->name, "name of the person")->required()->type_name("");
+    adding->add_option("RECORDING", a->recording, "recording in which the person speaks")
         ->required()
         ->type_name("");
-    sub("forget", "forgets every voice", forget)->add_flag("--all", a->all, "really");
+    adding->add_option("--speaker", a->speaker, "number of the person among the speakers heard")
+        ->check(CLI::Range(1, 1000).description(""))
+        ->type_name("K");
+    adding->add_option("--from", a->from, "begin of what the person says there")->type_name("SECONDS");
+    adding->add_option("--to", a->to, "end of it")->type_name("SECONDS");
+    adding->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+    sub("list", "Lists the samples: name, seconds, date, recording.", list);
+    sub("remove", "Removes a voice.", remove)
+        ->add_option("NAME", a->name, "name of the person")
+        ->required()
+        ->type_name("");
+    sub("forget", "Removes every voice.", forget)->add_flag("--all", a->all, "confirm that");
     return [a, chosen] { return (*chosen)(*a); };
 }
 
