@@ -49,9 +49,10 @@ class Result {
     Object.assign(this, await this.#parley.ask({ name: voices, result: this.#number }));
   }
 
-  // The voices, a text, with a sample of `name` added: the speaker of that index.
-  async remember(name, speaker, voices = "") {
-    return (await this.#parley.ask({ remember: { voices, name, speaker }, result: this.#number })).voices;
+  // The voices, a text, with a sample of `name` added: what the speaker of that index says between `start` and `end`, in seconds, of a
+  // result made with keepEmbeddings; without these all of it.
+  async remember(name, speaker, voices = "", { start = 0, end = 0 } = {}) {
+    return (await this.#parley.ask({ remember: { voices, name, speaker, start, end }, result: this.#number })).voices;
   }
 
   // The same recording with other options (numSpeakers, sensitivity, names ...), without another pass; the result was made with
@@ -66,14 +67,22 @@ class Result {
   }
 }
 
+// The result with the names of known people.
+async function named(result, voices) {
+  if (voices) await result.nameVoices(voices);
+  return result;
+}
+
 // A recording that is still going on.
 class Session {
   #parley;
   #number;
+  #voices;
 
-  constructor(parley, number) {
+  constructor(parley, number, voices) {
     this.#parley = parley;
     this.#number = number;
+    this.#voices = voices;
   }
 
   // Samples as diarize takes them.
@@ -86,12 +95,12 @@ class Session {
   // the time that passes.
   async update(share = 0.05) {
     const reply = await this.#parley.ask({ update: share, session: this.#number });
-    return reply.result ? new Result(this.#parley, reply) : null;
+    return reply.result ? named(new Result(this.#parley, reply), this.#voices) : null;
   }
 
   // The result that diarize would give of all samples; the session is closed then.
   async end() {
-    return new Result(this.#parley, await this.#parley.ask({ end: this.#number }));
+    return named(new Result(this.#parley, await this.#parley.ask({ end: this.#number })), this.#voices);
   }
 
   close() {
@@ -150,25 +159,24 @@ export class Client {
 
   // Samples: an Int16Array, or floats from -1 to 1, with several channels interleaved. Resolves to a result. Calls are answered one
   // after the other. A run cannot hear anybody: aborting `signal` ends the worker, and with it all calls.
-  async diarizeSamples(samples, { onProgress, signal, name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
+  async diarizeSamples(samples, { onProgress, signal, name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, voices, ...options } = {}) {
     const pcm = toInt16(samples);
     const message = { samples: pcm, channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
-    return this.run(message, onProgress, signal, [pcm.buffer]);
+    return named(await this.run(message, onProgress, signal, [pcm.buffer]), voices);
   }
 
   // For the faces: a file, read by the engine's own readers, in pieces, or, where these find nothing, turned to samples by `decode`, which
   // fails with what to say of it. `place`: how the worker finds the file.
   async diarizeFile(place, name, { onProgress, signal, ...options }, decode) {
-    const { sampleRate, numChannels, name: _, ...asked } = options; // which a file has itself
-    let refusal;
-    try {
-      return await this.run({ ...place, name, options: optionsOf(asked) }, onProgress, signal);
-    } catch (error) {
+    const { sampleRate, numChannels, name: _, voices, ...asked } = options; // the first three a file has itself
+    const refusal = (error) => {
       if (error.status !== UNREADABLE && error.status !== INVALID) throw error;
-      refusal = error;
-    }
+      return error;
+    };
+    const found = await this.run({ ...place, name, options: optionsOf(asked) }, onProgress, signal).catch(refusal);
+    if (found instanceof Result) return named(found, voices);
     const samples = await decode().catch((error) => {
-      throw new Error(`${refusal.message} (${error.message})`);
+      throw new Error(`${found.message} (${error.message})`);
     });
     return this.diarizeSamples(samples, { ...options, onProgress, signal, name });
   }
@@ -186,9 +194,9 @@ export class Client {
   }
 
   // Begins to listen to samples that will come.
-  async listen({ name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, ...options } = {}) {
-    const wish = { channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
-    return new Session(this, (await this.ask({ listen: wish })).session);
+  async listen({ name = "recording", sampleRate = SAMPLE_RATE, numChannels = 1, voices, ...options } = {}) {
+    const asked = { channels: numChannels, rate: sampleRate, name, options: optionsOf(options) };
+    return new Session(this, (await this.ask({ listen: asked })).session, voices);
   }
 
   // Ends the worker; calls that are under way fail.

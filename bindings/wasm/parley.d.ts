@@ -55,6 +55,8 @@ export interface Options {
   /** How much is taken for speech, 0 to 1 (0.5). */
   sensitivity?: number;
   maxDuration?: number;
+  /** Known voices, the text of a file of them: speakers who are near enough to one get that name. */
+  voices?: string;
   /** The result keeps what again takes, 8 kB for each second. */
   keepEmbeddings?: boolean;
   /** Aborting ends the run, and with it the worker: load another one then. */
@@ -78,8 +80,9 @@ export interface Result {
   again(options?: Options): Promise<Result>;
   /** Gives known people their names; the text of a file of voices, as `parley voices` and remember write it. */
   nameVoices(voices: string): Promise<void>;
-  /** The voices with a sample of that name added: the speaker of that index. */
-  remember(name: string, speaker: number, voices?: string): Promise<string>;
+  /** The voices with a sample of that name added: the speaker of that index, between two times, in seconds, of a result made with
+   * keepEmbeddings. */
+  remember(name: string, speaker: number, voices?: string, stretch?: { start: number; end: number }): Promise<string>;
   /** Releases what the worker keeps of it. */
   close(): void;
 }

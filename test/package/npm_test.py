@@ -121,13 +121,22 @@ const kept = await parley.diarize("recording.wav", { keepEmbeddings: true });
 const two = await kept.again({ numSpeakers: 2 });
 const asked = await parley.diarize("recording.wav", { numSpeakers: 2 });
 console.error(two.speakers.length, await two.text("rttm") === await asked.text("rttm"));
+let voices = await kept.remember("Ann", 1);
+const first = kept.segments[0];
+voices = await kept.remember("Bob", 0, voices, first);
+console.error(JSON.parse(voices).people.map(({ name, samples }) => `${name} ${samples[0].seconds.toFixed(1)}`).join(),
+  (first.end - first.start).toFixed(1));
+const known = await parley.diarize("recording.wav", { voices });
+console.error(known.speakers.map(({ name }) => name).join());
 parley.close();
 """)
         ran = subprocess.run([shutil.which("node"), "main.js"], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                              check=True, env={**os.environ, "PATH": "/nonexistent"})
         self.assertEqual(ran.stdout, self.expected)
-        missing, unread, again = ran.stderr.strip().splitlines()
+        missing, unread, again, remembered, known = ran.stderr.strip().splitlines()
         self.assertEqual(again, "2 true")
+        self.assertRegex(remembered, r"^Ann [0-9.]+,Bob ([0-9.]+) \1$")
+        self.assertTrue(known.startswith("Bob,Ann,"), known)
         self.assertEqual(missing, "missing.wav: there is no such file")
         self.assertTrue(unread.startswith("main.js: ") and "ffmpeg" in unread, unread)
         self.assertEqual(run("npx", "parley", "-f", "rttm", "recording.wav", cwd=folder), self.expected)
