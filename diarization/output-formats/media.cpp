@@ -61,9 +61,11 @@ std::string url_of_file(const std::filesystem::path &whole) {
 media media_of(const diarization &result) {
     namespace fs = std::filesystem;
     const fs::path path = path_of(result.path);
+    const bool is_linked = result.sound && !result.sound->empty();
+    const std::string beside = is_linked ? *result.sound : url_of_path(text_of(path.filename()));
     std::error_code error;
     const bool is_there = fs::is_regular_file(file_at(result.path), error);
     return {is_there ? url_of_file(fs::absolute(path, error).lexically_normal()) : url_of_path(result.path),
-            url_of_path("./" + text_of(path.filename())),
+            (beside.starts_with('.') ? "" : "./") + beside,
             media_type(result.file.empty() ? result.path : result.file)};
 }

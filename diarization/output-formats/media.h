@@ -15,7 +15,7 @@ std::string url_of_path(const std::string &path);
 
 struct media {
     std::string url;     // file:///... where the file is there, its encoded path otherwise
-    std::string beside;  // of a copy in the document's own folder
+    std::string beside;  // relative to the document: where the sound is linked, else a copy in its own folder
     std::string type;
 };
 

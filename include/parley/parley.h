@@ -242,7 +242,8 @@ PARLEY_API const char *parley_result_note(const parley_result *result);
 PARLEY_API PARLEY_CHECKED parley_status parley_result_rename(parley_result *result, const char *path);
 
 /* Pages hold sound files of up to `embedded` bytes themselves (negative: 64 MiB) and refer to larger ones by
- * `url`; with "" they are silent and say so. Until this is called: 64 MiB, and the file's name. */
+ * `url`, as EAF does with all; with "" pages are silent and say so. Until this is called: 64 MiB, and the
+ * file's name. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_link_audio(parley_result *result, const char *url,
                                                                  int64_t embedded);
 

@@ -41,8 +41,7 @@ struct arguments {
 
 // The two columns of help fit a terminal of 80.
 void define(CLI::App *app, arguments *a) {
-    app->add_option("AUDIO", a->files, "audio files, folders, patterns; - is standard input")
-        ->type_name("");
+    app->add_option("AUDIO", a->files, "audio files, folders, patterns; - is standard input")->type_name("");
     const auto list = [app](const char *name, std::vector<std::string> *values, const char *what) {
         return app->add_option(name, *values, what)->allow_extra_args(false);
     };
@@ -105,7 +104,11 @@ bool is_page(const parley_format &format) {
     return format.name == std::string("html");
 }
 
-// Where a page at `page` (on standard output: "") finds the sound of a recording.
+bool refers_to_audio(const parley_format &format) {
+    return is_page(format) || format.name == std::string_view("eaf");
+}
+
+// Where a document at `page` (on standard output: "") finds the sound of a recording.
 void link_audio(const std::string &how, const std::string &recording, const std::string &page,
                 parley_result *result) {
     const int64_t embedded = how == "auto" ? -1 : how == "embed" ? INT64_MAX : 0;
@@ -250,13 +253,14 @@ private:
             }
         }
         if (a_.output_dir.empty()) {
-            if (is_page(*formats_.front())) link_audio(a_.audio, recording.path, "", result.get());
+            if (refers_to_audio(*formats_.front())) link_audio(a_.audio, recording.path, "", result.get());
             return printed_form(result.get(), recording);
         }
         for (const parley_format *format : formats_) {
             const std::string path = file_of(a_, recording, *format);
             fs::create_directories(path_of(path).parent_path());
-            if (is_page(*format)) link_audio(a_.audio, recording.path, path, result.get());
+            if (refers_to_audio(*format))
+                link_audio(is_page(*format) ? a_.audio : "link", recording.path, path, result.get());
             write_atomically(path, write(result.get(), format->name, {0, 0}));
             const std::lock_guard lock(mutex_);
             log_.add(recording.output + format->extension, recording.path);

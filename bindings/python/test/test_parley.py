@@ -169,13 +169,22 @@ def test_the_same_bytes_as_the_tool(diarizer, tmp_path, monkeypatch):
     tool = os.environ.get("PARLEY_TOOL")
     if not tool:
         pytest.skip("PARLEY_TOOL is not set")
+    recording = tmp_path / RECORDING.name
+    recording.write_bytes(RECORDING.read_bytes())
+    (tmp_path / "elsewhere").mkdir()
     for format in parley.FORMATS:
-        expected = subprocess.run([tool, "-q", "-o", tmp_path, "--format", format, RECORDING], check=True)
-        (file,) = [p for p in tmp_path.iterdir()]
-        said = subprocess.run([sys.executable, "-m", "parley", "--format", format, str(RECORDING)], check=True,
-                              stdout=subprocess.PIPE).stdout
-        assert said == file.read_bytes(), format
-        file.unlink()
+        for folder in (tmp_path, tmp_path / "elsewhere"):
+            subprocess.run([tool, "-q", "-o", folder, "--format", format, recording], check=True)
+            (file,) = [p for p in folder.iterdir() if p != recording and p.is_file()]
+            expected = file.read_bytes()
+            file.unlink()
+            if folder == tmp_path:  # a document that lies beside the recording is the same on standard output
+                said = subprocess.run([sys.executable, "-m", "parley", "--format", format, str(recording)], check=True,
+                                      stdout=subprocess.PIPE).stdout
+                assert said == expected, format
+            diarizer.diarize(recording).write(file)
+            assert file.read_bytes() == expected, (format, folder)
+            file.unlink()
 
 
 def test_matching_and_scoring(diarizer, expected, samples):

@@ -138,7 +138,9 @@ class Diarizer:
             raise TypeError("samples need their sample_rate")
         if isinstance(source, (str, os.PathLike)):
             path = os.fsencode(os.fspath(source))
-            return self._run(progress, voices, lambda *rest: library.parley_diarize_file(self._object, path, options.record, *rest))
+            result = self._run(progress, voices, lambda *rest: library.parley_diarize_file(self._object, path, options.record, *rest))
+            result._source = os.path.abspath(os.fspath(source))
+            return result
         if hasattr(source, "read"):
             data = source.read()
             if not isinstance(data, bytes):

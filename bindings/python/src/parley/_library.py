@@ -107,6 +107,8 @@ def _load() -> ctypes.CDLL:
         ("parley_voices_remove", c_int32, [c_char_p, c_char_p, text]),
         ("parley_voices_at", c_int32, [c_char_p, c_int32, text, POINTER(c_int32)]),
         ("parley_voices_sample_at", c_int32, [c_char_p, c_int32, c_int32, POINTER(c_double), c_char_p, text]),
+        ("parley_result_link_audio", c_int32, [c_void_p, c_char_p, c_int64]),
+        ("parley_url_of_path", c_int32, [c_char_p, text]),
         ("parley_format_at", POINTER(Format), [c_int32]),
         ("parley_write_text", c_int32, [c_void_p, c_char_p, text, size]),
         ("parley_free", None, [c_void_p]),

@@ -61,6 +61,7 @@ class Diarization(Tuple[Segment, ...]):
     confidences: List[float]
     waveform: np.ndarray
     note: str
+    _source: Optional[str] = None  # the file that it is about
 
     @classmethod
     def _take(cls, address: c_void_p, voices: Any = None) -> "Diarization":
@@ -118,10 +119,17 @@ class Diarization(Tuple[Segment, ...]):
         """Writes a file, in the format that its name ends like unless one is named."""
         path = pathlib.Path(path)
         if format is None:
-            found = [f.name.decode() for f in FORMATS if path.name.lower().endswith(f.extension.decode().lower())]
+            found = [f for f in FORMATS if path.name.lower().endswith(f.extension.decode().lower())]
             if not found:
                 raise ValueError(f"{path}: no format has such names; name one")
-            format = found[0]
+            format = max(found, key=lambda f: len(f.extension)).name.decode()  # .labels.txt before .txt
+        if self._source and format in ("html", "eaf"):  # which refer to the recording from where they lie
+            url = c_void_p()
+            check(library.parley_url_of_path(os.fsencode(os.path.relpath(self._source, path.parent)), byref(url)))
+            try:
+                check(library.parley_result_link_audio(self._address(), ctypes.string_at(url.value), -1))
+            finally:
+                library.parley_free(url)
         path.write_bytes(self.to_bytes(format))
 
     def to_dataframe(self) -> "pandas.DataFrame":
