@@ -17,7 +17,8 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-constexpr int DEEPEST = 64;  // of JSON; transcripts need four or five levels
+constexpr int DEEPEST = 64;                  // of JSON; transcripts need four or five levels
+constexpr long LARGEST_NUMBER = 1000000000;  // of a caption
 
 std::optional<std::pair<double, double>> numbers_of(const json &object, const char *first, const char *last,
                                                     double unit) {
@@ -332,7 +333,8 @@ std::string assign_captions(const std::string &text, const speakers_over_time &s
         std::vector<std::string> before = c.before;
         char *rest = nullptr;
         const long number = before.empty() ? 0 : std::strtol(before.back().c_str(), &rest, 10);
-        const bool is_numbered = !vtt && number > 0 && *rest == '\0' && c.has_times;
+        const bool is_numbered =
+            !vtt && number > 0 && number < LARGEST_NUMBER && *rest == '\0' && c.has_times;
         if (is_numbered) before.back() = std::to_string(number + added);
         for (const std::string &line : before) put(line);
         if (!c.has_times) continue;
