@@ -1,6 +1,8 @@
 """Recordings with references: audio files, each with an RTTM file of the same name beside it."""
 
 import multiprocessing
+import re
+import unicodedata
 from pathlib import Path
 
 import numpy as np
@@ -8,6 +10,7 @@ import numpy as np
 from . import native
 
 AUDIO = {".wav", ".flac", ".opus", ".ogg", ".mp3", ".m4a", ".mp4", ".3gp", ".webm"}
+PERSON = re.compile(r"lsto_\d+$|so_SPEAKER\d+$|[FM][EI][DEO]\d{3}$")  # as corpora name people: read speech, meetings
 SPEEDS = (0.92, 1.0, 1.09)  # at which a real conversation is heard in training
 
 
@@ -21,6 +24,18 @@ def read_rttm(path):
             times.append((start, start + float(fields[4])))
             speakers.append(names.setdefault(fields[7], len(names) + 1))
     return np.array(times, np.float64).reshape(-1, 2), np.array(speakers, np.int32)
+
+
+def people_of(path, recording):
+    """Who the speakers of read_rttm are, from 1 on: the same text for the same person. Corpora name people; other names, such as
+    "A" and "speaker1", mean somebody in that recording alone."""
+    names = {}
+    for line in Path(path).read_text().splitlines():
+        fields = line.split()
+        if fields and fields[0] == "SPEAKER":
+            name = "".join(c for c in unicodedata.normalize("NFD", fields[7]) if not unicodedata.combining(c))
+            names.setdefault(fields[7], name if PERSON.match(name) else f"{recording} {name}")
+    return list(names.values())
 
 
 def find(folders, without=(), only=None):

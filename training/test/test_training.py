@@ -374,14 +374,21 @@ class Choosing(Workspace):
 
     def test_recordings_one_after_the_other_keep_their_references(self):
         rows, reference = native.features(native.read_audio(SAMPLE)), recordings.read_rttm(SAMPLE_RTTM)
-        both, (times, speakers) = choose.joined([(rows[:-1], reference), (rows, reference)])
+        people = recordings.people_of(SAMPLE_RTTM, "a")
+        both, (times, speakers) = choose.joined([(rows[:-1], reference, people), (rows, reference, [*people[:2], "somebody else"])])
         self.assertEqual(len(both), 2 * len(rows) // 2 * 2 - 2)
-        self.assertEqual(len(set(speakers)), 6)
+        self.assertEqual(len(set(speakers)), 4)
         second = times[len(reference[0]):] - (len(rows) - 2) // 2 * 2 * native.HOP / native.RATE
         self.assertLess(np.abs(second - reference[0]).max(), 2.1 * native.HOP / native.RATE)
         part, (times, speakers) = choose.crop(np.random.default_rng(3), rows, reference)
         self.assertLessEqual(times.max(), len(part) * native.HOP / native.RATE + 0.1)
         self.assertEqual(sorted(set(speakers)), list(range(1, speakers.max() + 1)))
+
+    def test_people_are_the_same_where_corpora_name_them(self):
+        with tempfile.NamedTemporaryFile("w", suffix=".rttm") as file:
+            file.write("".join(f"SPEAKER x 1 0 1 <NA> <NA> {n} <NA> <NA>\n" for n in ("MÉO069", "A", "lsto_12", "speaker1", "A")))
+            file.flush()
+            self.assertEqual(recordings.people_of(file.name, "x"), ["MEO069", "x A", "lsto_12", "x speaker1"])
 
     def test_calibration_error_is_the_distance_of_confidence_and_truth(self):
         predicted, right = np.array([0.95, 0.95, 0.15, 0.15]), np.array([1.0, 0.8, 0.1, 0.0])
