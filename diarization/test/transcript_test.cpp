@@ -123,6 +123,109 @@ TEST(transcript, any_of_them_can_be_written_for_reading) {
     EXPECT_THROW(write_words({}, "docx"), std::runtime_error);
 }
 
+// What recognizers and services write, by their documentation: "We said" to 1.9 s, "$100" without times, "to you." from
+// 2.5 s on. Every word comes out once.
+TEST(transcript, every_recognizers_words_come_out_once) {
+    const struct {
+        const char *recognizer, *text;
+    } cases[] = {
+        {"WhisperX", R"({"segments": [{"start": 0.1, "end": 3.5, "text": " We said $100 to you.", "words": [
+            {"word": "We", "start": 0.1, "end": 0.9, "score": 0.9}, {"word": "said", "start": 1, "end": 2},
+            {"word": "$100"}, {"word": "to", "start": 2.5, "end": 2.9}, {"word": "you.", "start": 3, "end": 3.5}]}],
+            "word_segments": [{"word": "We", "start": 0.1, "end": 0.9}, {"word": "said", "start": 1, "end": 2},
+            {"word": "$100"}, {"word": "to", "start": 2.5, "end": 2.9}, {"word": "you.", "start": 3, "end": 3.5}]})"},
+        {"openai-whisper and faster-whisper",
+         R"({"text": "x", "language": "en", "segments": [{"id": 0, "seek": 0,
+            "start": 0.1, "end": 3.5, "text": " We said $100 to you.", "tokens": [1, 2], "words": [
+            {"word": " We", "start": 0.1, "end": 0.9}, {"word": " said", "start": 1, "end": 1.9},
+            {"word": " $100", "start": 2, "end": 2.4}, {"word": " to", "start": 2.5, "end": 2.9},
+            {"word": " you.", "start": 3, "end": 3.5}]}]})"},
+        {"whisper service, words beside segments", R"({"task": "transcribe", "duration": 3.5, "words": [
+            {"word": "We", "start": 0.1, "end": 0.9}, {"word": "said", "start": 1, "end": 1.9},
+            {"word": "$100", "start": 2, "end": 2.4}, {"word": "to", "start": 2.5, "end": 2.9},
+            {"word": "you.", "start": 3, "end": 3.5}], "segments": [{"id": 0, "start": 0, "end": 3.5, "text": "x"}]})"},
+        {"whisper.cpp -ojf",
+         R"({"transcription": [{"offsets": {"from": 100, "to": 3500}, "text": " We said $100 to you.",
+            "tokens": [{"text": "[_BEG_]", "offsets": {"from": 0, "to": 0}, "id": 1, "p": 1},
+            {"text": " We", "offsets": {"from": 100, "to": 900}, "id": 2, "p": 1},
+            {"text": " sa", "offsets": {"from": 1000, "to": 1500}, "id": 3, "p": 1},
+            {"text": "id", "offsets": {"from": 1500, "to": 1900}, "id": 4, "p": 1},
+            {"text": " $", "offsets": {"from": 2000, "to": 2200}, "id": 5, "p": 1},
+            {"text": "100", "offsets": {"from": 2200, "to": 2400}, "id": 6, "p": 1},
+            {"text": " to", "offsets": {"from": 2500, "to": 2900}, "id": 7, "p": 1},
+            {"text": " you", "offsets": {"from": 3000, "to": 3400}, "id": 8, "p": 1},
+            {"text": ".", "offsets": {"from": 3400, "to": 3500}, "id": 9, "p": 1}]}]})"},
+        {"AssemblyAI", R"({"id": "1", "status": "completed", "audio_duration": 6, "text": "x", "words": [
+            {"text": "We", "start": 100, "end": 900}, {"text": "said", "start": 1000, "end": 1900},
+            {"text": "$100", "start": 2000, "end": 2400}, {"text": "to", "start": 2500, "end": 2900},
+            {"text": "you.", "start": 3000, "end": 3500}], "utterances": [{"start": 100, "end": 3500, "text": "x"}]})"},
+        {"Deepgram",
+         R"({"metadata": {"duration": 6}, "results": {"channels": [{"alternatives": [{"transcript": "x",
+            "words": [{"word": "we", "start": 0.1, "end": 0.9, "punctuated_word": "We"},
+            {"word": "said", "start": 1, "end": 1.9, "punctuated_word": "said"},
+            {"word": "100", "start": 2, "end": 2.4, "punctuated_word": "$100"},
+            {"word": "to", "start": 2.5, "end": 2.9, "punctuated_word": "to"},
+            {"word": "you", "start": 3, "end": 3.5, "punctuated_word": "you."}],
+            "paragraphs": {"paragraphs": [{"start": 0.1, "end": 3.5, "sentences": [
+            {"text": "x", "start": 0.1, "end": 3.5}]}]}}, {"transcript": "second best", "words": []}]}]}})"},
+        {"AWS", R"({"results": {"transcripts": [{"transcript": "x"}], "items": [
+            {"start_time": "0.1", "end_time": "0.9", "alternatives": [{"content": "We"}], "type": "pronunciation"},
+            {"start_time": "1.0", "end_time": "1.9", "alternatives": [{"content": "said"}], "type": "pronunciation"},
+            {"start_time": "2.0", "end_time": "2.4", "alternatives": [{"content": "$100"}], "type": "pronunciation"},
+            {"start_time": "2.5", "end_time": "2.9", "alternatives": [{"content": "to"}], "type": "pronunciation"},
+            {"start_time": "3.0", "end_time": "3.5", "alternatives": [{"content": "you"}], "type": "pronunciation"},
+            {"alternatives": [{"content": "."}], "type": "punctuation"}]}})"},
+        {"Google", R"({"results": [{"alternatives": [{"transcript": "x", "words": [
+            {"startTime": "0.100s", "endTime": "0.900s", "word": "We"}, {"startTime": "1s", "endTime": "1.9s", "word": "said"},
+            {"startTime": "2s", "endTime": "2.4s", "word": "$100"}, {"startTime": "2.5s", "endTime": "2.9s", "word": "to"},
+            {"startTime": "3s", "endTime": "3.5s", "word": "you."}]}, {"transcript": "second best"}]}]})"},
+        {"Azure",
+         R"({"duration": "PT6S", "combinedRecognizedPhrases": [{"display": "x"}], "recognizedPhrases": [
+            {"offsetInTicks": 1000000, "durationInTicks": 34000000, "nBest": [{"display": "x", "words": [
+            {"word": "We", "offsetInTicks": 1000000, "durationInTicks": 8000000},
+            {"word": "said", "offsetInTicks": 10000000, "durationInTicks": 9000000},
+            {"word": "$100", "offsetInTicks": 20000000, "durationInTicks": 4000000},
+            {"word": "to", "offsetInTicks": 25000000, "durationInTicks": 4000000},
+            {"word": "you.", "offsetInTicks": 30000000, "durationInTicks": 5000000}]}, {"display": "second best"}]}]})"},
+        {"Speechmatics", R"({"format": "2.9", "results": [
+            {"start_time": 0.1, "end_time": 0.9, "type": "word", "alternatives": [{"content": "We"}]},
+            {"start_time": 1, "end_time": 1.9, "type": "word", "alternatives": [{"content": "said"}]},
+            {"start_time": 2, "end_time": 2.4, "type": "word", "alternatives": [{"content": "$100"}]},
+            {"start_time": 2.5, "end_time": 2.9, "type": "word", "alternatives": [{"content": "to"}]},
+            {"start_time": 3, "end_time": 3.5, "type": "word", "alternatives": [{"content": "you"}]},
+            {"start_time": 3.5, "end_time": 3.5, "type": "punctuation", "alternatives": [{"content": "."}]}]})"},
+        {"Rev", R"({"monologues": [{"speaker": 0, "elements": [
+            {"type": "text", "value": "We", "ts": 0.1, "end_ts": 0.9}, {"type": "punct", "value": " "},
+            {"type": "text", "value": "said", "ts": 1, "end_ts": 1.9}, {"type": "punct", "value": " "},
+            {"type": "text", "value": "$100", "ts": 2, "end_ts": 2.4}, {"type": "punct", "value": " "},
+            {"type": "text", "value": "to", "ts": 2.5, "end_ts": 2.9}, {"type": "punct", "value": " "},
+            {"type": "text", "value": "you", "ts": 3, "end_ts": 3.5}, {"type": "punct", "value": "."}]}]})"},
+        {"Vosk",
+         R"({"result": [{"conf": 1, "start": 0.1, "end": 0.9, "word": "We"}, {"conf": 1, "start": 1, "end": 1.9,
+            "word": "said"}, {"start": 2, "end": 2.4, "word": "$100"}, {"start": 2.5, "end": 2.9, "word": "to"},
+            {"start": 3, "end": 3.5, "word": "you."}], "text": "x"})"},
+        {"YouTube",
+         "WEBVTT\nKind: captions\nLanguage: en\n\n00:00:00.100 --> 00:00:02.400 align:start position:0%\n \n"
+         "We<00:00:01.000><c> said</c><00:00:02.000><c> $100</c>\n\n00:00:02.400 --> 00:00:02.410\n"
+         "We said $100\n \n\n00:00:02.500 --> 00:00:03.500 align:start position:0%\nWe said $100\n"
+         "to<00:00:03.000><c> you.</c>\n"},
+        {"NeMo and Kaldi",
+         "x 1 0.1 0.8 We NA lex NA\nx 1 1.0 0.9 said\nx 1 2.0 0.4 $100 0.9\nx 1 2.5 0.4 to\nx 1 3.0 0.5 "
+         "you. 1\n"},
+    };
+    for (const auto &[recognizer, text] : cases) {
+        const auto words = read_words(text, TURNS);
+        ASSERT_EQ(words.size(), 5U) << recognizer << "\n" << write_words(words, "text");
+        EXPECT_EQ(write_words(words, "text"), "Ann (0:00): We said\n\nBob (0:02): $100 to you.\n")
+            << recognizer;
+        for (size_t i = 0; i < words.size(); i++) {
+            constexpr double STARTS[] = {0.1, 1, 2, 2.5, 3};
+            EXPECT_NEAR(words[i].start, STARTS[i], 0.11) << recognizer << " " << words[i].text;
+        }
+        EXPECT_NE(assign_speakers(text, TURNS).find("Bob"), std::string::npos) << recognizer;
+    }
+}
+
 TEST(transcript, ctm_gets_type_and_speaker) {
     EXPECT_EQ(
         assign_speakers(";; note\nx 1 0.5 0.2 hi\nx 1 2.5 0.2 you 0.9\nx 1 90 1 late 0.5 lex old\n", TURNS),
