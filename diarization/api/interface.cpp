@@ -112,6 +112,8 @@ std::vector<turn> turns_of(const parley_turn *turns, int32_t count) {
     return result;
 }
 
+constexpr double AFTER_LAST_TURN = 60;  // seconds in which others than those of the turns may speak
+
 void check_reach(double reach) {
     require(reach >= 0, "turns reach 0 s or more");
 }
@@ -409,7 +411,10 @@ parley_status parley_result_add_words(parley_result *result, const char *transcr
         for (const segment &s : inner.segments)
             turns.push_back({s.start, s.end, inner.speakers[static_cast<size_t>(s.speaker)].name});
         try {
-            inner.words = read_words(std::string(transcript, size), speakers_over_time(turns, reach));
+            std::vector<spoken_word> words =
+                read_words(std::string(transcript, size), speakers_over_time(turns, reach));
+            check_words_lie_within(words, inner.duration);
+            inner.words = std::move(words);
         } catch (const std::runtime_error &error) {
             throw diarization_error(PARLEY_INVALID, error.what());
         }
@@ -480,8 +485,12 @@ parley_status parley_assign(const char *transcript, size_t size, const parley_tu
         try {
             const speakers_over_time speakers(turns_of(turns, num_turns), reach);
             const std::string given(transcript, size);
-            result =
-                format ? write_words(read_words(given, speakers), format) : assign_speakers(given, speakers);
+            const std::vector<spoken_word> words =
+                format ? read_words(given, speakers) : find_words(given, speakers);
+            double last = 0;
+            for (int32_t i = 0; i < num_turns; i++) last = std::max(last, turns[i].end);
+            if (num_turns > 0) check_words_lie_within(words, last + AFTER_LAST_TURN);
+            result = format ? write_words(words, format) : assign_speakers(given, speakers);
         } catch (const std::runtime_error &error) {
             throw diarization_error(PARLEY_INVALID, error.what());
         }

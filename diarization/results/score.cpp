@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "assignment.h"
+#include "errors.h"
 #include "writing.h"
 
 namespace {
@@ -210,6 +211,12 @@ std::string score_row(const std::string &name, const score &s) {
 
 std::string score_table(const rttm &reference, const rttm &hypothesis, const uem *parts,
                         const std::vector<double> &collars, bool skip_overlap, bool each) {
+    const auto is_in_hypothesis = [&](const auto &recording) { return hypothesis.contains(recording.first); };
+    if (!reference.empty() && !hypothesis.empty() &&
+        std::none_of(reference.begin(), reference.end(), is_in_hypothesis))
+        throw diarization_error(PARLEY_INVALID, "no recording is in both: the reference is about " +
+                                                    reference.begin()->first + ", the hypothesis about " +
+                                                    hypothesis.begin()->first);
     std::string text;
     std::set<std::string> names;
     for (const auto &[name, turns] : reference) names.insert(name);

@@ -7,6 +7,7 @@
 
 #include "markup.h"
 #include "transcript_parts.h"
+#include "writing.h"
 
 namespace {
 
@@ -123,6 +124,19 @@ std::string speakers_over_time::at(double start, double end) const {
     return nearest ? nearest->speaker : "";
 }
 
+void check_words_lie_within(const std::vector<spoken_word> &words, double seconds) {
+    const auto lies_within = [](double limit) {
+        return [limit](const spoken_word &word) { return word.start < limit; };
+    };
+    const auto inside = std::count_if(words.begin(), words.end(), lies_within(seconds));
+    if (2 * inside >= static_cast<std::ptrdiff_t>(words.size())) return;
+    const bool are_milliseconds = std::all_of(words.begin(), words.end(), lies_within(1000 * seconds));
+    throw std::runtime_error(
+        line("%d of %d words lie in the recording, which ends at %.1f s; ", static_cast<int>(inside),
+             static_cast<int>(words.size()), seconds) +
+        (are_milliseconds ? "are these milliseconds?" : "is this another recording's transcript?"));
+}
+
 std::string assign_speakers(const std::string &given, const speakers_over_time &speakers) {
     const auto [is, text] = recognize(given);
     switch (is) {
@@ -137,14 +151,19 @@ std::string assign_speakers(const std::string &given, const speakers_over_time &
     }
 }
 
-std::vector<spoken_word> read_words(const std::string &given, const speakers_over_time &speakers) {
+std::vector<spoken_word> find_words(const std::string &given, const speakers_over_time &speakers) {
     const auto [is, text] = recognize(given);
     std::vector<spoken_word> words = is == kind::objects ? read_json_words(text, speakers)
                                      : is == kind::table ? read_table_words(text, speakers)
                                      : is == kind::ctm   ? read_ctm_words(text, speakers)
                                                          : read_caption_words(text, speakers);
-    if (words.empty()) refuse_without_times();
     std::stable_sort(words.begin(), words.end(),
                      [](const spoken_word &a, const spoken_word &b) { return a.start < b.start; });
+    return words;
+}
+
+std::vector<spoken_word> read_words(const std::string &given, const speakers_over_time &speakers) {
+    std::vector<spoken_word> words = find_words(given, speakers);
+    if (words.empty()) refuse_without_times();
     return words;
 }

@@ -226,6 +226,30 @@ TEST(transcript, every_recognizers_words_come_out_once) {
     }
 }
 
+TEST(transcript, words_of_another_unit_or_recording_are_noticed) {
+    const struct {
+        std::vector<double> starts;
+        const char *said;  // "": nothing
+    } cases[] = {
+        {{0, 5, 39}, ""},
+        {{0, 45}, ""},  // a recognizer may add something behind the end
+        {{500, 2500, 39000},
+         "0 of 3 words lie in the recording, which ends at 40.0 s; are these milliseconds?"},
+        {{1, 5e4, 6e4},
+         "1 of 3 words lie in the recording, which ends at 40.0 s; is this another recording's transcript?"}};
+    for (const auto &[starts, said] : cases) {
+        std::vector<spoken_word> words;
+        for (const double start : starts) words.push_back({start, start + 1, "word", ""});
+        std::string message;
+        try {
+            check_words_lie_within(words, 40);
+        } catch (const std::runtime_error &error) {
+            message = error.what();
+        }
+        EXPECT_EQ(message, said);
+    }
+}
+
 TEST(transcript, ctm_gets_type_and_speaker) {
     EXPECT_EQ(
         assign_speakers(";; note\nx 1 0.5 0.2 hi\nx 1 2.5 0.2 you 0.9\nx 1 90 1 late 0.5 lex old\n", TURNS),

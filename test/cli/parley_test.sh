@@ -104,6 +104,8 @@ expect 0 'collar 0\.00 s to either side, overlaps left out' '' score --skip-over
 printf 'three-voices 1 0 10\n' >"$tmp/part.uem"
 expect 0 'parts that the UEM lists' '' score --uem "$tmp/part.uem" "$reference" "$tmp/hypothesis.rttm"
 expect 1 '' 'nowhere.rttm: cannot be opened' score "$reference" nowhere.rttm
+printf 'SPEAKER other 1 0 1 <NA> <NA> a <NA> <NA>\n' >"$tmp/other.rttm"
+expect 1 '' 'no recording is in both: the reference is about three-voices, the hypothesis about other' score "$reference" "$tmp/other.rttm"
 printf 'SPEAKER broken\n' >"$tmp/broken.rttm"
 printf '\xef\xbb\xbfSPEAKER three-voices 1 0 1 <NA> <NA> a <NA> <NA>\n' >"$tmp/mark.rttm"
 expect 0 'total +0\.00 ' '' score "$tmp/mark.rttm" "$tmp/mark.rttm" # behind a byte order mark
@@ -266,6 +268,10 @@ expect 0 '^<v Ann>Hello$' '' assign --words "$tmp/words.vtt" --names Ann "$sampl
 expect 0 '^<v [a-z]+>Hello$' '' assign --words "$tmp/words.vtt" "$reference"
 expect 0 '^Ann \(0:01\): Hello$' '' assign -f text --words "$tmp/words.vtt" --names Ann "$sample"
 expect 1 '' 'a page needs the recording itself' assign -f html --words "$tmp/words.vtt" "$reference"
+printf '[{"word": "Hello", "start": 500, "end": 1200}, {"word": "there", "start": 68000, "end": 68500}]' >"$tmp/milliseconds.json"
+for format in "" "-f text" "-f html"; do # shellcheck disable=SC2086
+    expect 1 '' '0 of 2 words lie in the recording.*milliseconds' assign $format --words "$tmp/milliseconds.json" "$sample"
+done
 printf '%0200000d' 0 | tr 0 '[' >"$tmp/deep.json"
 expect 1 '' 'nested too deeply' assign --words "$tmp/deep.json" "$reference"
 expect 1 '' 'README.md: line 1 is none of a CTM' assign --words "$source/README.md" "$reference"

@@ -235,6 +235,11 @@ def test_words_get_the_speaker_of_most_of_their_time():
     assert [w["speaker"] for w in parley.assign_speakers(whisper, segments)] == [1, 2]
     assert parley.assign_speakers(words[:1], [])[0]["speaker"] is None
     assert "speaker" not in words[0]
+    without_times = {"segments": [{"start": 0, "end": 4, "text": "x", "words": [words[0], {"word": "$100"}, {"start": 3, "end": 4, "word": "b"}]}],
+                     "word_segments": words}
+    assert [(w["word"], w["speaker"]) for w in parley.assign_speakers(without_times, segments)] == [("a", 1), ("$100", 1), ("b", 2)]
+    with pytest.raises(parley.ParleyError, match="milliseconds"):
+        parley.assign_speakers([{"start": 63000, "end": 63500, "word": "x"}], segments)
 
 
 def test_listening_ends_with_the_result_of_the_whole(diarizer, samples, expected):

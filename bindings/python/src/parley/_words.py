@@ -35,14 +35,16 @@ def assign_speakers(words: Union[Mapping[str, Any], Iterable[Mapping[str, Any]]]
         parts = words.get("segments", [])
         words = [word for part in parts for word in part.get("words") or [part]] if parts else words.get("words", [])
     words = list(words)
-    times = json.dumps([{"start": float(w["start"]), "end": float(w["end"])} for w in words]).encode()
+    # Words without times (numbers, often) go with their neighbours.
+    times = json.dumps({"words": [{"word": "x", **{k: float(w[k]) for k in ("start", "end") if w.get(k) is not None}} for w in words]}).encode()
     text, size = c_void_p(), c_size_t()
     check(library.parley_assign(times, len(times), *_turns(segments), _ANYWHERE, None, byref(text), byref(size)))
     try:
-        results = json.loads(ctypes.string_at(text.value, size.value))
+        results = json.loads(ctypes.string_at(text.value, size.value))["words"]
     finally:
         library.parley_free(text)
-    return [{**word, "speaker": None if a["speaker"] is None else int(a["speaker"])} for word, a in zip(words, results)]
+    numbers = [a.get("speaker") for a in results]
+    return [{**word, "speaker": None if number is None else int(number)} for word, number in zip(words, numbers)]
 
 
 def match(here: Diarization, there: Diarization, threshold: float = 0.5) -> Dict[int, Tuple[int, float]]:
