@@ -146,6 +146,17 @@ all_readers=
 ! command -v ffmpeg >/dev/null || [[ $("$parley" --channels split "$sample" 2>&1) == *'left out'* ]] || all_readers=1
 
 # What the own readers refuse: others read it, or there is what is there, and a note says so; of HE-AAC the times are right.
+# A recording device that hears a file, and silence behind it.
+mkdir -p "$tmp/home"
+tail -c +45 "$sample" >"$tmp/heard.raw"
+printf 'pcm.recorded { type file; slave.pcm null; file /dev/null; infile "%s"; format raw }\n' "$tmp/heard.raw" >"$tmp/home/.asoundrc"
+if HOME=$tmp/home "$parley" listen --device list 2>"$tmp/err" | grep -q recorded; then
+    [ ! -s "$tmp/err" ] || { echo "listen --device list complains"; failures=$((failures + 1)); }
+    HOME=$tmp/home timeout -s INT 3 "$parley" listen --device RECORDED >"$tmp/lines" 2>"$tmp/err"
+    grep -q '"start":0.8' "$tmp/lines" && tail -1 "$tmp/lines" | grep -q '"final":true' || { echo "listen: not what is recorded"; failures=$((failures + 1)); }
+    HOME=$tmp/home expect 1 '' 'no recording device of-nobody' listen --device of-nobody
+fi
+expect 2 '' 'not both' listen --device x -
 if [ "$all_readers" ]; then
     while IFS='|' read -r file seconds note; do
         "$parley" -f json "$audio/$file" >"$tmp/out" 2>"$tmp/err" && [ ! -s "$tmp/err" ] &&

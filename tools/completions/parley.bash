@@ -19,7 +19,7 @@ _parley() {
         case $command in
         score) options="--help --help-all --collar --skip-overlap --uem --each" ;;
         assign) options="--help --help-all --words --format --reach --output --speakers --names --voices --model --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
-        listen) options="--help --help-all --rate --input-channels --every --share --lines --format --output-dir --speakers --names --voices --model --color --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
+        listen) options="--help --help-all --device --rate --input-channels --every --share --lines --format --output-dir --speakers --names --voices --model --color --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
         match) options="--help --help-all --threshold" ;;
         voices add) options="--help --help-all --voices --speaker --from --to --model" ;;
         voices list) options="--help --help-all --voices" ;;

@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "files.h"
 #include "library.h"
+#include "microphone.h"
 #include "model.h"
 #include "renaming.h"
 #include "source.h"
@@ -31,7 +32,7 @@ using json = nlohmann::ordered_json;
 using session_ptr = std::unique_ptr<parley_session, releaser<parley_session_delete>>;
 
 struct arguments {
-    std::string source = "-", model, voices, output_dir, color = "auto";
+    std::string source, device, model, voices, output_dir, color = "auto";
     std::vector<std::string> formats;
     int rate = 16000, channels = 1;
     double every = 1, share = 0.05;
@@ -134,6 +135,14 @@ void put_line(std::FILE *out, const json &line) {
     std::fflush(out);
 }
 
+int list_devices() {
+    const std::vector<std::string> names = recording_devices();
+    for (const std::string &name : names) std::printf("%s\n", printable(name).c_str());
+    if (names.empty())
+        throw std::runtime_error("there is no recording device, or this build does not know any");
+    return EXIT_SUCCESS;
+}
+
 int run(const arguments &a) {
     std::FILE *out = take_standard_output();
     const parley_terminal terminal = terminal_of(out, a.color);
@@ -142,10 +151,15 @@ int run(const arguments &a) {
 #if defined(SIGPIPE)
     std::signal(SIGPIPE, SIG_IGN);  // of a decoder that has ended
 #endif
-    source from(a.source, a.rate, a.channels);
+    std::unique_ptr<microphone> recorder;
+    if (a.source.empty()) recorder = std::make_unique<microphone>(a.device);
+    const auto opened = recorder ? std::make_unique<source>(recorder->descriptor(), recorder->rate())
+                                 : std::make_unique<source>(a.source, a.rate, a.channels);
+    source &from = *opened;
+    if (recorder && draws) std::fprintf(out, "listening; Ctrl+C ends it\n");
     // Before there is any result an interruption just ends the program.
     for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { was_interrupted = 1; });
-    const std::string name = a.source == "-" ? "live" : stem_of(a.source);
+    const std::string name = recorder || a.source == "-" ? "live" : stem_of(a.source);
     parley_session *created = nullptr;
     check(
         parley_listen(diarizer.get(), name.c_str(), from.channels(), from.rate(), a.options.get(), &created));
@@ -214,8 +228,9 @@ command listen_command(CLI::App *app) {
     using namespace listening;
     const auto a = std::make_shared<arguments>();
     app->description("Prints who speaks while it is recorded.");
-    app->add_option("SOURCE", a->source, "- (standard input) or a pipe: 16-bit samples, or WAV")
-        ->type_name("");
+    app->add_option("SOURCE", a->source, "- (standard input) or a pipe: 16-bit samples, WAV")->type_name("");
+    app->add_option("--device", a->device, "recording device by its name; list prints them")
+        ->type_name("NAME");
     app->add_option("--rate", a->rate, "sample rate of raw samples (16000)")
         ->check(CLI::Range(1, 1000000).description(""))
         ->type_name("HZ");
@@ -240,13 +255,25 @@ command listen_command(CLI::App *app) {
     app->add_option("--color", a->color, "colours: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN");
-    app->footer("On a terminal lanes are drawn, elsewhere JSON lines tell what changes.");
+    app->footer(
+        "Without SOURCE, and at a terminal, the microphone is heard. Lanes are drawn on a\n"
+        "terminal, elsewhere JSON lines tell what changes.");
     app->callback([a] {
         if (a->output_dir.empty() != a->formats.empty())
             throw CLI::ValidationError("--format and --output-dir go together");
         (void) formats_named(a->formats);
     });
-    return [a] { return run(*a); };
+    return [a] {
+        if (a->device == "list") return list_devices();
+        if (!a->source.empty() && !a->device.empty())
+            throw CLI::ValidationError("a source or --device, not both");
+        if (a->source.empty() && a->device.empty() && !is_terminal(stdin)) a->source = "-";
+        if (a->source.empty() && a->device.empty() && recording_devices().empty())
+            throw CLI::ValidationError(
+                "nothing comes in, and there is no microphone: pipe samples, as in "
+                "arecord -q -f S16_LE -r 16000 | parley listen");
+        return run(*a);
+    };
 }
 
 }  // namespace parley

@@ -30,6 +30,9 @@ source::source(const std::string &path, int rate, int channels)
     }
 }
 
+source::source(int descriptor, int rate)
+    : path_("microphone"), file_(-1), samples_from_(descriptor), rate_(rate), channels_(1) {}
+
 source::~source() {
     end_relay();
     if (file_ > STDIN_FILENO) close(file_);

@@ -20,6 +20,9 @@ class source {
 public:
     // `path`: "-" is standard input. rate (Hz) and channels of raw samples. Throws std::runtime_error.
     source(const std::string &path, int rate, int channels);
+
+    // Raw samples from an open descriptor, which stays the caller's.
+    source(int descriptor, int rate);
     ~source();
     source(const source &) = delete;
     source &operator=(const source &) = delete;
