@@ -1,4 +1,5 @@
-// What a model file knows behind its network: whatever loads must give numbers for any embeddings and features.
+// What a model file knows behind its network: whatever loads must give numbers for any embeddings and
+// features.
 #include <algorithm>
 #include <array>
 #include <string>

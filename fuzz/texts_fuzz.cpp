@@ -1,5 +1,5 @@
-// Texts that people hand to the library: transcripts of every format, lists of voices, references. The first byte
-// chooses. What is read can be written, and what is written read again.
+// Texts that people hand to the library: transcripts of every format, lists of voices, references. The first
+// byte chooses. What is read can be written, and what is written read again.
 #include <cmath>
 #include <sstream>
 #include <stdexcept>

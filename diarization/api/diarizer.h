@@ -59,9 +59,9 @@ private:
     engine engine_;
 };
 
-// What speaker `number` of a result says between two times, in seconds, for a list of voices; all of it if the end is
-// not behind the start. Throws diarization_error where there is no such speaker, and for a stretch of a result
-// that has not kept its embeddings.
+// What speaker `number` of a result says between two times, in seconds, for a list of voices; all of it if
+// the end is not behind the start. Throws diarization_error where there is no such speaker, and for a stretch
+// of a result that has not kept its embeddings.
 voice_sample sample_of(const diarization &result, int number, double start, double end);
 
 // Throws diarization_error for values out of range and for options that contradict each other.

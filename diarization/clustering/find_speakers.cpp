@@ -131,8 +131,8 @@ tags speaker_search::labels_of_recording(const tags &labels) const {
     return result;
 }
 
-// With the engine's clustering by merge thresholds on both sides of the model's, where that takes no time, and
-// minute by minute.
+// With the engine's clustering by merge thresholds on both sides of the model's, where that takes no time,
+// and minute by minute.
 candidate_set *speaker_search::candidates(engine *own) {
     if (candidates_) return candidates_.get();
     for (const double factor : {0.7, 0.85, 1.2}) {

@@ -43,13 +43,13 @@ private:
 // the line where there is one.
 std::string assign_speakers(const std::string &text, const speakers_over_time &speakers);
 
-// The words of such a transcript, by start: find_words may find none, where objects have times and no text, and
-// read_words throws std::runtime_error then.
+// The words of such a transcript, by start: find_words may find none, where objects have times and no text,
+// and read_words throws std::runtime_error then.
 std::vector<spoken_word> find_words(const std::string &text, const speakers_over_time &speakers);
 std::vector<spoken_word> read_words(const std::string &text, const speakers_over_time &speakers);
 
-// Throws std::runtime_error unless at least half of the words begin in a recording of so many seconds: times may be
-// of another unit, or of another recording.
+// Throws std::runtime_error unless at least half of the words begin in a recording of so many seconds: times
+// may be of another unit, or of another recording.
 void check_words_lie_within(const std::vector<spoken_word> &words, double seconds);
 
 // Words as "text" (a paragraph a turn), "markdown", "srt", "vtt" (captions of at most two lines) or "json".

@@ -91,7 +91,8 @@ std::vector<spoken_word> words_of(const caption &c, const speakers_over_time &sp
     return words_within(text, c.times.start, c.times.end, speakers);
 }
 
-// Words of a line with times in tags, "<00:00:01.500>", each up to the next; before the first tag from `start` on.
+// Words of a line with times in tags, "<00:00:01.500>", each up to the next; before the first tag from
+// `start` on.
 std::vector<spoken_word> timed_words(const std::string &line, const caption_line &times,
                                      const speakers_over_time &speakers) {
     std::vector<spoken_word> words;

@@ -44,8 +44,8 @@ std::optional<double> seconds_of(const json &value) {
     return is_whole && std::isfinite(seconds) ? std::optional(seconds) : std::nullopt;
 }
 
-// When something is spoken, in seconds, by whichever names its recognizer has for it; `unit` is that of "start" and
-// "end".
+// When something is spoken, in seconds, by whichever names its recognizer has for it; `unit` is that of
+// "start" and "end".
 std::optional<time_span> span_of(const json &object, double unit) {
     if (!object.is_object()) return std::nullopt;
     if (object.contains("offsets")) return numbers_of(object["offsets"], "from", "to", 0.001);
@@ -241,7 +241,8 @@ public:
     std::vector<spoken_word> take() { return std::move(words_); }
 
 private:
-    // Words without times (numbers, often) stand in the gap between their neighbours; `outer` is the list's time.
+    // Words without times (numbers, often) stand in the gap between their neighbours; `outer` is the list's
+    // time.
     void collect_list(const json &list, const std::optional<time_span> &outer) {
         std::vector<std::string> waiting;
         double end = outer ? outer->first : 0;  // of the word before

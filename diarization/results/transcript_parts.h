@@ -26,7 +26,8 @@ std::string joined(const std::vector<spoken_word> &words, size_t first, size_t l
 // "Name: text", or in WebVTT "<v Name>text"; the text alone where nobody speaks.
 std::string with_speaker(const std::string &speaker, const std::string &text, bool vtt);
 
-// Goes through the lines of a text, numbered from 1 on, with their ends; `change` gives what stands in the place of each.
+// Goes through the lines of a text, numbered from 1 on, with their ends; `change` gives what stands in the
+// place of each.
 template <class Change>
 std::string rewrite_lines(const std::string &text, Change change) {
     std::string result;

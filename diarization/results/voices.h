@@ -1,4 +1,5 @@
-// People who are known from earlier recordings: a file of voices, and their names for the speakers of a result.
+// People who are known from earlier recordings: a file of voices, and their names for the speakers of a
+// result.
 #ifndef PARLEY_VOICES_H
 #define PARLEY_VOICES_H
 
@@ -30,8 +31,9 @@ voice_list read_voices(const std::string &text);
 
 std::string write_voices(const voice_list &voices);
 
-// Another sample of a person, of vectors of `model`; the same once more takes the place of the one before. Throws
-// diarization_error where the list is of another model or the sample has less than SHORTEST_SAMPLE seconds.
+// Another sample of a person, of vectors of `model`; the same once more takes the place of the one before.
+// Throws diarization_error where the list is of another model or the sample has less than SHORTEST_SAMPLE
+// seconds.
 void add_voice(voice_list *voices, const std::string &name, const std::string &model, voice_sample sample);
 
 inline constexpr double SHORTEST_SAMPLE = 3;

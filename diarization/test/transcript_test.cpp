@@ -123,17 +123,20 @@ TEST(transcript, any_of_them_can_be_written_for_reading) {
     EXPECT_THROW(write_words({}, "docx"), std::runtime_error);
 }
 
-// What recognizers and services write, by their documentation: "We said" to 1.9 s, "$100" without times, "to you." from
-// 2.5 s on. Every word comes out once.
+// What recognizers and services write, by their documentation: "We said" to 1.9 s, "$100" without times, "to
+// you." from 2.5 s on. Every word comes out once.
 TEST(transcript, every_recognizers_words_come_out_once) {
     const struct {
         const char *recognizer, *text;
     } cases[] = {
         {"WhisperX", R"({"segments": [{"start": 0.1, "end": 3.5, "text": " We said $100 to you.", "words": [
             {"word": "We", "start": 0.1, "end": 0.9, "score": 0.9}, {"word": "said", "start": 1, "end": 2},
-            {"word": "$100"}, {"word": "to", "start": 2.5, "end": 2.9}, {"word": "you.", "start": 3, "end": 3.5}]}],
-            "word_segments": [{"word": "We", "start": 0.1, "end": 0.9}, {"word": "said", "start": 1, "end": 2},
-            {"word": "$100"}, {"word": "to", "start": 2.5, "end": 2.9}, {"word": "you.", "start": 3, "end": 3.5}]})"},
+            {"word": "$100"}, {"word": "to", "start": 2.5, "end": 2.9},
+            {"word": "you.", "start": 3, "end": 3.5}]}],
+            "word_segments": [{"word": "We", "start": 0.1, "end": 0.9},
+            {"word": "said", "start": 1, "end": 2},
+            {"word": "$100"}, {"word": "to", "start": 2.5, "end": 2.9},
+            {"word": "you.", "start": 3, "end": 3.5}]})"},
         {"openai-whisper and faster-whisper",
          R"({"text": "x", "language": "en", "segments": [{"id": 0, "seek": 0,
             "start": 0.1, "end": 3.5, "text": " We said $100 to you.", "tokens": [1, 2], "words": [
@@ -143,7 +146,8 @@ TEST(transcript, every_recognizers_words_come_out_once) {
         {"whisper service, words beside segments", R"({"task": "transcribe", "duration": 3.5, "words": [
             {"word": "We", "start": 0.1, "end": 0.9}, {"word": "said", "start": 1, "end": 1.9},
             {"word": "$100", "start": 2, "end": 2.4}, {"word": "to", "start": 2.5, "end": 2.9},
-            {"word": "you.", "start": 3, "end": 3.5}], "segments": [{"id": 0, "start": 0, "end": 3.5, "text": "x"}]})"},
+            {"word": "you.", "start": 3, "end": 3.5}], "segments": [{"id": 0, "start": 0, "end": 3.5,
+            "text": "x"}]})"},
         {"whisper.cpp -ojf",
          R"({"transcription": [{"offsets": {"from": 100, "to": 3500}, "text": " We said $100 to you.",
             "tokens": [{"text": "[_BEG_]", "offsets": {"from": 0, "to": 0}, "id": 1, "p": 1},
@@ -158,7 +162,8 @@ TEST(transcript, every_recognizers_words_come_out_once) {
         {"AssemblyAI", R"({"id": "1", "status": "completed", "audio_duration": 6, "text": "x", "words": [
             {"text": "We", "start": 100, "end": 900}, {"text": "said", "start": 1000, "end": 1900},
             {"text": "$100", "start": 2000, "end": 2400}, {"text": "to", "start": 2500, "end": 2900},
-            {"text": "you.", "start": 3000, "end": 3500}], "utterances": [{"start": 100, "end": 3500, "text": "x"}]})"},
+            {"text": "you.", "start": 3000, "end": 3500}], "utterances": [{"start": 100, "end": 3500,
+            "text": "x"}]})"},
         {"Deepgram",
          R"({"metadata": {"duration": 6}, "results": {"channels": [{"alternatives": [{"transcript": "x",
             "words": [{"word": "we", "start": 0.1, "end": 0.9, "punctuated_word": "We"},
@@ -169,15 +174,22 @@ TEST(transcript, every_recognizers_words_come_out_once) {
             "paragraphs": {"paragraphs": [{"start": 0.1, "end": 3.5, "sentences": [
             {"text": "x", "start": 0.1, "end": 3.5}]}]}}, {"transcript": "second best", "words": []}]}]}})"},
         {"AWS", R"({"results": {"transcripts": [{"transcript": "x"}], "items": [
-            {"start_time": "0.1", "end_time": "0.9", "alternatives": [{"content": "We"}], "type": "pronunciation"},
-            {"start_time": "1.0", "end_time": "1.9", "alternatives": [{"content": "said"}], "type": "pronunciation"},
-            {"start_time": "2.0", "end_time": "2.4", "alternatives": [{"content": "$100"}], "type": "pronunciation"},
-            {"start_time": "2.5", "end_time": "2.9", "alternatives": [{"content": "to"}], "type": "pronunciation"},
-            {"start_time": "3.0", "end_time": "3.5", "alternatives": [{"content": "you"}], "type": "pronunciation"},
+            {"start_time": "0.1", "end_time": "0.9", "alternatives": [{"content": "We"}],
+            "type": "pronunciation"},
+            {"start_time": "1.0", "end_time": "1.9", "alternatives": [{"content": "said"}],
+            "type": "pronunciation"},
+            {"start_time": "2.0", "end_time": "2.4", "alternatives": [{"content": "$100"}],
+            "type": "pronunciation"},
+            {"start_time": "2.5", "end_time": "2.9", "alternatives": [{"content": "to"}],
+            "type": "pronunciation"},
+            {"start_time": "3.0", "end_time": "3.5", "alternatives": [{"content": "you"}],
+            "type": "pronunciation"},
             {"alternatives": [{"content": "."}], "type": "punctuation"}]}})"},
         {"Google", R"({"results": [{"alternatives": [{"transcript": "x", "words": [
-            {"startTime": "0.100s", "endTime": "0.900s", "word": "We"}, {"startTime": "1s", "endTime": "1.9s", "word": "said"},
-            {"startTime": "2s", "endTime": "2.4s", "word": "$100"}, {"startTime": "2.5s", "endTime": "2.9s", "word": "to"},
+            {"startTime": "0.100s", "endTime": "0.900s", "word": "We"},
+            {"startTime": "1s", "endTime": "1.9s", "word": "said"},
+            {"startTime": "2s", "endTime": "2.4s", "word": "$100"},
+            {"startTime": "2.5s", "endTime": "2.9s", "word": "to"},
             {"startTime": "3s", "endTime": "3.5s", "word": "you."}]}, {"transcript": "second best"}]}]})"},
         {"Azure",
          R"({"duration": "PT6S", "combinedRecognizedPhrases": [{"display": "x"}], "recognizedPhrases": [
@@ -186,14 +198,16 @@ TEST(transcript, every_recognizers_words_come_out_once) {
             {"word": "said", "offsetInTicks": 10000000, "durationInTicks": 9000000},
             {"word": "$100", "offsetInTicks": 20000000, "durationInTicks": 4000000},
             {"word": "to", "offsetInTicks": 25000000, "durationInTicks": 4000000},
-            {"word": "you.", "offsetInTicks": 30000000, "durationInTicks": 5000000}]}, {"display": "second best"}]}]})"},
+            {"word": "you.", "offsetInTicks": 30000000, "durationInTicks": 5000000}]},
+            {"display": "second best"}]}]})"},
         {"Speechmatics", R"({"format": "2.9", "results": [
             {"start_time": 0.1, "end_time": 0.9, "type": "word", "alternatives": [{"content": "We"}]},
             {"start_time": 1, "end_time": 1.9, "type": "word", "alternatives": [{"content": "said"}]},
             {"start_time": 2, "end_time": 2.4, "type": "word", "alternatives": [{"content": "$100"}]},
             {"start_time": 2.5, "end_time": 2.9, "type": "word", "alternatives": [{"content": "to"}]},
             {"start_time": 3, "end_time": 3.5, "type": "word", "alternatives": [{"content": "you"}]},
-            {"start_time": 3.5, "end_time": 3.5, "type": "punctuation", "alternatives": [{"content": "."}]}]})"},
+            {"start_time": 3.5, "end_time": 3.5, "type": "punctuation",
+            "alternatives": [{"content": "."}]}]})"},
         {"Rev", R"({"monologues": [{"speaker": 0, "elements": [
             {"type": "text", "value": "We", "ts": 0.1, "end_ts": 0.9}, {"type": "punct", "value": " "},
             {"type": "text", "value": "said", "ts": 1, "end_ts": 1.9}, {"type": "punct", "value": " "},
@@ -201,8 +215,10 @@ TEST(transcript, every_recognizers_words_come_out_once) {
             {"type": "text", "value": "to", "ts": 2.5, "end_ts": 2.9}, {"type": "punct", "value": " "},
             {"type": "text", "value": "you", "ts": 3, "end_ts": 3.5}, {"type": "punct", "value": "."}]}]})"},
         {"Vosk",
-         R"({"result": [{"conf": 1, "start": 0.1, "end": 0.9, "word": "We"}, {"conf": 1, "start": 1, "end": 1.9,
-            "word": "said"}, {"start": 2, "end": 2.4, "word": "$100"}, {"start": 2.5, "end": 2.9, "word": "to"},
+         R"({"result": [{"conf": 1, "start": 0.1, "end": 0.9, "word": "We"},
+            {"conf": 1, "start": 1, "end": 1.9,
+            "word": "said"}, {"start": 2, "end": 2.4, "word": "$100"},
+            {"start": 2.5, "end": 2.9, "word": "to"},
             {"start": 3, "end": 3.5, "word": "you."}], "text": "x"})"},
         {"YouTube",
          "WEBVTT\nKind: captions\nLanguage: en\n\n00:00:00.100 --> 00:00:02.400 align:start position:0%\n \n"

@@ -301,15 +301,15 @@ typedef struct {
 /* A transcript (JSON of Whisper, whisper.cpp, WhisperX or Vosk, Whisper's TSV, WebVTT, SRT or CTM) with a
  * speaker for every word or caption; what has text ends where the speaker changes. `format`: null for the
  * one it has, or "text", "markdown", "srt", "vtt", "json". Into a new block, released with parley_free.
- * Turns count as far as `reach` seconds away. PARLEY_INVALID with the line for what is none of them, and where
- * most words lie more than a minute behind the last turn. */
+ * Turns count as far as `reach` seconds away. PARLEY_INVALID with the line for what is none of them, and
+ * where most words lie more than a minute behind the last turn. */
 PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, size_t size,
                                                       const parley_turn *turns, int32_t num_turns,
                                                       double reach, const char *format, char **text,
                                                       size_t *text_size);
 
-/* Adds such a transcript to a result, whose pages show it then. PARLEY_INVALID where most words lie behind the
- * recording's end. */
+/* Adds such a transcript to a result, whose pages show it then. PARLEY_INVALID where most words lie behind
+ * the recording's end. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_add_words(parley_result *result, const char *transcript,
                                                                 size_t size, double reach);
 

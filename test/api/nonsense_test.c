@@ -1,5 +1,6 @@
-/* Every public function with everything that can be passed by mistake: nothing ends the process or breaks memory, and what
- * has a status says that something is wrong: nonsense_test MODEL AUDIO. Runs under the sanitizers, too. */
+/* Every public function with everything that can be passed by mistake: nothing ends the process or breaks
+ * memory, and what has a status says that something is wrong: nonsense_test MODEL AUDIO. Runs under the
+ * sanitizers, too. */
 #include <math.h>
 #include <parley.h>
 #include <stdio.h>

@@ -36,8 +36,8 @@ private:
     std::map<std::string, std::string> given_;
 };
 
-// Formats by their names or by the extensions of their files. Throws CLI::ValidationError with what may have been
-// meant.
+// Formats by their names or by the extensions of their files. Throws CLI::ValidationError with what may have
+// been meant.
 std::vector<const parley_format *> formats_named(const std::vector<std::string> &names);
 
 }  // namespace parley

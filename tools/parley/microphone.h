@@ -13,8 +13,8 @@ std::vector<std::string> recording_devices();
 
 class microphone {
 public:
-    // `device`: its name or a part of it, in any case of letters; "" for the system's default. Begins to record. Throws
-    // std::runtime_error.
+    // `device`: its name or a part of it, in any case of letters; "" for the system's default. Begins to
+    // record. Throws std::runtime_error.
     explicit microphone(const std::string &device);
     ~microphone();
     microphone(const microphone &) = delete;
