@@ -3,13 +3,19 @@
 
 All formats must agree with each other. A reader that is not installed is named and its format left out."""
 
+import contextlib
 import csv
 import datetime
+import fcntl
 import json
+import os
+import pty
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 import xml.etree.ElementTree as xml
 from pathlib import Path
@@ -128,6 +134,27 @@ endfor
         subprocess.run(["praat", "--run", script], check=True, stdout=subprocess.DEVNULL)
         rows = [line.split("\t") for line in (self.folder / "praat.txt").read_text().splitlines()]
         self.assert_same([(float(a), float(b), name) for a, b, name in rows])
+
+    def test_what_is_longer_than_the_terminal_goes_through_the_pager(self):
+        def shown(lines, pager):
+            process, terminal = pty.fork()
+            if process == 0:
+                fcntl.ioctl(1, termios.TIOCSWINSZ, struct.pack("HHHH", lines, 80, 0, 0))
+                os.environ.update(PAGER=pager, NO_COLOR="1")
+                os.execv(PARLEY, [PARLEY, "-q", AUDIO])
+            text = b""
+            with contextlib.suppress(OSError):  # the end of a terminal
+                while part := os.read(terminal, 4096):
+                    text += part
+            self.assertEqual(os.waitpid(process, 0)[1], 0)
+            os.close(terminal)
+            return text.decode().replace("\r\n", "\n").splitlines()
+
+        plain = shown(50, "sed s/^/paged:/")
+        self.assertGreater(len(plain), 10)
+        self.assertEqual(shown(10, ""), plain)
+        self.assertEqual(shown(10, "sed s/^/paged:/"), ["paged:" + line for line in plain])
+        self.assertEqual(shown(10, "no-such-pager 2>/dev/null"), plain)
 
     def test_eaf_is_the_xml_that_elan_reads(self):
         root = xml.parse(self.file(".eaf")).getroot()

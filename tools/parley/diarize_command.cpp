@@ -204,7 +204,10 @@ private:
         progress_.clear();
         const bool headless = has_printed_ && traits_of(formats_.front()).several == joined::with_one_header;
         const size_t begin = headless ? text.find('\n') + 1 : 0;
-        std::fwrite(text.data() + begin, 1, text.size() - begin, out_);
+        if (recordings_.size() == 1)
+            show(out_, text);
+        else
+            std::fwrite(text.data() + begin, 1, text.size() - begin, out_);
         has_printed_ = true;
     }
 

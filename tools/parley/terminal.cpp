@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <string_view>
 #include <system_error>
@@ -58,6 +59,23 @@ parley_terminal terminal_of(std::FILE *stream, const std::string &color) {
     result.colors = has_colors ? number_of_colors() : 0;
     result.columns = columns_of_terminal(stream);
     return result;
+}
+
+void show(std::FILE *stream, const std::string &text) {
+#if !defined(_WIN32)
+    const char *pager = std::getenv("PAGER");
+    const int lines = lines_of_terminal(stream);
+    if (pager && *pager && lines > 0 && std::ranges::count(text, '\n') >= lines) {
+        setenv("LESS", "FRX", 0);       // colours, and no more than a screen where that is enough
+        std::signal(SIGPIPE, SIG_IGN);  // of a pager that was left early
+        std::FILE *page = popen((std::string(pager) + " >/dev/tty").c_str(), "w");
+        if (page) {
+            std::fwrite(text.data(), 1, text.size(), page);
+            if (pclose(page) == 0) return;
+        }
+    }
+#endif
+    std::fwrite(text.data(), 1, text.size(), stream);
 }
 
 std::string printable(std::string text) {

@@ -26,6 +26,9 @@ bool is_dumb_terminal();
 // not set).
 parley_terminal terminal_of(std::FILE *stream, const std::string &color);
 
+// Writes a text; through $PAGER, if that is set, where a terminal has fewer lines than it.
+void show(std::FILE *stream, const std::string &text);
+
 // A text of one line with ? in place of control characters, by which names of files could move the cursor.
 std::string printable(std::string text);
 

@@ -161,9 +161,22 @@ bool is_terminal(std::FILE *stream) {
     return isatty(fileno(stream)) != 0;
 }
 
-int columns_of_terminal(std::FILE *stream) {
+namespace {
+
+winsize size_of_terminal(std::FILE *stream) {
     winsize size{};
-    return is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+    if (is_terminal(stream) && ioctl(fileno(stream), TIOCGWINSZ, &size) != 0) size = {};
+    return size;
+}
+
+}  // namespace
+
+int columns_of_terminal(std::FILE *stream) {
+    return size_of_terminal(stream).ws_col;
+}
+
+int lines_of_terminal(std::FILE *stream) {
+    return size_of_terminal(stream).ws_row;
 }
 
 // The C library knows them by locale.

@@ -90,6 +90,7 @@ bool is_terminal(std::FILE *stream);
 
 // 0 for what is no terminal.
 int columns_of_terminal(std::FILE *stream);
+int lines_of_terminal(std::FILE *stream);
 
 // Where nothing is kept of what is written.
 extern const char *const NOWHERE;

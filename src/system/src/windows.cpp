@@ -240,6 +240,12 @@ int columns_of_terminal(std::FILE *stream) {
     return about.srWindow.Right - about.srWindow.Left + 1;
 }
 
+int lines_of_terminal(std::FILE *stream) {
+    CONSOLE_SCREEN_BUFFER_INFO about;
+    if (!GetConsoleScreenBufferInfo(handle_of(_fileno(stream)), &about)) return 0;
+    return about.srWindow.Bottom - about.srWindow.Top + 1;
+}
+
 character_widths::character_widths() = default;
 character_widths::~character_widths() = default;
 
