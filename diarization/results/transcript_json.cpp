@@ -216,6 +216,11 @@ const char *list_of_words(const json &object) {
     return nullptr;
 }
 
+// Of whisper.cpp: words, parts of words and marks.
+bool is_token(const json &object) {
+    return object.is_object() && object.contains("id") && object.contains("offsets") && object.contains("p");
+}
+
 class word_collector {
 public:
     word_collector(const speakers_over_time &speakers, double unit) : speakers_(speakers), unit_(unit) {}
@@ -259,7 +264,7 @@ private:
                 lengthen_last(text, span_of(inner, unit_));
                 continue;
             }
-            if (is_word && text.starts_with("[_")) continue;  // a mark, not a word
+            if (is_token(inner) && text.starts_with("[_")) continue;  // a mark, not a word
             const auto span = span_of(inner, unit_);
             if (is_word && !span) {
                 waiting.push_back(text);
@@ -276,10 +281,9 @@ private:
         put_waiting(outer ? std::max(end, outer->second) : end);
     }
 
-    // Tokens of whisper.cpp: those without a blank in front go on with a word.
+    // Tokens without a blank in front go on with a word.
     bool is_part_of_word(const json &object, const std::string &text) const {
-        return object.contains("id") && object.contains("offsets") && object.contains("p") &&
-               !text.starts_with(' ') && !text.starts_with("[_") && !words_.empty();
+        return is_token(object) && !text.starts_with(' ') && !text.starts_with("[_") && !words_.empty();
     }
 
     void lengthen_last(const std::string &text, const std::optional<time_span> &span) {

@@ -1,17 +1,19 @@
-/* Who spoke when, in C: diarize MODEL AUDIO */
-#include <inttypes.h>
+/* Who spoke when, in C, with progress; Ctrl+C cancels: diarize MODEL AUDIO */
+#include <parley.h>
+#include <signal.h>
 #include <stdio.h>
-#include <zx_parley.h>
 
-/* Prints what the engine has to say about the last failure of this thread. */
-static void complain(const char *what, zx_status_t status) {
-    char **messages = NULL;
-    int32_t depth = 0;
-    fprintf(stderr, "%s: %s\n", what, zx_status_to_string(status));
-    if (zx_get_error_stack(&messages, &depth) == ZX_STATUS_SUCCESS) {
-        for (int32_t i = 0; i < depth; i++) fprintf(stderr, "  %s\n", messages[i]);
-        zx_free_error_stack(messages);
-    }
+static volatile sig_atomic_t is_cancelled;
+
+static void cancel(int signal) {
+    (void) signal;
+    is_cancelled = 1;
+}
+
+static int show_progress(void *context, double done) {
+    (void) context;
+    fprintf(stderr, "\r%3.0f %%", 100 * done);
+    return !is_cancelled;
 }
 
 int main(int argc, char **argv) {
@@ -19,23 +21,18 @@ int main(int argc, char **argv) {
         fprintf(stderr, "usage: diarize MODEL AUDIO\n");
         return 2;
     }
-    zx_log_disable();
-    zx_parley_t *engine = NULL;
-    zx_status_t status = zx_parley_init(argv[1], &engine);
-    if (status != ZX_STATUS_SUCCESS) {
-        complain(argv[1], status);
-        return 1;
+    signal(SIGINT, cancel);
+    parley_diarizer *diarizer = NULL;
+    parley_result *result = NULL;
+    parley_status status = parley_open(argv[1], &diarizer);
+    if (status == PARLEY_OK)
+        status = parley_diarize_file(diarizer, argv[2], NULL, show_progress, NULL, &result);
+    if (status != PARLEY_OK) fprintf(stderr, "\n%s\n", parley_message());
+    for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
+        const parley_segment s = parley_result_segment(result, i);
+        printf("%9.3f %9.3f  %s\n", s.start, s.end, parley_result_speaker(result, s.speaker).name);
     }
-    int32_t num_segments = 0;
-    zx_parley_segment_t *segments = NULL; /* ours once the call has succeeded */
-    status = zx_parley_process_file(engine, argv[2], &num_segments, &segments);
-    if (status != ZX_STATUS_SUCCESS) complain(argv[2], status);
-    for (int32_t i = 0; i < num_segments; i++) {
-        if (segments[i].speaker_tag == 0) continue; /* a record that belongs to nobody */
-        printf("%9.3f %9.3f  speaker %" PRId32 "\n", segments[i].start_sec, segments[i].end_sec,
-               segments[i].speaker_tag);
-    }
-    zx_parley_segments_delete(segments);
-    zx_parley_delete(engine);
-    return status == ZX_STATUS_SUCCESS ? 0 : 1;
+    parley_result_delete(result);
+    parley_close(diarizer);
+    return status == PARLEY_OK ? 0 : 1;
 }

@@ -26,6 +26,11 @@ segments=$("$tmp/examples/diarize" "$tmp/usr/share/parley/parley.zx" "$source/ex
 grep -q 'speaker 3$' <<<"$segments"
 shares=$(tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/talk_time" "$tmp/usr/share/parley/parley.zx")
 grep -q '^speaker 3: ' <<<"$shares"
+tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/live" "$tmp/usr/share/parley/parley.zx" | tail -1 | grep -qx '3 speakers'
+"$tmp/examples/voices" "$tmp/usr/share/parley/parley.zx" "$source"/examples/three-voices.{wav,wav} | grep -q '^person 3: .*similarity 1$'
+printf '1\n00:00:01,000 --> 00:00:02,000\nHello\n' >"$tmp/words.srt"
+"$tmp/examples/words" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" "$tmp/words.srt" | grep -qx 'speaker 1 (0:01): Hello'
+"$tmp/examples/engine" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" | grep -q 'speaker 3$'
 
 pc=$(dirname "$(find "$tmp/usr" -name parley.pc)")
 flags=$(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs parley)
@@ -43,7 +48,7 @@ find_package(parley 1.0 QUIET COMPONENTS nonsense)
 if(parley_FOUND)
   message(FATAL_ERROR "a part that does not exist was found")
 endif()
-add_executable(engine "${EXAMPLES}/diarize.c")
+add_executable(engine "${EXAMPLES}/engine.c")
 target_link_libraries(engine PRIVATE parley::static)
 add_executable(room "${DIARIZATION_TEST}")
 target_link_libraries(room PRIVATE parley::diarization_static)
