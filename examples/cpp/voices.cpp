@@ -1,5 +1,5 @@
-// The same people in another recording: voices MODEL AUDIO OTHER_AUDIO. Whoever speaks in the first gets the same name in
-// the second.
+// The same people in another recording: voices MODEL AUDIO OTHER_AUDIO. Whoever speaks in the first gets the
+// same name in the second.
 #include <iostream>
 #include <string>
 

@@ -21,8 +21,13 @@
  * given, once more, to the speaker to whose mean it is nearest (option "refine"), and segments end at the end
  * of their last frame.
  *
- * A diarizer is used by one thread at a time; different ones run side by side. Strings are zero-terminated
- * UTF-8. C99.
+ * A diarizer, and a session with its diarizer, is used by one thread at a time; different ones run side by
+ * side. A result that nobody changes may be read by any number of threads. Strings are zero-terminated UTF-8.
+ * C99.
+ *
+ * Within a major version no function goes away or changes its arguments, and no record its layout, but that
+ * parley_options, which tells its size, grows at the end; what is new comes as new functions. All that is
+ * here is there since 1.0.
  */
 #ifndef PARLEY_DIARIZATION_H
 #define PARLEY_DIARIZATION_H
@@ -67,6 +72,11 @@ PARLEY_API const char *parley_message(void);
 /* What the engine said about it, a line each, the innermost fault first; may be empty. Valid as the message
  * is. */
 PARLEY_API const char *parley_details(void);
+
+/* Of this header; parley_version tells that of the library that is there. */
+#define PARLEY_VERSION_MAJOR 1
+#define PARLEY_VERSION_MINOR 0
+#define PARLEY_VERSION_PATCH 0
 
 /* Of this library, such as "1.0.0"; the engine's, which model files name, is zx_parley_version. */
 PARLEY_API const char *parley_version(void);

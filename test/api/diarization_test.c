@@ -92,6 +92,31 @@ static void refuses_nonsense(parley_diarizer *diarizer) {
            "no result");
 }
 
+/* What programs that were built earlier, Python and JavaScript know of the records: it stays within a major
+ * version. */
+static void records_stay(void) {
+    const struct {
+        const char *what;
+        size_t is, was;
+    } layouts[] = {
+        {"segment", sizeof(parley_segment), 32},
+        {"segment.speaker", offsetof(parley_segment, speaker), 16},
+        {"segment.confidence", offsetof(parley_segment, confidence), 24},
+        {"speaker.seconds", offsetof(parley_speaker, seconds), 8},
+        {"speaker.similarity", offsetof(parley_speaker, similarity), sizeof(void *) == 8 ? 32 : 24},
+        {"turn.speaker", offsetof(parley_turn, speaker), 16},
+        {"score.num_speakers", offsetof(parley_score, num_speakers), 40},
+        {"terminal", sizeof(parley_terminal), 8},
+        {"options.jobs", offsetof(parley_options, jobs), sizeof(void *) == 8 ? 124 : 0},
+    };
+    for (size_t i = 0; i < sizeof(layouts) / sizeof(layouts[0]); i++)
+        expect(layouts[i].was == 0 || layouts[i].is == layouts[i].was, layouts[i].what);
+    char version[32];
+    snprintf(version, sizeof(version), "%d.%d.%d", PARLEY_VERSION_MAJOR, PARLEY_VERSION_MINOR,
+             PARLEY_VERSION_PATCH);
+    expect(strcmp(version, parley_version()) == 0, "the header's version is the library's");
+}
+
 int main(int argc, char **argv) {
     parley_diarizer *diarizer = NULL, *copy = NULL, *none = NULL;
     parley_result *result = NULL, *again = NULL, *nothing = NULL;
@@ -161,6 +186,7 @@ int main(int argc, char **argv) {
     parley_result_delete(result);
     parley_result_delete(again);
     refuses_nonsense(diarizer);
+    records_stay();
     parley_close(diarizer);
     parley_close(copy);
     parley_result_delete(NULL);

@@ -1,5 +1,5 @@
-// A session on one thread while others read its results. Built with ThreadSanitizer too (preset tsan), which sees what
-// no result shows.
+// A session on one thread while others read its results. Built with ThreadSanitizer too (preset tsan), which
+// sees what no result shows.
 #include <gtest/gtest.h>
 #include <parley.h>
 
