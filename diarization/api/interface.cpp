@@ -118,6 +118,11 @@ void check_reach(double reach) {
     require(reach >= 0, "turns reach 0 s or more");
 }
 
+void check_channels(int32_t num_channels) {
+    require(num_channels >= 1 && num_channels <= PARLEY_MOST_CHANNELS,
+            ("there are 1 to " + std::to_string(PARLEY_MOST_CHANNELS) + " channels").c_str());
+}
+
 void check_collar(double collar) {
     require(collar >= 0 && std::isfinite(collar), "collars are 0 s or more");
 }
@@ -235,7 +240,7 @@ parley_status parley_diarize_samples(parley_diarizer *diarizer, const int16_t *s
                 "a diarizer, samples, their name or the place for the result is missing");
         *result = nullptr;
         require(num_frames >= 0 && num_frames <= INT32_MAX, "there are more than 2^31 - 1 samples");
-        require(num_channels >= 1 && num_channels <= 64, "there are 1 to 64 channels");
+        check_channels(num_channels);
         const given_samples given = {samples, num_frames, num_channels, rate};
         *result = new parley_result{
             diarizer->inner.run(name, &given, known_options(options), rising(progress, context))};
@@ -247,7 +252,7 @@ parley_status parley_listen(parley_diarizer *diarizer, const char *name, int32_t
     return guarded([&] {
         require(diarizer && name && session, "a diarizer, a name or the place for the session is missing");
         *session = nullptr;
-        require(num_channels >= 1 && num_channels <= 64, "there are 1 to 64 channels");
+        check_channels(num_channels);
         *session = new parley_session{{&diarizer->inner, name, known_options(options), num_channels, rate}};
     });
 }

@@ -83,8 +83,9 @@ engine::engine(const std::string &model_path) {
 }
 
 void engine::set_jobs(int32_t jobs) {
-    object_->num_workers =
-        jobs > 0 ? jobs : std::clamp(static_cast<int32_t>(std::thread::hardware_concurrency()), 1, MOST_JOBS);
+    object_->num_workers = jobs > 0 ? jobs
+                                    : std::clamp(static_cast<int32_t>(std::thread::hardware_concurrency()), 1,
+                                                 int32_t{PARLEY_MOST_JOBS});
 }
 
 zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress,

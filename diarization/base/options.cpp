@@ -111,7 +111,7 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) {
          o->via_ffmpeg = word(x, v, {"auto", "never", "always"});
      }},
-    {{"jobs", "N", "number of threads; 0 (the tool's): one per core", 0, MOST_JOBS},
+    {{"jobs", "N", "number of threads; 0 (the tool's): one per core", 0, PARLEY_MOST_JOBS},
      [](parley_options *o, const O &x, const char *v) { o->jobs = whole(x, v); }},
 };
 

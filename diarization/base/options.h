@@ -4,8 +4,6 @@
 
 #include "parley.h"
 
-inline constexpr int32_t MOST_JOBS = 64;  // threads
-
 void init_options(parley_options *options);
 const parley_option *option_at(int32_t index);
 void set_option(parley_options *options, const char *name, const char *value);

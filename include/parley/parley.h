@@ -81,6 +81,13 @@ PARLEY_API const char *parley_details(void);
 /* Of this library, such as "1.0.0"; the engine's, which model files name, is zx_parley_version. */
 PARLEY_API const char *parley_version(void);
 
+/* ---- Limits */
+
+enum {
+    PARLEY_MOST_CHANNELS = 64, /* of a recording */
+    PARLEY_MOST_JOBS = 64      /* threads for one */
+};
+
 /* ---- Options */
 
 /* What can be asked of a run. parley_options_init fills in the defaults, which each field's comment names. */
@@ -102,7 +109,7 @@ typedef struct {
     double max_duration;        /* seconds: longer recordings are refused before they are read (0: none is) */
     double sensitivity;         /* how much is taken for speech: 0 little, 1 much (0.5) */
     int32_t via_ffmpeg; /* ffmpeg reads, if it is there, what nothing else does: 0; never: 1; all: 2 (0) */
-    int32_t jobs;       /* threads for a recording, up to 64, which change no bit; 0: one a core (1) */
+    int32_t jobs;       /* threads for a recording, which change no bit; 0: one a core (1) */
     int32_t keep_embeddings; /* the result keeps what parley_recluster takes, 8 kB a second: 1; not: 0 (0) */
 } parley_options;
 
@@ -167,7 +174,7 @@ PARLEY_API PARLEY_CHECKED parley_status parley_diarize_memory(parley_diarizer *d
                                                               parley_progress progress, void *context,
                                                               parley_result **result);
 
-/* The same of samples: num_frames times num_channels (1 to 64) of 16 bits, interleaved, at `rate` Hz (8000,
+/* The same of samples: num_frames times num_channels of 16 bits, interleaved, at `rate` Hz (8000,
  * or 16000 and more); `name` stands for the recording's path. Channels are averaged, unless they are to be
  * split. */
 PARLEY_API PARLEY_CHECKED parley_status
@@ -179,7 +186,7 @@ parley_diarize_samples(parley_diarizer *diarizer, const int16_t *samples, int64_
 
 typedef struct parley_session parley_session; /* a recording that is still going on */
 
-/* Begins to listen: samples of num_channels (1 to 64, averaged) at `rate` Hz will come, interleaved. The
+/* Begins to listen: samples of num_channels, averaged, at `rate` Hz will come, interleaved. The
  * diarizer must outlive the session and does not work on anything else while a call of the session runs. */
 PARLEY_API PARLEY_CHECKED parley_status parley_listen(parley_diarizer *diarizer, const char *name,
                                                       int32_t num_channels, int32_t rate,

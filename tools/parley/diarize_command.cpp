@@ -129,7 +129,7 @@ void link_audio(const std::string &how, const std::string &recording, const std:
 
 size_t num_threads(const parley_options &options) {
     return options.jobs > 0 ? static_cast<size_t>(options.jobs)
-                            : std::clamp(std::thread::hardware_concurrency(), 1u, 64u);
+                            : std::clamp(std::thread::hardware_concurrency(), 1u, unsigned{PARLEY_MOST_JOBS});
 }
 
 class batch {
