@@ -23,9 +23,10 @@ static void expect(int holds, const char *what, double value) {
 }
 
 /* What may work out or not, but must not leave anything behind. */
-static void drop(parley_status status, parley_result *result, const char *what) {
-    expect((status == PARLEY_OK) >= (result != NULL), what, status);
-    parley_result_delete(result);
+static void drop(parley_status status, parley_result **result, const char *what) {
+    expect((status == PARLEY_OK) >= (*result != NULL), what, status);
+    parley_result_delete(*result);
+    *result = NULL;
 }
 
 static int refuse(void *context, const char *data, size_t size) {
@@ -150,7 +151,7 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         options.jobs = options.channels = options.refine = options.via_ffmpeg = options.min_speakers = n;
         parley_result *made = NULL;
         drop(parley_diarize_samples(diarizer, samples, 1000, 1, 16000, "x", &options, NULL, NULL, &made),
-             made, "options");
+             &made, "options");
         options.size = (size_t) n;
         expect(parley_options_check(&options) != PARLEY_OK || n == 511, "a record of another size", n);
         (void) parley_option_at(n);
@@ -190,7 +191,7 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         for (int t = 0; t < 4; t++) options.thresholds[t] = x;
         parley_result *made = NULL;
         drop(parley_diarize_samples(diarizer, samples, 16000, 1, 16000, "x", &options, NULL, NULL, &made),
-             made, "options");
+             &made, "options");
         const parley_turn turns[] = {{x, 1, "a"}, {0, x, "b"}, {x, x, NULL}};
         const double parts[] = {x, 1, 0, x};
         parley_score score;
@@ -270,8 +271,7 @@ static void after_the_end(parley_diarizer *diarizer) {
     expect(parley_session_feed(session, NULL, 5) != PARLEY_OK, "no samples", 5);
     expect(parley_session_feed(session, samples, -1) != PARLEY_OK, "fewer than no samples", -1);
     for (size_t i = 0; i < COUNT(NUMBERS); i++) {
-        drop(parley_session_update(session, NUMBERS[i], &result), result, "a share");
-        result = NULL;
+        drop(parley_session_update(session, NUMBERS[i], &result), &result, "a share");
     }
     expect(parley_session_end(session, &result) != PARLEY_OK && !result, "the end of nothing", 0);
     expect(parley_session_feed(session, samples, 100) != PARLEY_OK, "samples after the end", 0);
