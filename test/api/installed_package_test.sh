@@ -74,7 +74,12 @@ grep -q '^Requires.private: parley .*sndfile' "$static_pc/parley-diarization.pc"
 
 # The archive to unpack anywhere.
 "${cmake%cmake}cpack" --config "$build/CPackConfig.cmake" -B "$tmp/archive" >/dev/null
-grep -q '/share/parley/parley.zx$' <<<"$(tar -tzf "$tmp"/archive/parley-*.tar.gz)"
+held=$(tar -tzf "$tmp"/archive/parley-*.tar.gz)
+grep -q '/share/parley/parley.zx$' <<<"$held"
+grep -q '/NOTICES$' <<<"$held"
+for terms in /usr/share/doc/{libcli11,nlohmann-json3}-dev/copyright; do # of what is compiled in
+    [ ! -e "$terms" ] || grep -qF "$(sed -n 3p "$terms")" "$(find "$tmp/usr" -name NOTICES)"
+done
 
 # What is not built is not installed by half, and says what to do; who sets no build type gets a fast one.
 alone=(-DPARLEY_BUILD_TESTS=OFF -DPARLEY_WITH_{FLAC,MP3,OPUS,VORBIS,AAC,AMR}=OFF)
