@@ -111,6 +111,7 @@ public:
 
     void draw(const parley_result *result) {
         constexpr int ROWS = 8;  // of segments, the last ones
+        terminal_.columns = columns_of_terminal(out_);  // which may have been resized
         const std::string table = write(result, "table", terminal_);
         std::vector<std::string> lines;
         for (size_t at = 0; at < table.size(); at = table.find('\n', at) + 1)

@@ -342,6 +342,15 @@ def test_known_people_get_their_names(diarizer, expected, tmp_path):
         parley.Voices("{}")
 
 
+def test_the_module_takes_the_options_of_the_tool(diarizer, expected, tmp_path):
+    voices = parley.Voices()
+    voices.add("Ann", expected, 2)
+    voices.save(tmp_path / "voices.json")
+    subprocess.run([sys.executable, "-m", "parley", "-n", "3", "-f", "rttm", "-o", tmp_path / "out", "--voices", tmp_path / "voices.json",
+                    RECORDING], check=True)
+    assert " Ann " in (tmp_path / "out/three-voices.rttm").read_text()
+
+
 NONSENSE = [None, 0, -1, 2**40, float("nan"), float("inf"), "", "\0", "nowhere", b"x", [], {}, object(), np.zeros((2, 2, 2)), np.zeros(0)]
 
 
