@@ -110,7 +110,7 @@ public:
     screen(std::FILE *out, const parley_terminal &terminal) : out_(out), terminal_(terminal) {}
 
     void draw(const parley_result *result) {
-        constexpr int ROWS = 8;  // of segments, the last ones
+        constexpr int ROWS = 8;                         // of segments, the last ones
         terminal_.columns = columns_of_terminal(out_);  // which may have been resized
         const std::string table = write(result, "table", terminal_);
         std::vector<std::string> lines;
