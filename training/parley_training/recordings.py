@@ -14,15 +14,18 @@ PERSON = re.compile(r"lsto_\d+$|so_SPEAKER\d+$|[FM][EI][DEO]\d{3}$")  # as corpo
 SPEEDS = (0.92, 1.0, 1.09)  # at which a real conversation is heard in training
 
 
+def _speaker_lines(path):
+    """Fields of the lines that say who speaks."""
+    return [fields for fields in map(str.split, Path(path).read_text().splitlines()) if fields and fields[0] == "SPEAKER"]
+
+
 def read_rttm(path):
     """(times float64 (n, 2), speakers int32 (n,), from 1 on) of a file about one recording."""
     times, speakers, names = [], [], {}
-    for line in Path(path).read_text().splitlines():
-        fields = line.split()
-        if fields and fields[0] == "SPEAKER":
-            start = float(fields[3])
-            times.append((start, start + float(fields[4])))
-            speakers.append(names.setdefault(fields[7], len(names) + 1))
+    for fields in _speaker_lines(path):
+        start = float(fields[3])
+        times.append((start, start + float(fields[4])))
+        speakers.append(names.setdefault(fields[7], len(names) + 1))
     return np.array(times, np.float64).reshape(-1, 2), np.array(speakers, np.int32)
 
 
@@ -30,11 +33,9 @@ def people_of(path, recording):
     """Who the speakers of read_rttm are, from 1 on: the same text for the same person. Corpora name people; other names, such as
     "A" and "speaker1", mean somebody in that recording alone."""
     names = {}
-    for line in Path(path).read_text().splitlines():
-        fields = line.split()
-        if fields and fields[0] == "SPEAKER":
-            name = "".join(c for c in unicodedata.normalize("NFD", fields[7]) if not unicodedata.combining(c))
-            names.setdefault(fields[7], name if PERSON.match(name) else f"{recording} {name}")
+    for fields in _speaker_lines(path):
+        name = "".join(c for c in unicodedata.normalize("NFD", fields[7]) if not unicodedata.combining(c))
+        names.setdefault(fields[7], name if PERSON.match(name) else f"{recording} {name}")
     return list(names.values())
 
 
