@@ -24,13 +24,6 @@ std::optional<std::pair<double, double>> numbers_of(const json &object, const ch
     return std::pair(unit * start.get<double>(), unit * end.get<double>());
 }
 
-// Seconds as "start" and "end", or milliseconds as "offsets": {"from", "to"}.
-std::optional<std::pair<double, double>> times_of(const json &object) {
-    if (object.is_object() && object.contains("offsets"))
-        return numbers_of(object["offsets"], "from", "to", 0.001);
-    return numbers_of(object, "start", "end", 1);
-}
-
 using time_span = std::pair<double, double>;
 
 // Seconds as a number or a text, "12.5" or "12.5s".
@@ -71,9 +64,14 @@ std::optional<time_span> span_of(const json &object, double unit) {
     return std::nullopt;
 }
 
-std::string text_of(const json &object) {
-    for (const char *name : {"word", "text", "punctuated_word"})
-        if (object.is_object() && object.contains(name) && object[name].is_string()) return object[name];
+// What is spoken; "" for none.
+std::string spoken_text(const json &object) {
+    if (!object.is_object()) return "";
+    for (const char *name : {"punctuated_word", "word", "Word", "text", "value", "content"})
+        if (object.contains(name) && object[name].is_string()) return object[name];
+    if (object.contains("alternatives") && object["alternatives"].is_array() &&
+        !object["alternatives"].empty())
+        return spoken_text(object["alternatives"][0]);
     return "";
 }
 
@@ -97,7 +95,7 @@ void give_neighbours_speaker(json *words) {
 
 // What a segment is split into where the speaker changes: itself if that is nowhere, or if it has no text.
 std::vector<json> split_segment(const json &segment, const speakers_over_time &speakers) {
-    const auto times = times_of(segment);
+    const auto times = numbers_of(segment, "start", "end", 1);
     if (!times || !segment.contains("text") || !segment["text"].is_string() || segment.contains("offsets"))
         return {segment};
     const bool has_words =
@@ -105,10 +103,10 @@ std::vector<json> split_segment(const json &segment, const speakers_over_time &s
     std::vector<spoken_word> words;
     if (has_words) {
         for (const json &word : segment["words"]) {
-            const auto span = times_of(word);
+            const auto span = span_of(word, 1);
             const double before = words.empty() ? times->first : words.back().end;
             const json speaker = word.is_object() ? word.value("speaker", json()) : json();
-            words.push_back({span ? span->first : before, span ? span->second : before, text_of(word),
+            words.push_back({span ? span->first : before, span ? span->second : before, spoken_text(word),
                              speaker.is_string() ? speaker.get<std::string>() : ""});
         }
     } else {
@@ -183,17 +181,6 @@ json parse_json(const std::string &text) {
 }
 
 // ---- Words
-
-// What is spoken; "" for none.
-std::string spoken_text(const json &object) {
-    if (!object.is_object()) return "";
-    for (const char *name : {"punctuated_word", "word", "Word", "text", "value", "content"})
-        if (object.contains(name) && object[name].is_string()) return object[name];
-    if (object.contains("alternatives") && object["alternatives"].is_array() &&
-        !object["alternatives"].empty())
-        return spoken_text(object["alternatives"][0]);
-    return "";
-}
 
 bool is_list(const json &object, const char *name) {
     return object.is_object() && object.contains(name) && object[name].is_array() && !object[name].empty();
