@@ -27,11 +27,12 @@ struct arguments {
 using turns_ptr = std::unique_ptr<parley_turn, releaser<parley_free>>;
 
 result_ptr diarize(const arguments &a) {
+    const std::string voices = read_voices(a.voices);
     const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
     parley_result *made = nullptr;
     check(parley_diarize_file(diarizer.get(), a.source.c_str(), a.options.get(), nullptr, nullptr, &made));
     result_ptr result(made);
-    name_known(made, read_voices(a.voices), 0);
+    name_known(made, voices, 0);
     return result;
 }
 
@@ -111,9 +112,7 @@ command assign_command(CLI::App *app) {
         ->type_name("SECONDS");
     app->add_option("-o,--output", a->output, "file to write (standard output)")->type_name("FILE");
     a->options.define(app, {"speakers", "names"});
-    app->add_option("--voices", a->voices, "known voices, whose names are used ($PARLEY_VOICES)")
-        ->type_name("FILE");
-    app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+    define_files(app, &a->voices, &a->model);
     app->footer(
         "Segments and captions end where the speaker changes. Without -f the transcript\n"
         "keeps its format.");

@@ -38,6 +38,12 @@ std::string command_options::text() const {
     return result;
 }
 
+void define_files(CLI::App *app, std::string *voices, std::string *model) {
+    app->add_option("--voices", *voices, "known voices, whose names are used ($PARLEY_VOICES)")
+        ->type_name("FILE");
+    app->add_option("-m,--model", *model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+}
+
 std::vector<const parley_format *> formats_named(const std::vector<std::string> &names) {
     std::vector<const parley_format *> formats;
     for (const std::string &name : names) {

@@ -36,6 +36,9 @@ private:
     std::map<std::string, std::string> given_;
 };
 
+// The files that most commands take beside recordings: --voices and --model.
+void define_files(CLI::App *app, std::string *voices, std::string *model);
+
 // Formats by their names or by the extensions of their files. Throws CLI::ValidationError with what may have
 // been meant.
 std::vector<const parley_format *> formats_named(const std::vector<std::string> &names);

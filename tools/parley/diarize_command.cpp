@@ -63,9 +63,7 @@ void define(CLI::App *app, arguments *a) {
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("BYTES")
         ->group(MORE_OPTIONS);
-    app->add_option("--voices", a->voices, "known voices, whose names are used ($PARLEY_VOICES)")
-        ->type_name("FILE");
-    app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+    define_files(app, &a->voices, &a->model);
     app->add_option("--color", a->color, "colours: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN")

@@ -250,9 +250,7 @@ command listen_command(CLI::App *app) {
         ->type_name("NAME,...");
     app->add_option("-o,--output-dir", a->output_dir, "folder for these files")->type_name("DIR");
     a->options.define(app, {"speakers", "names"});
-    app->add_option("--voices", a->voices, "known voices, whose names are used ($PARLEY_VOICES)")
-        ->type_name("FILE");
-    app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
+    define_files(app, &a->voices, &a->model);
     app->add_option("--color", a->color, "colours: auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN");
