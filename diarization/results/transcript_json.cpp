@@ -94,8 +94,9 @@ void give_neighbours_speaker(json *words) {
 }
 
 // What a segment is split into where the speaker changes: itself if that is nowhere, or if it has no text.
-std::vector<json> split_segment(const json &segment, const speakers_over_time &speakers) {
-    const auto times = numbers_of(segment, "start", "end", 1);
+// Its "start" and "end" are of this unit, in seconds.
+std::vector<json> split_segment(const json &segment, double unit, const speakers_over_time &speakers) {
+    const auto times = numbers_of(segment, "start", "end", unit);
     if (!times || !segment.contains("text") || !segment["text"].is_string() || segment.contains("offsets"))
         return {segment};
     const bool has_words =
@@ -103,7 +104,7 @@ std::vector<json> split_segment(const json &segment, const speakers_over_time &s
     std::vector<spoken_word> words;
     if (has_words) {
         for (const json &word : segment["words"]) {
-            const auto span = span_of(word, 1);
+            const auto span = span_of(word, unit);
             const double before = words.empty() ? times->first : words.back().end;
             const json speaker = word.is_object() ? word.value("speaker", json()) : json();
             words.push_back({span ? span->first : before, span ? span->second : before, spoken_text(word),
@@ -114,12 +115,15 @@ std::vector<json> split_segment(const json &segment, const speakers_over_time &s
     }
     const std::vector<run_of_words> runs = runs_of(words);
     if (runs.size() < 2) return {segment};
+    const auto in_unit = [unit](double seconds) {
+        return unit == 1 ? json(seconds) : json(std::llround(seconds / unit));
+    };
     std::vector<json> parts;
     for (const run_of_words &run : runs) {
         json part = segment;
         part.erase("tokens");  // of the whole
-        part["start"] = run.first == 0 ? times->first : words[run.first].start;
-        part["end"] = run.last == words.size() ? times->second : words[run.last - 1].end;
+        if (run.first > 0) part["start"] = in_unit(words[run.first].start);
+        if (run.last < words.size()) part["end"] = in_unit(words[run.last - 1].end);
         std::string text;
         if (has_words) {
             part["words"] = json::array();
@@ -146,7 +150,7 @@ int assign_to(json *value, double unit, const speakers_over_time &speakers) {
     if (value->is_array()) {
         json parts = json::array();
         for (const json &inner : *value)
-            for (json &part : split_segment(inner, speakers)) parts.push_back(std::move(part));
+            for (json &part : split_segment(inner, unit, speakers)) parts.push_back(std::move(part));
         *value = std::move(parts);
         return num_timed;
     }

@@ -43,6 +43,24 @@ TEST(transcript, milliseconds_are_known_where_they_stand) {
               "start\tend\ttext\tspeaker\n500\t1000\tHi there\tAnn\n2500\t3000\tyou\tBob\n");
 }
 
+TEST(transcript, what_is_split_keeps_its_unit) {
+    const auto json = nlohmann::json::parse(assign_speakers(R"({"audio_duration": 6,
+        "words": [{"text": "that", "start": 0, "end": 900}],
+        "utterances": [{"start": 0, "end": 4000, "text": "that were what said"},
+                       {"start": 1000, "end": 3500, "text": "We said $100 you.", "words": [
+                        {"text": "said", "start": 1000, "end": 1900},
+                        {"text": "$100", "start": 2000, "end": 2400},
+                        {"text": "you.", "start": 3000, "end": 3500}]}]})",
+                                                            TURNS))["utterances"];
+    ASSERT_EQ(json.size(), 4U);
+    constexpr int TIMES[][2] = {{0, 2000}, {2000, 4000}, {1000, 1900}, {2000, 3500}};
+    for (size_t i = 0; i < 4; i++) {
+        EXPECT_EQ(json[i]["start"], TIMES[i][0]);
+        EXPECT_EQ(json[i]["end"], TIMES[i][1]);
+        EXPECT_EQ(json[i]["speaker"], i % 2 == 0 ? "Ann" : "Bob");
+    }
+}
+
 TEST(transcript, captions_keep_all_but_the_speaker) {
     EXPECT_EQ(assign_speakers("WEBVTT\n\nNOTE --> x\n\n1\n00:00.500 --> 00:01.000 align:left\nHi\nthere\n\n"
                               "00:02.500 --> 00:03.000\n<v Zoe>Me\n",
