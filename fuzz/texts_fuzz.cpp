@@ -6,7 +6,9 @@
 #include <string>
 
 #include "errors.h"
+#include "formats.h"
 #include "fuzz.h"
+#include "reading.h"
 #include "rttm.h"
 #include "score.h"
 #include "transcript.h"
@@ -19,8 +21,9 @@ void check_transcript(const std::string &text) {
     const std::vector<spoken_word> words = read_words(text, speakers);
     for (const spoken_word &word : words)
         fuzz_require(std::isfinite(word.start) && std::isfinite(word.end), "words have times");
-    for (const char *format : {"text", "markdown", "srt", "vtt", "json"}) {
-        const std::string written = write_words(words, format);
+    for (const char *format :
+         {"text", "markdown", "docx", "odt", "srt", "vtt", "tei", "ctm", "stm", "json"}) {
+        const std::string written = write_words(words, format, "x");
         if (format == std::string("json") && !words.empty())
             fuzz_require(read_words(written, speakers).size() == words.size(), "no word is lost");
     }
@@ -37,6 +40,12 @@ void check_voices(const std::string &text) {
     name_voices(&result, voices, 0.8);
 }
 
+void check_result(const std::string &text) {
+    const std::string written = write_format(read_result(text, "text"), "json", {});
+    fuzz_require(write_format(read_result(written, "text"), "json", {}) == written,
+                 "a result is written as it is read");
+}
+
 void check_reference(const std::string &text) {
     std::istringstream lines(text), parts(text);
     const rttm reference = read_rttm(lines, "text");
@@ -50,12 +59,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) return 0;
     const std::string text(reinterpret_cast<const char *>(data + 1), size - 1);
     try {
-        switch (data[0] % 3) {
+        switch (data[0] % 4) {
             case 0:
                 check_transcript(text);
                 break;
             case 1:
                 check_voices(text);
+                break;
+            case 3:
+                check_result(text);
                 break;
             default:
                 check_reference(text);

@@ -246,6 +246,60 @@ voice_sample sample_of(const diarization &result, int number, double start, doub
     return sample;
 }
 
+voice_function voice_of(const diarization &result) {
+    if (!result.kept) return nullptr;
+    return [&result](double start, double end) -> std::string {
+        const frames all = result.kept->rows.view();
+        const int32_t first = std::clamp(static_cast<int32_t>(start / FRAME_SECONDS), 0, all.count);
+        const int32_t last = std::min(static_cast<int32_t>(std::ceil(end / FRAME_SECONDS)), all.count);
+        if (last <= first) return "";
+        const std::vector<float> heard = mean_of(all, first, last);
+        const speaker *nearest = nullptr;
+        double highest = -2;
+        for (const speaker &s : result.speakers) {
+            if (s.embedding.size() != heard.size()) continue;
+            const double similarity = cosine(heard.data(), s.embedding.data(), heard.size());
+            if (similarity <= highest) continue;
+            highest = similarity;
+            nearest = &s;
+        }
+        return nearest ? nearest->name : "";
+    };
+}
+
+void diarizer::read_audio(const std::string &path, const parley_options &options,
+                          const progress_function &progress, diarization *result) {
+    check_options(options);
+    waveform_drawer waveform;
+    std::string note;
+    const zx_parley_samples_t samples =
+        read_any(&engine_, read_request(path, options, progress, &waveform), &note);
+    const double duration = static_cast<double>(samples.count) / RATE;
+    if (!result->segments.empty() && result->segments.back().start >= duration) {
+        refuse(path + ": ends after " + seconds_of(samples.count) + ", before the last segment begins");
+    }
+    result->path = path;
+    result->file.clear();
+    result->duration = duration;
+    result->waveform =
+        samples.pcm ? waveform_of(samples.pcm, static_cast<size_t>(samples.count)) : waveform.peaks();
+}
+
+std::vector<spoken_word> diarizer::transcribe(const std::string &path, const diarization &result,
+                                              transcription how, const speakers_over_time &speakers,
+                                              const parley_options &options,
+                                              const progress_function &progress) {
+    check_options(options);
+    how.jobs = num_threads(options.jobs);
+    waveform_drawer unused;
+    std::string note;
+    const progress_function silent = [&progress](double) { return !progress || progress(0); };
+    read_request request(path, options, silent, &unused);
+    request.as_samples = true;
+    const zx_parley_samples_t samples = read_any(&engine_, request, &note);
+    return ::transcribe(samples, result, how, speakers, progress);
+}
+
 diarization diarizer::run(const std::string &path, const given_samples *given, const parley_options &options,
                           const progress_function &progress) {
     check_options(options);

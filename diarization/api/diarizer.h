@@ -11,6 +11,8 @@
 #include "find_speakers.h"
 #include "parley.h"
 #include "result.h"
+#include "transcribing.h"
+#include "transcript.h"
 #include "voices.h"
 
 // Samples that come from the caller instead of from a file.
@@ -49,6 +51,15 @@ public:
     void fill(const frames &all, const tags &labels, const division_evidence &evidence,
               const parley_options &options, bool by_tag, diarization *result);
 
+    // Takes name, length and waveform of a result's recording from its file.
+    void read_audio(const std::string &path, const parley_options &options, const progress_function &progress,
+                    diarization *result);
+
+    // What is said in a recording about which `result` is, by whom `speakers` tells.
+    std::vector<spoken_word> transcribe(const std::string &path, const diarization &result, transcription how,
+                                        const speakers_over_time &speakers, const parley_options &options,
+                                        const progress_function &progress);
+
     engine *own_engine() { return &engine_; }
 
 private:
@@ -63,6 +74,10 @@ private:
 // the end is not behind the start. Throws diarization_error where there is no such speaker, and for a stretch
 // of a result that has not kept its embeddings.
 voice_sample sample_of(const diarization &result, int number, double start, double end);
+
+// Who of the speakers a stretch sounds like most; null if the result has not kept its embeddings, in which
+// case nobody can tell. Lives as long as the result.
+voice_function voice_of(const diarization &result);
 
 // Throws diarization_error for values out of range and for options that contradict each other.
 void check_options(const parley_options &options);

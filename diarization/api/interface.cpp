@@ -17,10 +17,13 @@
 #include "guarded.h"
 #include "media.h"
 #include "options.h"
+#include "reading.h"
+#include "recognizers.h"
 #include "rttm.h"
 #include "score.h"
 #include "session.h"
 #include "system.h"
+#include "transcribing.h"
 #include "transcript.h"
 #include "voices.h"
 #include "zx_parley.h"
@@ -99,6 +102,37 @@ char *copied(const std::string &text) {
     return block;
 }
 
+void hand_out(const std::string &written, char **text, size_t *size) {
+    *text = copied(written);
+    if (size) *size = written.size();
+}
+
+// What is wrong with a text that a caller gave.
+template <class Work>
+void as_invalid(Work work) {
+    try {
+        work();
+    } catch (const diarization_error &) {
+        throw;
+    } catch (const std::runtime_error &error) {
+        throw diarization_error(PARLEY_INVALID, error.what());
+    }
+}
+
+template <class Formats>
+const parley_format *shown_at(const Formats &formats, int32_t index) {
+    return index >= 0 && index < static_cast<int32_t>(formats.size())
+               ? &formats[static_cast<size_t>(index)].shown
+               : nullptr;
+}
+
+speakers_over_time speakers_of(const diarization &result, double reach) {
+    std::vector<turn> turns;
+    for (const segment &s : result.segments)
+        turns.push_back({s.start, s.end, result.speakers[static_cast<size_t>(s.speaker)].name});
+    return {std::move(turns), reach, voice_of(result)};
+}
+
 std::vector<turn> turns_of(const parley_turn *turns, int32_t count) {
     require(count >= 0 && (turns || count == 0), "turns are missing");
     std::vector<turn> result;
@@ -112,10 +146,15 @@ std::vector<turn> turns_of(const parley_turn *turns, int32_t count) {
     return result;
 }
 
+constexpr double NEAR_TURN = 1;         // seconds
 constexpr double AFTER_LAST_TURN = 60;  // seconds in which others than those of the turns may speak
 
 void check_reach(double reach) {
     require(reach >= 0, "turns reach 0 s or more");
+}
+
+void check_rule(int32_t rule) {
+    require(rule == PARLEY_WORDS_WHOLE_SENTENCES || rule == PARLEY_WORDS_BY_TIME, "there is no such rule");
 }
 
 void check_channels(int32_t num_channels) {
@@ -407,23 +446,120 @@ parley_status parley_result_rename(parley_result *result, const char *path) {
 }
 
 parley_status parley_result_add_words(parley_result *result, const char *transcript, size_t size,
-                                      double reach) {
+                                      double reach, int32_t rule) {
     return guarded([&] {
         require(result && transcript, "a result or a transcript is missing");
+        check_rule(rule);
         check_reach(reach);
-        diarization &inner = result->inner;
-        std::vector<turn> turns;
-        for (const segment &s : inner.segments)
-            turns.push_back({s.start, s.end, inner.speakers[static_cast<size_t>(s.speaker)].name});
-        try {
-            std::vector<spoken_word> words =
-                read_words(std::string(transcript, size), speakers_over_time(turns, reach));
-            check_words_lie_within(words, inner.duration);
-            inner.words = std::move(words);
-        } catch (const std::runtime_error &error) {
-            throw diarization_error(PARLEY_INVALID, error.what());
-        }
+        as_invalid([&] {
+            const speakers_over_time speakers = speakers_of(result->inner, reach);
+            std::vector<spoken_word> words = read_words({transcript, size}, speakers);
+            check_words_lie_within(words, result->inner.duration);
+            if (rule == PARLEY_WORDS_WHOLE_SENTENCES) keep_sentences_together(speakers, &words);
+            result->inner.words = std::move(words);
+        });
     });
+}
+
+parley_status parley_result_assign(const parley_result *result, const char *transcript, size_t size,
+                                   double reach, char **text, size_t *text_size) {
+    return guarded([&] {
+        require(result && transcript && text, "a result, a transcript or the place for the text is missing");
+        *text = nullptr;
+        check_reach(reach);
+        as_invalid([&] {
+            const speakers_over_time speakers = speakers_of(result->inner, reach);
+            const std::string given(transcript, size);
+            check_words_lie_within(find_words(given, speakers), result->inner.duration);
+            hand_out(assign_speakers(given, speakers), text, text_size);
+        });
+    });
+}
+
+const parley_recognizer *parley_recognizer_at(int32_t index) {
+    const auto known = known_recognizers();
+    return index >= 0 && index < static_cast<int32_t>(known.size()) ? &known[static_cast<size_t>(index)]
+                                                                    : nullptr;
+}
+
+void parley_transcription_init(parley_transcription *how) {
+    if (how) *how = {sizeof(*how), "pocketsphinx", nullptr, 0, 0, 0, PARLEY_WORDS_WHOLE_SENTENCES, NEAR_TURN};
+}
+
+parley_status parley_transcribe(parley_diarizer *diarizer, parley_result *result, const char *path,
+                                const parley_transcription *given, const parley_options *options,
+                                parley_progress progress, void *context) {
+    return guarded([&] {
+        require(diarizer && result && path, "a diarizer, a result or a path is missing");
+        parley_transcription how;
+        parley_transcription_init(&how);
+        if (given) how = *given;
+        require(how.size == sizeof(how), "a transcription was not made by parley_transcription_init");
+        require(how.recognizer && how.num_arguments >= 0 && (how.arguments || how.num_arguments == 0),
+                "a recognizer or its arguments are missing");
+        require(how.time_limit >= 0, "the time limit is 0 s or more");
+        check_rule(how.rule);
+        check_reach(how.reach);
+        transcription asked = {find_recognizer(how.recognizer), {}, how.time_limit, how.by_turn != 0, 1};
+        for (int32_t i = 0; i < how.num_arguments; i++) {
+            require(how.arguments[i], "an argument is missing");
+            asked.arguments.emplace_back(how.arguments[i]);
+        }
+        const speakers_over_time speakers = speakers_of(result->inner, how.reach);
+        std::vector<spoken_word> words = diarizer->inner.transcribe(
+            path, result->inner, asked, speakers, known_options(options), rising(progress, context));
+        if (how.rule == PARLEY_WORDS_WHOLE_SENTENCES) keep_sentences_together(speakers, &words);
+        result->inner.words = std::move(words);
+    });
+}
+
+int32_t parley_result_num_words(const parley_result *result) {
+    return static_cast<int32_t>(of(result).words.size());
+}
+
+parley_word parley_result_word(const parley_result *result, int32_t index) {
+    if (index < 0 || index >= parley_result_num_words(result)) return {0, 0, "", ""};
+    const spoken_word &w = of(result).words[static_cast<size_t>(index)];
+    return {w.start, w.end, w.text.c_str(), w.speaker.c_str()};
+}
+
+const parley_format *parley_transcript_format_at(int32_t index) {
+    return shown_at(transcript_formats(), index);
+}
+
+parley_status parley_write_words(const parley_result *result, const char *format, char **text, size_t *size) {
+    return guarded([&] {
+        require(result && format && text, "a result, a format or the place for the text is missing");
+        *text = nullptr;
+        require(!result->inner.words.empty(), "the result has no words");
+        as_invalid([&] {
+            hand_out(format == std::string_view("html")
+                         ? write_format(result->inner, format, {})
+                         : write_words(result->inner.words, format, result->inner.recording),
+                     text, size);
+        });
+    });
+}
+
+parley_status parley_read_result(const char *text, size_t size, const char *name, parley_result **result) {
+    return guarded([&] {
+        require(text && name && result, "a text, its name or the place for the result is missing");
+        *result = nullptr;
+        as_invalid([&] { *result = new parley_result{read_result({text, size}, name)}; });
+    });
+}
+
+parley_status parley_result_read_audio(parley_diarizer *diarizer, parley_result *result, const char *path,
+                                       const parley_options *options, parley_progress progress,
+                                       void *context) {
+    return guarded([&] {
+        require(diarizer && result && path, "a diarizer, a result or a path is missing");
+        diarizer->inner.read_audio(path, known_options(options), rising(progress, context), &result->inner);
+    });
+}
+
+const char *parley_result_path(const parley_result *result) {
+    return of(result).path.c_str();
 }
 
 parley_status parley_result_link_audio(parley_result *result, const char *url, int64_t embedded) {
@@ -442,10 +578,7 @@ parley_status parley_url_of_path(const char *path, char **url) {
 }
 
 const parley_format *parley_format_at(int32_t index) {
-    const auto formats = output_formats();
-    return index >= 0 && index < static_cast<int32_t>(formats.size())
-               ? &formats[static_cast<size_t>(index)].shown
-               : nullptr;
+    return shown_at(output_formats(), index);
 }
 
 parley_status parley_write(const parley_result *result, const char *format, const parley_terminal *terminal,
@@ -462,9 +595,7 @@ parley_status parley_write_text(const parley_result *result, const char *format,
     return guarded([&] {
         require(result && format && text, "a result, a format or the place for the text is missing");
         *text = nullptr;
-        const std::string written = write_format(of(result), format, {});
-        *text = copied(written);
-        if (size) *size = written.size();
+        hand_out(write_format(of(result), format, {}), text, size);
     });
 }
 
@@ -486,8 +617,7 @@ parley_status parley_assign(const char *transcript, size_t size, const parley_tu
         require(transcript && text, "a transcript or the place for the text is missing");
         *text = nullptr;
         check_reach(reach);
-        std::string result;
-        try {
+        as_invalid([&] {
             const speakers_over_time speakers(turns_of(turns, num_turns), reach);
             const std::string given(transcript, size);
             const std::vector<spoken_word> words =
@@ -495,12 +625,9 @@ parley_status parley_assign(const char *transcript, size_t size, const parley_tu
             double last = 0;
             for (int32_t i = 0; i < num_turns; i++) last = std::max(last, turns[i].end);
             if (num_turns > 0) check_words_lie_within(words, last + AFTER_LAST_TURN);
-            result = format ? write_words(words, format) : assign_speakers(given, speakers);
-        } catch (const std::runtime_error &error) {
-            throw diarization_error(PARLEY_INVALID, error.what());
-        }
-        *text = copied(result);
-        if (text_size) *text_size = result.size();
+            hand_out(format ? write_words(words, format, "recording") : assign_speakers(given, speakers),
+                     text, text_size);
+        });
     });
 }
 

@@ -82,10 +82,13 @@ engine::engine(const std::string &model_path) {
                                 model_path + ": its chunks are not longer than three warm-ups");
 }
 
+int32_t num_threads(int32_t jobs) {
+    const auto cores = static_cast<int32_t>(std::thread::hardware_concurrency());
+    return jobs > 0 ? jobs : std::clamp(cores, 1, int32_t{PARLEY_MOST_JOBS});
+}
+
 void engine::set_jobs(int32_t jobs) {
-    object_->num_workers = jobs > 0 ? jobs
-                                    : std::clamp(static_cast<int32_t>(std::thread::hardware_concurrency()), 1,
-                                                 int32_t{PARLEY_MOST_JOBS});
+    object_->num_workers = num_threads(jobs);
 }
 
 zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress,

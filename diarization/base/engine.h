@@ -28,6 +28,9 @@ using progress_function = std::function<bool(double done)>;
 // What a recording comes from, by which the time that it takes is foreseen.
 enum class source_kind { samples, file_of_samples, compressed };
 
+// Threads that `jobs` asks for; 0: one a core.
+int32_t num_threads(int32_t jobs);
+
 class engine {
 public:
     explicit engine(const std::string &model_path);

@@ -16,6 +16,8 @@ struct segment {
     // "nobody speaks"): (d' - d) / (d' + d) with cosine distances d to the own centroid and d' to the other,
     // between 0 (equally near) and 1.
     double confidence;
+    bool edited = false;    // by hand
+    std::string comment{};  // somebody's note
 };
 
 struct speaker {

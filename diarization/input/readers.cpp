@@ -152,7 +152,9 @@ zx_parley_samples_t read_any(engine *own, const read_request &request, std::stri
     if (result.count == 0 && changes_on_the_way(request.path)) result = read_joined(request, note);
     if (result.count == 0) {
         try {
-            result = own->read(request.path, request.most, request.progress, request.waveform);
+            result = request.as_samples
+                         ? own->read_samples(request.path, request.progress)
+                         : own->read(request.path, request.most, request.progress, request.waveform);
             if (result.count <= request.most) settle_duration(own, request, &result, note);
             if (is_for_libsndfile(request.path)) add_note(note, note_on_mixing(request.path));
         } catch (const diarization_error &refusal) {

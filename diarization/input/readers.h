@@ -24,6 +24,7 @@ struct read_request {
     int64_t most;
     const progress_function &progress;
     waveform_drawer *waveform;
+    bool as_samples = false;  // not as features
 };
 
 // Mono samples at the engine's rate, or the features and the waveform of them. What a user should know of the

@@ -80,9 +80,6 @@ std::string write_html(const diarization &result, const parley_terminal &) {
     for (float peak : result.waveform) data["waveform"].push_back(std::round(double{peak} * 1000) / 1000);
     const media about = media_of(result);
     data["media"] = {{"url", about.url}, {"beside", about.beside}, {"type", about.type}};
-    for (const spoken_word &word : result.words)
-        data["words"].push_back(
-            {{"start", word.start}, {"end", word.end}, {"text", word.text}, {"speaker", word.speaker}});
     std::string json = dump_json(data);
     // A "</script>" in a name must not end the element.
     for (size_t at = 0; (at = json.find('<', at)) != std::string::npos; at++) json.replace(at, 1, "\\u003c");

@@ -18,6 +18,7 @@ nlohmann::ordered_json to_json(const diarization &result) {
     json["recording"] = result.recording;
     json["path"] = result.path;
     json["duration"] = rounded(result.duration, 1000);
+    if (result.with_embeddings && !result.model.empty()) json["model"] = result.model;
     json["speakers"] = nlohmann::ordered_json::array();
     for (const speaker &s : result.speakers) {
         nlohmann::ordered_json entry = {{"name", s.name}, {"seconds", rounded(s.seconds, 1000)}};
@@ -34,8 +35,15 @@ nlohmann::ordered_json to_json(const diarization &result) {
                                         {"end", rounded(s.end, 1000)},
                                         {"speaker", result.speakers[static_cast<size_t>(s.speaker)].name}};
         if (result.with_confidence) entry["confidence"] = rounded(s.confidence, 1000);
+        if (s.edited) entry["edited"] = true;
+        if (!s.comment.empty()) entry["comment"] = s.comment;
         json["segments"].push_back(std::move(entry));
     }
+    for (const spoken_word &w : result.words)
+        json["words"].push_back({{"start", rounded(w.start, 1000)},
+                                 {"end", rounded(w.end, 1000)},
+                                 {"text", w.text},
+                                 {"speaker", w.speaker}});
     if (!result.note.empty()) json["note"] = result.note;
     return json;
 }

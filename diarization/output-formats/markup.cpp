@@ -1,5 +1,7 @@
 #include "markup.h"
 
+#include <stdexcept>
+
 std::string escape_xml(const std::string &text) {
     std::string result;
     for (char c : text) {
@@ -21,4 +23,17 @@ std::string escape_xml(const std::string &text) {
         }
     }
     return result;
+}
+
+nlohmann::ordered_json parse_json(const std::string &text) {
+    constexpr int DEEPEST = 64;
+    using json = nlohmann::ordered_json;
+    try {
+        return json::parse(text, [](int depth, json::parse_event_t, json &) {
+            if (depth > DEEPEST) throw std::runtime_error("JSON nested too deeply");
+            return true;
+        });
+    } catch (const json::exception &error) {
+        throw std::runtime_error(error.what());
+    }
 }

@@ -14,6 +14,9 @@ nlohmann::ordered_json to_json(const diarization &result);
 // In one line.
 std::string dump_json(const nlohmann::ordered_json &json);
 
+// Throws std::runtime_error for what is no JSON, or nested more deeply than anything here is.
+nlohmann::ordered_json parse_json(const std::string &text);
+
 // A line a value, but for lists of numbers and words, which take one together.
 std::string pretty_json(const nlohmann::ordered_json &json, const std::string &indent = "");
 

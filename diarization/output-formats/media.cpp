@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string_view>
@@ -45,6 +46,20 @@ std::string url_of_path(const std::string &path) {
                    : line("%%%02X", static_cast<unsigned char>(c));
     }
     return url;
+}
+
+std::string path_of_url(const std::string &url) {
+    if (url.find("://") != std::string::npos) return "";
+    std::string path;
+    for (size_t i = url.starts_with("./") ? 2 : 0; i < url.size(); i++) {
+        const std::string digits = url[i] == '%' ? url.substr(i + 1, 2) : "";
+        char *end = nullptr;
+        const auto code = static_cast<char>(std::strtol(digits.c_str(), &end, 16));
+        const bool is_encoded = digits.size() == 2 && *end == '\0' && code != 0;
+        path += is_encoded ? code : url[i];
+        i += is_encoded ? 2 : 0;
+    }
+    return path;
 }
 
 namespace {

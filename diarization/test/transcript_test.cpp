@@ -122,23 +122,24 @@ TEST(transcript, any_of_them_can_be_written_for_reading) {
         "x 1 0 0.3 Oh\nx 1 0.3 0.2 &\nx 1 0.5 0.5 no\nx 1 2.5 1 Yes\n"};
     for (const char *text : given) {
         const auto words = read_words(text, TURNS);
-        EXPECT_EQ(write_words(words, "text"), "Ann (0:00): Oh & no\n\nBob (0:02): Yes\n") << text;
-        EXPECT_EQ(write_words(words, "markdown"), "**Ann** 0:00  \nOh & no\n\n**Bob** 0:02  \nYes\n") << text;
-        EXPECT_EQ(write_words(words, "vtt"),
+        EXPECT_EQ(write_words(words, "text", "x"), "Ann (0:00): Oh & no\n\nBob (0:02): Yes\n") << text;
+        EXPECT_EQ(write_words(words, "markdown", "x"), "**Ann** 0:00  \nOh & no\n\n**Bob** 0:02  \nYes\n")
+            << text;
+        EXPECT_EQ(write_words(words, "vtt", "x"),
                   "WEBVTT\n\n00:00:00.000 --> 00:00:01.000\n<v Ann>Oh &amp; no\n\n"
                   "00:00:02.500 --> 00:00:03.500\n<v Bob>Yes\n")
             << text;
-        EXPECT_EQ(write_words(words, "srt"),
+        EXPECT_EQ(write_words(words, "srt", "x"),
                   "1\n00:00:00,000 --> 00:00:01,000\nAnn: Oh & no\n\n"
                   "2\n00:00:02,500 --> 00:00:03,500\nBob: Yes\n\n")
             << text;
-        const auto json = nlohmann::json::parse(write_words(words, "json"))["segments"];
+        const auto json = nlohmann::json::parse(write_words(words, "json", "x"))["segments"];
         ASSERT_EQ(json.size(), 2U);
         EXPECT_EQ(json[0]["text"], "Oh & no");
         EXPECT_EQ(json[0]["words"].size(), 3U);
         EXPECT_EQ(json[1]["speaker"], "Bob");
     }
-    EXPECT_THROW(write_words({}, "docx"), std::runtime_error);
+    EXPECT_THROW(write_words({}, "pdf", "x"), std::runtime_error);
 }
 
 // What recognizers and services write, by their documentation: "We said" to 1.9 s, "$100" without times, "to
@@ -249,8 +250,8 @@ TEST(transcript, every_recognizers_words_come_out_once) {
     };
     for (const auto &[recognizer, text] : cases) {
         const auto words = read_words(text, TURNS);
-        ASSERT_EQ(words.size(), 5U) << recognizer << "\n" << write_words(words, "text");
-        EXPECT_EQ(write_words(words, "text"), "Ann (0:00): We said\n\nBob (0:02): $100 to you.\n")
+        ASSERT_EQ(words.size(), 5U) << recognizer << "\n" << write_words(words, "text", "x");
+        EXPECT_EQ(write_words(words, "text", "x"), "Ann (0:00): We said\n\nBob (0:02): $100 to you.\n")
             << recognizer;
         for (size_t i = 0; i < words.size(); i++) {
             constexpr double STARTS[] = {0.1, 1, 2, 2.5, 3};

@@ -268,6 +268,25 @@ PARLEY_API PARLEY_CHECKED parley_status parley_result_link_audio(parley_result *
  * Into a new block, released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_url_of_path(const char *path, char **url);
 
+/* ---- Reading */
+
+/* A result out of a text that was written earlier, here or by others, and maybe corrected: JSON (words and
+ * notes included), RTTM, CSV, EAF, TextGrid, SRT, WebVTT with voices, Audacity labels. `name` is the text's
+ * file, for messages, and the recording's name where the text does not tell it. PARLEY_INVALID for what is
+ * none of them. */
+PARLEY_API PARLEY_CHECKED parley_status parley_read_result(const char *text, size_t size, const char *name,
+                                                           parley_result **result);
+
+/* Reads the recording that such a result is about: pages draw and hold it then. Fails as
+ * parley_diarize_file does, and with PARLEY_INVALID if it ends before the last segment begins. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_read_audio(parley_diarizer *diarizer,
+                                                                 parley_result *result, const char *path,
+                                                                 const parley_options *options,
+                                                                 parley_progress progress, void *context);
+
+/* The recording's path, as it was named or as the text that was read names it; "" for none. */
+PARLEY_API const char *parley_result_path(const parley_result *result);
+
 /* ---- Writing */
 
 typedef struct {
@@ -325,10 +344,78 @@ PARLEY_API PARLEY_CHECKED parley_status parley_assign(const char *transcript, si
                                                       double reach, const char *format, char **text,
                                                       size_t *text_size);
 
-/* Adds such a transcript to a result, whose pages show it then. PARLEY_INVALID where most words lie behind
- * the recording's end. */
+/* Whose a word is that two speakers share. */
+enum {
+    PARLEY_WORDS_WHOLE_SENTENCES = 0, /* the first and the last of a sentence go with it */
+    PARLEY_WORDS_BY_TIME = 1          /* who speaks longer during it */
+};
+
+/* Adds such a transcript to a result, whose pages and JSON hold it then. Words outside of all segments are
+ * those of who sounds like it, if the result was made with keep_embeddings, or else the nearest's, as far as
+ * `reach` seconds away. PARLEY_INVALID where most words lie behind the recording's end. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_add_words(parley_result *result, const char *transcript,
-                                                                size_t size, double reach);
+                                                                size_t size, double reach, int32_t rule);
+
+/* The transcript in the format that it has, with a speaker for every word or caption, as parley_result_add_words
+ * finds them by time. Into a new block, released with parley_free. */
+PARLEY_API PARLEY_CHECKED parley_status parley_result_assign(const parley_result *result,
+                                                             const char *transcript, size_t size,
+                                                             double reach, char **text, size_t *text_size);
+
+/* A word of the transcript that was added, as long as the result lives; zeros and "" beyond the last.
+ * `speaker` is "" where nobody is known to speak. */
+typedef struct {
+    double start, end; /* seconds */
+    const char *text, *speaker;
+} parley_word;
+
+PARLEY_API int32_t parley_result_num_words(const parley_result *result);
+PARLEY_API parley_word parley_result_word(const parley_result *result, int32_t index);
+
+/* A speech recognizer that is known by its name: a program of others, looked for in $PATH. */
+typedef struct {
+    const char *name;     /* "pocketsphinx" */
+    const char *command;  /* {audio}: a WAV file, {out}: a name without extension, {folder}: their folder */
+    const char *output;   /* the file with the words, likewise; "": its standard output */
+    double longest;       /* seconds: about as long are the pieces it gets */
+    int32_t takes_a_core; /* or all there are */
+    const char *remedy;   /* where it is not installed */
+} parley_recognizer;
+
+/* The table of recognizers; null beyond its end. recognizers.json in the folder parley of the user's settings
+ * adds others. */
+PARLEY_API const parley_recognizer *parley_recognizer_at(int32_t index);
+
+typedef struct {
+    size_t size;                  /* of this record, set by parley_transcription_init */
+    const char *recognizer;       /* a name, or a command with {audio} in it ("pocketsphinx") */
+    const char *const *arguments; /* for it, behind its own (null) */
+    int32_t num_arguments;        /* (0) */
+    double time_limit;            /* seconds, in which it has to be ready with a piece; 0: any number (0) */
+    int32_t by_turn;              /* pieces end where the speaker changes, not at pauses alone (0) */
+    int32_t rule;                 /* PARLEY_WORDS_* (0) */
+    double reach;                 /* as of parley_result_add_words (1) */
+} parley_transcription;
+
+PARLEY_API void parley_transcription_init(parley_transcription *how);
+
+/* Adds the words of a recording to the result about it, by a recognizer that runs as a child process: on
+ * pieces between pauses, of those that take one core `jobs` of the options at a time. `how`, `options` and
+ * `progress`, which the calling thread runs, may be null. Fails as parley_diarize_file does, with
+ * PARLEY_MISSING where there is no such program, PARLEY_FAILED and its own words where it fails. Words that
+ * were there stay then. */
+PARLEY_API PARLEY_CHECKED parley_status parley_transcribe(parley_diarizer *diarizer, parley_result *result,
+                                                          const char *path, const parley_transcription *how,
+                                                          const parley_options *options,
+                                                          parley_progress progress, void *context);
+
+/* The table of formats for transcripts; null beyond its end. */
+PARLEY_API const parley_format *parley_transcript_format_at(int32_t index);
+
+/* Writes a result's words in one of them into a new block of *size bytes and a zero behind them, released
+ * with parley_free. PARLEY_INVALID: no such format, no words. */
+PARLEY_API PARLEY_CHECKED parley_status parley_write_words(const parley_result *result, const char *format,
+                                                           char **text, size_t *size);
 
 /* The turns of an RTTM text about one recording, one block released with parley_free; messages say `name`. */
 PARLEY_API PARLEY_CHECKED parley_status parley_read_rttm(const char *text, size_t size, const char *name,

@@ -75,8 +75,24 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
         parley_result_rename(changed, NULL),
         parley_result_link_audio(NULL, "x", 1),
         parley_result_link_audio(changed, NULL, 1),
-        parley_result_add_words(NULL, "", 0, 1),
-        parley_result_add_words(changed, NULL, 5, 1),
+        parley_result_add_words(NULL, "", 0, 1, 0),
+        parley_result_add_words(changed, NULL, 5, 1, 0),
+        parley_result_add_words(changed, "a 1 0 1 x\n", 10, 1, 7),
+        parley_result_assign(NULL, "", 0, 1, &text, NULL),
+        parley_result_assign(result, NULL, 5, 1, &text, NULL),
+        parley_result_assign(result, "a 1 0 1 x\n", 10, 1, NULL, NULL),
+        parley_write_words(NULL, "text", &text, NULL),
+        parley_write_words(result, "text", &text, NULL), /* which has none */
+        parley_write_words(result, NULL, NULL, NULL),
+        parley_read_result(NULL, 0, "x", &made),
+        parley_read_result("", 0, NULL, &made),
+        parley_read_result("", 0, "x", NULL),
+        parley_result_read_audio(NULL, changed, "x", NULL, NULL, NULL),
+        parley_result_read_audio(own, NULL, "x", NULL, NULL, NULL),
+        parley_result_read_audio(own, changed, NULL, NULL, NULL, NULL),
+        parley_transcribe(NULL, changed, "x", NULL, NULL, NULL, NULL),
+        parley_transcribe(own, NULL, "x", NULL, NULL, NULL, NULL),
+        parley_transcribe(own, changed, NULL, NULL, NULL, NULL, NULL),
         parley_result_name_voices(NULL, "", 0.5),
         parley_result_name_voices(changed, NULL, 0.5),
         parley_url_of_path(NULL, &text),
@@ -112,11 +128,13 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
     expect(parley_result_num_segments(NULL) == 0 && parley_result_num_speakers(NULL) == 0 &&
                parley_result_duration(NULL) == 0 && parley_result_segment(NULL, 0).end == 0 &&
                parley_result_speaker(NULL, 0).seconds == 0 && strcmp(parley_result_note(NULL), "") == 0 &&
-               strcmp(parley_model(NULL), "") == 0,
+               strcmp(parley_model(NULL), "") == 0 && strcmp(parley_result_path(NULL), "") == 0 &&
+               parley_result_num_words(NULL) == 0 && strcmp(parley_result_word(NULL, 0).text, "") == 0,
            "what is asked of no result", 0);
     (void) parley_result_waveform(NULL, NULL, NULL);
     (void) parley_result_waveform(result, &count, &rate);
     parley_options_init(NULL);
+    parley_transcription_init(NULL);
     parley_clock(1, NULL);
     parley_result_delete(NULL);
     parley_session_delete(NULL);
@@ -156,6 +174,9 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         expect(parley_options_check(&options) != PARLEY_OK || n == 511, "a record of another size", n);
         (void) parley_option_at(n);
         (void) parley_format_at(n);
+        (void) parley_transcript_format_at(n);
+        (void) parley_recognizer_at(n);
+        (void) parley_result_word(result, n);
         (void) parley_color(n);
         (void) parley_result_segment(result, n);
         (void) parley_result_speaker(result, n);
@@ -213,7 +234,15 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         (void) !parley_result_name_voices(result, "", x);
         text = NULL;
         if (parley_voices_add("", "x", result, 0, -x, x, &text) == PARLEY_OK) parley_free(text);
-        (void) !parley_result_add_words(result, "a 1 0 1 x\n", 10, x);
+        (void) !parley_result_add_words(result, "a 1 0 1 x\n", 10, x, 0);
+        text = NULL;
+        if (parley_result_assign(result, "a 1 0 1 x\n", 10, x, &text, NULL) == PARLEY_OK) parley_free(text);
+        parley_transcription how;
+        parley_transcription_init(&how);
+        how.time_limit = how.reach = x;
+        how.recognizer = "no-such-recognizer {audio}";
+        expect(parley_transcribe(diarizer, result, "x", &how, NULL, NULL, NULL) != PARLEY_OK, "transcribing",
+               x);
     }
 }
 
@@ -258,7 +287,13 @@ static void with_texts(parley_diarizer *diarizer, parley_result *result) {
         out = NULL;
         if (parley_score_text(text, text, text, text, text, NULL, 0, 0, 0, &out) == PARLEY_OK)
             parley_free(out);
-        (void) !parley_result_add_words(result, text, size, 1);
+        if (parley_read_result(text, size, text, &made) == PARLEY_OK) parley_result_delete(made);
+        out = NULL;
+        if (parley_result_assign(result, text, size, 1, &out, NULL) == PARLEY_OK) parley_free(out);
+        (void) !parley_result_add_words(result, text, size, 1, 0);
+        expect(parley_write_words(result, text, &out, NULL) != PARLEY_OK, "a format of words", (double) i);
+        expect(parley_result_read_audio(diarizer, result, text, NULL, NULL, NULL) != PARLEY_OK, "a recording",
+               (double) i);
         (void) !parley_result_link_audio(result, text, -1);
         (void) !parley_result_rename(result, text);
     }

@@ -39,6 +39,7 @@ fails() { echo "windows_test: $*" >&2; failures=$((failures + 1)); }
 there() { "$wine" "$bin/parley.exe" "$@"; }
 printf '#!/bin/sh\nexec "%s" "%s/parley.exe" "$@"\n' "$wine" "$bin" >"$tmp/parley"
 chmod +x "$tmp/parley"
+test/cli/words_test.sh "$tmp/parley" "$PWD" || fails "test/cli/words_test.sh"
 test/cli/parley_test.sh "$tmp/parley" "$PWD" "$PWD/build/windows/test-data/audio" || fails "test/cli"
 
 # The same bytes; where documents name the file, that has a drive's letter there.

@@ -12,13 +12,15 @@ _parley() {
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     --via-ffmpeg) COMPREPLY=($(compgen -W "auto never always" -- "$current")); return ;;
     --output-dir | -o) COMPREPLY=($(compgen -d -- "$current")); return ;;
-    --manifest | --model | --output | --uem | --voices | --words | -m | -o) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
+    --manifest | --model | --output | --recording | --result | --uem | --voices | --words | -m | -o) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--version --help --format --output-dir --resume --speakers --min-speakers --max-speakers --sensitivity --names --jobs --voices --model --quiet --help-all --manifest --audio --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --max-input --color --verbose"
+        local options="--version --help --format --output-dir --speakers --min-speakers --max-speakers --sensitivity --names --jobs --voices --model --quiet --help-all --manifest --audio --resume --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --max-input --color --verbose"
         case $command in
+        transcribe) options="--help --help-all --with --result --by-turn --time-limit --quiet --format --output --reach --by-time --speakers --names --voices --model --audio --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
+        convert) options="--help --help-all --format --output --recording --audio --without-words --model" ;;
         score) options="--help --help-all --collar --skip-overlap --uem --each" ;;
-        assign) options="--help --help-all --words --format --reach --output --speakers --names --voices --model --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
+        assign) options="--help --help-all --words --recording --format --output --reach --by-time --speakers --names --voices --model --audio --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
         listen) options="--help --help-all --device --rate --input-channels --every --share --lines --format --output-dir --speakers --names --voices --model --color --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
         match) options="--help --help-all --threshold" ;;
         voices add) options="--help --help-all --voices --speaker --from --to --model" ;;
@@ -31,6 +33,6 @@ _parley() {
     fi
     COMPREPLY=($(compgen -f -- "$current"))
     compopt -o filenames
-    [ "$COMP_CWORD" != 1 ] || COMPREPLY+=($(compgen -W "score assign listen voices match" -- "$current"))
+    [ "$COMP_CWORD" != 1 ] || COMPREPLY+=($(compgen -W "transcribe listen assign convert score voices match" -- "$current"))
 }
 complete -F _parley parley

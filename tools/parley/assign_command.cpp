@@ -1,17 +1,14 @@
 // A transcript with who speaks.
 
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 
-#include "command_options.h"
 #include "commands.h"
+#include "documents.h"
 #include "files.h"
-#include "library.h"
-#include "model.h"
 #include "system.h"
 #include "terminal.h"
-#include "voices.h"
+#include "transcripts.h"
 
 namespace parley {
 
@@ -19,73 +16,43 @@ namespace assigning {
 namespace {
 
 struct arguments {
-    std::string words, source, model, voices, format, output;
-    double reach = 1.0;
-    command_options options;
+    std::string words, source, recording;
+    transcript_options options;
 };
 
-using turns_ptr = std::unique_ptr<parley_turn, releaser<parley_free>>;
-
-result_ptr diarize(const arguments &a) {
-    const std::string voices = read_voices(a.voices);
-    const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
-    parley_result *made = nullptr;
-    check(parley_diarize_file(diarizer.get(), a.source.c_str(), a.options.get(), nullptr, nullptr, &made));
-    result_ptr result(made);
-    name_known(made, voices, 0);
-    return result;
-}
-
-// Whose names the result keeps.
-std::vector<parley_turn> turns_of(const parley_result *result) {
-    std::vector<parley_turn> turns;
-    for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
-        const parley_segment s = parley_result_segment(result, i);
-        turns.push_back({s.start, s.end, parley_result_speaker(result, s.speaker).name});
-    }
-    return turns;
-}
-
 void check_words(parley_status status, const std::string &words) {
-    if (status != PARLEY_OK) throw std::runtime_error(words + ": " + parley_message());
+    if (status == PARLEY_INVALID) throw std::runtime_error(words + ": " + parley_message());
+    check(status);
 }
 
-int run(const arguments &a) {
+int run(arguments *a) {
+    transcript_options &options = a->options;
+    const parley_format *chosen = options.chosen_format();
     std::FILE *out = take_standard_output();
-    const std::string transcript = read_text(a.words);
-    std::vector<parley_turn> turns;
+    const std::string transcript = read_text(a->words);
     result_ptr result;
-    turns_ptr read;
-    const bool is_page = a.format == "html";
-    if (path_of(a.source).extension() == ".rttm") {
-        if (is_page) throw std::runtime_error("a page needs the recording itself, not an RTTM file");
-        const std::string text = read_text(a.source);
-        parley_turn *first = nullptr;
-        int32_t count = 0;
-        check(parley_read_rttm(text.c_str(), text.size(), a.source.c_str(), &first, &count));
-        read.reset(first);
-        turns.assign(first, first + count);
+    std::string recording = a->recording;
+    if (is_result_file(a->source)) {
+        result = read_result_file(a->source);
+        if (recording.empty()) recording = recording_of(result.get(), a->source);
+        if (chosen && is_page(*chosen)) read_sound(options.diarizer(), recording, result.get());
     } else {
-        result = diarize(a);
-        turns = turns_of(result.get());
+        recording = a->source;
+        result = options.diarize(a->source, nullptr, nullptr);
     }
-    char *text = nullptr;
-    size_t size = 0;
-    if (is_page) {
-        check_words(parley_result_add_words(result.get(), transcript.c_str(), transcript.size(), a.reach),
-                    a.words);
-        check(parley_write_text(result.get(), "html", &text, &size));
+    if (chosen) {
+        check_words(parley_result_add_words(result.get(), transcript.c_str(), transcript.size(),
+                                            options.reach, options.rule()),
+                    a->words);
+        options.write(result.get(), recording, chosen, out);
     } else {
-        check_words(parley_assign(transcript.c_str(), transcript.size(), turns.data(),
-                                  static_cast<int32_t>(turns.size()), a.reach,
-                                  a.format.empty() ? nullptr : a.format.c_str(), &text, &size),
-                    a.words);
-    }
-    const text_ptr owned(text);
-    if (a.output.empty()) {
-        std::fwrite(text, 1, size, out);
-    } else {
-        write_atomically(a.output, {text, size});
+        char *text = nullptr;
+        size_t size = 0;
+        check_words(parley_result_assign(result.get(), transcript.c_str(), transcript.size(), options.reach,
+                                         &text, &size),
+                    a->words);
+        const text_ptr owned(text);
+        put_document({text, size}, nullptr, options.output, out);
     }
     close_standard_output(out);
     return EXIT_SUCCESS;
@@ -101,22 +68,16 @@ command assign_command(CLI::App *app) {
     app->add_option("--words", a->words, "transcript: JSON, TSV, WebVTT, SRT, CTM")
         ->required()
         ->type_name("FILE");
-    app->add_option("SOURCE", a->source, "the recording, or an RTTM file about it")
+    app->add_option("SOURCE", a->source, "the recording, or a result about it: JSON, RTTM, EAF ...")
         ->required()
         ->type_name("");
-    app->add_option("-f,--format", a->format, "text, markdown, srt, vtt, json, html")
-        ->check(CLI::IsMember({"text", "markdown", "srt", "vtt", "json", "html"}).description(""))
-        ->type_name("NAME");
-    app->add_option("--reach", a->reach, "words may lie that far from a segment (1)")
-        ->check(CLI::Range(0.0, 3600.0).description(""))
-        ->type_name("SECONDS");
-    app->add_option("-o,--output", a->output, "file to write (standard output)")->type_name("FILE");
-    a->options.define(app, {"speakers", "names"});
-    define_files(app, &a->voices, &a->model);
+    app->add_option("--recording", a->recording, "the recording of such a result, for pages")
+        ->type_name("FILE");
+    a->options.define(app);
     app->footer(
-        "Segments and captions end where the speaker changes. Without -f the transcript\n"
-        "keeps its format.");
-    return [a] { return run(*a); };
+        "Segments and captions end where the speaker changes. Without -f, and without a name\n"
+        "of a file that tells the format, the transcript keeps its own.");
+    return [a] { return run(a.get()); };
 }
 
 }  // namespace parley

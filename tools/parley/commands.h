@@ -13,6 +13,8 @@ using command = std::function<int()>;
 command diarize_command(CLI::App *app);
 command score_command(CLI::App *app);
 command assign_command(CLI::App *app);
+command transcribe_command(CLI::App *app);
+command convert_command(CLI::App *app);
 command match_command(CLI::App *app);
 command listen_command(CLI::App *app);
 command voices_command(CLI::App *app);

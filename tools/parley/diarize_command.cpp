@@ -11,6 +11,7 @@
 
 #include "command_options.h"
 #include "commands.h"
+#include "documents.h"
 #include "files.h"
 #include "help.h"
 #include "library.h"
@@ -57,7 +58,7 @@ void define(CLI::App *app, arguments *a) {
         ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
         ->type_name("HOW")
         ->group(MORE_OPTIONS);
-    app->add_flag("--resume", a->resume, "skip recordings whose results are up to date");
+    app->add_flag("--resume", a->resume, "skip recordings whose results are up to date")->group(MORE_OPTIONS);
     a->options.define(app, {"speakers", "min-speakers", "max-speakers", "names", "sensitivity", "jobs"});
     app->add_option("--max-input", a->max_input, "limit on standard input and pipes (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
@@ -70,9 +71,7 @@ void define(CLI::App *app, arguments *a) {
         ->group(MORE_OPTIONS);
     app->add_flag("-q,--quiet", a->quiet, "print no progress and no notes");
     app->add_flag("-v,--verbose", a->verbose, "print the engine's messages on failures")->group(MORE_OPTIONS);
-    app->footer(
-        "Exit status: 0 all recordings were diarized, 1 the model or a recording failed,\n"
-        "2 the command line is wrong.");
+    app->footer("Exit status: 0 all were diarized, 1 the model or a recording failed, 2 usage.");
 }
 
 // What becomes of several results that go to standard output one after the other.
@@ -96,33 +95,6 @@ traits traits_of(const parley_format *format) {
 std::string file_of(const arguments &a, const recording_file &recording, const parley_format &format) {
     if (!a.output_file.empty()) return a.output_file;
     return text_of(path_of(a.output_dir) / path_of(recording.output + format.extension));
-}
-
-bool is_page(const parley_format &format) {
-    return format.name == std::string("html");
-}
-
-bool refers_to_audio(const parley_format &format) {
-    return is_page(format) || format.name == std::string_view("eaf");
-}
-
-// Where a document at `page` (on standard output: "") finds the sound of a recording.
-void link_audio(const std::string &how, const std::string &recording, const std::string &page,
-                parley_result *result) {
-    const int64_t embedded = how == "auto" ? -1 : how == "embed" ? INT64_MAX : 0;
-    if (how == "none") check(parley_result_link_audio(result, "", 0));
-    if (how == "none" || is_stream(recording)) return;
-    fs::path target = fs::absolute(path_of(recording));
-    const fs::path folder = fs::absolute(page.empty() ? "." : path_of(page).parent_path());
-    if (how == "copy" && !page.empty() && folder != target.parent_path()) {
-        const fs::path copy = path_of(page).replace_extension(target.extension());
-        fs::copy_file(target, copy, fs::copy_options::overwrite_existing);
-        target = fs::absolute(copy);
-    }
-    char *url = nullptr;
-    check(parley_url_of_path(text_of(target.lexically_relative(folder)).c_str(), &url));
-    const text_ptr owned(url);
-    check(parley_result_link_audio(result, url, embedded));
 }
 
 size_t num_threads(const parley_options &options) {
@@ -259,7 +231,7 @@ private:
         }
         for (const parley_format *format : formats_) {
             const std::string path = file_of(a_, recording, *format);
-            fs::create_directories(path_of(path).parent_path());
+            fs::create_directories(fs::absolute(path_of(path)).parent_path());
             if (refers_to_audio(*format))
                 link_audio(is_page(*format) ? a_.audio : "link", recording.path, path, result.get());
             write_atomically(path, write(result.get(), format->name, {0, 0}));
@@ -333,11 +305,6 @@ void settle_output_file(size_t num_recordings, arguments *a, std::vector<const p
 }
 
 // Pages and pictures are nothing to look at there.
-bool is_for_terminals(const parley_format &format) {
-    const std::string_view kind = format.media_type;
-    return kind != "text/html" && !kind.starts_with("image/");
-}
-
 int run(const CLI::App &app, arguments *a) {
     std::vector<const parley_format *> formats = check_arguments(app, *a);
     left_out others;

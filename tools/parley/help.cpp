@@ -7,9 +7,9 @@ namespace parley {
 namespace {
 
 // Names in lines, or with what each of them is.
-std::string list_of_formats(bool with_purposes) {
+std::string list_of_formats(bool with_purposes, const parley_format *(*at)(int32_t)) {
     std::string text = "\nFormats:\n", line = " ";
-    for (int32_t i = 0; const parley_format *format = parley_format_at(i); i++) {
+    for (int32_t i = 0; const parley_format *format = at(i); i++) {
         std::string name = format->name;
         if (with_purposes) {
             name.resize(10, ' ');
@@ -31,7 +31,8 @@ std::string help_formatter::make_help(const CLI::App *app, std::string name, CLI
     const bool is_all = mode == CLI::AppFormatMode::All;
     std::string text = make_description(app) + make_usage(app, name) + make_positionals(app) +
                        options_of(app, is_all) + make_subcommands(app, CLI::AppFormatMode::Normal);
-    if (app->get_option_no_throw("--output-dir")) text += list_of_formats(is_all);
+    if (app->get_option_no_throw("--output-dir")) text += list_of_formats(is_all, parley_format_at);
+    if (app->get_option_no_throw("--reach")) text += list_of_formats(is_all, parley_transcript_format_at);
     if (!is_all &&
         app->get_options([](const CLI::Option *o) { return o->get_group() == MORE_OPTIONS; }).size() > 0)
         text += "\n" + name + " --help-all lists more options.\n";

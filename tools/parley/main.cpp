@@ -38,12 +38,13 @@ int run_command(int argc, char **argv) {
         const char *name;
         command (*define)(CLI::App *);
     } COMMANDS[] = {
-        {"diarize", diarize_command}, {"score", score_command},   {"assign", assign_command},
-        {"listen", listen_command},   {"voices", voices_command}, {"match", match_command},
+        {"diarize", diarize_command}, {"transcribe", transcribe_command}, {"listen", listen_command},
+        {"assign", assign_command},   {"convert", convert_command},       {"score", score_command},
+        {"voices", voices_command},   {"match", match_command},
     };
     command chosen = diarize_command(&app);
     for (const auto &[name, define] : COMMANDS) {
-        CLI::App *sub = app.add_subcommand(name)->footer("");
+        CLI::App *sub = app.add_subcommand(name, "The command that needs no name.")->footer("");
         sub->parse_complete_callback([&chosen, run = define(sub)] { chosen = run; });
     }
     try {

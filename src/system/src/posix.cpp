@@ -12,11 +12,15 @@
 #include <xlocale.h>
 #endif
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <clocale>
+#include <csignal>
 #include <cstdlib>
 #include <cwchar>
 #include <system_error>
+#include <thread>
 
 #include "system.h"
 
@@ -62,6 +66,10 @@ child_process::child_process(const std::vector<std::string> &, bool) {}
 
 child_process::~child_process() = default;
 
+program_outcome run_program(const std::vector<std::string> &, double, const std::function<bool()> &) {
+    return {};
+}
+
 #else
 
 namespace {
@@ -78,7 +86,72 @@ bool open_pipe(int ends[2]) {
 #endif
 }
 
+// A program that reads and writes these descriptors; -1 stands for none. Its number, or -1.
+pid_t spawn(const std::vector<std::string> &words, int input, int output, int errors, bool in_own_group) {
+    std::vector<std::string> copies = words;
+    std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string &word : copies) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (input >= 0) posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    if (errors >= 0)
+        posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
+    else
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, NOWHERE, O_WRONLY, 0);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    if (in_own_group) {
+        posix_spawnattr_setpgroup(&attributes, 0);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    }
+    pid_t process = -1;
+    const int status = posix_spawnp(&process, arguments[0], &actions, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return status == 0 ? process : -1;
+}
+
+std::string content_of(const scratch_file &file) {
+    std::string text;
+    char block[1 << 14];
+    lseek(file.descriptor(), 0, SEEK_SET);
+    for (std::ptrdiff_t got; (got = read_some(file.descriptor(), block, sizeof(block))) > 0;)
+        text.append(block, static_cast<size_t>(got));
+    return text;
+}
+
 }  // namespace
+
+program_outcome run_program(const std::vector<std::string> &words, double seconds,
+                            const std::function<bool()> &goes_on) {
+    using namespace std::chrono;
+    program_outcome outcome;
+    const scratch_file output, errors;
+    const int nothing = open(NOWHERE, O_RDONLY | O_CLOEXEC);
+    const pid_t process = spawn(words, nothing, output.descriptor(), errors.descriptor(), true);
+    if (nothing >= 0) close(nothing);
+    if (process < 0) return outcome;
+    const auto begin = steady_clock::now();
+    int status = 0;
+    for (auto pause = 1ms; waitpid(process, &status, WNOHANG) == 0; pause = std::min(2 * pause, 50ms)) {
+        const bool is_late = seconds > 0 && duration<double>(steady_clock::now() - begin).count() > seconds;
+        if (is_late || !goes_on()) {
+            outcome.end = is_late ? program_end::too_slow : program_end::stopped;
+            kill(-process, SIGKILL);
+            waitpid(process, &status, 0);
+            return outcome;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+    outcome.end = program_end::itself;
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    outcome.output = content_of(output);
+    outcome.errors = content_of(errors);
+    return outcome;
+}
 
 child_process::child_process(const std::vector<std::string> &words, bool with_input) {
     int to[2] = {-1, -1}, from[2];
@@ -88,26 +161,13 @@ child_process::child_process(const std::vector<std::string> &words, bool with_in
         close(from[1]);
         return;
     }
-    std::vector<std::string> copies = words;
-    std::vector<char *> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string &word : copies) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (with_input) posix_spawn_file_actions_adddup2(&actions, to[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, from[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, NOWHERE, O_WRONLY, 0);
-    pid_t process = -1;
-    const int status = posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t process = spawn(words, to[0], from[1], -1, false);
     if (with_input) close(to[0]);
     close(from[1]);
     input_ = to[1];
     output_ = from[0];
     process_ = process;
-    if (status == 0) return;
-    process_ = -1;
+    if (process > 0) return;
     close_input();
     close_output();
 }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <random>
+#include <system_error>
 
 namespace {
 
@@ -41,4 +43,23 @@ bool write_all(int file, const void *data, size_t size) {
         size -= static_cast<size_t>(written);
     }
     return true;
+}
+
+scratch_folder::scratch_folder() {
+    std::random_device random;
+    std::error_code error;
+    for (int tries = 0; tries < 100; tries++) {
+        const std::filesystem::path folder =
+            std::filesystem::temp_directory_path() / ("parley." + std::to_string(random()));
+        if (!std::filesystem::create_directory(folder, error)) continue;
+        std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
+        path_ = text_of(folder);
+        return;
+    }
+    throw std::system_error(error, "a folder for files in between cannot be made");
+}
+
+scratch_folder::~scratch_folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_of(path_), ignored);
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,34 @@ private:
     bool has_name_ = true;
     std::string path_;
 };
+
+// A folder for files that child processes read and write, gone with all that is in it with the object.
+class scratch_folder {
+public:
+    scratch_folder();  // throws std::system_error
+    ~scratch_folder();
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+    const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// How a program came to its end.
+enum class program_end { not_started, itself, too_slow, stopped };
+
+struct program_outcome {
+    program_end end = program_end::not_started;
+    int status = -1;             // of one that ended itself; 128 and more: by a signal
+    std::string output, errors;  // what it wrote
+};
+
+// Runs a program, looked for in $PATH alone, with nothing to read, until it ends, `seconds` have passed (0:
+// any number) or `goes_on`, asked some times a second, says no; it is ended then. Throws std::system_error
+// where there is no room for what it writes.
+program_outcome run_program(const std::vector<std::string> &words, double seconds,
+                            const std::function<bool()> &goes_on);
 
 // A program that runs beside this one. Its output is a pipe, its input too if asked for; what it complains of
 // goes nowhere.

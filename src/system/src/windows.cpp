@@ -4,12 +4,14 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cwchar>
 #include <memory>
 #include <random>
 #include <system_error>
+#include <vector>
 
 #include "system.h"
 #include "zx_file.h"
@@ -129,39 +131,97 @@ struct attribute_list_deleter {
 
 }  // namespace
 
-child_process::child_process(const std::vector<std::string> &words, bool with_input) {
+namespace {
+
+// A program with these handles for input, output and errors, and no others, which children of other threads
+// may be waiting for. Null where it cannot be started.
+handle_ptr start_program(const std::vector<std::string> &words, const std::array<HANDLE, 3> &streams) {
     const std::wstring program = found_in_path(words[0]);
-    if (program.empty()) return;
-    SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
-    const handle_ptr nowhere(CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, OPEN_EXISTING, 0,
-                                         nullptr));
-    child_pipe from(false), to(true);
-    if (!from.childs || !to.childs) return;
-    // These handles and no others, which children of other threads may be waiting for.
-    HANDLE handles[] = {with_input ? to.childs.get() : nowhere.get(), from.childs.get(), nowhere.get()};
+    if (program.empty()) return nullptr;
+    std::vector<HANDLE> inherited;  // each may be named once
+    for (const HANDLE stream : streams)
+        if (std::ranges::find(inherited, stream) == inherited.end()) inherited.push_back(stream);
     SIZE_T size = 0;
     InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
     std::unique_ptr<char, attribute_list_deleter> attributes(new char[size]);
     STARTUPINFOEXW start = {};
     start.StartupInfo.cb = sizeof(start);
     start.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
-    start.StartupInfo.hStdInput = handles[0];
-    start.StartupInfo.hStdOutput = handles[1];
-    start.StartupInfo.hStdError = handles[2];
+    start.StartupInfo.hStdInput = streams[0];
+    start.StartupInfo.hStdOutput = streams[1];
+    start.StartupInfo.hStdError = streams[2];
     start.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(attributes.get());
-    const size_t first = with_input ? 0 : 1;  // each may be named once
     PROCESS_INFORMATION process = {};
     std::wstring line = command_line(words);
     if (!InitializeProcThreadAttributeList(start.lpAttributeList, 1, 0, &size) ||
         !UpdateProcThreadAttribute(start.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST,
-                                   handles + first, (3 - first) * sizeof(HANDLE), nullptr, nullptr) ||
+                                   inherited.data(), inherited.size() * sizeof(HANDLE), nullptr, nullptr) ||
         !CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE,
                         CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr, &start.StartupInfo,
                         &process))
-        return;
+        return nullptr;
     CloseHandle(process.hThread);
-    process_ = reinterpret_cast<intptr_t>(process.hProcess);
+    return handle_ptr(process.hProcess);
+}
+
+handle_ptr open_nowhere() {
+    SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
+    return handle_ptr(CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  &inherited, OPEN_EXISTING, 0, nullptr));
+}
+
+HANDLE inheritable(const scratch_file &file) {
+    const HANDLE handle = handle_of(file.descriptor());
+    SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+    return handle;
+}
+
+std::string content_of(const scratch_file &file) {
+    std::string text;
+    char block[1 << 14];
+    _lseek(file.descriptor(), 0, SEEK_SET);
+    for (std::ptrdiff_t got; (got = read_some(file.descriptor(), block, sizeof(block))) > 0;)
+        text.append(block, static_cast<size_t>(got));
+    return text;
+}
+
+}  // namespace
+
+program_outcome run_program(const std::vector<std::string> &words, double seconds,
+                            const std::function<bool()> &goes_on) {
+    constexpr DWORD PAUSE = 20;  // milliseconds
+    program_outcome outcome;
+    const scratch_file output, errors;
+    const handle_ptr nowhere = open_nowhere();
+    const handle_ptr process =
+        start_program(words, {nowhere.get(), inheritable(output), inheritable(errors)});
+    if (!process) return outcome;
+    const ULONGLONG begin = GetTickCount64();
+    while (WaitForSingleObject(process.get(), PAUSE) == WAIT_TIMEOUT) {
+        const bool is_late = seconds > 0 && static_cast<double>(GetTickCount64() - begin) > 1000 * seconds;
+        if (!is_late && goes_on()) continue;
+        outcome.end = is_late ? program_end::too_slow : program_end::stopped;
+        TerminateProcess(process.get(), 1);
+        WaitForSingleObject(process.get(), INFINITE);
+        return outcome;
+    }
+    DWORD status = 1;
+    GetExitCodeProcess(process.get(), &status);
+    outcome.end = program_end::itself;
+    outcome.status = static_cast<int>(status);
+    outcome.output = content_of(output);
+    outcome.errors = content_of(errors);
+    return outcome;
+}
+
+child_process::child_process(const std::vector<std::string> &words, bool with_input) {
+    const handle_ptr nowhere = open_nowhere();
+    child_pipe from(false), to(true);
+    if (!from.childs || !to.childs) return;
+    handle_ptr process = start_program(
+        words, {with_input ? to.childs.get() : nowhere.get(), from.childs.get(), nowhere.get()});
+    if (!process) return;
+    process_ = reinterpret_cast<intptr_t>(process.release());
     if (with_input) input_ = to.descriptor();
     output_ = from.descriptor();
 }

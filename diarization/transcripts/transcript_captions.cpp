@@ -74,17 +74,6 @@ std::vector<caption> read_captions(const std::string &text) {
     return captions;
 }
 
-std::string without_tags(const std::string &line) {
-    std::string text;
-    bool in_tag = false;
-    for (const char c : line) {
-        if (c == '<') in_tag = true;
-        if (!in_tag) text += c;
-        if (c == '>') in_tag = false;
-    }
-    return text;
-}
-
 std::vector<spoken_word> words_of(const caption &c, const speakers_over_time &speakers) {
     std::string text;
     for (const std::string &line : c.text) text += without_tags(line) + " ";
@@ -144,6 +133,28 @@ std::vector<spoken_word> rolling_words(const std::vector<caption> &captions,
 }
 
 }  // namespace
+
+std::string without_tags(const std::string &line) {
+    std::string text;
+    bool in_tag = false;
+    for (const char c : line) {
+        if (c == '<') in_tag = true;
+        if (!in_tag) text += c;
+        if (c == '>') in_tag = false;
+    }
+    return text;
+}
+
+std::vector<caption_text> captions_of(const std::string &text) {
+    std::vector<caption_text> found;
+    for (const caption &c : read_captions(text)) {
+        if (!c.has_times) continue;
+        found.push_back({c.times.start, c.times.end, c.text});
+        while (!found.back().lines.empty() && found.back().lines.back().empty())
+            found.back().lines.pop_back();
+    }
+    return found;
+}
 
 std::string assign_captions(const std::string &text, const speakers_over_time &speakers, bool vtt) {
     const std::string end = text.find("\r\n") == std::string::npos ? "\n" : "\r\n";

@@ -1,4 +1,4 @@
-// Transcripts of a line each: Whisper's table and CTM.
+// Transcripts of a line each: Whisper's table, CTM, PocketSphinx.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -44,6 +44,17 @@ std::optional<ctm_line> parse_ctm_line(const std::string &line, int number) {
     if (fields.size() < 5 || *end_of_start || *end_of_duration || !(result.start >= 0) || !(duration >= 0))
         throw std::runtime_error("line " + std::to_string(number) + " is none of a CTM file");
     return result;
+}
+
+// "good(2) 0.820 0.930 0.054": which of its pronunciations a word has stands in brackets. Nothing for what is
+// said in one line, pauses and noises.
+std::optional<spoken_word> parse_sphinx_line(const std::string &line) {
+    std::istringstream stream(line);
+    std::string text, more;
+    double start, end, probability;
+    if (!(stream >> text >> start >> end >> probability) || stream >> more) return std::nullopt;
+    if (!(start >= 0 && end >= start) || text.find_first_of("<[+") == 0) return std::nullopt;
+    return spoken_word{start, end, text.substr(0, text.find('(')), ""};
 }
 
 void append(const std::vector<spoken_word> &more, std::vector<spoken_word> *words) {
@@ -106,6 +117,25 @@ std::vector<spoken_word> read_ctm_words(const std::string &text, const speakers_
     rewrite_lines(text, [&](const std::string &line, int number) {
         if (const auto parsed = parse_ctm_line(line, number))
             append(words_within(parsed->fields[4], parsed->start, parsed->end, speakers), &words);
+        return line;
+    });
+    return words;
+}
+
+std::string assign_sphinx(const std::string &text, const speakers_over_time &speakers) {
+    return rewrite_lines(text, [&](const std::string &line, int) {
+        const auto word = parse_sphinx_line(line);
+        return word ? line + " " + field(speakers.at(word->start, word->end)) : line;
+    });
+}
+
+std::vector<spoken_word> read_sphinx_words(const std::string &text, const speakers_over_time &speakers) {
+    std::vector<spoken_word> words;
+    rewrite_lines(text, [&](const std::string &line, int) {
+        if (auto word = parse_sphinx_line(line)) {
+            word->speaker = speakers.at(word->start, word->end);
+            words.push_back(*std::move(word));
+        }
         return line;
     });
     return words;

@@ -23,6 +23,15 @@ std::vector<spoken_word> words_within(const std::string &text, double start, dou
 // With blanks between them.
 std::string joined(const std::vector<spoken_word> &words, size_t first, size_t last);
 
+// Words that are read together: of one speaker, without a pause of so many seconds.
+std::vector<run_of_words> paragraphs_of(const std::vector<spoken_word> &words, double pause = 5);
+
+// What stands where nobody is known to speak, too.
+std::string shown_name(const std::string &speaker);
+
+// 1:02:03
+std::string clock_time_in_seconds(double seconds);
+
 // "Name: text", or in WebVTT "<v Name>text"; the text alone where nobody speaks.
 std::string with_speaker(const std::string &speaker, const std::string &text, bool vtt);
 
@@ -46,6 +55,16 @@ std::string rewrite_lines(const std::string &text, Change change) {
     return result;
 }
 
+// A caption of a WebVTT or SubRip file: its lines with their tags.
+struct caption_text {
+    double start, end;  // seconds
+    std::vector<std::string> lines;
+};
+
+std::vector<caption_text> captions_of(const std::string &text);
+
+std::string without_tags(const std::string &line);
+
 // ---- By format: the transcript with speakers as it came, and its words. All throw std::runtime_error.
 
 std::string assign_json(const std::string &text, const speakers_over_time &speakers);
@@ -60,6 +79,17 @@ std::vector<spoken_word> read_table_words(const std::string &text, const speaker
 std::string assign_ctm(const std::string &text, const speakers_over_time &speakers);
 std::vector<spoken_word> read_ctm_words(const std::string &text, const speakers_over_time &speakers);
 
+std::string assign_sphinx(const std::string &text, const speakers_over_time &speakers);
+std::vector<spoken_word> read_sphinx_words(const std::string &text, const speakers_over_time &speakers);
+
 [[noreturn]] void refuse_without_times();
+
+// ---- Words in a format, about a recording of this name.
+
+std::string write_srt_words(const std::vector<spoken_word> &words, const std::string &recording);
+std::string write_vtt_words(const std::vector<spoken_word> &words, const std::string &recording);
+std::string write_docx(const std::vector<spoken_word> &words, const std::string &recording);
+std::string write_odt(const std::vector<spoken_word> &words, const std::string &recording);
+std::string write_tei(const std::vector<spoken_word> &words, const std::string &recording);
 
 #endif

@@ -14,8 +14,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-constexpr int DEEPEST = 64;  // of JSON; transcripts need four or five levels
-
 std::optional<std::pair<double, double>> numbers_of(const json &object, const char *first, const char *last,
                                                     double unit) {
     if (!object.is_object() || !object.contains(first) || !object.contains(last)) return std::nullopt;
@@ -171,17 +169,6 @@ int assign_to(json *value, double unit, const speakers_over_time &speakers) {
     }
     (*value)["speaker"] = speaker.empty() ? json(nullptr) : json(speaker);
     return num_timed + 1;
-}
-
-json parse_json(const std::string &text) {
-    try {
-        return json::parse(text, [](int depth, json::parse_event_t, json &) {
-            if (depth > DEEPEST) throw std::runtime_error("JSON nested too deeply");
-            return true;
-        });
-    } catch (const json::exception &error) {
-        throw std::runtime_error(error.what());
-    }
 }
 
 // ---- Words

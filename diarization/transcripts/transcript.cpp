@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -13,7 +14,7 @@ namespace {
 
 constexpr double SHORTEST_RUN = 0.5;  // seconds
 
-enum class kind { objects, table, vtt, srt, ctm };
+enum class kind { objects, table, vtt, srt, ctm, sphinx };
 
 struct transcript {
     kind is;
@@ -27,6 +28,8 @@ transcript recognize(const std::string &given) {
     if (text[begin] == '{' || text[begin] == '[') return {kind::objects, std::move(text)};
     if (text.compare(begin, 14, "start\tend\ttext") == 0) return {kind::table, text.substr(begin)};
     if (text.compare(begin, 6, "WEBVTT") == 0) return {kind::vtt, std::move(text)};
+    if (text.find("\n<s> ") != std::string::npos || text.compare(begin, 4, "<s> ") == 0)
+        return {kind::sphinx, std::move(text)};
     const bool is_srt = text.find("-->") != std::string::npos;
     return {is_srt ? kind::srt : kind::ctm, std::move(text)};
 }
@@ -93,23 +96,27 @@ void refuse_without_times() {
         "\"start\" and \"end\", or \"offsets\"; TSV, WebVTT, SRT and CTM are known, too");
 }
 
-speakers_over_time::speakers_over_time(std::vector<turn> turns, double reach)
-    : turns_(std::move(turns)), reach_(reach) {
+speakers_over_time::speakers_over_time(std::vector<turn> turns, double reach, voice_function voice)
+    : turns_(std::move(turns)), reach_(reach), voice_(std::move(voice)) {
     std::stable_sort(turns_.begin(), turns_.end(),
                      [](const turn &a, const turn &b) { return a.start < b.start; });
     double latest = 0;
     for (const turn &t : turns_) latest_.push_back(latest = std::max(latest, t.end));
 }
 
+template <class F>
+void speakers_over_time::for_each_near(double start, double end, F f) const {
+    // What ends before and what begins behind is out of reach.
+    auto i = static_cast<size_t>(std::lower_bound(latest_.begin(), latest_.end(), start - reach_) -
+                                 latest_.begin());
+    for (; i < turns_.size() && turns_[i].start <= end + reach_; i++) f(turns_[i]);
+}
+
 std::string speakers_over_time::at(double start, double end) const {
     std::map<std::string, double> spoken;
     const turn *nearest = nullptr;
     double distance = reach_;
-    // What ends before and what begins behind is out of reach.
-    auto i = static_cast<size_t>(std::lower_bound(latest_.begin(), latest_.end(), start - reach_) -
-                                 latest_.begin());
-    for (; i < turns_.size() && turns_[i].start <= end + reach_; i++) {
-        const turn &t = turns_[i];
+    for_each_near(start, end, [&](const turn &t) {
         const double shared = std::min(end, t.end) - std::max(start, t.start);
         if (shared > 0) spoken[t.speaker] += shared;
         const double away = std::max({0.0, t.start - end, start - t.end});
@@ -117,11 +124,36 @@ std::string speakers_over_time::at(double start, double end) const {
             distance = away;
             nearest = &t;
         }
-    }
+    });
     const auto most = std::max_element(spoken.begin(), spoken.end(),
                                        [](const auto &a, const auto &b) { return a.second < b.second; });
     if (most != spoken.end()) return most->first;
-    return nearest ? nearest->speaker : "";
+    if (!nearest) return "";
+    const std::string heard = voice_ ? voice_(start, end) : "";
+    return heard.empty() ? nearest->speaker : heard;
+}
+
+bool speakers_over_time::is_shared(double start, double end) const {
+    std::set<std::string> found;
+    for_each_near(start, end, [&](const turn &t) {
+        if (t.start < end && t.end > start) found.insert(t.speaker);
+    });
+    return found.size() > 1;
+}
+
+void keep_sentences_together(const speakers_over_time &speakers, std::vector<spoken_word> *words) {
+    constexpr std::string_view ENDS = ".?!";
+    const auto ends_sentence = [&](size_t i) {
+        const std::string &text = (*words)[i].text;
+        return !text.empty() && ENDS.find(text.back()) != std::string_view::npos;
+    };
+    for (size_t i = 0; i < words->size(); i++) {
+        spoken_word &word = (*words)[i];
+        if (!speakers.is_shared(word.start, word.end)) continue;
+        const bool is_last = ends_sentence(i), is_first = i > 0 && ends_sentence(i - 1);
+        if (is_last && !is_first && i > 0) word.speaker = (*words)[i - 1].speaker;
+        if (is_first && !is_last && i + 1 < words->size()) word.speaker = (*words)[i + 1].speaker;
+    }
 }
 
 void check_words_lie_within(const std::vector<spoken_word> &words, double seconds) {
@@ -146,6 +178,8 @@ std::string assign_speakers(const std::string &given, const speakers_over_time &
             return assign_table(text, speakers);
         case kind::ctm:
             return assign_ctm(text, speakers);
+        case kind::sphinx:
+            return assign_sphinx(text, speakers);
         default:
             return assign_captions(text, speakers, is == kind::vtt);
     }
@@ -153,10 +187,11 @@ std::string assign_speakers(const std::string &given, const speakers_over_time &
 
 std::vector<spoken_word> find_words(const std::string &given, const speakers_over_time &speakers) {
     const auto [is, text] = recognize(given);
-    std::vector<spoken_word> words = is == kind::objects ? read_json_words(text, speakers)
-                                     : is == kind::table ? read_table_words(text, speakers)
-                                     : is == kind::ctm   ? read_ctm_words(text, speakers)
-                                                         : read_caption_words(text, speakers);
+    std::vector<spoken_word> words = is == kind::objects  ? read_json_words(text, speakers)
+                                     : is == kind::table  ? read_table_words(text, speakers)
+                                     : is == kind::ctm    ? read_ctm_words(text, speakers)
+                                     : is == kind::sphinx ? read_sphinx_words(text, speakers)
+                                                          : read_caption_words(text, speakers);
     std::stable_sort(words.begin(), words.end(),
                      [](const spoken_word &a, const spoken_word &b) { return a.start < b.start; });
     return words;
