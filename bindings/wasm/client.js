@@ -29,10 +29,10 @@ class Result {
   #parley;
   #number;
 
-  constructor(parley, { result, duration, note, segments, speakers, waveform }) {
+  constructor(parley, { result, duration, note, segments, speakers, words, waveform }) {
     this.#parley = parley;
     this.#number = result;
-    Object.assign(this, { duration, note, segments, speakers, waveform });
+    Object.assign(this, { duration, note, segments, speakers, words, waveform });
   }
 
   // The result in one of parley.formats, byte for byte what the command line tool writes.
@@ -42,6 +42,19 @@ class Result {
 
   async text(format) {
     return new TextDecoder().decode(await this.bytes(format));
+  }
+
+  // Adds the words of a transcript, a text or what its JSON holds, each with its speaker; words outside of all segments, but within
+  // `reach` seconds, are those of whom they sound like (of a result made with keepEmbeddings) or of the nearest.
+  async addWords(transcript, { reach = 1, byTime = false } = {}) {
+    const text = typeof transcript === "string" ? transcript : JSON.stringify(transcript);
+    const { segments, speakers, words } = await this.#parley.ask({ words: { transcript: text, reach, byTime }, result: this.#number });
+    Object.assign(this, { segments, speakers, words });
+  }
+
+  // The words in one of parley.transcriptFormats, byte for byte what the command line tool writes.
+  async transcript(format = "text") {
+    return (await this.#parley.ask({ transcript: format, result: this.#number })).bytes;
   }
 
   // Gives known people their names; voices: the text of a file of voices (parley voices, or what remember gave).
@@ -113,7 +126,7 @@ export class Client {
   static start(thread, model) {
     return new Promise((resolve, reject) => {
       thread.onerror = (event) => reject(new Error(event.message || "the worker could not be started"));
-      thread.onmessage = ({ data }) => (data.opened ? resolve(new this(thread, data.opened)) : reject(new Error(data.error)));
+      thread.onmessage = ({ data }) => (data.opened ? resolve(new this(thread, data.opened, data.transcripts)) : reject(new Error(data.error)));
       thread.postMessage({ open: model });
     });
   }
@@ -122,9 +135,9 @@ export class Client {
   #calls = new Map();
   #next = 1;
 
-  constructor(worker, formats) {
+  constructor(worker, formats, transcriptFormats) {
     this.#worker = worker;
-    this.formats = formats; // [{name, extension, purpose, mediaType}]
+    Object.assign(this, { formats, transcriptFormats }); // [{name, extension, purpose, mediaType}]
     worker.onmessage = ({ data }) => {
       const call = this.#calls.get(data.id);
       if (!call) return;
@@ -191,6 +204,12 @@ export class Client {
     } finally {
       signal?.removeEventListener("abort", stop);
     }
+  }
+
+  // A result that was written earlier, and maybe corrected (JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT with voices, Audacity labels), from
+  // the text of its file.
+  async read(text, name = "result") {
+    return new Result(this, await this.ask({ read: text, name }));
   }
 
   // Begins to listen to samples that will come.

@@ -1,9 +1,10 @@
 // The engine behind messages, in a thread of its own, so that pages stay responsive. Messages in: {open: bytes of the model},
 // {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, file: File, name, options},
-// {id, write: format, result}, {id, again: options, result}, {release: result};
+// {id, write: format, result}, {id, again: options, result}, {release: result}; {id, words: {transcript, reach, byTime}, result},
+// {id, transcript: format, result}, {id, read: text, name};
 // while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
 // {id, end: session}, {leave: session}; known voices {id, name: voices, result}, {id, remember: {voices, name, speaker}, result}.
-// Messages out: {opened: formats}, {id, progress}, {id, result, ...}, {id, result: 0} for nothing new, {id, session}, {id, bytes},
+// Messages out: {opened: formats, transcripts: formats}, {id, progress}, {id, result, ...}, {id, result: 0} for nothing new, {id, session}, {id, bytes},
 // {id, voices}, {id, error, status}.
 import createCore from "./parley-core.js";
 
@@ -37,9 +38,9 @@ function check(status) {
 
 const text = (address) => core.UTF8ToString(core.HEAP32[address >> 2]);
 
-function formats() {
+function formats(table) {
   const found = [];
-  for (let at; (at = core._parley_format_at(found.length)) !== 0; )
+  for (let at; (at = table(found.length)) !== 0; )
     found.push({ name: text(at), extension: text(at + 4), purpose: text(at + 8), mediaType: text(at + 12) });
   return found;
 }
@@ -70,11 +71,17 @@ function shown(result) {
     speakers.push({ name: text(record), seconds: round(core.HEAPF64[(record + 8) >> 3]),
                     embedding: core.HEAPF32.slice(embedding, embedding + core.HEAP32[(record + 20) >> 2]) });
   }
+  const words = [];
+  for (let i = 0; i < core._parley_result_num_words(result); i++) {
+    core._parley_result_word(record, result, i);
+    const [start, end] = core.HEAPF64.subarray(record >> 3, (record >> 3) + 2);
+    words.push({ start: round(start), end: round(end), text: text(record + 16), speaker: text(record + 20) });
+  }
   const peaks = core._parley_result_waveform(result, record, 0) >> 2;
   const waveform = core.HEAPF32.slice(peaks, peaks + core.HEAP32[record >> 2]);
   core._free(record);
   return { duration: core._parley_result_duration(result), note: core.UTF8ToString(core._parley_result_note(result)), segments,
-           speakers, waveform };
+           speakers, words, waveform };
 }
 
 // Calls `work` with the addresses of the name, of the options' record and of room for what is made.
@@ -177,11 +184,12 @@ function leave(number) {
   sessions.delete(number);
 }
 
-function write(number, format) {
+// `call`: parley_write_text or parley_write_words.
+function write(call, number, format) {
   const result = resultOf(number);
   const out = core._malloc(8);
   try {
-    withTexts([format], (name) => check(core._parley_write_text(result, name, out, out + 4)));
+    withTexts([format], (name) => check(call(result, name, out, out + 4)));
     const [address, size] = core.HEAPU32.subarray(out >> 2, (out >> 2) + 2);
     const bytes = core.HEAPU8.slice(address, address + size);
     core._parley_free(address);
@@ -189,6 +197,16 @@ function write(number, format) {
   } finally {
     core._free(out);
   }
+}
+
+function addWords(number, { transcript, reach, byTime }) {
+  const result = resultOf(number);
+  withTexts([transcript], (words) => check(core._parley_result_add_words(result, words, core.lengthBytesUTF8(transcript), reach, byTime ? 1 : 0)));
+  return shown(result);
+}
+
+function read(text, name) {
+  return withTexts([text, name], (start, file) => made((out) => core._parley_read_result(start, core.lengthBytesUTF8(text), file, out)));
 }
 
 // ---- Known voices
@@ -224,7 +242,7 @@ export async function serve(data, post, module = {}) {
   try {
     if (data.open) {
       await open(data.open, module, post);
-      post({ opened: formats() });
+      post({ opened: formats(core._parley_format_at), transcripts: formats(core._parley_transcript_format_at) });
     } else if (data.release) {
       core._parley_result_delete(results.get(data.release) ?? 0);
       results.delete(data.release);
@@ -241,15 +259,19 @@ export async function serve(data, post, module = {}) {
       leave(data.end);
     } else if (data.leave) {
       leave(data.leave);
-    } else if (data.name !== undefined && data.result) {
+    } else if (data.name !== undefined && data.result) { // of a result, not of a recording
       post({ id: data.id, ...name(data.result, data.name) });
     } else if (data.again) {
       post({ id: data.id, ...again(data) });
     } else if (data.remember) {
       post({ id: data.id, ...remember(data.result, data.remember) });
-    } else if (data.write) {
-      const bytes = write(data.result, data.write);
+    } else if (data.write || data.transcript) {
+      const bytes = data.write ? write(core._parley_write_text, data.result, data.write) : write(core._parley_write_words, data.result, data.transcript);
       post({ id: data.id, bytes }, [bytes.buffer]);
+    } else if (data.words) {
+      post({ id: data.id, ...addWords(data.result, data.words) });
+    } else if (data.read !== undefined) {
+      post({ id: data.id, ...read(data.read, data.name) });
     } else {
       current = data.id;
       post({ id: data.id, ...(data.file ? runFile(data) : run(data)) });

@@ -46,6 +46,19 @@ function viaFfmpeg(path, signal) {
   });
 }
 
+// What a program prints, run without a shell. Fails with the last line of what it complains of.
+function outputOf([program, ...words], signal) {
+  return new Promise((resolve, reject) => {
+    const child = spawn(program, words, { stdio: ["ignore", "pipe", "pipe"], signal });
+    let output = "", complaint = "";
+    child.stdout.on("data", (piece) => (output += piece));
+    child.stderr.on("data", (piece) => (complaint = (complaint + piece).slice(-2000)));
+    child.on("error", (error) => reject(error.code === "ENOENT" ? new Error(`${program} is not installed`) : error));
+    child.on("close", (status) => (status === 0 ? resolve(output)
+      : reject(new Error(`${program}: exit status ${status}: ${complaint.trim().split("\n").at(-1)}`))));
+  });
+}
+
 export class Parley extends Client {
   // Starts a thread and loads the engine and the model, by default the one of the package.
   static async load({ model = new URL("./parley.zx", import.meta.url) } = {}) {
@@ -58,5 +71,14 @@ export class Parley extends Client {
     if (typeof source !== "string" && !(source instanceof URL)) return this.diarizeSamples(source, options);
     const path = source instanceof URL ? fileURLToPath(source) : source;
     return this.diarizeFile({ path }, options.name ?? path, options, () => viaFfmpeg(path, options.signal));
+  }
+
+  // Who said what: while the recording is diarized a speech recognizer runs on it, a program and its arguments, of which "{audio}" becomes
+  // the recording's path; it prints words with times in a format that addWords takes.
+  async transcribe(path, command, { reach, byTime, ...options } = {}) {
+    const words = command.map((word) => word.replaceAll("{audio}", path));
+    const [result, transcript] = await Promise.all([this.diarize(path, { ...options, keepEmbeddings: true }), outputOf(words, options.signal)]);
+    await result.addWords(transcript, { reach, byTime });
+    return result;
   }
 }

@@ -21,6 +21,23 @@ export interface Speaker {
   embedding: Float32Array;
 }
 
+/** Of a transcript. */
+export interface Word {
+  /** Seconds from the start of the audio. */
+  start: number;
+  end: number;
+  text: string;
+  /** A name; "" where nobody is known to speak. */
+  speaker: string;
+}
+
+export interface WordOptions {
+  /** Seconds as far as which words may lie from a segment (1). */
+  reach?: number;
+  /** The first and the last word of a sentence, if two share it, are whose part is longer, and do not go with the sentence. */
+  byTime?: boolean;
+}
+
 export interface Format {
   name: string;
   extension: string;
@@ -71,11 +88,17 @@ export interface Result {
   note: string;
   segments: Segment[];
   speakers: Speaker[];
+  /** Of a transcript, if one was added. */
+  words: Word[];
   /** The loudest sample of every twentieth of a second, 0 to 1. */
   waveform: Float32Array;
   /** In one of the formats, byte for byte what the command line tool writes. */
   bytes(format: string): Promise<Uint8Array>;
   text(format: string): Promise<string>;
+  /** Adds the words of a transcript, its text or what its JSON holds, each with its speaker. */
+  addWords(transcript: string | object, options?: WordOptions): Promise<void>;
+  /** The words in one of transcriptFormats, byte for byte what the command line tool writes. */
+  transcript(format?: string): Promise<Uint8Array>;
   /** The same recording with other options, without another pass; the result was made with keepEmbeddings. */
   again(options?: Options): Promise<Result>;
   /** Gives known people their names; the text of a file of voices, as `parley voices` and remember write it. */
@@ -107,9 +130,16 @@ export declare class Parley {
   private constructor();
   /** In which results can be written. */
   formats: Format[];
+  /** In which their words can be. */
+  transcriptFormats: Format[];
   /** A file (in browsers a File or Blob, in Node its path or URL), read in pieces where it is WAV, FLAC, MP3, Ogg or WebM, and else by
    * the browser or by ffmpeg where it is installed; or samples. */
   diarize(source: Blob | URL | string | Int16Array | Float32Array, options?: Options): Promise<Result>;
+  /** In Node alone: while the recording is diarized a speech recognizer runs on it, a program and its arguments, of which "{audio}" becomes
+   * the path; it prints words with times. */
+  transcribe(path: string, command: string[], options?: Options & WordOptions): Promise<Result>;
+  /** A result that was written earlier, and maybe corrected: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT with voices, Audacity labels. */
+  read(text: string, name?: string): Promise<Result>;
   /** Begins to listen to samples that will come. */
   listen(options?: Options): Promise<Session>;
   /** Ends the worker. */

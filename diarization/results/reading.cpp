@@ -20,6 +20,8 @@ namespace {
 using json = nlohmann::ordered_json;
 
 constexpr double LATEST = 1e9;  // seconds
+constexpr const char *UNKNOWN =
+    "holds no segments: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT and Audacity labels are known";
 
 // What the formats tell, before speakers are numbered.
 struct content {
@@ -393,6 +395,7 @@ diarization recognize(const std::string &text, const std::string &name) {
     if (text.find("-->") != std::string::npos) return read_captions(text);
     if (first.find("start,end") != std::string::npos) return result_of(read_csv(text));
     if (first.find('\t') != std::string::npos && is_number(field)) return result_of(read_audacity(text));
+    if (text.find("SPEAKER ") == std::string::npos) throw std::runtime_error(UNKNOWN);
     return result_of(read_rttm_turns(text, name));
 }
 
@@ -409,10 +412,7 @@ diarization read_result(const std::string &given, const std::string &name) {
         const std::string message = error.what();
         throw std::runtime_error(message.starts_with(name) ? message : name + ": " + message);
     }
-    if (result.segments.empty() && result.duration == 0)
-        throw std::runtime_error(name +
-                                 ": holds no segments: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT and "
-                                 "Audacity labels are known");
+    if (result.segments.empty() && result.duration == 0) throw std::runtime_error(name + ": " + UNKNOWN);
     if (result.recording.empty()) result.recording = stem_of(result.path.empty() ? name : result.path);
     return result;
 }

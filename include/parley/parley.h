@@ -356,8 +356,8 @@ enum {
 PARLEY_API PARLEY_CHECKED parley_status parley_result_add_words(parley_result *result, const char *transcript,
                                                                 size_t size, double reach, int32_t rule);
 
-/* The transcript in the format that it has, with a speaker for every word or caption, as parley_result_add_words
- * finds them by time. Into a new block, released with parley_free. */
+/* The transcript in the format that it has, with a speaker for every word or caption by time. Into a new
+ * block, released with parley_free. */
 PARLEY_API PARLEY_CHECKED parley_status parley_result_assign(const parley_result *result,
                                                              const char *transcript, size_t size,
                                                              double reach, char **text, size_t *text_size);

@@ -128,15 +128,23 @@ console.error(JSON.parse(voices).people.map(({ name, samples }) => `${name} ${sa
   (first.end - first.start).toFixed(1));
 const known = await parley.diarize("recording.wav", { voices });
 console.error(known.speakers.map(({ name }) => name).join());
+const recognizer = `process.stdout.write(JSON.stringify({ words: [{ word: process.argv[1].slice(-9), start: 1, end: 2 }] }))`;
+const spoken = await parley.transcribe("recording.wav", [process.execPath, "-e", recognizer, "{audio}"], { names: ["Ann"] });
+const read = await parley.read(await spoken.text("json"));
+console.error([spoken, read].map(({ words: [w] }) => `${w.start} ${w.text} ${w.speaker}`).join(), new TextDecoder().decode(await read.transcript("stm")).trim());
+console.error((await Promise.all([parley.transcribe("recording.wav", ["nowhere"]), parley.read("x"), kept.transcript()]
+  .map((call) => call.catch((error) => error.message)))).join("; "));
 parley.close();
 """)
         ran = subprocess.run([shutil.which("node"), "main.js"], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                              check=True, env={**os.environ, "PATH": "/nonexistent"})
         self.assertEqual(ran.stdout, self.expected)
-        missing, unread, again, remembered, known = ran.stderr.strip().splitlines()
+        missing, unread, again, remembered, known, spoken, refused = ran.stderr.strip().splitlines()
         self.assertEqual(again, "2 true")
         self.assertRegex(remembered, r"^Ann [0-9.]+,Bob ([0-9.]+) \1$")
         self.assertTrue(known.startswith("Bob,Ann,"), known)
+        self.assertEqual(spoken, "1 rding.wav Ann,1 rding.wav Ann recording 1 Ann 1.000 2.000 rding.wav")
+        self.assertRegex(refused, "^nowhere is not installed; result: holds no segments.*; the result has no words$")
         self.assertEqual(missing, "missing.wav: there is no such file")
         self.assertTrue(unread.startswith("main.js: ") and "ffmpeg" in unread, unread)
         self.assertEqual(run("npx", "parley", "-f", "rttm", "recording.wav", cwd=folder), self.expected)

@@ -351,6 +351,44 @@ def test_the_module_takes_the_options_of_the_tool(diarizer, expected, tmp_path):
     assert " Ann " in (tmp_path / "out/three-voices.rttm").read_text()
 
 
+HEARD = {"words": [{"word": "Good", "start": 0.9, "end": 1.4}, {"word": "morning.", "start": 1.5, "end": 1.9}, {"word": "Yes", "start": 10, "end": 11}]}
+
+
+def test_words(diarizer, expected, tmp_path):
+    result = diarizer.diarize(RECORDING, names=["Ann", "Bob", "Cem"], keep_embeddings=True)
+    for transcript in (HEARD, HEARD["words"], json.dumps(HEARD), json.dumps(HEARD).encode()):
+        result.add_words(transcript)
+        assert result.words == [(0.9, 1.4, "Good", "Ann"), (1.5, 1.9, "morning.", "Ann"), (10, 11, "Yes", "Bob")]
+    result.write_transcript(tmp_path / "minutes.md")
+    assert (tmp_path / "minutes.md").read_text() == "**Ann** 0:00  \nGood morning.\n\n**Bob** 0:10  \nYes\n"
+    assert {f: len(result.transcript(f)) > 0 for f in parley.TRANSCRIPT_FORMATS} == dict.fromkeys(parley.TRANSCRIPT_FORMATS, True)
+    result.write(tmp_path / "three-voices.json")
+    again = parley.read(tmp_path / "three-voices.json")
+    assert again.words == result.words == pickle.loads(pickle.dumps(result)).words and again == result and again.names == result.names
+    with pytest.raises(parley.ParleyError, match="are these milliseconds"):
+        result.add_words([{"start": 63000, "end": 63500, "word": "x"}])
+    with pytest.raises(parley.ParleyError, match="no words"):
+        expected.transcript()
+    with pytest.raises(parley.ParleyError, match="holds no segments"):
+        parley.read(tmp_path / "minutes.md")
+
+
+def test_transcribing(tmp_path):
+    recognizer = tmp_path / "recognizer.py"
+    recognizer.write_text(f"import sys\nassert sys.argv[1].endswith('.wav')\nprint({json.dumps(json.dumps(HEARD))})")
+    command, shares = f"'{sys.executable}' {recognizer} {{audio}}", []
+    result = parley.transcribe(RECORDING, command, progress=shares.append, names=["Ann", "Bob", "Cem"])
+    assert [w.text for w in result.words] == ["Good", "morning.", "Yes"] and shares == sorted(shares)
+    with parley.Diarizer() as diarizer:
+        assert diarizer.transcribe(RECORDING, command, result=result).words == result.words
+        with pytest.raises(FileNotFoundError, match="is not installed"):
+            diarizer.transcribe(RECORDING, "no-such-program {audio}")
+        with pytest.raises(parley.ParleyError, match="cancelled"):
+            diarizer.transcribe(RECORDING, f"'{sys.executable}' -c 'import time; time.sleep(60)' {{audio}}", progress=lambda share: False)
+        with pytest.raises(parley.ParleyError, match="exit status 3: no luck"):
+            diarizer.transcribe(RECORDING, f"'{sys.executable}' -c \"import sys; print('no luck', file=sys.stderr); sys.exit(3)\" {{audio}}")
+
+
 NONSENSE = [None, 0, -1, 2**40, float("nan"), float("inf"), "", "\0", "nowhere", b"x", [], {}, object(), np.zeros((2, 2, 2)), np.zeros(0)]
 
 
@@ -370,6 +408,9 @@ def test_nonsense_is_an_exception(expected):
         lambda x: parley.assign_speakers([{"start": 0, "end": 1}], x), lambda x: parley.match(x, kept), lambda x: parley.match(kept, kept, x),
         lambda x: parley.score(x, kept), lambda x: parley.score([(0, x, "a")], kept), lambda x: parley.score(kept, kept, x),
         lambda x: parley.Voices(x), lambda x: voices.add("a", kept, x), lambda x: voices.add(x, kept, 1), lambda x: voices.add("a", x, 1),
+        lambda x: kept.add_words(x), lambda x: kept.add_words(HEARD, reach=x), lambda x: kept.transcript(x), lambda x: parley.read(x),
+        lambda x: kept.write_transcript(x), lambda x: diarizer.transcribe(x), lambda x: diarizer.transcribe(RECORDING, x, result=kept),
+        lambda x: diarizer.transcribe(RECORDING, "nowhere {audio}", x, result=kept), lambda x: diarizer.transcribe(RECORDING, "nowhere {audio}", result=x),
         lambda x: voices.add("a", kept, 1, x, x), lambda x: voices.remove(x), lambda x: parley.Voices.load(x),
         *[lambda x, name=name: diarizer.diarize(samples, 16000, **{name: x})
           for name in ("num_speakers", "thresholds", "pad", "names", "channels", "sensitivity", "via_ffmpeg", "jobs", "voices", "progress")],

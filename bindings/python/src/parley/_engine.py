@@ -4,13 +4,13 @@ from __future__ import annotations
 import ctypes
 import os
 import threading
-from ctypes import POINTER, byref, c_int16, c_void_p
+from ctypes import POINTER, byref, c_char_p, c_int16, c_void_p
 from typing import IO, Any, Callable, Dict, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
 from ._errors import check
-from ._library import OPTIONS_SIZE, Progress, find_model, library
+from ._library import OPTIONS_SIZE, CTranscription, Progress, find_model, library
 from ._results import Diarization
 from ._voices import Voices
 
@@ -167,6 +167,35 @@ class Diarizer:
             check(library.parley_recluster(self._object, result._address(), asked.record, byref(again)))
         return Diarization._take(again, voices)
 
+    def transcribe(self, path: Union[str, "os.PathLike[str]"], recognizer: str = "pocketsphinx", arguments: Sequence[str] = (), *,
+                   result: Optional[Diarization] = None, time_limit: float = 0, by_turn: bool = False, by_time: bool = False,
+                   reach: float = 1.0, jobs: int = 1, progress: Optional[Callable[[float], Optional[bool]]] = None,
+                   **options: Any) -> Diarization:
+        """Who said what: the recording is diarized, and a speech recognizer, a program that has to be installed, writes the words.
+
+        recognizer: a name that the library knows (docs/transcripts.md), or a command with {audio} in it.
+        arguments: for the recognizer, behind its own.
+        result: who speaks, if that is known already; without it the recording is diarized with the other options of diarize.
+        time_limit: seconds, in which the recognizer has to be ready with a piece of some minutes; 0: any number.
+        by_turn: pieces end where the speaker changes, not at pauses alone.
+        by_time, reach: as of Diarization.add_words.
+        jobs: recognizers at a time, of those that take one core.
+        progress: called with the share of the recording that is transcribed; when it returns False it ends with ParleyError.
+
+        Returns the result with its words. Raises FileNotFoundError where there is no such program, too.
+        """
+        if result is None:
+            result = self.diarize(path, keep_embeddings=True, jobs=jobs, **options)
+        how = CTranscription()
+        library.parley_transcription_init(byref(how))
+        how.recognizer, how.time_limit, how.by_turn, how.rule, how.reach = recognizer.encode(), time_limit, by_turn, by_time, reach
+        how.arguments, how.num_arguments = (c_char_p * len(arguments))(*(a.encode() for a in arguments)), len(arguments)
+        name, asked = os.fsencode(os.fspath(path)), _Options({"jobs": jobs})
+        self._follow(progress, lambda call, context: library.parley_transcribe(self._object, result._address(), name, byref(how),
+                                                                               asked.record, call, context))
+        result._take_words()
+        return result
+
     def listen(self, pieces: Iterable[Any], sample_rate: int = 16000, *, every: float = 1.0, share: float = 0.05,
                voices: Optional[Voices] = None, **options: Any) -> Iterator[Diarization]:
         """Tells who speaks while samples still come.
@@ -217,6 +246,11 @@ class Diarizer:
         return Diarization._take(result, voices) if result else None
 
     def _run(self, progress: Optional[Callable[[float], Optional[bool]]], voices: Optional[Voices], call: Callable[..., int]) -> Diarization:
+        result = c_void_p()
+        self._follow(progress, lambda *rest: call(*rest, byref(result)))
+        return Diarization._take(result, voices)
+
+    def _follow(self, progress: Optional[Callable[[float], Optional[bool]]], call: Callable[..., int]) -> None:
         raised: list = []
 
         def tell(_: object, done: float) -> int:
@@ -226,14 +260,12 @@ class Diarizer:
                 raised.append(error)
                 return 0
 
-        result = c_void_p()
         with self._lock:
             self._check_open()
-            status = call(Progress(tell) if progress else Progress(), None, byref(result))
+            status = call(Progress(tell) if progress else Progress(), None)
             if raised:
                 raise raised[0]
             check(status)
-        return Diarization._take(result, voices)
 
     def close(self) -> None:
         """Releases the engine; it can be called again."""

@@ -35,6 +35,19 @@ class CSpeaker(ctypes.Structure):
     _fields_ = [("name", c_char_p), ("seconds", c_double), ("embedding", POINTER(c_float)), ("embedding_size", c_int32), ("similarity", c_double)]
 
 
+class CWord(ctypes.Structure):
+    """parley_word"""
+
+    _fields_ = [("start", c_double), ("end", c_double), ("text", c_char_p), ("speaker", c_char_p)]
+
+
+class CTranscription(ctypes.Structure):
+    """parley_transcription"""
+
+    _fields_ = [("size", c_size_t), ("recognizer", c_char_p), ("arguments", POINTER(c_char_p)), ("num_arguments", c_int32),
+                ("time_limit", c_double), ("by_turn", c_int32), ("rule", c_int32), ("reach", c_double)]
+
+
 class CTurn(ctypes.Structure):
     """parley_turn"""
 
@@ -109,6 +122,15 @@ def _load() -> ctypes.CDLL:
         ("parley_voices_sample_at", c_int32, [c_char_p, c_int32, c_int32, POINTER(c_double), c_char_p, text]),
         ("parley_result_link_audio", c_int32, [c_void_p, c_char_p, c_int64]),
         ("parley_url_of_path", c_int32, [c_char_p, text]),
+        ("parley_read_result", c_int32, [c_char_p, c_size_t, c_char_p, handle]),
+        ("parley_result_read_audio", c_int32, [c_void_p, c_void_p, c_char_p, c_void_p, Progress, c_void_p]),
+        ("parley_result_add_words", c_int32, [c_void_p, c_char_p, c_size_t, c_double, c_int32]),
+        ("parley_result_num_words", c_int32, [c_void_p]),
+        ("parley_result_word", CWord, [c_void_p, c_int32]),
+        ("parley_transcription_init", None, [POINTER(CTranscription)]),
+        ("parley_transcribe", c_int32, [c_void_p, c_void_p, c_char_p, POINTER(CTranscription), c_void_p, Progress, c_void_p]),
+        ("parley_transcript_format_at", POINTER(Format), [c_int32]),
+        ("parley_write_words", c_int32, [c_void_p, c_char_p, text, size]),
         ("parley_format_at", POINTER(Format), [c_int32]),
         ("parley_write_text", c_int32, [c_void_p, c_char_p, text, size]),
         ("parley_free", None, [c_void_p]),
@@ -137,3 +159,4 @@ def _table(at, count=0):
 
 OPTIONS = _table(library.parley_option_at)
 FORMATS = _table(library.parley_format_at)
+TRANSCRIPT_FORMATS = _table(library.parley_transcript_format_at)

@@ -2,15 +2,16 @@
 from __future__ import annotations
 
 import ctypes
+import json
 import os
 import pathlib
 from ctypes import byref, c_int32, c_size_t, c_void_p
-from typing import TYPE_CHECKING, Any, Dict, Iterable, List, NamedTuple, Optional, Tuple, Union
+from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Mapping, NamedTuple, Optional, Tuple, Union
 
 import numpy as np
 
 from ._errors import ParleyError, Status, check
-from ._library import FORMATS, library
+from ._library import FORMATS, TRANSCRIPT_FORMATS, library
 
 if TYPE_CHECKING:
     import pandas
@@ -32,6 +33,17 @@ class Segment(NamedTuple):
         return self.end - self.start
 
 
+class Word(NamedTuple):
+    """A word of a transcript."""
+
+    start: float
+    """Seconds from the start of the audio."""
+    end: float
+    text: str
+    speaker: str
+    """A name; "" where nobody is known to speak."""
+
+
 class _Handle:
     """Owns a parley_result."""
 
@@ -51,6 +63,7 @@ class Diarization(Tuple[Segment, ...]):
     embeddings: their vectors of unit length by number.
     confidences: of each segment, the probability that its speaker is right.
     waveform: the loudest sample of every twentieth of a second, from 0 to 1.
+    words: of a transcript, if one was added (add_words, Diarizer.transcribe).
     note: what the user should know, or "".
     """
 
@@ -60,6 +73,7 @@ class Diarization(Tuple[Segment, ...]):
     embeddings: Dict[int, np.ndarray]
     confidences: List[float]
     waveform: np.ndarray
+    words: List[Word]
     note: str
     _source: Optional[str] = None  # the file that it is about
 
@@ -82,7 +96,12 @@ class Diarization(Tuple[Segment, ...]):
         self.confidences = [s.confidence for s in records]
         self.waveform = np.array(peaks[: count.value], np.float32)
         self.note = library.parley_result_note(address).decode(errors="replace")
+        self._take_words()
         return self
+
+    def _take_words(self) -> None:
+        words = (library.parley_result_word(self._address(), i) for i in range(library.parley_result_num_words(self._address())))
+        self.words = [Word(w.start, w.end, w.text.decode(errors="replace"), w.speaker.decode(errors="replace")) for w in words]
 
     def __reduce__(self) -> Any:
         kept = {k: v for k, v in self.__dict__.items() if k != "_handle"}
@@ -108,21 +127,16 @@ class Diarization(Tuple[Segment, ...]):
 
     def to_bytes(self, format: str) -> bytes:
         """The result in one of parley.FORMATS, byte for byte what the command line tool writes."""
-        text, size = c_void_p(), c_size_t()
-        check(library.parley_write_text(self._address(), format.encode(), byref(text), byref(size)))
-        try:
-            return ctypes.string_at(text.value, size.value)
-        finally:
-            library.parley_free(text)
+        return _bytes_of(library.parley_write_text, self._address(), format.encode())
 
     def write(self, path: Union[str, "os.PathLike[str]"], format: Optional[str] = None) -> None:
         """Writes a file, in the format that its name ends like unless one is named."""
         path = pathlib.Path(path)
-        if format is None:
-            found = [f for f in FORMATS if path.name.lower().endswith(f.extension.decode().lower())]
-            if not found:
-                raise ValueError(f"{path}: no format has such names; name one")
-            format = max(found, key=lambda f: len(f.extension)).name.decode()  # .labels.txt before .txt
+        format = format or _format_of(path, FORMATS)
+        self._link_audio(path, format)
+        path.write_bytes(self.to_bytes(format))
+
+    def _link_audio(self, path: pathlib.Path, format: str) -> None:
         if self._source and format in ("html", "eaf"):  # which refer to the recording from where they lie
             url = c_void_p()
             check(library.parley_url_of_path(os.fsencode(os.path.relpath(self._source, path.parent)), byref(url)))
@@ -130,7 +144,32 @@ class Diarization(Tuple[Segment, ...]):
                 check(library.parley_result_link_audio(self._address(), ctypes.string_at(url.value), -1))
             finally:
                 library.parley_free(url)
-        path.write_bytes(self.to_bytes(format))
+
+    def add_words(self, transcript: Union[str, bytes, Mapping[str, Any], Iterable[Mapping[str, Any]]], *, reach: float = 1.0,
+                  by_time: bool = False) -> None:
+        """Adds the words of a transcript, each with its speaker, in place of those that were there.
+
+        transcript: its text (JSON of Whisper and many others, TSV, SRT, WebVTT, CTM), or what such JSON holds.
+        reach: seconds as far as which words may lie from a segment; those outside go to whom they sound like, if the result was
+            made with keep_embeddings, or else to the nearest.
+        by_time: the first and the last word of a sentence, if two share it, are whose part is longer, and do not go with the sentence.
+        """
+        if not isinstance(transcript, (str, bytes)):
+            transcript = json.dumps(transcript if isinstance(transcript, Mapping) else list(transcript))
+        text = transcript.encode() if isinstance(transcript, str) else transcript
+        check(library.parley_result_add_words(self._address(), text, len(text), reach, by_time))
+        self._take_words()
+
+    def transcript(self, format: str = "text") -> bytes:
+        """The words in one of parley.TRANSCRIPT_FORMATS, byte for byte what the command line tool writes."""
+        return _bytes_of(library.parley_write_words, self._address(), format.encode())
+
+    def write_transcript(self, path: Union[str, "os.PathLike[str]"], format: Optional[str] = None) -> None:
+        """Writes them into a file, in the format that its name ends like unless one is named."""
+        path = pathlib.Path(path)
+        format = format or _format_of(path, TRANSCRIPT_FORMATS)
+        self._link_audio(path, format)
+        path.write_bytes(self.transcript(format))
 
     def to_dataframe(self) -> "pandas.DataFrame":
         """A pandas table with the columns start, end, duration (seconds), speaker, name and confidence. Needs pandas."""
@@ -158,6 +197,31 @@ class Diarization(Tuple[Segment, ...]):
                          f"{seconds:.1f} s</text>")
         return (f'<svg viewBox="0 0 1180 {24 * len(lanes)}" width="100%" role="img" font-family="sans-serif">'
                 f'{"".join(lanes)}</svg>')
+
+
+def _bytes_of(write: Any, address: c_void_p, format: bytes) -> bytes:
+    text, size = c_void_p(), c_size_t()
+    check(write(address, format, byref(text), byref(size)))
+    try:
+        return ctypes.string_at(text.value, size.value)
+    finally:
+        library.parley_free(text)
+
+
+def _format_of(path: pathlib.Path, formats: Any) -> str:
+    found = [f for f in formats if path.name.lower().endswith(f.extension.decode().lower())]
+    if not found:
+        raise ValueError(f"{path}: no format has such names; name one")
+    return max(found, key=lambda f: len(f.extension)).name.decode()  # .labels.txt before .txt
+
+
+def read(path: Union[str, "os.PathLike[str]"]) -> Diarization:
+    """A result that was written earlier, here or by others, and maybe corrected: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT with
+    voices, Audacity labels."""
+    text = pathlib.Path(path).read_bytes()
+    result = c_void_p()
+    check(library.parley_read_result(text, len(text), os.fsencode(os.fspath(path)), byref(result)))
+    return Diarization._take(result)
 
 
 def _without_handle(segments: Iterable[Segment], kept: Dict[str, Any]) -> Diarization:
