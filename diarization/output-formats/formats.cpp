@@ -67,7 +67,8 @@ std::string clock_time(double seconds) {
 }
 
 const char *speaker_color(int speaker) {
-    static constexpr std::array COLORS = {"#0072b2", "#e69f00", "#009e73", "#cc79a7",
-                                          "#56b4e9", "#d55e00", "#9a8f00", "#7a7a7a"};
+    static constexpr std::array COLORS = {"#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9", "#d55e00",
+                                          "#9a8f00", "#7a7a7a", "#004c76", "#a06800", "#00573f", "#8a3d67",
+                                          "#1f7fae", "#8f3b00", "#5c5600", "#454545"};
     return COLORS[static_cast<size_t>(speaker) % COLORS.size()];
 }

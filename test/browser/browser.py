@@ -51,8 +51,35 @@ class Browser:
         down, up = ([{"type": type, "value": k} for k in (*held, key)] for type in ("keyDown", "keyUp"))
         self.act("key", *down, *reversed(up))
 
+    def hold(self, key, work):
+        """Does something while a key is held."""
+        self.act("key", {"type": "keyDown", "value": key})
+        try:
+            work()
+        finally:
+            self.act("key", {"type": "keyUp", "value": key})
+
     def click(self, x, y):
         self.drag(x, y)
+
+    def double_click(self, x, y):
+        press = [{"type": "pointerDown", "button": 0}, {"type": "pointerUp", "button": 0}]
+        self.act("pointer", {"type": "pointerMove", "x": int(x), "y": int(y)}, *press, *press)
+
+    def window(self):
+        return self.send("GET", self.session + "/window")
+
+    def new_window(self):
+        """Opens one and goes there; its name."""
+        name = self.send("POST", self.session + "/window/new", {"type": "tab"})["handle"]
+        self.switch(name)
+        return name
+
+    def switch(self, name):
+        self.send("POST", self.session + "/window", {"handle": name})
+
+    def close_window(self):
+        self.send("DELETE", self.session + "/window")
 
     def drag(self, x, y, *to):
         moves = [{"type": "pointerMove", "x": int(to[0]), "y": int(to[1]), "duration": 100}] if to else []

@@ -19,7 +19,7 @@ PARLEY, AUDIO = (str(Path(p).resolve()) for p in sys.argv[1:3])
 SHOTS = Path(sys.argv[3]) if len(sys.argv) > 3 else None
 AXE = Path(__file__).resolve().parents[2] / "build/axe/node_modules/axe-core/axe.min.js"
 SAVED = ("rttm", "json", "csv", "vtt", "srt", "textgrid", "eaf", "audacity")
-RIGHT, LEFT, DOWN, UP, HOME, END, DELETE, CONTROL = "\ue014", "\ue012", "\ue015", "\ue013", "\ue011", "\ue010", "\ue017", "\ue009"
+RIGHT, LEFT, DOWN, UP, HOME, END, DELETE, CONTROL, SHIFT = "\ue014", "\ue012", "\ue015", "\ue013", "\ue011", "\ue010", "\ue017", "\ue009", "\ue008"
 DATE = re.compile(r'DATE="[^"]*"')
 
 
@@ -162,13 +162,15 @@ class Page(unittest.TestCase):
         second = next(s["start"] for s in self.data["segments"] if s["speaker"] == self.data["speakers"][1]["name"])
         self.browser.run("document.getElementById('audio').currentTime = 0")
         self.wait("return document.querySelector('.clock').textContent.startsWith('0:00.0')")
-        self.browser.key("2")
+        self.browser.key("2", SHIFT)
         self.wait(f"return Math.abs(document.getElementById('audio').currentTime - {second}) < 1")
         self.pause()
 
     def test_zooming_keeps_the_place(self):
         left, top, width, height = self.box(".slider")
         self.browser.wheel(left + width / 4, top + height / 2, -400)
+        self.assertEqual(self.browser.run("return parleyShown.timeline.view[0]"), 0)  # which scrolls the page
+        self.browser.hold(CONTROL, lambda: self.browser.wheel(left + width / 4, top + height / 2, -400))
         first, last = self.browser.run("return parleyShown.timeline.view")
         quarter = self.data["duration"] / 4
         self.assertLess(last - first, self.data["duration"] / 1.5)
@@ -237,10 +239,15 @@ class Page(unittest.TestCase):
         scored = subprocess.run([PARLEY, "score", self.folder / "changed.rttm", self.folder / "changed.rttm"], check=True,
                                 stdout=subprocess.PIPE, text=True).stdout
         self.assertRegex(scored, r"total +0\.00 ")
-        # A reload loses nothing; undo goes back to what the tool found.
+        # A reload loses nothing, what can be undone included: step by step, or back to what the tool found.
         self.browser.go(self.page.as_uri())
         self.assertEqual(self.segments(), changed)
-        run("document.querySelector('.changes button:nth-of-type(2)').click()")
+        self.browser.key("z", CONTROL)
+        self.assertEqual(len(self.segments()), len(before) + 1)
+        self.browser.key("z", CONTROL)
+        self.assertEqual(len(self.segments()), len(before))
+        self.assertEqual(self.segments()[1], second)
+        run("[...document.querySelectorAll('.changes button')].find((b) => b.textContent.startsWith('Discard')).click()")
         self.assertEqual(self.segments(), self.data["segments"])
         self.assertEqual(run("return parleyShown.result.names"), [s["name"] for s in self.data["speakers"]])
         # Two who are one.
@@ -302,6 +309,15 @@ class Page(unittest.TestCase):
         self.browser.resize(500, 850)
         self.assertTrue(self.browser.run("return document.documentElement.scrollWidth <= window.innerWidth"))
         self.browser.shot("phone.png")
+        (self.folder / "phone.html").write_text(long_page(self.page, 1, 12)[0])
+        self.browser.go((self.folder / "phone.html").as_uri())
+        self.browser.run("document.querySelectorAll('.tabs button')[1].click(); document.querySelector('.row').click(); scrollTo(0, 400)")
+        self.settle()
+        stage, undo, number = self.browser.run("""const box = (e) => e.getBoundingClientRect(), cut = document.querySelectorAll('.label .cut')[11];
+            return [box(document.querySelector('.stage')).height, box(document.querySelector('.changes button')).bottom, box(cut.lastChild).right <= box(cut).right + 1]""")
+        self.assertLessEqual(stage, 850 / 3)
+        self.assertLessEqual(undo, 850)
+        self.assertTrue(number, "the number of a name that is cut off")
 
     def test_colours_can_be_read(self):
         """Text against its ground, 4.5 to 1 (WCAG AA), in both schemes."""

@@ -144,6 +144,29 @@ class Web(unittest.TestCase):
         self.assertIsNone(self.browser.run("return localStorage.getItem('parley-voices')"))
         self.assertEqual(self.browser.complaints(), [])
 
+    def test_another_number_and_an_earlier_result(self):
+        run = self.browser.run
+        with tempfile.TemporaryDirectory() as folder:
+            earlier = Path(folder, "earlier.rttm")
+            earlier.write_text("SPEAKER x 1 1 5 <NA> <NA> Eve <NA> <NA>\n")
+            self.choose(earlier)  # in any order
+            self.wait("return document.getElementById('status').textContent.includes('now the recording')")
+            self.choose(AUDIO)
+            self.wait("return globalThis.parleyShown?.result.isChanged")
+            self.assertEqual(run("return parleyShown.result.segments"), [{"start": 1, "end": 6, "speaker": "Eve"}])
+            run("parleyShown.result.undo()")
+        run("parleyShown.result.rename('speaker 1', 'Ann')")
+        run("parleyShown.result.assign(4, 'Dan')")
+        pinned = run("return parleyShown.result.segments[4]")
+        run("document.getElementById('number').value = 2; document.getElementById('find-again').click()")
+        self.wait("return document.getElementById('status').textContent === '2 speakers.'")
+        asked = json.loads(subprocess.run([PARLEY, "-n", "2", "--format", "json", AUDIO], check=True, stdout=subprocess.PIPE).stdout)
+        self.assertEqual([s["start"] for s in run("return parleyShown.result.data.segments")], [s["start"] for s in asked["segments"]])
+        self.assertIn("Ann", run("return parleyShown.result.names"))
+        middle = (pinned["start"] + pinned["end"]) / 2
+        self.assertEqual(run(f"return parleyShown.result.segments[parleyShown.result.at({middle})[0]].speaker"), "Dan")
+        self.assertEqual(self.browser.complaints(), [])
+
     def test_what_is_no_audio_is_said_and_the_next_file_works(self):
         self.choose(Path(WEB) / "app.css")
         self.wait("return document.getElementById('status').textContent.startsWith('app.css: ')")

@@ -8,6 +8,7 @@ let texts = {}; // the result in every format that the engine writes, but as a p
 let heard; // the sound it is about, a Blob
 let told; // the result, which knows the voices
 let running; // aborts the run that is under way
+let earlier; // a result of an earlier day, a File that waits for its recording
 
 function say(text, fraction) {
   status.textContent = text;
@@ -20,7 +21,7 @@ function clear() {
   globalThis.parleyShown = undefined;
   told?.close();
   told = undefined;
-  element("voices").hidden = true;
+  element("voices").hidden = element("again").hidden = true;
   element("player").replaceChildren();
 }
 
@@ -49,8 +50,62 @@ async function show(loaded, result, sound, fileName) {
   globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...result.waveform] }, audio);
   globalThis.parleyShown.result.onChange(showVoices);
   showVoices();
+  element("again").hidden = false;
+  if (earlier) await takeEarlier(loaded);
   return shown;
 }
+
+// ---- Results of an earlier day, and the same recording again
+
+const isResult = ({ name }) => /\.(json|rttm|csv|eaf|textgrid|srt|vtt)$/i.test(name);
+
+// What was saved earlier, here or by others, becomes what is shown; undo takes it back.
+async function takeEarlier(loaded) {
+  const file = earlier;
+  earlier = undefined;
+  const read = await loaded.read(await file.text(), file.name);
+  await globalThis.parleyShown.open(new File([await read.text("json")], file.name));
+  read.close();
+}
+
+async function openFiles(files) {
+  earlier = files.find(isResult) ?? earlier;
+  const recording = files.find((file) => !isResult(file));
+  if (recording) return open(recording);
+  if (!globalThis.parleyShown) return say(`${earlier.name}: now the recording, please.`);
+  await takeEarlier(await load()).catch((error) => say(error.message));
+}
+
+// Names that somebody gave go to who speaks most of the time when they did; segments that were corrected by hand keep their speaker.
+function carryOver(before, result) {
+  const shared = (from, to) => (s) => Math.max(0, Math.min(to, s.end) - Math.max(from, s.start));
+  const taken = new Set();
+  for (const name of result.names) {
+    const own = result.segments.filter((s) => s.speaker === name);
+    const talk = before.names.map((old) => [old, before.segments.filter((s) => s.speaker === old)
+      .reduce((sum, s) => sum + own.reduce((all, o) => all + shared(s.start, s.end)(o), 0), 0)]);
+    const [old, seconds] = talk.reduce((best, one) => (one[1] > best[1] ? one : best), ["", 0]);
+    if (seconds > 0 && !/^speaker \d+$/.test(old) && !taken.has(old)) taken.add(old), result.rename(name, old);
+  }
+  for (const pinned of before.segments.filter((s) => s.edited)) {
+    const inside = result.segments.map((s, i) => [s, i]).filter(([s]) => shared(pinned.start, pinned.end)(s) > (s.end - s.start) / 2).map(([, i]) => i);
+    if (inside.length) result.assign(inside, pinned.speaker);
+  }
+}
+
+element("find-again").addEventListener("click", async () => {
+  try {
+    const before = { names: globalThis.parleyShown.result.names, segments: globalThis.parleyShown.result.segments };
+    const found = await told.again({ numSpeakers: element("number").value || undefined, sensitivity: element("sensitivity").value, keepEmbeddings: true });
+    const [sound, name] = [heard, audio.dataset.name], loaded = await load();
+    clear();
+    await show(loaded, found, sound, name);
+    if (!globalThis.parleyShown.result.isChanged) carryOver(before, globalThis.parleyShown.result);
+    say(`${found.speakers.length} speakers.`);
+  } catch (error) {
+    say(error.message);
+  }
+});
 
 // ---- Known voices, which this browser keeps: the text of a file of voices
 
@@ -106,7 +161,7 @@ async function open(file) {
     const loaded = await load();
     const begin = performance.now();
     const onProgress = (fraction) => say(file.name, fraction);
-    const result = await loaded.diarize(file, { name: file.name, onProgress, signal: own.signal });
+    const result = await loaded.diarize(file, { name: file.name, keepEmbeddings: true, onProgress, signal: own.signal });
     const elapsed = (performance.now() - begin) / 1000;
     const shown = await show(loaded, result, file, file.name);
     say(`Took ${elapsed.toFixed(1)} s, ${Math.round(shown.duration / elapsed)} times as fast as listening.`);
@@ -155,7 +210,7 @@ async function listen() {
     await context.audioWorklet.addModule("recorder.js");
     const recorder = new AudioWorkletNode(context, "recorder");
     const name = `microphone ${new Date().toISOString().slice(0, 16).replace(":", ".")}`;
-    session = await loaded.listen({ name, sampleRate: context.sampleRate });
+    session = await loaded.listen({ name, sampleRate: context.sampleRate, keepEmbeddings: true });
     const pieces = [];
     recorder.port.onmessage = ({ data }) => {
       const piece = Int16Array.from(data, (x) => Math.max(-32768, Math.min(32767, Math.round(x * 32768))));
@@ -211,11 +266,15 @@ element("listen").addEventListener("click", () => (stop ? stop() : listen()));
 globalThis.parleyFormats = () => texts;
 globalThis.parleySound = () => heard;
 
-element("file").addEventListener("change", ({ target }) => target.files.length && open(target.files[0]));
+element("file").addEventListener("change", ({ target }) => {
+  const files = [...target.files];
+  target.value = ""; // so that the same file can be chosen again
+  if (files.length) openFiles(files);
+});
 for (const name of ["dragenter", "dragover", "dragleave", "drop"]) {
   document.addEventListener(name, (event) => {
     event.preventDefault();
     element("drop").classList.toggle("over", name === "dragenter" || name === "dragover");
-    if (name === "drop" && event.dataTransfer.files.length) open(event.dataTransfer.files[0]);
+    if (name === "drop" && event.dataTransfer.files.length) openFiles([...event.dataTransfer.files]);
   });
 }

@@ -8,20 +8,21 @@ class ParleyList {
   #on;
   #rows = new Map(); // index: element
   #now = new Set();
-  #selected = -1;
+  #selected = []; // the last one first among them
   #color;
   #whole = false; // all of it, for paper
 
-  // on: {choose(index, listen)}
+  // on: {choose(index, listen, more)}
   constructor(result, on) {
     this.#result = result;
     this.#on = on;
     this.element = parleyElement("div", "list");
     this.element.setAttribute("role", "listbox");
+    this.element.setAttribute("aria-multiselectable", "true");
     this.element.setAttribute("aria-label", "Segments");
     this.element.addEventListener("click", (event) => {
       const row = event.target.closest(".row");
-      if (row) this.#on.choose(Number(row.dataset.index), true);
+      if (row) this.#on.choose(Number(row.dataset.index), true, event.ctrlKey || event.metaKey || event.shiftKey);
     });
     this.element.addEventListener("keydown", (event) => this.#key(event));
     this.render = this.render.bind(this);
@@ -88,19 +89,20 @@ class ParleyList {
     return row;
   }
 
-  // Which segments are spoken now, and which one is chosen.
+  // Which segments are spoken now, and which are chosen.
   show(now, selected) {
-    if (selected === this.#selected && now.length === this.#now.size && now.every((i) => this.#now.has(i))) return;
+    if (selected.join() === this.#selected.join() && now.length === this.#now.size && now.every((i) => this.#now.has(i))) return;
     this.#now = new Set(now);
     this.#selected = selected;
     this.#mark();
   }
 
   #mark() {
-    const reachable = this.#rows.has(this.#selected) ? this.#selected : Math.min(...this.#rows.keys());
+    const last = this.#selected.at(-1);
+    const reachable = this.#rows.has(last) ? last : Math.min(...this.#rows.keys());
     for (const [index, row] of this.#rows) {
       row.classList.toggle("now", this.#now.has(index));
-      row.setAttribute("aria-selected", index === this.#selected);
+      row.setAttribute("aria-selected", this.#selected.includes(index));
       row.tabIndex = index === reachable ? 0 : -1;
     }
   }
@@ -115,6 +117,7 @@ class ParleyList {
   }
 
   focus(index) {
+    this.render();
     this.#rows.get(index)?.focus({ preventScroll: true });
   }
 
@@ -127,7 +130,7 @@ class ParleyList {
       const next = Math.min(Math.max(to, 0), last);
       this.#on.choose(next, false);
       this.focus(next);
-    } else if (event.key === "Enter") {
+    } else if (event.key === " ") {
       this.#on.choose(index, true);
     } else {
       return;
@@ -140,7 +143,6 @@ class ParleyList {
 // A transcript as paragraphs by speaker. Far away ones are laid out when they come near.
 class ParleyTranscript {
   #result;
-  #words;
   #elements = [];
   #now = -1;
   #found = [];
@@ -149,7 +151,6 @@ class ParleyTranscript {
   // on: {seek(seconds, listen)}
   constructor(result, on) {
     this.#result = result;
-    this.#words = result.data.words;
     this.element = parleyElement("div", "words");
     this.search = parleyElement("input", "search");
     Object.assign(this.search, { type: "search", placeholder: "Find in the transcript" });
@@ -166,15 +167,39 @@ class ParleyTranscript {
     });
     this.text.addEventListener("click", (event) => {
       const word = event.target.closest("[data-word]");
-      if (word) on.seek(this.#words[word.dataset.word].start, true);
+      if (word && !word.isContentEditable) on.seek(this.#words[word.dataset.word].start, true);
+    });
+    this.text.addEventListener("dblclick", (event) => {
+      const word = event.target.closest("[data-word]");
+      if (word) this.#edit(word);
     });
   }
 
-  // Words keep the speaker they came with until the result is corrected; then they are whose segment they lie in.
-  #speaker(word) {
-    if (!this.#result.isChanged) return word.speaker ?? "";
-    const [index] = this.#result.at((word.start + word.end) / 2);
-    return index === undefined ? "" : this.#result.segments[index].speaker;
+  get #words() { return this.#result.words; }
+
+  // A word that was understood otherwise is written anew in its place; its times stay.
+  #edit(element) {
+    const index = Number(element.dataset.word), before = this.#words[index].text;
+    element.contentEditable = "plaintext-only";
+    element.setAttribute("role", "textbox");
+    element.setAttribute("aria-label", `Instead of ${before}`);
+    element.focus();
+    getSelection().selectAllChildren(element);
+    let ends = false;
+    const end = (takes) => {
+      if (ends) return;
+      ends = true;
+      element.removeAttribute("contenteditable");
+      element.removeAttribute("role");
+      if (!takes || !this.#result.change("word", index, element.textContent.trim().replace(/\s+/g, " "))) element.textContent = before;
+    };
+    element.addEventListener("keydown", (event) => {
+      if (event.key !== "Enter" && event.key !== "Escape") return;
+      event.preventDefault();
+      event.stopPropagation();
+      end(event.key === "Enter");
+    });
+    element.addEventListener("blur", () => end(true), { once: true });
   }
 
   update(color) {
@@ -183,7 +208,7 @@ class ParleyTranscript {
     this.text.replaceChildren();
     let speaker, end = 0, paragraph, length = 0;
     this.#words.forEach((word, index) => {
-      const who = this.#speaker(word) || speaker || "";
+      const who = word.speaker || speaker || "";
       if (!paragraph || who !== speaker || word.start - end > 3 || length > 150) {
         paragraph = parleyElement("p");
         if (!this.text.lastChild || who !== speaker) {

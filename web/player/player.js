@@ -16,9 +16,9 @@ function parleySelect(label, options) {
   return select;
 }
 
-function parleySave(name, type, text) {
+function parleySave(name, type, content) {
   const link = document.createElement("a");
-  link.href = URL.createObjectURL(new Blob([text], { type }));
+  link.href = URL.createObjectURL(new Blob([content], { type }));
   link.download = name;
   link.click();
   setTimeout(() => URL.revokeObjectURL(link.href), 10000);
@@ -27,320 +27,363 @@ function parleySave(name, type, text) {
 // Fills `root`. data: what `--format json` writes, and `waveform`: peaks from 0 to 1 over the whole duration; `media`: {url, type,
 // beside}; maybe `words`. audio: an <audio> element, or null when there is nothing to play; `why` says then, why.
 function parleyPlayer(root, data, audio, why = "") {
-  const result = new ParleyResult(data);
-  const duration = Math.max(data.duration, 0.001);
-  let position = 0, selected = -1;
+  const player = new ParleyPlayer(root, data, audio, why);
+  return {
+    seek: (seconds, listen) => player.seek(seconds, listen), result: player.result, timeline: player.timeline,
+    write: (name) => player.changes.write(name), open: (file) => player.changes.open(file), close: () => player.close(),
+  };
+}
+
+class ParleyPlayer {
+  #root;
+  #audio;
+  #duration;
+  #position = 0;
+  #chosen = []; // segments, the last one is shown
+  #last; // the segment that was revealed last while playing
+  #marked; // seconds at which a new segment begins
+
+  constructor(root, data, audio, why) {
+    this.#root = root;
+    this.#audio = audio;
+    this.#duration = Math.max(data.duration, 0.001);
+    this.result = new ParleyResult(data);
+    this.#build(data, why);
+    this.result.onChange(() => this.#update());
+    if (audio) this.#follow();
+    document.addEventListener("keydown", this.#keys);
+    this.#update();
+  }
+
+  close() {
+    document.removeEventListener("keydown", this.#keys);
+    this.list.close();
+    this.changes.close();
+    this.result.close();
+  }
 
   // ---- What there is
 
-  root.replaceChildren();
-  root.classList.add("parley");
-  const about = parleyElement("p", "about");
-  root.append(parleyElement("h1", "", data.recording), about);
-  const stage = parleyElement("section", "stage");
-  stage.setAttribute("aria-label", "Player");
-  const controls = parleyElement("div", "controls");
-  const play = parleyButton("Play", () => toggle(), "play");
-  const clock = parleyElement("span", "clock");
-  const speaking = parleyElement("span", "speaking");
-  const following = parleyElement("label", "follow");
-  const follow = parleyElement("input");
-  Object.assign(follow, { type: "checkbox", checked: true });
-  following.append(follow, " Follow");
-  const zooms = parleyElement("span", "zooms");
-  const zoom = (text, label, action) => {
-    const button = parleyButton(text, action);
-    button.setAttribute("aria-label", label);
-    button.title = label;
-    return button;
-  };
-  zooms.append(zoom("−", "Zoom out", () => timeline.zoom(1 / 2, position)), zoom("+", "Zoom in", () => timeline.zoom(2, position)),
-    zoom("All", "All of the recording", () => timeline.show(0, duration)));
-  controls.append(play, clock, speaking, zooms, following);
-  play.hidden = following.hidden = !audio;
-  const silence = parleyElement("p", "why", why);
-  silence.hidden = !why;
-  silence.setAttribute("role", "status");
-  const timeline = new ParleyTimeline(result, { seek, select: (index) => select(index) });
-  const tools = parleyElement("div", "tools");
-  stage.append(controls, silence, timeline.element, tools);
-  const shares = parleyElement("ul", "shares");
-  const people = parleyElement("section", "people");
-  people.setAttribute("aria-label", "Speakers");
-  people.append(parleyElement("h2", "", "Speakers"), shares);
-  const list = new ParleyList(result, { choose });
-  const transcript = data.words?.length ? new ParleyTranscript(result, { seek }) : null;
-  const lists = parleyElement("section", "lists");
-  lists.setAttribute("aria-label", transcript ? "Transcript and segments" : "Segments");
-  if (transcript) {
-    const tabs = parleyElement("div", "tabs");
-    const showTab = (words) => {
-      transcript.element.hidden = !words;
-      list.element.hidden = words;
-      [...tabs.children].forEach((tab, i) => tab.setAttribute("aria-pressed", (i === 0) === words));
-      list.render();
-    };
-    tabs.append(parleyButton("Transcript", () => showTab(true)), parleyButton("Segments", () => showTab(false)));
-    lists.append(tabs, transcript.element, list.element);
-    showTab(true);
-  } else {
-    lists.append(parleyElement("h2", "", "Segments"), list.element);
+  #build(data, why) {
+    const { result } = this;
+    this.#root.replaceChildren();
+    this.#root.classList.add("parley");
+    this.about = parleyElement("p", "about");
+    this.silence = parleyElement("p", "why", why);
+    this.silence.hidden = !why;
+    this.silence.setAttribute("role", "status");
+    this.spoken = parleyElement("p", "unseen"); // what has changed, for screen readers
+    this.spoken.setAttribute("aria-live", "polite");
+    this.timeline = new ParleyTimeline(result, {
+      seek: (seconds, listen) => this.seek(seconds, listen), select: (index) => this.select(index < 0 ? [] : [index]),
+      add: (start, end, name) => result.add(start, end, name),
+    });
+    this.tools = new ParleyTools(result, { split: () => this.#split(), join: () => this.#join(), remove: () => this.#remove(), say: (text) => this.say(text) });
+    this.changes = new ParleyChanges(result, (text) => this.say(text));
+    this.people = new ParleyPeople(result);
+    this.stage = parleyElement("section", "stage");
+    this.stage.setAttribute("aria-label", "Player");
+    this.stage.append(this.#controls(), this.silence, this.timeline.element, this.tools.element);
+    const help = parleyElement("details", "hint");
+    help.append(parleyElement("summary", "", "Keys"), parleyKeys(this.#audio !== null));
+    this.help = help;
+    new ResizeObserver(() => this.#root.style.setProperty("--stage", this.stage.offsetHeight + "px")).observe(this.stage);
+    this.#root.append(parleyElement("h1", "", data.recording), this.about, this.stage, this.changes.element, this.people.element, this.#lists(), help, this.spoken);
   }
-  const changes = parleyElement("section", "changes");
-  changes.setAttribute("aria-label", "Changes and files");
-  const undo = parleyButton("Undo", () => result.undo());
-  const redo = parleyButton("Redo", () => result.redo());
-  const discard = parleyButton("Discard all changes", () => result.discard());
-  const kept = parleyElement("span", "hint");
-  const format = parleySelect("Format of the file", Object.entries(PARLEY_WRITERS).map(([name, { label }]) => [name, label]));
-  const save = parleyButton("Save as", () => {
-    const { extension, write } = PARLEY_WRITERS[format.value];
-    parleySave(data.recording + extension, "text/plain", write(result));
-  });
-  changes.append(save, format, undo, redo, discard, kept);
-  const help = parleyElement("details", "hint");
-  help.append(parleyElement("summary", "", "Keys"), parleyKeys(audio !== null));
-  root.append(stage, changes, people, lists, help);
+
+  #controls() {
+    const controls = parleyElement("div", "controls");
+    this.play = parleyButton("Play", () => this.#toggle(), "play");
+    this.clock = parleyElement("span", "clock");
+    this.speaking = parleyElement("span", "speaking");
+    const more = parleyElement("details", "playing");
+    more.append(parleyElement("summary", "", "More"));
+    const box = (label, checked) => {
+      const line = parleyElement("label", "follow");
+      const input = Object.assign(parleyElement("input"), { type: "checkbox", checked });
+      line.append(input, " " + label);
+      more.append(line);
+      return input;
+    };
+    const zoom = (text, label, action) => {
+      const button = parleyButton(text, action);
+      button.setAttribute("aria-label", label);
+      button.title = label;
+      return button;
+    };
+    const zooms = parleyElement("span", "zooms");
+    zooms.append(zoom("−", "Zoom out", () => this.timeline.zoom(1 / 2, this.#position)), zoom("+", "Zoom in", () => this.timeline.zoom(2, this.#position)),
+      zoom("All", "All of the recording", () => this.timeline.show(0, this.#duration)));
+    this.speed = parleySelect("Speed", [0.5, 0.75, 1, 1.25, 1.5, 2, 3].map((speed) => [speed, speed + "×"]));
+    this.speed.value = "1";
+    this.speed.addEventListener("change", () => this.#pace());
+    this.play.hidden = this.speed.hidden = more.hidden = !this.#audio;
+    controls.append(this.play, this.clock, this.speaking, zooms, this.speed, more);
+    this.skip = box("Skip silence", false);
+    this.loop = box("Repeat the segment", false);
+    this.back = box("Two seconds back on pause", false);
+    this.follow = box("Follow", true);
+    return controls;
+  }
+
+  #lists() {
+    this.list = new ParleyList(this.result, { choose: (index, listen, more) => this.#choose(index, listen, more) });
+    this.transcript = this.result.original.words.length ? new ParleyTranscript(this.result, { seek: (seconds, listen) => this.seek(seconds, listen) }) : null;
+    const lists = parleyElement("section", "lists");
+    lists.setAttribute("aria-label", this.transcript ? "Transcript and segments" : "Segments");
+    if (!this.transcript) {
+      lists.append(parleyElement("h2", "", "Segments"), this.list.element);
+      return lists;
+    }
+    const tabs = parleyElement("div", "tabs");
+    const show = (words) => {
+      this.transcript.element.hidden = !words;
+      this.list.element.hidden = words;
+      [...tabs.children].forEach((tab, i) => tab.setAttribute("aria-pressed", (i === 0) === words));
+      this.list.render();
+    };
+    tabs.append(parleyButton("Transcript", () => show(true)), parleyButton("Segments", () => show(false)));
+    lists.append(tabs, this.transcript.element, this.list.element);
+    show(true);
+    return lists;
+  }
+
+  #update() {
+    const { result } = this, count = result.names.length, { duration, note } = result.data;
+    this.about.textContent = `${parleyClock(duration)}, ${count} speaker${count === 1 ? "" : "s"}${note ? ". " + note : ""}`;
+    this.#chosen = this.#chosen.filter((i) => i < result.segments.length);
+    const focused = document.activeElement?.closest?.(".row")?.dataset.index;
+    this.timeline.update();
+    this.timeline.select(this.#chosen.at(-1) ?? -1);
+    this.list.update(this.timeline.color);
+    this.transcript?.update(this.timeline.color);
+    this.people.update(this.timeline.color);
+    this.tools.show(this.#chosen);
+    this.changes.update();
+    this.#show(this.#position);
+    if (focused !== undefined) this.list.focus(Math.min(Number(focused), result.segments.length - 1));
+  }
+
+  say(text) {
+    this.silence.textContent = text;
+    this.silence.hidden = !text;
+  }
 
   // ---- Correcting
 
-  function select(index) {
-    selected = index;
-    timeline.select(index);
-    list.show(result.at(position), selected);
-    showTools();
+  select(indices) {
+    this.#chosen = indices;
+    this.timeline.select(indices.at(-1) ?? -1);
+    this.list.show(this.result.at(this.#position), indices);
+    this.tools.show(indices);
   }
 
-  function showTools() {
-    const segment = result.segments[selected];
-    tools.hidden = !segment;
-    if (!segment) return;
-    const who = parleySelect("Speaker of the segment", [...result.names.map((name) => [name, name]), ["", "someone else …"]]);
-    who.value = segment.speaker;
-    who.addEventListener("change", () => {
-      const name = who.value || prompt("Name of the speaker", "");
-      if (name) result.assign(selected, name);
-      else who.value = segment.speaker;
-    });
-    const time = (side) => {
-      const input = parleyElement("input", "time");
-      input.value = parleyClock(segment[side], 3);
-      input.setAttribute("aria-label", side === "start" ? "Start of the segment" : "End of the segment");
-      input.addEventListener("change", () => {
-        const seconds = input.value.split(":").reduce((sum, part) => 60 * sum + Number(part), 0);
-        if (Number.isFinite(seconds)) result.move(selected, side, seconds);
-        input.value = parleyClock(result.segments[selected][side], 3);
-      });
-      return input;
-    };
-    const comment = parleyElement("input", "note");
-    Object.assign(comment, { value: segment.comment ?? "", placeholder: "Note" });
-    comment.setAttribute("aria-label", "Note on the segment");
-    comment.addEventListener("change", () => result.comment(selected, comment.value));
-    tools.replaceChildren(who, time("start"), parleyElement("span", "", "to"), time("end"), parleyButton("Split here", split),
-      parleyButton("Delete", remove), comment);
+  // A correction, told to those who do not see it.
+  #tell(done, text) {
+    if (done) this.spoken.textContent = text;
+    return done;
   }
 
-  function split() {
-    const within = result.segments[selected];
-    const index = within && within.start < position && position < within.end ? selected : result.at(position)[0];
-    if (index === undefined || !result.split(index, position)) say("Move to where the segment is to be split.");
+  #split() {
+    const { result } = this, chosen = this.#chosen.at(-1), within = result.segments[chosen];
+    const index = within && within.start < this.#position && this.#position < within.end ? chosen : result.at(this.#position)[0];
+    if (index === undefined || !this.#tell(result.split(index, this.#position), `Split at ${parleyClock(this.#position, 1)}.`))
+      this.say("Move to where the segment is to be split.");
+    else this.say("");
   }
 
-  function remove() {
-    if (!result.segments[selected]) return;
-    const index = selected;
-    selected = -1;
-    result.remove(index);
+  #join() {
+    const [first] = this.#chosen;
+    const indices = this.#chosen.length > 1 ? this.#chosen : [first, first + 1];
+    if (first === undefined || !this.#tell(this.result.change("join", indices), "Joined.")) return;
+    this.select([Math.min(...indices)]);
   }
 
-  function showShares() {
-    const { speakers } = result;
-    const talk = speakers.reduce((sum, s) => sum + s.seconds, 0) || 1;
-    shares.replaceChildren(...speakers.map((speaker) => {
-      const item = parleyElement("li");
-      const name = parleyButton(speaker.name, () => {
-        const input = parleyElement("input");
-        input.value = speaker.name;
-        input.setAttribute("aria-label", `New name of ${speaker.name}`);
-        let ends = false;
-        const end = (takes) => {
-          if (ends) return;
-          ends = true;
-          if (takes) result.rename(speaker.name, input.value);
-          if (input.isConnected) input.replaceWith(name);
-        };
-        input.addEventListener("keydown", (event) => {
-          if (event.key === "Enter" || event.key === "Escape") end(event.key === "Enter");
-        });
-        input.addEventListener("blur", () => end(true));
-        name.replaceWith(input);
-        input.select();
-      }, "name");
-      name.title = "Rename";
-      const dot = parleyElement("span", "dot");
-      dot.style.background = timeline.color.get(speaker.name);
-      name.prepend(dot);
-      const bar = parleyElement("span", "bar");
-      const fill = parleyElement("i");
-      fill.style.width = (100 * speaker.seconds / talk) + "%";
-      fill.style.background = timeline.color.get(speaker.name);
-      bar.append(fill);
-      const merge = parleySelect(`Merge ${speaker.name} into`, [["", "is really …"],
-        ...speakers.filter((s) => s !== speaker).map((s) => [s.name, s.name])]);
-      merge.addEventListener("change", () => result.rename(speaker.name, merge.value));
-      merge.disabled = speakers.length < 2;
-      item.append(name, bar, parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`),
-        merge);
-      return item;
-    }));
+  #remove() {
+    if (!this.#chosen.length) return;
+    const [first] = this.#chosen, indices = this.#chosen;
+    this.#chosen = [];
+    if (this.#tell(this.result.remove(indices), `Deleted ${indices.length}.`) && document.activeElement === document.body) this.list.focus(Math.max(0, first - 1));
   }
 
-  function update() {
-    const count = result.names.length;
-    about.textContent = `${parleyClock(data.duration)}, ${count} speaker${count === 1 ? "" : "s"}${data.note ? ". " + data.note : ""}`;
-    if (selected >= result.segments.length) selected = -1;
-    timeline.update();
-    timeline.select(selected);
-    list.update(timeline.color);
-    transcript?.update(timeline.color);
-    showShares();
-    showTools();
-    undo.disabled = !result.canUndo;
-    redo.disabled = !result.canRedo;
-    discard.hidden = !result.isChanged;
-    kept.textContent = result.isChanged ? "Changed by hand; kept in this browser." : "";
-    show(position);
+  // To the number of a speaker goes what is chosen, or else what plays.
+  #give(number) {
+    const name = this.result.names[number], indices = this.#chosen.length ? this.#chosen : this.result.at(this.#position).slice(0, 1);
+    if (name && this.#tell(this.result.assign(indices, name), `Now ${name}.`)) this.select(indices);
   }
-  result.onChange(update);
+
+  // From one press of its key to the next somebody speaks: whoever was chosen last, or the first.
+  #mark() {
+    if (this.#marked === undefined) {
+      this.#marked = this.#position;
+      this.say(`A segment begins at ${parleyClock(this.#position, 1)}; the key again ends it.`);
+      return;
+    }
+    const [start, end] = [this.#marked, this.#position].sort((a, b) => a - b);
+    this.#marked = undefined;
+    const name = this.result.segments[this.#chosen.at(-1)]?.speaker ?? this.result.names[0] ?? "speaker 1";
+    if (!this.#tell(this.result.add(start, end, name), `Added for ${name}.`)) return this.say("A segment takes some time: move on before it ends.");
+    this.say("");
+    this.select([this.result.segments.findIndex((s) => s.start === parleyMilliseconds(start) && s.speaker === name)]);
+  }
 
   // ---- Playing
 
-  function say(text) {
-    silence.textContent = text;
-    silence.hidden = !text;
-  }
-
-  function show(seconds, plays = false) {
-    position = Math.min(Math.max(seconds, 0), duration);
-    const now = result.at(position);
+  #show(seconds, plays = false) {
+    const { result } = this;
+    this.#position = Math.min(Math.max(seconds, 0), this.#duration);
+    const now = result.at(this.#position), at = parleyClock(this.#position, 1);
     const names = now.map((i) => result.segments[i].speaker).join(", ");
-    clock.textContent = parleyClock(position, 1) + " / " + parleyClock(duration, 1);
-    if (speaking.textContent !== names) speaking.textContent = names;
-    speaking.style.setProperty("--dot", now.length ? timeline.color.get(result.segments[now[0]].speaker) : "transparent");
-    timeline.place(position, `${parleyClock(position, 1)} of ${parleyClock(duration, 1)}${names ? ", " + names : ""}`);
-    list.show(now, selected);
-    const moved = transcript?.show(position);
-    if (!plays || !follow.checked) return;
-    timeline.reveal(position, true);
-    const covered = stage.getBoundingClientRect().bottom;
-    if (transcript && !transcript.element.hidden) {
-      if (moved) transcript.reveal(covered);
-    } else if (now.length && now[0] !== show.last) {
-      list.reveal(now[0], covered);
+    this.clock.textContent = at + " / " + parleyClock(this.#duration, 1);
+    if (this.speaking.textContent !== names) this.speaking.textContent = names;
+    this.speaking.style.setProperty("--dot", now.length ? this.timeline.color.get(result.segments[now[0]].speaker) : "transparent");
+    this.timeline.place(this.#position, `${at} of ${parleyClock(this.#duration, 1)}${names ? ", " + names : ""}`);
+    this.list.show(now, this.#chosen);
+    const moved = this.transcript?.show(this.#position);
+    if (!plays) return;
+    this.#guide(now);
+    if (!this.follow.checked) return;
+    this.timeline.reveal(this.#position, true);
+    const covered = this.stage.getBoundingClientRect().bottom;
+    if (this.transcript && !this.transcript.element.hidden) {
+      if (moved) this.transcript.reveal(covered);
+    } else if (now.length && now[0] !== this.#last) {
+      this.list.reveal(now[0], covered);
     }
-    show.last = now[0];
+    this.#last = now[0];
   }
 
-  function seek(seconds, listen) {
-    show(seconds);
-    timeline.reveal(position);
-    if (!audio) return;
-    audio.currentTime = position;
-    if (listen) start();
+  // Where the sound goes on: to the beginning of a segment that is repeated, to the next one over a silence.
+  #guide(now) {
+    const { segments } = this.result, chosen = segments[this.#chosen.at(-1)];
+    if (this.loop.checked && chosen) {
+      if (this.#position < chosen.start - 0.2 || this.#position >= chosen.end) this.#audio.currentTime = chosen.start;
+    } else if (this.skip.checked && !now.length) {
+      const next = segments[parleyFirst(segments, (s) => s.start > this.#position)];
+      if (next && next.start - this.#position > 0.5) this.#audio.currentTime = next.start - 0.2;
+    }
   }
 
-  function choose(index, listen) {
-    select(index);
-    list.reveal(index, stage.getBoundingClientRect().bottom);
-    seek(result.segments[index].start, listen);
+  seek(seconds, listen) {
+    this.#show(seconds);
+    this.timeline.reveal(this.#position);
+    if (!this.#audio) return;
+    this.#audio.currentTime = this.#position;
+    if (listen) this.#start();
   }
 
-  function start() {
-    audio.play().catch(() => {}); // interrupted by a pause; a file that cannot be played tells so itself
+  // `more`: beside those that are chosen.
+  #choose(index, listen, more) {
+    const others = this.#chosen.filter((i) => i !== index);
+    this.select(more ? (others.length < this.#chosen.length ? others : [...others, index]) : [index]);
+    if (more) return;
+    this.list.reveal(index, this.stage.getBoundingClientRect().bottom);
+    this.seek(this.result.segments[index].start, listen);
   }
-  function toggle() {
-    if (audio) audio.paused ? start() : audio.pause();
+
+  #start() {
+    this.#audio.play().catch(() => {}); // interrupted by a pause; a file that cannot be played tells so itself
   }
-  function tick() {
-    show(audio.currentTime, true);
-    if (!audio.paused) requestAnimationFrame(tick);
+
+  #toggle() {
+    if (!this.#audio) return;
+    if (this.#audio.paused) return this.#start();
+    this.#audio.pause();
+    if (this.back.checked) this.seek(this.#position - 2);
   }
-  if (audio) {
-    audio.addEventListener("play", () => { play.textContent = "Pause"; tick(); });
-    audio.addEventListener("pause", () => { play.textContent = "Play"; });
-    audio.addEventListener("seeked", () => show(audio.currentTime));
-    audio.addEventListener("error", () => say(`The sound cannot be played: the browser does not find ${audio.dataset.name ?? "it"} or does not know its format.`));
+
+  #pace(by = 0) {
+    if (by) this.speed.selectedIndex = Math.min(Math.max(this.speed.selectedIndex + by, 0), this.speed.options.length - 1);
+    if (this.#audio) this.#audio.playbackRate = Number(this.speed.value);
+  }
+
+  #follow() {
+    const audio = this.#audio;
+    const tick = () => {
+      this.#show(audio.currentTime, true);
+      if (!audio.paused) requestAnimationFrame(tick);
+    };
+    audio.addEventListener("play", () => { this.play.textContent = "Pause"; tick(); });
+    audio.addEventListener("pause", () => { this.play.textContent = "Play"; });
+    audio.addEventListener("seeked", () => this.#show(audio.currentTime));
+    audio.addEventListener("error", () =>
+      this.say(`The sound cannot be played: the browser does not find ${audio.dataset.name ?? "it"} or does not know its format.`));
   }
 
   // ---- Keys
 
   // Of one segment to the next or back; what plays now counts as begun a second ago.
-  function step(by) {
-    const { segments } = result;
-    const next = parleyFirst(segments, (s) => s.start > position + 0.01);
-    const index = by > 0 ? next : parleyFirst(segments, (s) => s.start >= position - 1) - 1;
-    if (segments[index]) choose(index, false);
+  #step(by) {
+    const { segments } = this.result;
+    const next = parleyFirst(segments, (s) => s.start > this.#position + 0.01);
+    const index = by > 0 ? next : parleyFirst(segments, (s) => s.start >= this.#position - 1) - 1;
+    if (segments[index]) this.#choose(index, false);
   }
 
-  const actions = {
-    " ": toggle,
-    ArrowRight: () => seek(position + 5),
-    ArrowLeft: () => seek(position - 5),
-    n: () => step(1),
-    p: () => step(-1),
-    "+": () => timeline.zoom(1.5, position),
-    "=": () => timeline.zoom(1.5, position),
-    "-": () => timeline.zoom(1 / 1.5, position),
-    0: () => timeline.show(0, duration),
-    s: split,
-    Delete: remove,
-    Escape: () => select(-1),
+  // To where a speaker speaks next.
+  #visit(number) {
+    const { segments, names } = this.result;
+    const own = segments.map((_, i) => i).filter((i) => segments[i].speaker === names[number]);
+    const next = own.find((i) => segments[i].start > this.#position + 0.01) ?? own[0];
+    if (next !== undefined) this.#choose(next, true);
+  }
+
+  #actions = {
+    " ": () => this.#toggle(),
+    ArrowRight: () => this.seek(this.#position + 5),
+    ArrowLeft: () => this.seek(this.#position - 5),
+    ",": () => this.seek(this.#position - 2),
+    ".": () => this.seek(this.#position + 2),
+    "<": () => this.#pace(-1),
+    ">": () => this.#pace(1),
+    l: () => { this.loop.checked = !this.loop.checked; },
+    n: () => this.#step(1),
+    p: () => this.#step(-1),
+    "+": () => this.timeline.zoom(1.5, this.#position),
+    "=": () => this.timeline.zoom(1.5, this.#position),
+    "-": () => this.timeline.zoom(1 / 1.5, this.#position),
+    0: () => this.timeline.show(0, this.#duration),
+    a: () => this.#mark(),
+    j: () => this.#join(),
+    s: () => this.#split(),
+    Enter: () => this.#split(),
+    Delete: () => this.#remove(),
+    Escape: () => { this.#marked = undefined; this.say(""); this.select([]); },
+    "?": () => { this.help.open = !this.help.open; if (this.help.open) this.help.scrollIntoView({ block: "nearest" }); },
   };
-  const slides = { ArrowUp: 5, ArrowDown: -5, PageUp: 60, PageDown: -60, Home: -duration, End: duration };
-  const keys = (event) => {
-    const { key, target } = event;
-    if (target.closest("input:not([type=checkbox]), textarea, select") || event.altKey) return;
-    let action;
-    if (event.ctrlKey || event.metaKey) {
-      if (key.toLowerCase() === "z") action = () => (event.shiftKey ? result.redo() : result.undo());
-      else if (key === "y") action = () => result.redo();
-    } else if (key === " " && target.closest("button, summary, input")) {
-      return; // which the browser presses
-    } else if (target === timeline.slider && key in slides) {
-      action = () => seek(position + slides[key]);
-    } else if (/^[1-9]$/.test(key)) {
-      const name = result.names[key - 1];
-      const own = result.segments.map((s, i) => i).filter((i) => result.segments[i].speaker === name);
-      const next = own.find((i) => result.segments[i].start > position + 0.01) ?? own[0];
-      action = () => next !== undefined && choose(next, true);
-    } else {
-      action = actions[key];
+  static SLIDES = { ArrowUp: 5, ArrowDown: -5, PageUp: 60, PageDown: -60, Home: -Infinity, End: Infinity };
+
+  #actionOf({ key, code, target, ctrlKey, metaKey, shiftKey }) {
+    const { result } = this;
+    if (ctrlKey || metaKey) {
+      if (key.toLowerCase() === "z") return () => (shiftKey ? result.redo() : result.undo());
+      return key === "y" ? () => result.redo() : undefined;
     }
+    if ((key === " " || key === "Enter") && target.closest("button, summary, input")) return undefined; // which the browser presses
+    if (target === this.timeline.slider && key in ParleyPlayer.SLIDES) return () => this.seek(Math.min(this.#position + ParleyPlayer.SLIDES[key], this.#duration));
+    const digit = /^Digit([1-9])$/.exec(code)?.[1];
+    if (digit) return () => (shiftKey ? this.#visit(digit - 1) : this.#give(digit - 1));
+    return this.#actions[key];
+  }
+
+  #keys = (event) => {
+    if (event.target.closest("input:not([type=checkbox]), textarea, select, [contenteditable]") || event.altKey) return;
+    const action = this.#actionOf(event);
     if (!action) return;
     action();
     event.preventDefault();
-  };
-  document.addEventListener("keydown", keys);
-
-  update();
-  return {
-    seek, result, timeline,
-    write: (name) => PARLEY_WRITERS[name].write(result),
-    close() {
-      document.removeEventListener("keydown", keys);
-      list.close();
-    },
   };
 }
 
 function parleyKeys(plays) {
   const table = parleyElement("dl");
   const rows = [
-    ...(plays ? [["space", "play, pause"]] : []),
-    ["← →", "5 s back, on; on the waveform ↑ ↓, page up, page down, home and end as well"],
-    ["n p", "next, previous segment"], ["1 … 9", "a speaker's next segment"], ["+ − 0", "zoom in, out, show all; so does the wheel"],
-    ["s", "split the segment here"], ["delete", "remove the chosen segment"], ["ctrl z, ctrl y", "undo, redo"],
+    ...(plays ? [["space", "play, pause"], ["< >", "slower, faster"], ["l", "repeat the chosen segment"]] : []),
+    ["← →", "5 s back, on; on the waveform ↑ ↓, page up, page down, home and end as well"], [", .", "2 s back, on"],
+    ["n p", "next, previous segment; in the list ↑ ↓, space plays"], ["1 … 9", "give the chosen segments to a speaker"],
+    ["shift 1 … 9", "a speaker's next segment"], ["a", "begin, end a new segment here; or drag over a lane with shift"], ["s enter", "split the segment here"],
+    ["j", "join the chosen segments, or one with the next"], ["delete", "remove the chosen segments"],
+    ["ctrl click", "choose one more"], ["ctrl z, ctrl y", "undo, redo"], ["+ − 0", "zoom in, out, show all; so does the wheel with ctrl"], ["?", "this list"],
   ];
   for (const [keys, what] of rows) {
     const term = parleyElement("dt");

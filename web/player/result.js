@@ -1,38 +1,50 @@
-// A result that can be corrected: the tool's JSON, what was changed by hand, undo and redo. What was changed stays in the
-// browser: a reload loses nothing.
+// A result that can be corrected: the tool's JSON, what a person did to it, undo and redo. The history stays in the browser, where every
+// window of this result goes on with it: a reload loses nothing, and neither does a second window.
 "use strict";
 
-const PARLEY_SHORTEST = 0.05; // seconds: of a segment, when borders move
-
 class ParleyResult {
-  #past = [];
-  #future = [];
+  #states; // the original and what each step made of it
+  #steps = []; // [name of an edit, ...its arguments]
+  #done = 0; // of the steps, those that were not undone
   #listeners = new Set();
   #key;
+  #stored = null; // as it was last read or written
+  #saved = 0; // steps in the file that was saved last
 
-  // data: what `--format json` writes, and maybe `words`: [{start, end, text, speaker}].
+  // data: what `--format json` writes; maybe `words`: [{start, end, text, speaker}].
   constructor(data) {
     this.data = data;
-    this.original = { names: data.speakers.map((s) => s.name), segments: data.segments };
-    this.state = this.original;
+    this.original = { names: data.speakers.map((s) => s.name), segments: data.segments, words: data.words ?? [] };
+    this.#states = [this.original];
     let hash = 0;
     for (const c of JSON.stringify([this.original.names, data.segments])) hash = (31 * hash + c.codePointAt(0)) | 0;
     this.#key = `parley:${data.recording}:${data.duration}:${hash}`;
-    try {
-      const kept = JSON.parse(localStorage.getItem(this.#key));
-      if (kept) this.#past.push(this.original), (this.state = kept);
-    } catch {
-      // a browser that keeps nothing
-    }
+    this.isKept = true; // by the browser
+    this.#take();
   }
 
+  // From then on `listener` is called after every change; of what another window has changed, too.
+  onChange(listener) {
+    if (!this.#listeners.size) addEventListener("storage", this.#onStorage);
+    this.#listeners.add(listener);
+  }
+  #onStorage = ({ key }) => {
+    if ((key === this.#key || key === null) && this.#take()) this.#tell();
+  };
+
+  close() {
+    removeEventListener("storage", this.#onStorage);
+  }
+
+  get state() { return this.#states[this.#done]; }
   get names() { return this.state.names; }
   get segments() { return this.state.segments; }
-  get isChanged() { return this.state !== this.original; }
-  get canUndo() { return this.#past.length > 0; }
-  get canRedo() { return this.#future.length > 0; }
-
-  onChange(listener) { this.#listeners.add(listener); }
+  get words() { return this.state.words; }
+  get isChanged() { return this.#done > 0; }
+  get canUndo() { return this.#done > 0; }
+  get canRedo() { return this.#done < this.#steps.length; }
+  // Whether leaving the page would lose something.
+  get isAtRisk() { return !this.isKept && this.#done !== this.#saved; }
 
   // [{name, seconds, ...}] in order of appearance.
   get speakers() {
@@ -62,96 +74,109 @@ class ParleyResult {
   }
   #ends;
 
-  // ---- Changes
+  // ---- The history
 
-  #become(state) {
-    const spoken = new Set(state.segments.map((s) => s.speaker));
-    this.#past.push(this.state);
-    this.#future = [];
-    this.#set({ names: state.names.filter((name) => spoken.has(name)),
-                segments: [...state.segments].sort((a, b) => a.start - b.start) });
-  }
-
-  #set(state) {
-    this.state = state;
+  // Goes on with what the browser keeps. False if it is what this window knows.
+  #take() {
+    let stored;
     try {
-      if (this.isChanged) localStorage.setItem(this.#key, JSON.stringify(state));
-      else localStorage.removeItem(this.#key);
+      stored = localStorage.getItem(this.#key);
     } catch {
-      // no room, or not allowed
+      return false; // a browser that keeps nothing
     }
-    for (const listener of this.#listeners) listener();
-  }
-
-  #replace(index, ...segments) {
-    return { names: this.names, segments: [...this.segments.slice(0, index), ...segments, ...this.segments.slice(index + 1)] };
-  }
-
-  undo() {
-    if (!this.canUndo) return;
-    this.#future.push(this.state);
-    this.#set(this.#past.pop());
-  }
-
-  redo() {
-    if (!this.canRedo) return;
-    this.#past.push(this.state);
-    this.#set(this.#future.pop());
-  }
-
-  discard() {
-    this.#past = [];
-    this.#future = [];
-    this.#set(this.original);
-  }
-
-  // A speaker who is named like another becomes that one.
-  rename(from, to) {
-    to = to.trim();
-    if (!to || to === from || !this.names.includes(from)) return;
-    const names = this.names.includes(to) ? this.names : this.names.map((name) => (name === from ? to : name));
-    this.#become({ names, segments: this.segments.map((s) => (s.speaker === from ? { ...s, speaker: to, edited: true } : s)) });
-  }
-
-  assign(index, name) {
-    name = name.trim();
-    const segment = this.segments[index];
-    if (!name || segment.speaker === name) return;
-    const state = this.#replace(index, { ...segment, speaker: name, edited: true });
-    this.#become({ ...state, names: this.names.includes(name) ? this.names : [...this.names, name] });
-  }
-
-  // False where there is not enough of it on either side.
-  split(index, seconds) {
-    const segment = this.segments[index], at = parleyMilliseconds(seconds);
-    if (at - segment.start < PARLEY_SHORTEST || segment.end - at < PARLEY_SHORTEST) return false;
-    this.#become(this.#replace(index, { ...segment, end: at, edited: true }, { ...segment, start: at, edited: true }));
+    if (stored === this.#stored) return false;
+    this.#stored = stored;
+    if (stored === null) return false; // taken away by somebody: this window still has it
+    const { steps, done } = JSON.parse(stored);
+    let same = 0; // what this window has made already
+    while (same < steps.length && JSON.stringify(steps[same]) === JSON.stringify(this.#steps[same])) same++;
+    this.#states.length = same + 1;
+    for (const [name, ...rest] of steps.slice(same))
+      this.#states.push(PARLEY_EDITS[name]?.(this.#states.at(-1), ...rest) ?? this.#states.at(-1));
+    this.#steps = steps;
+    this.#done = Math.min(done, steps.length);
     return true;
   }
 
-  // Where a border of a segment would come to lie: inside of the recording, not over another segment of the same speaker.
-  border(index, side, seconds) {
+  #keep() {
+    const text = this.#steps.length ? JSON.stringify({ steps: this.#steps, done: this.#done }) : null;
+    try {
+      if (text) localStorage.setItem(this.#key, text);
+      else localStorage.removeItem(this.#key);
+      this.isKept = localStorage.getItem(this.#key) === text;
+      this.#stored = text;
+    } catch {
+      this.isKept = false; // no room, or not allowed
+    }
+    this.#tell();
+  }
+
+  #tell() {
+    for (const listener of this.#listeners) listener();
+  }
+
+  // Makes a step, one of PARLEY_EDITS. False if it changes nothing.
+  change(name, ...rest) {
+    this.#take(); // another window may have told of it too late
+    const next = PARLEY_EDITS[name](this.state, ...rest);
+    if (!next) return false;
+    this.#steps = [...this.#steps.slice(0, this.#done), [name, ...rest]];
+    this.#states = [...this.#states.slice(0, ++this.#done), next];
+    this.#keep();
+    return true;
+  }
+
+  undo() {
+    this.#take();
+    if (!this.canUndo) return;
+    this.#done--;
+    this.#keep();
+  }
+
+  redo() {
+    this.#take();
+    if (!this.canRedo) return;
+    this.#done++;
+    this.#keep();
+  }
+
+  // Back to what was found; redo takes it back.
+  discard() {
+    this.#done = 0;
+    this.#keep();
+  }
+
+  // A file holds it all now.
+  saved() {
+    this.#saved = this.#done;
+  }
+
+  rename(from, to) { return this.change("rename", from, to.trim()); }
+  assign(indices, name) { return this.change("assign", [indices].flat(), name.trim()); }
+  split(index, seconds) { return this.change("split", index, parleyMilliseconds(seconds)); }
+  remove(indices) { return this.change("remove", [indices].flat()); }
+  comment(index, text) { return this.change("comment", index, text.trim()); }
+
+  // Between which times a border of a segment can lie: inside of the recording, not over another segment of the same speaker.
+  limits(index, side) {
     const segment = this.segments[index];
     const own = this.segments.filter((s) => s.speaker === segment.speaker && s !== segment);
     const before = Math.max(0, ...own.filter((s) => s.end <= segment.start).map((s) => s.end));
     const after = Math.min(this.data.duration, ...own.filter((s) => s.start >= segment.end).map((s) => s.start));
-    const [least, most] = side === "start" ? [before, segment.end - PARLEY_SHORTEST] : [segment.start + PARLEY_SHORTEST, after];
+    return side === "start" ? [before, segment.end - PARLEY_SHORTEST] : [segment.start + PARLEY_SHORTEST, after];
+  }
+
+  // Where it would come to lie.
+  border(index, side, seconds) {
+    const [least, most] = this.limits(index, side);
     return parleyMilliseconds(Math.min(Math.max(seconds, least), most));
   }
 
-  move(index, side, seconds) {
-    const segment = this.segments[index], to = this.border(index, side, seconds);
-    if (segment[side] !== to) this.#become(this.#replace(index, { ...segment, [side]: to, edited: true }));
-  }
+  move(index, side, seconds) { return this.change("move", index, side, this.border(index, side, seconds)); }
 
-  remove(index) {
-    this.#become(this.#replace(index));
-  }
-
-  comment(index, text) {
-    const { comment, ...segment } = this.segments[index];
-    if ((comment ?? "") === text.trim()) return;
-    this.#become(this.#replace(index, text.trim() ? { ...segment, edited: true, comment: text.trim() } : segment));
+  add(start, end, name) {
+    const { duration } = this.data;
+    return this.change("add", parleyMilliseconds(Math.max(0, start)), parleyMilliseconds(Math.min(end, duration)), name.trim());
   }
 }
 
@@ -168,4 +193,11 @@ function parleyFirst(list, test) {
     else from = middle + 1;
   }
   return from;
+}
+
+// "1:02:03.5", "2:03,25", "7": seconds, or NaN for anything else.
+function parleySeconds(text) {
+  const parts = text.trim().replace(",", ".").split(":");
+  const fits = parts.length <= 3 && parts.every((part, i) => /^\d+(\.\d*)?$/.test(part) && (i === parts.length - 1 || !part.includes(".")));
+  return fits ? parts.reduce((sum, part) => 60 * sum + Number(part), 0) : NaN;
 }

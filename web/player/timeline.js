@@ -2,7 +2,9 @@
 // Only what is in view is drawn, and playing moves nothing but the cursors.
 "use strict";
 
-const PARLEY_COLORS = ["#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9", "#d55e00", "#9a8f00", "#7a7a7a"];
+// Told apart by people with any kind of colour vision; none comes twice before the 17th speaker.
+const PARLEY_COLORS = ["#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9", "#d55e00", "#9a8f00", "#7a7a7a",
+                       "#004c76", "#a06800", "#00573f", "#8a3d67", "#1f7fae", "#8f3b00", "#5c5600", "#454545"];
 const PARLEY_STEPS = [0.1, 0.2, 0.5, 1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200]; // seconds between ticks
 
 function parleyClock(seconds, digits = 0) {
@@ -20,6 +22,14 @@ function parleyElement(name, className, text) {
   return element;
 }
 
+// A name of which, where it is cut off, the number at its end stays in sight.
+function parleyName(name) {
+  const [, head, number] = /^(.*?)(\s*\d*)$/s.exec(name);
+  const whole = parleyElement("span", "cut");
+  whole.append(parleyElement("span", "", head), parleyElement("span", "", number));
+  return whole;
+}
+
 class ParleyTimeline {
   static AXIS = 22; // pixels
   static WAVE = 56;
@@ -33,11 +43,12 @@ class ParleyTimeline {
   #lanes = new Map(); // name: its segments with their indices, by start
   #selected = -1;
   #dragged = null; // {index, side, to}
+  #drawn = null; // a segment that is being added: {name, from, to}
   #pointers = new Map();
   #gesture = null;
   #due = false;
 
-  // on: {seek(seconds, listen), select(index)}
+  // on: {seek(seconds, listen), select(index)}, and where segments can be added {add(start, end, name)}
   constructor(result, on) {
     this.#result = result;
     this.#on = on;
@@ -85,7 +96,7 @@ class ParleyTimeline {
       const label = parleyElement("div", "label");
       const dot = parleyElement("span", "dot");
       dot.style.background = this.color.get(name);
-      label.append(dot, parleyElement("span", "", name));
+      label.append(dot, parleyName(name));
       label.title = name;
       return label;
     }));
@@ -231,6 +242,10 @@ class ParleyTimeline {
         context.lineWidth = 2;
         context.strokeRect(left, top + 4, right - left, LANE - 7);
       }
+      if (this.#drawn?.name === name) {
+        const [left, right] = [this.#x(this.#drawn.from), this.#x(this.#drawn.to)];
+        context.fillRect(Math.min(left, right), top + 5, Math.abs(right - left), LANE - 9);
+      }
       top += LANE;
     }
   }
@@ -258,9 +273,14 @@ class ParleyTimeline {
 
   // ---- Pointers
 
+  // Whose lane lies below a pointer.
+  #laneAt(event) {
+    return this.#result.names[Math.floor((event.clientY - this.plot.getBoundingClientRect().top) / ParleyTimeline.LANE)];
+  }
+
   // The segment below a pointer, or -1.
   #hit(event) {
-    const own = [...this.#lanes.values()][Math.floor((event.clientY - this.plot.getBoundingClientRect().top) / ParleyTimeline.LANE)];
+    const own = this.#lanes.get(this.#laneAt(event));
     const seconds = this.#seconds(event), slack = 2 / this.#width * (this.#to - this.#from);
     return own?.find(({ segment }) => segment.start - slack <= seconds && seconds <= segment.end + slack)?.index ?? -1;
   }
@@ -299,15 +319,17 @@ class ParleyTimeline {
     this.overview.addEventListener("pointermove", pan);
   }
 
-  // Up and down zooms around the pointer, sideways (or with shift) moves.
+  // With ctrl up and down zooms around the pointer, sideways (or with shift) moves; all else scrolls the page.
   #wheel(event) {
+    if (!event.ctrlKey && !event.shiftKey && Math.abs(event.deltaX) <= Math.abs(event.deltaY)) return;
     const across = event.shiftKey ? event.deltaY || event.deltaX : event.deltaX;
     const unit = event.deltaMode === 1 ? 30 : 1;
     if (Math.abs(across) > Math.abs(event.shiftKey ? 0 : event.deltaY)) {
       const shift = across * unit / this.#width * (this.#to - this.#from);
       this.show(this.#from + shift, this.#to + shift);
     } else {
-      this.zoom(Math.exp(-event.deltaY * unit * (event.ctrlKey ? 0.01 : 0.002)), this.#seconds(event));
+      const pinches = Math.abs(event.deltaY) < 50; // on a touchpad, in small steps
+      this.zoom(Math.exp(-event.deltaY * unit * (pinches ? 0.01 : 0.002)), this.#seconds(event));
     }
     event.preventDefault();
   }
@@ -317,7 +339,9 @@ class ParleyTimeline {
     this.#pointers.set(event.pointerId, event.clientX);
     area.setPointerCapture(event.pointerId);
     const side = area === this.plot && this.#grip(event);
-    if (side) this.#dragged = { index: this.#selected, side, to: this.#result.segments[this.#selected][side] };
+    const name = event.shiftKey && area === this.plot && this.#on.add ? this.#laneAt(event) : undefined;
+    if (name) this.#drawn = { name, from: this.#seconds(event), to: this.#seconds(event) };
+    else if (side) this.#dragged = { index: this.#selected, side, to: this.#result.segments[this.#selected][side] };
     this.#gesture = { x: event.clientX, from: this.#from, to: this.#to, moved: false };
   }
 
@@ -333,6 +357,10 @@ class ParleyTimeline {
       const apart = (xs) => Math.max(20, Math.abs(xs[0] - xs[1]));
       this.zoom(apart(now) / apart(before), this.#seconds({ clientX: (now[0] + now[1]) / 2 }));
       this.#gesture.moved = true;
+    } else if (this.#drawn) {
+      this.#drawn.to = this.#seconds(event);
+      this.#gesture.moved = true;
+      this.redraw();
     } else if (this.#dragged) {
       this.#dragged.to = this.#result.border(this.#dragged.index, this.#dragged.side, this.#seconds(event));
       this.#gesture.moved = true;
@@ -346,9 +374,10 @@ class ParleyTimeline {
 
   #up(event, area) {
     if (!this.#pointers.delete(event.pointerId)) return;
-    const dragged = this.#dragged;
-    this.#dragged = null;
-    if (dragged && this.#gesture.moved) this.#result.move(dragged.index, dragged.side, dragged.to);
+    const dragged = this.#dragged, drawn = this.#drawn;
+    this.#dragged = this.#drawn = null;
+    if (drawn && this.#gesture.moved) this.#on.add(Math.min(drawn.from, drawn.to), Math.max(drawn.from, drawn.to), drawn.name);
+    else if (dragged && this.#gesture.moved) this.#result.move(dragged.index, dragged.side, dragged.to);
     else if (!this.#gesture.moved && event.type === "pointerup") {
       if (area === this.plot) this.#on.select(this.#hit(event));
       this.#on.seek(this.#seconds(event), area === this.slider);

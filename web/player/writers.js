@@ -35,7 +35,7 @@ function parleyNumber(value) {
 }
 
 function parleyJson(result) {
-  const { recording, path, duration, note, schema } = result.data;
+  const { recording, path, duration, note, schema, model } = result.data;
   const dump = (value, indent) => {
     if (typeof value === "number") return parleyNumber(value);
     if (typeof value !== "object") return JSON.stringify(value);
@@ -46,8 +46,9 @@ function parleyJson(result) {
     const [open, close] = isList ? "[]" : "{}";
     return parts.length ? `${open}\n${inner}${parts.join(",\n" + inner)}\n${indent}${close}` : open + close;
   };
-  const { speakers, segments } = result;
-  return dump({ schema, recording, path, duration, speakers, segments, ...(note ? { note } : {}) }, "") + "\n";
+  const { speakers, segments, words } = result;
+  return dump({ schema, recording, path, duration, ...(model ? { model } : {}), speakers, segments, ...(words.length ? { words } : {}),
+                ...(note ? { note } : {}) }, "") + "\n";
 }
 
 function parleyCsv(result) {

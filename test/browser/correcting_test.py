@@ -1,0 +1,271 @@
+#!/usr/bin/env python3
+"""Correcting a transcript as a person does, in a real browser: correcting_test.py PARLEY AUDIO"""
+
+import json
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+from browser import SKIPPED, Browser
+
+PARLEY, AUDIO = (str(Path(p).resolve()) for p in sys.argv[1:3])
+DOWN, ENTER, ESCAPE, DELETE, CONTROL, SHIFT = "\ue015", "\ue007", "\ue00c", "\ue017", "\ue009", "\ue008"
+TRANSCRIPTS = ("text", "markdown", "docx", "srt", "vtt")
+
+
+class Correcting(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.held = tempfile.TemporaryDirectory()
+        cls.folder = Path(cls.held.name)
+        cls.audio = cls.folder / "talk.wav"
+        shutil.copy(AUDIO, cls.audio)
+        subprocess.run([PARLEY, "-q", "-f", "json", "-o", cls.folder, "--names", "Ann,Bob,Cem", cls.audio], check=True)
+        cls.data = json.loads((cls.folder / "talk.json").read_text())
+        # Words all over, of those between the segments, too.
+        words = [{"start": t / 2 + 0.1, "end": t / 2 + 0.5, "word": f"w{t}" + ("." if t % 9 == 8 else "")} for t in range(2, 136)]
+        (cls.folder / "words.json").write_text(json.dumps(words))
+        subprocess.run([PARLEY, "assign", "--words", cls.folder / "words.json", "-o", cls.folder / "talk.html", cls.folder / "talk.json"], check=True)
+        cls.browser = Browser()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        cls.held.cleanup()
+
+    def setUp(self):
+        self.open(self.folder / "talk.html")
+        self.do("localStorage.clear()")
+        self.open(self.folder / "talk.html")
+
+    def open(self, page):
+        self.browser.resize(1200, 900)
+        self.browser.go(page.as_uri())
+        self.wait("return document.getElementById('audio').readyState >= 1")
+
+    def do(self, *script):
+        return self.browser.run(*script)
+
+    def wait(self, script, seconds=15):
+        end = time.time() + seconds
+        while not self.do(script):
+            self.assertLess(time.time(), end, script)
+            time.sleep(0.05)
+
+    def segments(self):
+        return self.do("return parleyShown.result.segments")
+
+    def words(self):
+        return self.do("return parleyShown.result.words")
+
+    def rows(self):
+        self.do("document.querySelectorAll('.tabs button')[1].click()")
+
+    def choose(self, index):
+        self.do(f"""document.querySelector('.row[data-index="{index}"]').click(); document.getElementById('audio').pause()""")
+
+    def field(self, label, value):
+        self.do("""const f = document.querySelector(`[aria-label="${arguments[0]}"]`);
+                    f.value = arguments[1]; f.dispatchEvent(new Event('change'))""", label, value)
+
+    def said(self):
+        return self.do("return document.querySelector('.why').textContent")
+
+    def press(self, text):
+        self.do("[...document.querySelectorAll('button')].find((b) => b.textContent.startsWith(arguments[0])).click()", text)
+
+    def speakers_of_words(self):
+        return [w["speaker"] for w in self.words()]
+
+    def test_a_rename_renames(self):
+        before = self.speakers_of_words()
+        self.assertGreater(len(set(before)), 2)
+        self.do("parleyShown.result.rename('Ann', 'Zoe')")
+        self.assertEqual(self.speakers_of_words(), ["Zoe" if s == "Ann" else s for s in before])
+        self.assertIn("Zoe", self.do("return document.querySelector('.words').textContent"))
+
+    def test_a_correction_changes_the_words_of_its_segment_alone(self):
+        before, segment = self.words(), self.data["segments"][2]
+        self.do("parleyShown.result.assign(2, 'Dan')")
+        for old, new in zip(before, self.words()):
+            inside = segment["start"] <= (old["start"] + old["end"]) / 2 < segment["end"]
+            self.assertEqual(new, {**old, "speaker": "Dan"} if inside else old)
+        self.browser.key("z", CONTROL)
+        self.assertEqual(self.words(), before)
+
+    def test_what_is_saved_says_what_was_corrected_in_every_format(self):
+        """Twenty corrections of ten kinds, two by keyboard alone, a reload in the middle."""
+        self.rows()
+        self.do("parleyShown.result.rename('Bob', 'Zo\u00eb & <Co>')")
+        for index, name in ((1, "Ann"), (3, "Dan"), (5, "Dan")):
+            self.do("parleyShown.result.assign(arguments[0], arguments[1])", index, name)
+        for index, at in ((0, 3), (4, 24), (7, 45)):
+            self.do("parleyShown.result.split(arguments[0], arguments[1])", index, at)
+        self.choose(2)
+        self.field("End of the segment", "0:14,2")
+        self.field("Note on the segment", "who?")
+        self.browser.key("1")  # by keyboard: to the first speaker
+        self.open(self.folder / "talk.html")
+        self.rows()
+        self.do("document.querySelector('.row').focus()")
+        for _ in range(3):
+            self.browser.key(DOWN)
+        self.browser.key(DELETE)  # by keyboard
+        self.do("parleyShown.result.change('join', [0, 1])")
+        self.do("parleyShown.result.add(66, 67.25, 'Eve')")
+        self.do("parleyShown.result.add(10, 12, 'Eve')")  # two at once
+        self.do("parleyShown.result.change('word', 4, 'corrected')")
+        self.do("parleyShown.result.change('word', 5, '')")
+        self.do("parleyShown.result.change('fold', 2)")
+        self.do("parleyShown.result.comment(1, 'sure')")
+        self.do("parleyShown.result.move(0, 'start', 0.5)")
+        self.do("parleyShown.result.remove([4])")
+        corrected = self.folder / "corrected.json"
+        corrected.write_text(self.do("return parleyShown.write('json')"))
+        saved = json.loads(corrected.read_text())
+        self.assertEqual(saved["segments"], self.segments())
+        self.assertEqual(saved["words"], self.words())
+        self.assertEqual(saved["words"][4]["text"], "corrected")
+        self.assertIn("sure", [s.get("comment") for s in saved["segments"]])
+        for name in TRANSCRIPTS:
+            written = self.do(f"const t = parleyShown.write('words-{name}'); return typeof t === 'string' ? t : [...t]")
+            tool = subprocess.run([PARLEY, "convert", corrected, "-f", name], check=True, stdout=subprocess.PIPE).stdout
+            self.assertEqual(written.encode() if isinstance(written, str) else bytes(written), tool, name)
+        for name in ("json", "rttm", "csv", "textgrid", "audacity", "eaf"):
+            tool = subprocess.run([PARLEY, "convert", corrected, "--without-words", "-f", name], check=True, stdout=subprocess.PIPE, cwd=self.folder).stdout.decode()
+            written = self.do(f"return parleyShown.write('{name}')")
+            if name == "eaf":
+                tool, written = (text.split("<TIME_ORDER>")[1] for text in (tool, written))
+            self.assertEqual(written, tool, name)
+        # The page itself can be handed on.
+        copy = self.folder / "copy.html"
+        copy.write_text(self.do("return parleyShown.write('page')"))
+        self.open(copy)
+        self.assertEqual(self.segments(), saved["segments"])
+        self.assertFalse(self.do("return parleyShown.result.isChanged"))
+        self.assertEqual(self.words(), saved["words"])
+        # And what was saved can be opened in the page it came from.
+        self.open(self.folder / "talk.html")
+        self.do("parleyShown.result.discard()")
+        self.do("parleyShown.open(new File([arguments[0]], 'corrected.json'))", corrected.read_text())
+        self.wait("return parleyShown.result.isChanged")
+        self.assertEqual((self.segments(), self.words()), (saved["segments"], saved["words"]))
+        self.do("parleyShown.open(new File(['nonsense'], 'x.json'))")
+        self.wait("return document.querySelector('.why').textContent.startsWith('x.json: is no result')")
+
+    def test_refused_storage_is_said(self):
+        self.do("Storage.prototype.setItem = () => { throw new Error('full'); }")
+        self.do("parleyShown.result.rename('Ann', 'Zoe')")
+        self.assertIn("This browser keeps nothing: save a file", self.do("return document.querySelector('.changes .warning').textContent"))
+        leaving = "const e = new Event('beforeunload', {cancelable: true}); dispatchEvent(e); return e.defaultPrevented"
+        self.assertTrue(self.do(leaving))
+        self.do("document.querySelector('.changes select').value = 'json'")
+        self.press("Save as")
+        self.assertFalse(self.do(leaving))
+
+    def test_two_windows_share_what_was_done(self):
+        first = self.browser.window()
+        second = self.browser.new_window()
+        try:
+            self.open(self.folder / "talk.html")
+            self.do("parleyShown.result.rename('Ann', 'Zoe')")
+            self.browser.switch(first)
+            self.wait("return parleyShown.result.names.includes('Zoe')")
+            self.do("parleyShown.result.rename('Bob', 'Bert')")
+            self.browser.switch(second)
+            self.wait("return parleyShown.result.names.includes('Bert')")
+            self.assertEqual(self.do("return parleyShown.result.names"), ["Zoe", "Bert", "Cem"])
+            self.do("parleyShown.result.undo()")
+        finally:
+            self.browser.close_window()
+            self.browser.switch(first)
+        self.wait("return !parleyShown.result.names.includes('Bert')")
+        self.assertIn("Zoe", self.do("return parleyShown.result.names"))
+
+    def test_times_that_make_no_sense_are_told(self):
+        self.rows()
+        self.choose(1)
+        before = self.segments()
+        for typed, told in (("0:15,x", "is no time"), ("soon", "is no time"), ("99:00", "can lie between 0:07.986 and"), ("", "is no time"), ("1:2:3:4", "is no time")):
+            self.field("End of the segment", typed)
+            self.assertIn(told, self.said())
+            self.assertEqual(self.segments(), before)
+        self.field("End of the segment", "0:13,5")
+        self.assertEqual((self.segments()[1]["end"], self.said()), (13.5, ""))
+
+    def test_segments_are_added_joined_chosen_together_and_folded(self):
+        self.rows()
+        box = "const b = document.querySelector('.plot').getBoundingClientRect(); return [b.left, b.top, b.width]"
+        left, top, width = self.do(box)
+        at = lambda seconds: left + seconds / self.data["duration"] * width
+        self.browser.hold(SHIFT, lambda: self.browser.drag(at(10), top + 13, at(13), top + 13))
+        added = [s for s in self.segments() if s["speaker"] == "Ann" and 9 < s["start"] < 11]
+        self.assertEqual(len(added), 1)  # while Bob goes on: two at once
+        self.assertAlmostEqual(added[0]["end"], 13, delta=0.3)
+        self.browser.key("z", CONTROL)
+        self.choose(1)
+        self.browser.hold(CONTROL, lambda: self.do("""document.querySelector('.row[data-index="3"]').dispatchEvent(new MouseEvent('click', {bubbles: true, ctrlKey: true}))"""))
+        self.assertEqual(self.do("return [...document.querySelectorAll('.row[aria-selected=true]')].map((r) => r.dataset.index)"), ["1", "3"])
+        self.browser.key("3")
+        self.assertEqual([self.segments()[i]["speaker"] for i in (1, 3)], ["Cem", "Cem"])
+        self.choose(1)
+        self.press("Join with next")
+        self.assertEqual(len(self.segments()), len(self.data["segments"]) - 1)
+        self.do("parleyShown.result.add(60, 60.4, 'Noise')")
+        self.assertIn("Noise", self.do("return parleyShown.result.names"))
+        self.press("give to neighbours")
+        self.assertNotIn("Noise", self.do("return parleyShown.result.names"))
+
+    def test_words_are_edited_in_their_place(self):
+        x, y = self.do("const b = document.querySelector('[data-word=\"3\"]').getBoundingClientRect(); return [b.left + 5, b.top + 5]")
+        self.browser.double_click(x, y)
+        self.do("document.getElementById('audio').pause()")
+        self.assertTrue(self.do("return document.activeElement.isContentEditable"))
+        for key in "yes!":
+            self.browser.key(key)
+        self.browser.key(ENTER)
+        before = json.loads((self.folder / "words.json").read_text())[3]
+        self.assertEqual({k: self.words()[3][k] for k in ("start", "end", "text")}, {"start": before["start"], "end": before["end"], "text": "yes!"})
+
+    def test_the_focus_stays_and_arrows_do_not_apply(self):
+        self.rows()
+        self.choose(1)
+        self.do("document.querySelector('.tools select').focus()")
+        self.browser.key(DOWN)
+        self.assertEqual(self.segments()[1]["speaker"], "Bob")
+        self.browser.key(ENTER)
+        self.assertEqual(self.segments()[1]["speaker"], "Cem")
+        self.assertEqual(self.do("return document.activeElement.getAttribute('aria-label')"), "Speaker of the segment")
+        self.do("document.querySelector('.row[data-index=\"2\"]').focus()")
+        self.browser.key(DOWN)
+        self.browser.key("1")
+        self.assertEqual((self.segments()[3]["speaker"], self.do("return document.activeElement.dataset.index")), ("Ann", "3"))
+        self.assertEqual(self.do("return document.querySelector('[aria-live]').textContent"), "Now Ann.")
+        self.browser.key(DELETE)
+        self.assertTrue(self.do("return document.activeElement.matches('.row')"))
+
+    def test_hearing(self):
+        self.rows()
+        self.choose(2)
+        segment = self.data["segments"][2]
+        self.do("document.querySelector('.controls select').value = '3'; document.querySelector('.controls select').dispatchEvent(new Event('change'))")
+        self.browser.key("l")
+        self.do(f"document.activeElement.blur(); parleyShown.seek({segment['end'] - 0.5})")
+        self.browser.key(" ")
+        self.wait(f"return document.getElementById('audio').currentTime < {segment['start'] + 2}")
+        self.assertEqual(self.do("return document.getElementById('audio').playbackRate"), 3)
+        self.browser.key(" ")
+        self.wait("return document.getElementById('audio').paused")
+        self.browser.key("?")
+        self.assertTrue(self.do("return document.querySelector('details.hint').open"))
+
+
+if __name__ == "__main__":
+    if not shutil.which("chromedriver"):
+        print("chromedriver is not installed")
+        sys.exit(SKIPPED)
+    unittest.main(argv=sys.argv[:1])
