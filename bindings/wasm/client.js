@@ -1,4 +1,4 @@
-// Who spoke when, in JavaScript: what the faces for browsers (parley.js) and for Node (parley-node.js) have in common.
+// Who spoke when, in JavaScript: what the front ends for browsers (parley.js) and for Node (parley-node.js) have in common.
 
 export const SAMPLE_RATE = 16000;
 const UNREADABLE = 2, INVALID = 3; // statuses of the engine: damage, and what it does not know
@@ -76,7 +76,7 @@ class Result {
 
   // Releases what the worker keeps of it.
   close() {
-    this.#parley.tell({ release: this.#number });
+    this.#parley.send({ release: this.#number });
   }
 }
 
@@ -117,7 +117,7 @@ class Session {
   }
 
   close() {
-    this.#parley.tell({ leave: this.#number });
+    this.#parley.send({ leave: this.#number });
   }
 }
 
@@ -166,7 +166,7 @@ export class Client {
     });
   }
 
-  tell(message) {
+  send(message) {
     this.#worker.postMessage(message);
   }
 
@@ -178,7 +178,7 @@ export class Client {
     return named(await this.run(message, onProgress, signal, [pcm.buffer]), voices);
   }
 
-  // For the faces: a file, read by the engine's own readers, in pieces, or, where these find nothing, turned to samples by `decode`, which
+  // For the front ends: a file, read by the engine's own readers, in pieces, or, where these find nothing, turned to samples by `decode`, which
   // fails with what to say of it. `place`: how the worker finds the file.
   async diarizeFile(place, name, { onProgress, signal, ...options }, decode) {
     const { sampleRate, numChannels, name: _, voices, ...asked } = options; // the first three a file has itself

@@ -371,18 +371,18 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         zx_parley_samples_t samples = borrowed(channels[c]);
         const embeddings rows = engine_.embed(&samples, path, share);
         const frames all = rows.view();
-        tags which = find(all, one_speaker, share).labels;
-        for (size_t f = 0; f < which.size(); f++) {
+        tags labels = find(all, one_speaker, share).labels;
+        for (size_t f = 0; f < labels.size(); f++) {
             double loudest = 0;
             for (const auto &other : loud) loudest = std::max(loudest, other[f]);
-            if (which[f] != 0) which[f] = loud[c][f] * LEAK < loudest ? 0 : static_cast<uint32_t>(c + 1);
+            if (labels[f] != 0) labels[f] = loud[c][f] * LEAK < loudest ? 0 : static_cast<uint32_t>(c + 1);
         }
-        const centroids own = centroids_of(all, which);
+        const centroids own = centroids_of(all, labels);
         if (own.empty()) {
             means[static_cast<uint32_t>(c + 1)].resize(static_cast<size_t>(all.size));
             continue;
         }
-        std::vector<segment> found = segments_of(all, which, own, engine_.background(), {}, {});
+        std::vector<segment> found = segments_of(all, labels, own, engine_.background(), {}, {});
         for (segment &s : found) s.end = std::min(s.end, result->duration);
         tidy_segments(&found, result->duration, rules_of(options));
         result->segments.insert(result->segments.end(), found.begin(), found.end());

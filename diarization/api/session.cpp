@@ -60,7 +60,7 @@ void session::hear(std::span<const int16_t> samples) {
         zx_parley_internal_preprocess(owner_->own_engine()->get(), row, 1);
         hop_.clear();
     }
-    num_frames_ = chunk_start_ + static_cast<int32_t>(rows_.size() / ZX_PARLEY_FRAME_SIZE);
+    num_frames_ = layout().at(num_final_).start + static_cast<int32_t>(rows_.size() / ZX_PARLEY_FRAME_SIZE);
 }
 
 // ---- Rows to embeddings
@@ -69,34 +69,33 @@ frames session::all() const {
     return {embeddings_.data(), static_cast<int32_t>(embeddings_.size() / static_cast<size_t>(size_)), size_};
 }
 
-// The first `length` frames of the chunk that is under way through the network; keeps what it tells of the
-// frames up to `end_kept`.
-void session::embed_chunk(int32_t length, int32_t end_kept) {
-    const auto size = static_cast<size_t>(size_);
-    std::vector<float> chunk(static_cast<size_t>(length) * size);
-    zx_error_prepare();
-    check_engine(zx_parley_classifier_internal_process_chunk(owner_->own_engine()->get()->classifier,
-                                                             rows_.data(), length, chunk.data()),
-                 name_);
-    embeddings_.resize(static_cast<size_t>(end_kept) * size);
-    const auto from = chunk.begin() + static_cast<std::ptrdiff_t>(first_kept_ - chunk_start_) * size_;
-    std::copy(from, from + static_cast<std::ptrdiff_t>(end_kept - first_kept_) * size_,
-              embeddings_.begin() + static_cast<std::ptrdiff_t>(first_kept_) * size_);
+zx_parley_chunk_layout_t session::layout() const {
+    const zx_parley_classifier_param_t *param = owner_->own_engine()->get()->param->classifier;
+    return {num_frames_, param->chunk_length_frames, param->warmup_length_frames};
 }
 
-// As zx_parley_classifier_process lays out its chunks. One that is complete, and not the last, is final.
+// A chunk, the one with which rows_ begins, through the network.
+void session::embed_chunk(const zx_parley_chunk_t &chunk) {
+    const auto size = static_cast<size_t>(size_);
+    std::vector<float> vectors(static_cast<size_t>(chunk.length) * size);
+    zx_error_prepare();
+    check_engine(zx_parley_classifier_internal_process_chunk(owner_->own_engine()->get()->classifier,
+                                                             rows_.data(), chunk.length, vectors.data()),
+                 name_);
+    embeddings_.resize(static_cast<size_t>(chunk.end_kept) * size);
+    const auto from = vectors.begin() + static_cast<std::ptrdiff_t>(chunk.first_kept - chunk.start) * size_;
+    std::copy(from, from + static_cast<std::ptrdiff_t>(chunk.end_kept - chunk.first_kept) * size_,
+              embeddings_.begin() + static_cast<std::ptrdiff_t>(chunk.first_kept) * size_);
+}
+
+// One that is complete, and not the last, is final.
 void session::embed() {
-    const zx_parley_classifier_param_t *param = owner_->own_engine()->get()->param->classifier;
-    const int32_t length = param->chunk_length_frames, warmup = param->warmup_length_frames;
-    while (num_frames_ > chunk_start_ + length) {
-        const int32_t end = chunk_start_ + length;
-        embed_chunk(length, end - warmup);
-        rows_.erase(rows_.begin(),
-                    rows_.begin() + std::ptrdiff_t{length - 2 * warmup} * ZX_PARLEY_FRAME_SIZE);
-        chunk_start_ = end - 2 * warmup;
-        first_kept_ = chunk_start_ + warmup;
+    const zx_parley_chunk_layout_t chunks = layout();
+    for (; num_final_ + 1 < chunks.num_chunks(); num_final_++) {
+        embed_chunk(chunks.at(num_final_));
+        rows_.erase(rows_.begin(), rows_.begin() + chunks.advance() * ZX_PARLEY_FRAME_SIZE);
     }
-    embed_chunk(num_frames_ - chunk_start_, num_frames_);
+    embed_chunk(chunks.at(num_final_));
 }
 
 // ---- Embeddings to speakers
@@ -107,8 +106,8 @@ void session::keep_numbers(const tags &found) {
     uint32_t most = 0;
     for (const uint32_t tag : found) most = std::max(most, tag);
     std::vector<std::vector<double>> shared(most, std::vector<double>(next_number_ - 1));
-    for (size_t f = 0; f < std::min(found.size(), which_.size()); f++)
-        if (found[f] != 0 && which_[f] != 0) shared[found[f] - 1][which_[f] - 1]++;
+    for (size_t f = 0; f < std::min(found.size(), labels_.size()); f++)
+        if (found[f] != 0 && labels_[f] != 0) shared[found[f] - 1][labels_[f] - 1]++;
     const std::vector<int> matched = shared.empty() ? std::vector<int>() : best_assignment(shared);
     std::vector<uint32_t> numbers(most + 1);
     for (uint32_t tag = 1; tag <= most; tag++) {
@@ -116,10 +115,10 @@ void session::keep_numbers(const tags &found) {
         const bool is_known = known >= 0 && shared[tag - 1][static_cast<size_t>(known)] > 0;
         numbers[tag] = is_known ? static_cast<uint32_t>(known) + 1 : 0;
     }
-    which_.resize(found.size());
+    labels_.resize(found.size());
     for (size_t f = 0; f < found.size(); f++) {  // new ones in the order in which they are heard
         if (found[f] != 0 && numbers[found[f]] == 0) numbers[found[f]] = next_number_++;
-        which_[f] = numbers[found[f]];
+        labels_[f] = numbers[found[f]];
     }
 }
 
@@ -127,10 +126,10 @@ void session::keep_numbers(const tags &found) {
 void session::extend() {
     constexpr int32_t REACH = 8;  // frames to either side
     const frames view = all();
-    const centroids means = centroids_of({view.values, static_cast<int32_t>(which_.size()), size_}, which_);
+    const centroids means = centroids_of({view.values, static_cast<int32_t>(labels_.size()), size_}, labels_);
     const std::vector<float> nobody(owner_->own_engine()->background(),
                                     owner_->own_engine()->background() + size_);
-    for (auto f = static_cast<int32_t>(which_.size()); f < view.count; f++) {
+    for (auto f = static_cast<int32_t>(labels_.size()); f < view.count; f++) {
         const std::vector<float> here =
             mean_of(view, std::max(0, f - REACH), std::min(view.count, f + REACH + 1));
         double nearest = distance(here, nobody);
@@ -141,7 +140,7 @@ void session::extend() {
                 number = tag;
             }
         }
-        which_.push_back(number);
+        labels_.push_back(number);
     }
 }
 
@@ -157,12 +156,12 @@ diarization session::empty_result() const {
 }
 
 bool session::update(double share, diarization *state) {
-    if (num_frames_ == 0 || static_cast<size_t>(num_frames_) == which_.size()) return false;
+    if (num_frames_ == 0 || static_cast<size_t>(num_frames_) == labels_.size()) return false;
     embed();
     const clock::time_point now = clock::now();
     const bool may_cluster =
-        which_.empty() || share * std::chrono::duration<double>(now - last_clustering_).count() >=
-                              std::chrono::duration<double>(clustering_took_).count();
+        labels_.empty() || share * std::chrono::duration<double>(now - last_clustering_).count() >=
+                               std::chrono::duration<double>(clustering_took_).count();
     if (may_cluster) {
         const clustering_result found = owner_->find(all(), options_, nullptr);
         keep_numbers(found.labels);
@@ -173,7 +172,7 @@ bool session::update(double share, diarization *state) {
         extend();
     }
     *state = empty_result();
-    owner_->fill(all(), which_, evidence_, options_, true, state);
+    owner_->fill(all(), labels_, evidence_, options_, true, state);
     return true;
 }
 

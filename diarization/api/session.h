@@ -13,6 +13,7 @@
 #include "diarizer.h"
 #include "frames.h"
 #include "zx_filterbank.h"
+#include "zx_parley_chunks.h"
 
 class session {
 public:
@@ -34,7 +35,8 @@ public:
 private:
     void hear(std::span<const int16_t> samples);
     void embed();
-    void embed_chunk(int32_t length, int32_t end_kept);
+    zx_parley_chunk_layout_t layout() const;
+    void embed_chunk(const zx_parley_chunk_t &chunk);
     void keep_numbers(const tags &found);
     void extend();
     frames all() const;
@@ -53,12 +55,12 @@ private:
     int64_t num_samples_ = 0;       // at the engine's rate
     waveform_drawer waveform_;
 
-    std::vector<int16_t> rows_;  // normalized, from the chunk that is not complete on
-    int32_t num_frames_ = 0, chunk_start_ = 0, first_kept_ = 0;
+    std::vector<int16_t> rows_;               // normalized, from the chunk that is not complete on
+    int32_t num_frames_ = 0, num_final_ = 0;  // final: chunks whose rows no more samples change
     std::vector<float> embeddings_;
     int32_t size_;  // of an embedding
 
-    tags which_;  // numbers that stay; of as many frames as were told
+    tags labels_;  // numbers that stay; of as many frames as were told
     uint32_t next_number_ = 1;
     division_evidence evidence_;  // of the last clustering
     clock::time_point last_clustering_{};

@@ -29,10 +29,10 @@ std::vector<float> mean_of(const frames &all, int32_t first, int32_t end) {
     return mean;
 }
 
-centroids centroids_of(const frames &all, const tags &which) {
+centroids centroids_of(const frames &all, const tags &labels) {
     centroids result;
     for (int32_t f = 0; f < all.count; f++) {
-        if (const uint32_t tag = which[static_cast<size_t>(f)]; tag != 0)
+        if (const uint32_t tag = labels[static_cast<size_t>(f)]; tag != 0)
             add(all.at(f), &result.try_emplace(tag, static_cast<size_t>(all.size)).first->second);
     }
     for (auto &[tag, mean] : result) scale_to_unit_length(&mean);
@@ -53,10 +53,10 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
     return distance(a.data(), b.data(), a.size());
 }
 
-bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *which) {
-    const centroids speakers = centroids_of(all, *which);
+bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *labels) {
+    const centroids speakers = centroids_of(all, *labels);
     std::map<uint32_t, double> heard;  // frames
-    for (const uint32_t tag : *which) heard[tag] += frames_a_row;
+    for (const uint32_t tag : *labels) heard[tag] += frames_a_row;
     double nearest = std::numeric_limits<double>::max();
     uint32_t keep = 0, drop = 0;
     for (auto a = speakers.begin(); a != speakers.end(); ++a) {
@@ -71,23 +71,23 @@ bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *w
         }
     }
     if (drop == 0 || nearest > limit) return false;
-    std::replace(which->begin(), which->end(), drop, keep);
+    std::replace(labels->begin(), labels->end(), drop, keep);
     return true;
 }
 
-std::vector<run> runs_of(const tags &which) {
+std::vector<run> runs_of(const tags &labels) {
     std::vector<run> result;
-    const auto count = static_cast<int32_t>(which.size());
+    const auto count = static_cast<int32_t>(labels.size());
     for (int32_t start = 0, end = 0; start < count; start = end) {
-        const uint32_t tag = which[static_cast<size_t>(start)];
-        while (end < count && which[static_cast<size_t>(end)] == tag) end++;
+        const uint32_t tag = labels[static_cast<size_t>(start)];
+        while (end < count && labels[static_cast<size_t>(end)] == tag) end++;
         if (tag != 0) result.push_back({start, end, tag});
     }
     return result;
 }
 
-int count_speakers(const tags &which) {
-    std::set<uint32_t> different(which.begin(), which.end());
+int count_speakers(const tags &labels) {
+    std::set<uint32_t> different(labels.begin(), labels.end());
     different.erase(0);
     return static_cast<int>(different.size());
 }

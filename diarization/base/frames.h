@@ -32,7 +32,7 @@ using centroids = std::map<uint32_t, std::vector<float>>;  // of unit length, by
 std::vector<float> mean_of(const frames &all, int32_t first, int32_t end);
 
 // The same of every tag's frames but those of tag 0.
-centroids centroids_of(const frames &all, const tags &which);
+centroids centroids_of(const frames &all, const tags &labels);
 
 // Of two vectors of unit length.
 double cosine(const float *a, const float *b, size_t size);
@@ -52,14 +52,14 @@ struct run {
 };
 
 // The longest stretches of equal tags, but those of tag 0.
-std::vector<run> runs_of(const tags &which);
+std::vector<run> runs_of(const tags &labels);
 
 // The nearest two speakers become one, unless their means are farther apart than `limit`, what chance may
 // add to the distance of few frames taken off; a row is the mean of so many frames. False if nothing was
 // joined.
-bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *which);
+bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *labels);
 
 // Different tags but 0.
-int count_speakers(const tags &which);
+int count_speakers(const tags &labels);
 
 #endif

@@ -67,12 +67,12 @@ void describe_turns(const std::vector<run> &turns, size_t a, size_t b, descripti
         const auto &[start, end, speaker] = turns[i];
         if (i > 0 && turns[i - 1].end == start) adjacent++;
         if (speaker != a && speaker != b) continue;
-        const size_t which = speaker == a ? 0 : 1;
+        const size_t side = speaker == a ? 0 : 1;
         of_pair++;
-        if (before == 1 - which) alternations++;
-        before = which;
-        first[which] = std::min(first[which], start);
-        last[which] = std::max(last[which], end);
+        if (before == 1 - side) alternations++;
+        before = side;
+        first[side] = std::min(first[side], start);
+        last[side] = std::max(last[side], end);
     }
     const double shorter = std::min(last[0] - first[0], last[1] - first[1]);
     const double common = std::min(last[0], last[1]) - std::max(first[0], first[1]);

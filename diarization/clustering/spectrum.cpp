@@ -62,10 +62,10 @@ size_t count_below(const tridiagonal &t, double x) {
 }
 
 // The `which`-th smallest eigenvalue between two bounds.
-double eigenvalue(const tridiagonal &t, size_t which, double low, double high) {
+double eigenvalue(const tridiagonal &t, size_t index, double low, double high) {
     for (int i = 0; i < 40; i++) {
         const double middle = (low + high) / 2;
-        (count_below(t, middle) > which ? high : low) = middle;
+        (count_below(t, middle) > index ? high : low) = middle;
     }
     return (low + high) / 2;
 }

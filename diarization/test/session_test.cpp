@@ -76,7 +76,7 @@ TEST_F(listening, speakers_keep_their_names) {
     diarization state;
     EXPECT_FALSE(live.update(1, &state));  // nothing was heard
     std::set<std::string> names;
-    double told = 0;
+    double reported = 0;
     constexpr size_t PIECE = 24000;
     for (size_t at = 0; at + PIECE <= samples.size(); at += PIECE) {
         live.feed(&samples[at], PIECE);
@@ -87,11 +87,11 @@ TEST_F(listening, speakers_keep_their_names) {
             names.insert(state.speakers[static_cast<size_t>(s.speaker)].name);
         if (at < 48000) continue;
         EXPECT_EQ(state.speakers[static_cast<size_t>(state.segments.front().speaker)].name, "Ann");
-        told += state.segments.back().end;
+        reported += state.segments.back().end;
         EXPECT_LE(state.segments.back().end, state.duration);
     }
-    EXPECT_GT(told, 0);
-    EXPECT_LE(names.size(), 4U);  // three voices; one may have been met before it could be told apart
+    EXPECT_GT(reported, 0);
+    EXPECT_LE(names.size(), 4U);  // three voices; one may have been met before it could be reported apart
 }
 
 TEST_F(listening, what_cannot_be_heard_is_refused) {

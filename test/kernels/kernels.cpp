@@ -1,9 +1,9 @@
-// Every form of every hot function (zx_kernels.h) beside the plain one: the same bytes for shapes and
+// Every variant of every hot function (zx_kernels.h) beside the plain one: the same bytes for shapes and
 // values drawn at random, with borders that must stay as they are; and the same calls timed.
 //
-//     kernels [--rounds N]     rounds of draws for each function and form (300)
+//     kernels [--rounds N]     rounds of draws for each function and variant (300)
 //     kernels --bench          nanoseconds a call, for the sizes of the shipped model
-//     kernels --list           the calls of --bench by number, form and name
+//     kernels --list           the calls of --bench by number, variant and name
 //     kernels --call K N       call K of that list N times, for those who count its instructions
 //
 // Needs nothing but the library, so that it also runs where no test framework is to be had
@@ -106,7 +106,7 @@ trial on_output(std::string shape, double num_items, const char *item, const val
     return {std::move(shape),
             num_items,
             item,
-            [=](const zx_kernels_t &form) { call(form, output->data()); },
+            [=](const zx_kernels_t &variant) { call(variant, output->data()); },
             [=] { *output = before; },
             [=] { return output->bytes(); }};
 }
@@ -144,11 +144,11 @@ trial layer(random_numbers &random, int32_t num_inputs, int32_t num_outputs, int
         std::to_string(num_inputs) + " x " + std::to_string(num_outputs) + ", rows " +
             std::to_string(num_rows),
         double{1} * num_inputs * num_outputs * num_rows, "MAC", values<int16_t>(random, num_rows * y_stride),
-        [=](const zx_kernels_t &form, int16_t *y) {
-            const zx_fc_t fc = {nullptr, &data->param, accumulate, &form,
-                                data->packed.at(form.packing).data()};
+        [=](const zx_kernels_t &variant, int16_t *y) {
+            const zx_fc_t fc = {nullptr, &data->param, accumulate, &variant,
+                                data->packed.at(variant.packing).data()};
             const int16_t *first = x->data() + (is_reversed ? (num_rows - 1) * x_stride : 0);
-            form.layer(&fc, num_rows, first, is_reversed ? -x_stride : x_stride, y, y_stride);
+            variant.layer(&fc, num_rows, first, is_reversed ? -x_stride : x_stride, y, y_stride);
         });
 }
 
@@ -167,9 +167,10 @@ std::vector<trial> map_values(random_numbers &random, bool as_engine, Choose cho
     const int32_t count = as_engine ? 192 : between(random, 0, 300);
     const auto x = inputs<int16_t>(random, count);
     const bool in_place = random() % 2;
-    return {on_output<int16_t>(
-        std::to_string(count), count, "value", values<int16_t>(random, count),
-        [=](const zx_kernels_t &form, int16_t *y) { choose(form)(count, in_place ? y : x->data(), y); })};
+    return {on_output<int16_t>(std::to_string(count), count, "value", values<int16_t>(random, count),
+                               [=](const zx_kernels_t &variant, int16_t *y) {
+                                   choose(variant)(count, in_place ? y : x->data(), y);
+                               })};
 }
 
 // A function that changes int16 values by as many others.
@@ -179,7 +180,7 @@ std::vector<trial> change_values(random_numbers &random, bool as_engine,
     const auto x = inputs<int16_t>(random, count);
     return {on_output<int16_t>(
         std::to_string(count), count, "value", values<int16_t>(random, count),
-        [=](const zx_kernels_t &form, int16_t *y) { (form.loops->*function)(count, x->data(), y); })};
+        [=](const zx_kernels_t &variant, int16_t *y) { (variant.loops->*function)(count, x->data(), y); })};
 }
 
 const subject SUBJECTS[] = {
@@ -195,11 +196,11 @@ const subject SUBJECTS[] = {
      }},
     {"sigmoid",
      [](random_numbers &random, bool as_engine) {
-         return map_values(random, as_engine, [](const zx_kernels_t &form) { return form.sigmoid; });
+         return map_values(random, as_engine, [](const zx_kernels_t &variant) { return variant.sigmoid; });
      }},
     {"tanh",
      [](random_numbers &random, bool as_engine) {
-         return map_values(random, as_engine, [](const zx_kernels_t &form) { return form.tanh; });
+         return map_values(random, as_engine, [](const zx_kernels_t &variant) { return variant.tanh; });
      }},
     {"update_cell",
      [](random_numbers &random, bool as_engine) -> std::vector<trial> {
@@ -207,8 +208,9 @@ const subject SUBJECTS[] = {
          const auto gate = inputs<int16_t>(random, count), candidate = inputs<int16_t>(random, count);
          for (int32_t i = 0; i < count; i++) gate->data()[i] &= INT16_MAX;  // what a sigmoid gives
          return {on_output<int16_t>(std::to_string(count), count, "value", values<int16_t>(random, count),
-                                    [=](const zx_kernels_t &form, int16_t *cell) {
-                                        form.loops->update_cell(count, gate->data(), candidate->data(), cell);
+                                    [=](const zx_kernels_t &variant, int16_t *cell) {
+                                        variant.loops->update_cell(count, gate->data(), candidate->data(),
+                                                                   cell);
                                     })};
      }},
     {"gate_output",
@@ -228,9 +230,9 @@ const subject SUBJECTS[] = {
          const bool in_place = random() % 2;
          return {on_output<int16_t>(std::to_string(rows) + " x " + std::to_string(size), size * rows, "value",
                                     values<int16_t>(random, int64_t{size} * rows),
-                                    [=](const zx_kernels_t &form, int16_t *y) {
-                                        form.loops->normalize_rows(size, rows, mean->data(), scale->data(),
-                                                                   in_place ? y : x->data(), y);
+                                    [=](const zx_kernels_t &variant, int16_t *y) {
+                                        variant.loops->normalize_rows(size, rows, mean->data(), scale->data(),
+                                                                      in_place ? y : x->data(), y);
                                     })};
      }},
     {"preemphasize",
@@ -239,22 +241,23 @@ const subject SUBJECTS[] = {
          const auto x = inputs<int16_t>(random, count);
          const int16_t previous = draw(random, int16_t{});
          return {on_output<float>(std::to_string(count), count, "sample", values<float>(random, count),
-                                  [=](const zx_kernels_t &form, float *y) {
-                                      form.loops->preemphasize(count, previous, x->data(), y);
+                                  [=](const zx_kernels_t &variant, float *y) {
+                                      variant.loops->preemphasize(count, previous, x->data(), y);
                                   })};
      }},
     {"transform",
      [](random_numbers &random, bool) -> std::vector<trial> {
          const float sign = random() % 2 ? 1.0f : -1.0f;
-         return {on_output<float>("256 complex", 1, "call", values<float>(random, 512),
-                                  [=](const zx_kernels_t &form, float *y) { form.transform(y, sign); })};
+         return {
+             on_output<float>("256 complex", 1, "call", values<float>(random, 512),
+                              [=](const zx_kernels_t &variant, float *y) { variant.transform(y, sign); })};
      }},
     {"separate_pairs",
      [](random_numbers &random, bool) -> std::vector<trial> {
          const auto pairs = inputs<float>(random, 512);
          return {on_output<float>("257 bins", 1, "call", values<float>(random, 514),
-                                  [=](const zx_kernels_t &form, float *y) {
-                                      form.loops->separate_pairs(SIN_TABLE.data(), pairs->data(), y);
+                                  [=](const zx_kernels_t &variant, float *y) {
+                                      variant.loops->separate_pairs(SIN_TABLE.data(), pairs->data(), y);
                                   })};
      }},
     {"power",
@@ -263,16 +266,16 @@ const subject SUBJECTS[] = {
          const auto x = inputs<float>(random, 2 * count);
          return {on_output<float>(
              std::to_string(count) + " bins", count, "bin", values<float>(random, count),
-             [=](const zx_kernels_t &form, float *y) { form.loops->power(count, x->data(), y); })};
+             [=](const zx_kernels_t &variant, float *y) { variant.loops->power(count, x->data(), y); })};
      }},
     {"weigh_bands",
      [](random_numbers &random, bool) -> std::vector<trial> {
          const auto rising = inputs<float>(random, 40), falling = inputs<float>(random, 40),
                     power = inputs<float>(random, 257);
          return {on_output<float>(
-             "40 bands", 1, "call", values<float>(random, 40), [=](const zx_kernels_t &form, float *y) {
-                 form.loops->weigh_bands(40, FILTERBANK_BAND_EDGES.data(), rising->data(), falling->data(),
-                                         power->data(), y);
+             "40 bands", 1, "call", values<float>(random, 40), [=](const zx_kernels_t &variant, float *y) {
+                 variant.loops->weigh_bands(40, FILTERBANK_BAND_EDGES.data(), rising->data(), falling->data(),
+                                            power->data(), y);
              })};
      }},
     {"dot",
@@ -280,9 +283,9 @@ const subject SUBJECTS[] = {
          const int32_t count = as_engine ? 64 : between(random, 0, 300);
          const auto x = inputs<int16_t>(random, count), y = inputs<int16_t>(random, count);
          return {on_output<double>(std::to_string(count), count, "value", values<double>(random, 1),
-                                   [=](const zx_kernels_t &form, double *sum) {
-                                       *sum =
-                                           static_cast<double>(form.loops->dot(count, x->data(), y->data()));
+                                   [=](const zx_kernels_t &variant, double *sum) {
+                                       *sum = static_cast<double>(
+                                           variant.loops->dot(count, x->data(), y->data()));
                                    })};
      }},
     {"dot_float",
@@ -290,8 +293,8 @@ const subject SUBJECTS[] = {
          const int32_t count = as_engine ? 64 : between(random, 0, 300);
          const auto x = inputs<float>(random, count), y = inputs<float>(random, count);
          return {on_output<float>(std::to_string(count), count, "value", values<float>(random, 1),
-                                  [=](const zx_kernels_t &form, float *sum) {
-                                      *sum = form.loops->dot_float(count, x->data(), y->data());
+                                  [=](const zx_kernels_t &variant, float *sum) {
+                                      *sum = variant.loops->dot_float(count, x->data(), y->data());
                                   })};
      }},
     {"average",
@@ -301,9 +304,9 @@ const subject SUBJECTS[] = {
          const auto weight = static_cast<float>(between(random, 1, 1000)),
                     other_weight = static_cast<float>(between(random, 1, 1000));
          return {on_output<float>(std::to_string(count), count, "value", values<float>(random, count),
-                                  [=](const zx_kernels_t &form, float *centroid) {
-                                      form.loops->average(count, centroid, weight, other->data(),
-                                                          other_weight);
+                                  [=](const zx_kernels_t &variant, float *centroid) {
+                                      variant.loops->average(count, centroid, weight, other->data(),
+                                                             other_weight);
                                   })};
      }},
     {"distances",
@@ -315,8 +318,8 @@ const subject SUBJECTS[] = {
          return {on_output<float>(std::to_string(groups) + " groups of " + std::to_string(size),
                                   groups * ZX_KERNELS_GROUP, "centroid",
                                   values<float>(random, groups * ZX_KERNELS_GROUP),
-                                  [=](const zx_kernels_t &form, float *y) {
-                                      form.loops->distances(size, groups, x->data(), centroids->data(), y);
+                                  [=](const zx_kernels_t &variant, float *y) {
+                                      variant.loops->distances(size, groups, x->data(), centroids->data(), y);
                                   })};
      }},
     {"products",
@@ -328,8 +331,8 @@ const subject SUBJECTS[] = {
          return {on_output<double>(std::to_string(groups) + " groups of " + std::to_string(size),
                                    groups * ZX_KERNELS_GROUP, "centroid",
                                    values<double>(random, groups * ZX_KERNELS_GROUP),
-                                   [=](const zx_kernels_t &form, double *y) {
-                                       form.loops->products(size, groups, x->data(), centroids->data(), y);
+                                   [=](const zx_kernels_t &variant, double *y) {
+                                       variant.loops->products(size, groups, x->data(), centroids->data(), y);
                                    })};
      }},
     {"filter",
@@ -340,8 +343,8 @@ const subject SUBJECTS[] = {
          const auto taps = inputs<float>(random, 2 * order + 1);
          return {on_output<int16_t>(std::to_string(count) + " by order " + std::to_string(order), count,
                                     "sample", values<int16_t>(random, count),
-                                    [=](const zx_kernels_t &form, int16_t *y) {
-                                        form.loops->filter(count, order, x->data(), taps->data(), y);
+                                    [=](const zx_kernels_t &variant, int16_t *y) {
+                                        variant.loops->filter(count, order, x->data(), taps->data(), y);
                                     })};
      }},
     {"mix",
@@ -350,15 +353,15 @@ const subject SUBJECTS[] = {
          const auto x = inputs<int16_t>(random, 2 * count);
          return {on_output<int16_t>(
              std::to_string(count), count, "sample", values<int16_t>(random, count),
-             [=](const zx_kernels_t &form, int16_t *y) { form.loops->mix(count, x->data(), y); })};
+             [=](const zx_kernels_t &variant, int16_t *y) { variant.loops->mix(count, x->data(), y); })};
      }},
     {"mix_float",
      [](random_numbers &random, bool as_engine) -> std::vector<trial> {
          const int32_t count = as_engine ? 1024 : between(random, 0, 300);
          const auto left = inputs<float>(random, count), right = inputs<float>(random, count);
          return {on_output<float>(std::to_string(count), count, "sample", values<float>(random, count),
-                                  [=](const zx_kernels_t &form, float *y) {
-                                      form.loops->mix_float(count, left->data(), right->data(), y);
+                                  [=](const zx_kernels_t &variant, float *y) {
+                                      variant.loops->mix_float(count, left->data(), right->data(), y);
                                   })};
      }},
 };
@@ -404,7 +407,7 @@ private:
     tile_sums sums_;
 };
 
-bool hold_to_plain(const zx_kernels_t &form, const zx_kernels_t &plain, int num_rounds) {
+bool hold_to_plain(const zx_kernels_t &variant, const zx_kernels_t &plain, int num_rounds) {
     bool is_same = true;
     for (const subject &subject : SUBJECTS) {
         random_numbers random(1);
@@ -416,19 +419,19 @@ bool hold_to_plain(const zx_kernels_t &form, const zx_kernels_t &plain, int num_
                 t.call(plain);
                 const std::string expected = t.outputs();
                 t.prepare();
-                t.call(form);
+                t.call(variant);
                 if (t.outputs() == expected) continue;
                 if (num_different++ == 0) where = t.shape;
             }
         }
         if (num_different == 0) continue;
-        std::printf("%s, %s: %d of %d rounds differ from the plain form, the first with %s\n", form.name,
-                    subject.name, num_different, num_rounds, where.c_str());
+        std::printf("%s, %s: %d of %d rounds differ from the plain variant, the first with %s\n",
+                    variant.name, subject.name, num_different, num_rounds, where.c_str());
         is_same = false;
     }
     if (is_same)
-        std::printf("%s: as the plain form, %zu functions, %d rounds each\n", form.name, std::size(SUBJECTS),
-                    num_rounds);
+        std::printf("%s: as the plain variant, %zu functions, %d rounds each\n", variant.name,
+                    std::size(SUBJECTS), num_rounds);
     return is_same;
 }
 
@@ -454,18 +457,18 @@ double measure(Call call) {
     return best;
 }
 
-void print_time(const std::string &name, const char *form, double seconds, double num_items,
+void print_time(const std::string &name, const char *variant, double seconds, double num_items,
                 const char *item) {
-    std::printf("%-36s %-22s %12.1f ns %10.3f G%s/s\n", name.c_str(), form, seconds * 1e9,
+    std::printf("%-36s %-22s %12.1f ns %10.3f G%s/s\n", name.c_str(), variant, seconds * 1e9,
                 num_items / seconds * 1e-9, item);
 }
 
 // What a core can do at most: multiply-accumulates in registers, as many sums under way as hide the latency.
-void time_bare_loops(const std::string &form) {
+void time_bare_loops(const std::string &variant) {
 #if defined(__x86_64__)
     constexpr int ROUNDS = 1000;
-    if (form == "AVX-512 VNNI") {
-        print_time("bare loop", form.c_str(), measure([] {
+    if (variant == "AVX-512 VNNI") {
+        print_time("bare loop", variant.c_str(), measure([] {
                        for (int i = 0; i < ROUNDS; i++) {
                            asm volatile(
                                ".irp n,0,1,2,3,4,5,6,7,8,9,10,11,12,13\n\t"
@@ -475,8 +478,8 @@ void time_bare_loops(const std::string &form) {
                        }
                    }),
                    ROUNDS * 14 * 32.0, "MAC");
-    } else if (form == "AVX2") {
-        print_time("bare loop", form.c_str(), measure([] {
+    } else if (variant == "AVX2") {
+        print_time("bare loop", variant.c_str(), measure([] {
                        for (int i = 0; i < ROUNDS; i++) {
                            asm volatile(
                                ".irp n,0,1,2,3,4,5,6\n\t"
@@ -488,32 +491,32 @@ void time_bare_loops(const std::string &form) {
                    ROUNDS * 7 * 16.0, "MAC");
     }
 #else
-    (void) form;
+    (void) variant;
 #endif
 }
 
-void time_form(const zx_kernels_t &form) {
-    time_bare_loops(form.name);
+void time_form(const zx_kernels_t &variant) {
+    time_bare_loops(variant.name);
     for (const subject &subject : SUBJECTS) {
         random_numbers random(2);
         for (const trial &t : subject.make(random, true)) {
-            print_time(std::string(subject.name) + " " + t.shape, form.name, measure([&] { t.call(form); }),
-                       t.num_items, t.item);
+            print_time(std::string(subject.name) + " " + t.shape, variant.name,
+                       measure([&] { t.call(variant); }), t.num_items, t.item);
         }
     }
 }
 
 // Call `number` of all that are timed, `num_calls` times; or, without a number, a list of them.
-bool call_one(const zx_kernels_t *forms, size_t num_forms, int number, int num_calls) {
+bool call_one(const zx_kernels_t *variants, size_t num_forms, int number, int num_calls) {
     int current = 0;
     for (size_t f = 0; f < num_forms; f++) {
-        if (!forms[f].is_supported()) continue;
+        if (!variants[f].is_supported()) continue;
         for (const subject &subject : SUBJECTS) {
             random_numbers random(2);
             for (const trial &t : subject.make(random, true)) {
                 if (number < 0)
-                    std::printf("%d\t%s\t%s %s\n", current, forms[f].name, subject.name, t.shape.c_str());
-                for (int i = 0; current == number && i < num_calls; i++) t.call(forms[f]);
+                    std::printf("%d\t%s\t%s %s\n", current, variants[f].name, subject.name, t.shape.c_str());
+                for (int i = 0; current == number && i < num_calls; i++) t.call(variants[f]);
                 current++;
             }
         }
@@ -533,19 +536,19 @@ int main(int argc, char **argv) {
         return 2;
     }
     size_t count;
-    const zx_kernels_t *forms = zx_kernels_all(&count);
-    if (is_list) return call_one(forms, count, -1, 0) ? 0 : 1;
-    if (is_call) return call_one(forms, count, std::atoi(argv[2]), std::atoi(argv[3])) ? 0 : 1;
-    const zx_kernels_t &plain = forms[count - 1];
+    const zx_kernels_t *variants = zx_kernels_all(&count);
+    if (is_list) return call_one(variants, count, -1, 0) ? 0 : 1;
+    if (is_call) return call_one(variants, count, std::atoi(argv[2]), std::atoi(argv[3])) ? 0 : 1;
+    const zx_kernels_t &plain = variants[count - 1];
     const int num_rounds = has_rounds ? std::atoi(argv[2]) : 300;
     bool is_same = true;
     for (size_t f = 0; f < count; f++) {
-        if (!forms[f].is_supported()) {
-            std::printf("%s: not on this processor\n", forms[f].name);
+        if (!variants[f].is_supported()) {
+            std::printf("%s: not on this processor\n", variants[f].name);
         } else if (is_bench) {
-            time_form(forms[f]);
-        } else if (&forms[f] != &plain) {
-            is_same = hold_to_plain(forms[f], plain, num_rounds) && is_same;
+            time_form(variants[f]);
+        } else if (&variants[f] != &plain) {
+            is_same = hold_to_plain(variants[f], plain, num_rounds) && is_same;
         }
     }
     if (!is_bench) {

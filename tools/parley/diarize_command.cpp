@@ -195,8 +195,8 @@ private:
         struct worker_progress {
             progress_line *line;
             size_t worker;
-        } told = {&progress_, worker};
-        const auto tell = [](void *context, double done) {
+        } reported = {&progress_, worker};
+        const auto report = [](void *context, double done) {
             const auto *to = static_cast<const worker_progress *>(context);
             to->line->update(to->worker, done);
             return 1;
@@ -204,7 +204,7 @@ private:
         parley_result *made = nullptr;
         const parley_status status = parley_diarize_file(
             diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(), &options_,
-            tell, &told, &made);
+            report, &reported, &made);
         const result_ptr result(made);
         if (status != PARLEY_OK && stream) {  // whose place in the system nobody knows
             parley_error failure(status);

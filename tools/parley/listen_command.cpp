@@ -61,7 +61,7 @@ std::vector<told_segment> segments_of(const parley_result *result) {
 // What became of the segments: those of the same speaker that overlap are the same.
 class changes {
 public:
-    json tell(double heard, const parley_result *result) {
+    json report(double heard, const parley_result *result) {
         std::vector<told_segment> now = segments_of(result);
         json added = json::array(), changed = json::array(), withdrawn = json::array();
         size_t first = 0;  // of those before that may overlap
@@ -168,29 +168,29 @@ int run(const arguments &a) {
     const std::string voices = read_voices(a.voices);
     screen lanes(out, terminal);
     changes since;
-    const auto tell = [&](const parley_result *result) {
-        const json line = since.tell(parley_result_duration(result), result);
+    const auto emit = [&](const parley_result *result) {
+        const json line = since.report(parley_result_duration(result), result);
         draws ? lanes.draw(result) : put_line(out, line);
     };
 
     using clock = std::chrono::steady_clock;
-    clock::time_point told = clock::now();
-    int64_t heard = 0, told_at = 0;  // samples of a channel: a source faster than time is told by its own
+    clock::time_point emitted = clock::now();
+    int64_t heard = 0, emitted_at = 0;  // samples of a channel: a source faster than time is told by its own
     while (!from.has_ended() && !was_interrupted) {
         const std::vector<int16_t> samples = from.take(200);
         const auto frames = static_cast<int64_t>(samples.size()) / from.channels();
         check(parley_session_feed(session.get(), samples.data(), frames));
         heard += frames;
-        const bool is_time = std::chrono::duration<double>(clock::now() - told).count() >= a.every &&
-                             static_cast<double>(heard - told_at) >= a.every * from.rate();
+        const bool is_time = std::chrono::duration<double>(clock::now() - emitted).count() >= a.every &&
+                             static_cast<double>(heard - emitted_at) >= a.every * from.rate();
         if (!is_time) continue;
         parley_result *state = nullptr;
         check(parley_session_update(session.get(), a.share, &state));
         const result_ptr owned(state);
         if (state) name_known(state, voices, 0);
-        if (state) tell(state);
-        told = clock::now();
-        told_at = heard;
+        if (state) emit(state);
+        emitted = clock::now();
+        emitted_at = heard;
     }
     parley_result *result = nullptr;
     if (const std::string file = from.whole(); file.empty()) {
@@ -201,7 +201,7 @@ int run(const arguments &a) {
     }
     const result_ptr owned(result);
     name_known(result, voices, 0);
-    json line = since.tell(parley_result_duration(result), result);
+    json line = since.report(parley_result_duration(result), result);
     if (draws) {
         lanes.draw(result);
         for (const auto &[before, now] : since.renamed())

@@ -28,19 +28,19 @@ struct arguments {
 };
 
 // Diarizing takes less of the time than can be seen.
-int tell(void *line, double done) {
+int report(void *line, double done) {
     static_cast<progress_line *>(line)->update(0, done);
     return was_interrupted == 0;
 }
 
-int tell_nothing(void *, double) {
+int go_on(void *, double) {
     return was_interrupted == 0;
 }
 
 result_ptr words_of(arguments *a, progress_line *progress) {
     transcript_options &options = a->options;
-    result_ptr result = a->result.empty() ? options.diarize(a->recording, tell_nothing, nullptr)
-                                          : read_result_file(a->result);
+    result_ptr result =
+        a->result.empty() ? options.diarize(a->recording, go_on, nullptr) : read_result_file(a->result);
     if (!a->result.empty()) read_sound(options.diarizer(), a->recording, result.get());
     std::vector<const char *> more;
     for (const std::string &argument : a->more) more.push_back(argument.c_str());
@@ -54,7 +54,7 @@ result_ptr words_of(arguments *a, progress_line *progress) {
     how.rule = options.rule();
     how.reach = options.reach;
     check(parley_transcribe(options.diarizer(), result.get(), a->recording.c_str(), &how, options.run.get(),
-                            tell, progress));
+                            report, progress));
     return result;
 }
 

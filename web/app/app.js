@@ -6,7 +6,7 @@ const status = element("status"), progress = element("progress"), audio = elemen
 let engine; // a promise, made with the first file
 let texts = {}; // the result in every format that the engine writes, but as a page
 let heard; // the sound it is about, a Blob
-let told; // the result, which knows the voices
+let latest; // the result, which knows the voices
 let running; // aborts the run that is under way
 let earlier; // a result of an earlier day, a File that waits for its recording
 
@@ -19,8 +19,8 @@ function say(text, fraction) {
 function clear() {
   globalThis.parleyShown?.close();
   globalThis.parleyShown = undefined;
-  told?.close();
-  told = undefined;
+  latest?.close();
+  latest = undefined;
   element("voices").hidden = element("again").hidden = true;
   element("player").replaceChildren();
 }
@@ -35,7 +35,7 @@ function load() {
 
 // Shows a result with the sound it is about.
 async function show(loaded, result, sound, fileName) {
-  told = result;
+  latest = result;
   const known = voices();
   if (known) await result.nameVoices(known).catch((error) => say(error.message));
   texts = {};
@@ -96,7 +96,7 @@ function carryOver(before, result) {
 element("find-again").addEventListener("click", async () => {
   try {
     const before = { names: globalThis.parleyShown.result.names, segments: globalThis.parleyShown.result.segments };
-    const found = await told.again({ numSpeakers: element("number").value || undefined, sensitivity: element("sensitivity").value, keepEmbeddings: true });
+    const found = await latest.again({ numSpeakers: element("number").value || undefined, sensitivity: element("sensitivity").value, keepEmbeddings: true });
     const [sound, name] = [heard, audio.dataset.name], loaded = await load();
     clear();
     await show(loaded, found, sound, name);
@@ -133,7 +133,7 @@ function showVoices() {
     const samples = known.find((k) => k.name === name)?.samples.length ?? 0;
     return parleyButton(samples ? `Remember ${name} from this recording, too` : `Remember the voice of ${name}`, async ({ target }) => {
       try {
-        localStorage.setItem(VOICES, await told.remember(name, index, voices()));
+        localStorage.setItem(VOICES, await latest.remember(name, index, voices()));
         target.disabled = true;
         showVoices();
       } catch (error) {

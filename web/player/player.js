@@ -179,7 +179,7 @@ class ParleyPlayer {
   }
 
   // A correction, told to those who do not see it.
-  #tell(done, text) {
+  #announce(done, text) {
     if (done) this.spoken.textContent = text;
     return done;
   }
@@ -187,7 +187,7 @@ class ParleyPlayer {
   #split() {
     const { result } = this, chosen = this.#chosen.at(-1), within = result.segments[chosen];
     const index = within && within.start < this.#position && this.#position < within.end ? chosen : result.at(this.#position)[0];
-    if (index === undefined || !this.#tell(result.split(index, this.#position), `Split at ${parleyClock(this.#position, 1)}.`))
+    if (index === undefined || !this.#announce(result.split(index, this.#position), `Split at ${parleyClock(this.#position, 1)}.`))
       this.say("Move to where the segment is to be split.");
     else this.say("");
   }
@@ -195,7 +195,7 @@ class ParleyPlayer {
   #join() {
     const [first] = this.#chosen;
     const indices = this.#chosen.length > 1 ? this.#chosen : [first, first + 1];
-    if (first === undefined || !this.#tell(this.result.change("join", indices), "Joined.")) return;
+    if (first === undefined || !this.#announce(this.result.change("join", indices), "Joined.")) return;
     this.select([Math.min(...indices)]);
   }
 
@@ -203,13 +203,13 @@ class ParleyPlayer {
     if (!this.#chosen.length) return;
     const [first] = this.#chosen, indices = this.#chosen;
     this.#chosen = [];
-    if (this.#tell(this.result.remove(indices), `Deleted ${indices.length}.`) && document.activeElement === document.body) this.list.focus(Math.max(0, first - 1));
+    if (this.#announce(this.result.remove(indices), `Deleted ${indices.length}.`) && document.activeElement === document.body) this.list.focus(Math.max(0, first - 1));
   }
 
   // To the number of a speaker goes what is chosen, or else what plays.
   #give(number) {
     const name = this.result.names[number], indices = this.#chosen.length ? this.#chosen : this.result.at(this.#position).slice(0, 1);
-    if (name && this.#tell(this.result.assign(indices, name), `Now ${name}.`)) this.select(indices);
+    if (name && this.#announce(this.result.assign(indices, name), `Now ${name}.`)) this.select(indices);
   }
 
   // From one press of its key to the next somebody speaks: whoever was chosen last, or the first.
@@ -222,7 +222,7 @@ class ParleyPlayer {
     const [start, end] = [this.#marked, this.#position].sort((a, b) => a - b);
     this.#marked = undefined;
     const name = this.result.segments[this.#chosen.at(-1)]?.speaker ?? this.result.names[0] ?? "speaker 1";
-    if (!this.#tell(this.result.add(start, end, name), `Added for ${name}.`)) return this.say("A segment takes some time: move on before it ends.");
+    if (!this.#announce(this.result.add(start, end, name), `Added for ${name}.`)) return this.say("A segment takes some time: move on before it ends.");
     this.say("");
     this.select([this.result.segments.findIndex((s) => s.start === parleyMilliseconds(start) && s.speaker === name)]);
   }

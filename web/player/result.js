@@ -29,7 +29,7 @@ class ParleyResult {
     this.#listeners.add(listener);
   }
   #onStorage = ({ key }) => {
-    if ((key === this.#key || key === null) && this.#take()) this.#tell();
+    if ((key === this.#key || key === null) && this.#take()) this.#emit();
   };
 
   close() {
@@ -108,10 +108,10 @@ class ParleyResult {
     } catch {
       this.isKept = false; // no room, or not allowed
     }
-    this.#tell();
+    this.#emit();
   }
 
-  #tell() {
+  #emit() {
     for (const listener of this.#listeners) listener();
   }
 

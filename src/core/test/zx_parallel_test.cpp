@@ -45,18 +45,18 @@ TEST(zx_parallel, a_failure_and_a_progress_that_stops_end_it) {
         struct seen {
             double last = 0;
             int calls = 0;
-        } told;
+        } reported;
         const zx_progress_t progress = {[](void *context, double done) {
                                             auto *s = static_cast<seen *>(context);
                                             EXPECT_GE(done, s->last);
                                             s->last = done;
                                             return ++s->calls < 5;
                                         },
-                                        &told};
+                                        &reported};
         counters stopped;
         const zx_status_t status = zx_parallel_run(num_workers, 1000, {counters::run, &stopped}, &progress);
         // Others may have taken all that was left before the caller's thread asked again.
-        EXPECT_EQ(status, told.calls == 5 ? ZX_STATUS_STOP_ITERATION : ZX_STATUS_SUCCESS);
-        EXPECT_TRUE(num_workers > 1 || told.calls == 5);
+        EXPECT_EQ(status, reported.calls == 5 ? ZX_STATUS_STOP_ITERATION : ZX_STATUS_SUCCESS);
+        EXPECT_TRUE(num_workers > 1 || reported.calls == 5);
     }
 }

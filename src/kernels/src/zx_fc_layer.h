@@ -20,8 +20,8 @@ struct zx_fc_t {
     zx_memory_t *memory;
     const zx_fc_param_t *param;  // borrowed
     bool accumulate;
-    const zx_kernels_t *kernels;  // the form that computes it, see zx_kernels.h
-    int8_t *packed;               // the weights as that form reads them; null where it reads the model's
+    const zx_kernels_t *kernels;  // the variant that computes it, see zx_kernels.h
+    int8_t *packed;               // the weights as that variant reads them; null where it reads the model's
 };
 
 // One row by the plain loop that every faster kernel is held to, see zx_fc_process.

@@ -1,4 +1,4 @@
-// The weights of a fully connected layer in the order in which the forms for a processor read them.
+// The weights of a fully connected layer in the order in which the variants for a processor read them.
 //
 // Outputs lie in blocks of 16. A block has the 16 values at which its sums start (rounding and bias, Q17,
 // 32 bits) and then, for four inputs at a time, 64 bytes of weights:

@@ -1,4 +1,4 @@
-// What the forms of a fully connected layer share, for the files that compile them: everything here is
+// What the variants of a fully connected layer share, for the files that compile them: everything here is
 // local to the file that includes it, as in zx_loops.h.
 #ifndef ZX_FC_TILES_H
 #define ZX_FC_TILES_H

@@ -39,7 +39,7 @@ void zx_fc_layer_wasm(const zx_fc_t *object, int32_t num_rows, const int16_t *x,
 void zx_fc_layer_amx(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
                      int16_t *y, ptrdiff_t y_stride);
 
-// Whether AMX, on a processor that has it, gives what the plain form gives for a small layer.
+// Whether AMX, on a processor that has it, gives what the plain variant gives for a small layer.
 bool zx_fc_amx_agrees();
 
 #endif

@@ -17,7 +17,7 @@ bool has_amx() {
 }
 #endif
 
-constexpr zx_kernels_t FORMS[] = {
+constexpr zx_kernels_t VARIANTS[] = {
 #if PARLEY_HAS_AMX
     {"AMX", has_amx, &ZX_LOOPS_AVX512, zx_sigmoid_avx512, zx_tanh_avx512, zx_transform_avx2, zx_fc_layer_amx,
      zx_packing::quads},
@@ -43,16 +43,16 @@ constexpr zx_kernels_t FORMS[] = {
 };
 
 const zx_kernels_t *choose() {
-    const zx_kernels_t *form = FORMS;
-    while (!form->is_supported()) form++;
-    return form;
+    const zx_kernels_t *variant = VARIANTS;
+    while (!variant->is_supported()) variant++;
+    return variant;
 }
 
 }  // namespace
 
 const zx_kernels_t *zx_kernels_all(size_t *count) {
-    *count = std::size(FORMS);
-    return FORMS;
+    *count = std::size(VARIANTS);
+    return VARIANTS;
 }
 
 const zx_kernels_t *zx_kernels() {

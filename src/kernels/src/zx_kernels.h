@@ -1,7 +1,7 @@
 // The hot functions of the engine in one table for each kind of processor, and the choice among them.
 //
-// A form is a row of functions that compute the same as the plain form, to the last bit. What a compiler
-// makes vector code of by itself is written once, in zx_loops.h, and compiled once for each form with its
+// A variant is a row of functions that compute the same as the plain variant, to the last bit. What a compiler
+// makes vector code of by itself is written once, in zx_loops.h, and compiled once for each variant with its
 // own flags; what it does not is written for the processor. Both lie in folders of their own, x86/, arm/
 // and wasm/; nothing else knows of a processor.
 #ifndef ZX_KERNELS_H
@@ -61,7 +61,7 @@ struct zx_loops_t {
     void (*mix_float)(int32_t count, const float *left, const float *right, float *y);
 };
 
-// How a form wants a layer's weights, see zx_fc_packing.h.
+// How a variant wants a layer's weights, see zx_fc_packing.h.
 enum class zx_packing { none, pairs, columns, quads };
 
 struct zx_kernels_t {
@@ -80,10 +80,10 @@ struct zx_kernels_t {
     zx_packing packing;
 };
 
-// All forms that this build knows, fastest first; the last one is the plain form, which runs everywhere.
+// All variants that this build knows, fastest first; the last one is the plain variant, which runs everywhere.
 const zx_kernels_t *zx_kernels_all(size_t *count);
 
-// The fastest form that this processor runs, chosen at the first call.
+// The fastest variant that this processor runs, chosen at the first call.
 const zx_kernels_t *zx_kernels();
 
 #endif

@@ -1,6 +1,6 @@
-// The loops of zx_kernels.h, for the files that compile them: one for each form, with flags of its own.
+// The loops of zx_kernels.h, for the files that compile them: one for each variant, with flags of its own.
 // All of it is local to the file that includes this, and calls nothing that the linker could take from
-// another file: code for a newer processor must not end up in the plain form.
+// another file: code for a newer processor must not end up in the plain variant.
 #ifndef ZX_LOOPS_H
 #define ZX_LOOPS_H
 

@@ -1,4 +1,4 @@
-// The agglomerative pass of the clustering (zx_parley_cluster.h), on the agenda of zx_parley_pair_heap.
+// The agglomerative pass of the clustering (zx_parley_cluster.h), on the priority queue of zx_parley_pair_heap.
 
 #include <cstdint>
 

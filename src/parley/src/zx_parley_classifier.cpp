@@ -11,6 +11,7 @@
 #include "zx_math.h"
 #include "zx_memory.h"
 #include "zx_parallel.h"
+#include "zx_parley_chunks.h"
 
 namespace {
 
@@ -145,17 +146,10 @@ namespace {
 constexpr int32_t MAX_SIDE_BY_SIDE = 8;
 constexpr int32_t MAX_SIDE_BY_SIDE_OF_MANY = 6;  // where there are several workers, of 2 MB a chunk each
 
-// A stretch of frames that is run through the layers from zero state, and which of its rows are kept.
-struct chunk {
-    int32_t start;       // first frame
-    int32_t length;      // frames
-    int32_t first_kept;  // counted from the start of the input, as is
-    int32_t end_kept;    // the end of those
-};
-
 // Runs chunks, in falling order of length, through the network. Row 0 of d_vector is that of frame first_row.
-zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *feature, const chunk *chunks,
-                           int32_t num_chunks, float *d_vector, int32_t first_row) {
+zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *feature,
+                           const zx_parley_chunk_t *chunks, int32_t num_chunks, float *d_vector,
+                           int32_t first_row) {
     const zx_parley_classifier_param_t *param = object->param;
     const size_t frame_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
     const auto hidden_size = [param](int32_t layer) {
@@ -211,39 +205,21 @@ zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *
     return ZX_STATUS_SUCCESS;
 }
 
-// What is common to all chunks of a run. A later chunk starts 2 W frames before the end of the one before, K
-// frames long at most. Its first W rows lack context to the left and are not used; the W after them are used
-// instead of rows that lacked context to the right:
-//
-//   chunk 1   |.....................---|
-//   chunk 2                      |---......................|      --- W rows that are not used
-//
-// It advances by K - 2 W > W frames.
+// What is common to all chunks of a run.
 struct chunk_run {
-    chunk_run(const zx_parley_classifier_t *object_, const int16_t *feature_, int32_t num_frames_,
+    chunk_run(const zx_parley_classifier_t *object_, const int16_t *feature_, int32_t num_frames,
               int32_t num_workers)
         : object(object_),
           feature(feature_),
-          num_frames(num_frames_),
-          length(object->param->chunk_length_frames),
-          warmup(object->param->warmup_length_frames) {
-        if (num_frames > length && length > 2 * warmup)
-            num_chunks += divide_up(num_frames - length, length - 2 * warmup);
+          layout{num_frames, object->param->chunk_length_frames, object->param->warmup_length_frames},
+          num_chunks(layout.num_chunks()) {
         // As many groups for each worker; what a group takes of memory grows with its chunks.
         const int32_t most = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
         num_groups = divide_up(divide_up(num_chunks, most), num_workers) * num_workers;
         num_groups = std::min(num_groups, num_chunks);
     }
 
-    static int32_t divide_up(int64_t a, int64_t b) { return static_cast<int32_t>((a + b - 1) / b); }
-
-    chunk at(int32_t index) const {
-        const int64_t start = index * (length - 2 * warmup);
-        const int64_t end = std::min(start + length, num_frames);
-        return {static_cast<int32_t>(start), static_cast<int32_t>(end - start),
-                static_cast<int32_t>(index == 0 ? 0 : start + warmup),
-                static_cast<int32_t>(end == num_frames ? end : end - warmup)};
-    }
+    static int32_t divide_up(int32_t a, int32_t b) { return (a + b - 1) / b; }
 
     // Groups differ by at most one chunk.
     int32_t first_of_group(int32_t group) const {
@@ -251,15 +227,15 @@ struct chunk_run {
     }
 
     // The frames whose rows a group keeps.
-    int32_t first_row_of(int32_t group) const { return at(first_of_group(group)).first_kept; }
+    int32_t first_row_of(int32_t group) const { return layout.at(first_of_group(group)).first_kept; }
     int32_t num_rows_of(int32_t group) const {
-        return at(first_of_group(group + 1) - 1).end_kept - first_row_of(group);
+        return layout.at(first_of_group(group + 1) - 1).end_kept - first_row_of(group);
     }
 
     zx_status_t process(int32_t group, float *rows, int32_t first_row) const {
-        chunk chunks[MAX_SIDE_BY_SIDE];
+        zx_parley_chunk_t chunks[MAX_SIDE_BY_SIDE];
         const int32_t first = first_of_group(group), end = first_of_group(group + 1);
-        for (int32_t c = first; c < end; c++) chunks[c - first] = at(c);
+        for (int32_t c = first; c < end; c++) chunks[c - first] = layout.at(c);
         return process_chunks(object, feature, chunks, end - first, rows, first_row);
     }
 
@@ -270,8 +246,8 @@ struct chunk_run {
 
     const zx_parley_classifier_t *object;
     const int16_t *feature;
-    int64_t num_frames, length, warmup;
-    int32_t num_chunks = 1, num_groups;
+    zx_parley_chunk_layout_t layout;
+    int32_t num_chunks, num_groups;
     float *d_vector = nullptr;  // the rows of all frames, where they are kept
 };
 
@@ -279,7 +255,7 @@ struct chunk_run {
 
 zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, const int16_t *feature,
                                          int32_t num_frames, float *d_vector, const zx_progress_t *progress,
-                                         int32_t num_workers, const zx_parley_rows_taker_t *taker) {
+                                         int32_t num_workers, const zx_parley_rows_sink_t *sink) {
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(num_frames > 0);
@@ -288,7 +264,7 @@ zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, c
     const int64_t warmup_length_frames = object->param->warmup_length_frames;
     ZX_ASSERT(3 * warmup_length_frames < chunk_length_frames);
     chunk_run run(object, feature, num_frames, num_workers);
-    if (!taker) {
+    if (!sink) {
         run.d_vector = d_vector;
         return zx_parallel_run(num_workers, run.num_groups, {chunk_run::process_group, &run}, progress);
     }
@@ -297,7 +273,7 @@ zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, c
         const int32_t first = run.first_row_of(group);
         zx_status_t status = run.process(group, d_vector, first);
         if (status == ZX_STATUS_SUCCESS)
-            status = taker->take(taker->context, d_vector, first, run.num_rows_of(group));
+            status = sink->take(sink->context, d_vector, first, run.num_rows_of(group));
         if (status != ZX_STATUS_SUCCESS) return status;
     }
     return ZX_STATUS_SUCCESS;
@@ -319,6 +295,6 @@ zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *
     ZX_ASSERT(object);
     ZX_ASSERT(feature);
     ZX_ASSERT(d_vector);
-    const chunk whole = {0, num_frames, 0, num_frames};
+    const zx_parley_chunk_t whole = {0, num_frames, 0, num_frames};
     return process_chunks(object, feature, &whole, 1, d_vector, 0);
 }

@@ -64,14 +64,14 @@ void zx_parley_classifier_preprocess(const zx_parley_classifier_t *object, int16
                                      int32_t num_frames);
 
 // Where rows of embeddings go that are not to be kept: num_rows of them from frame first_frame on.
-struct zx_parley_rows_taker_t {
+struct zx_parley_rows_sink_t {
     zx_status_t (*take)(void *context, const float *rows, int32_t first_frame, int32_t num_rows);
     void *context;
 };
 
 // feature: num_frames > 0 frames of normalized Q10 values. d_vector: num_frames rows of E floats of unit
 // length. Chunks go to num_workers > 0 threads, which changes no bit. Asserts 3 W < K and, through the
-// inverse square root, that no embedding is all zeros. With a taker, d_vector needs room for the rows of
+// inverse square root, that no embedding is all zeros. With a sink, d_vector needs room for the rows of
 // zx_parley_classifier_rows_at_once only: it is given them a group of chunks after the other, in the
 // order of the frames, computed on the caller's thread. A status of its ends the run.
 // ZX_STATUS_OUT_OF_MEMORY; ZX_STATUS_STOP_ITERATION if `progress` asks to stop.
@@ -80,7 +80,7 @@ struct zx_parley_rows_taker_t {
                                                        float *d_vector,
                                                        const zx_progress_t *progress = nullptr,
                                                        int32_t num_workers = 1,
-                                                       const zx_parley_rows_taker_t *taker = nullptr);
+                                                       const zx_parley_rows_sink_t *sink = nullptr);
 int32_t zx_parley_classifier_rows_at_once(const zx_parley_classifier_t *object, int32_t num_frames);
 
 // The same for one chunk of at most K frames.

@@ -226,10 +226,10 @@ zx_status_t zx_parley_internal_read_part(const char *audio_path, const zx_parley
     // Memory of which only what is written to becomes real.
     zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(count) + 1));
     if (!pcm) return zx_parley_report_allocation("pcm");
-    const stage_progress told(progress, zx_parley_stage::decoding);
+    const stage_progress reporter(progress, zx_parley_stage::decoding);
     int32_t done = 0;
     while (done < count) {
-        if (!zx_progress_report(told.get(), done, count)) return ZX_STATUS_STOP_ITERATION;
+        if (!zx_progress_report(reporter.get(), done, count)) return ZX_STATUS_STOP_ITERATION;
         int32_t num_read;
         if (zx_audio_file_read_some(reader.get(), count - done, pcm.get() + done, &num_read) !=
                 ZX_STATUS_SUCCESS ||
@@ -375,9 +375,9 @@ zx_status_t find_runs(zx_parley_t *object, const int16_t *feature, int32_t num_f
     first_pass pass = {object->cluster, size, zx_parley_cluster_segmentation_begin(object->cluster, size)};
     zx_status_t status = pass.status;
     if (status == ZX_STATUS_SUCCESS) {
-        const zx_parley_rows_taker_t taker = {first_pass::take, &pass};
+        const zx_parley_rows_sink_t sink = {first_pass::take, &pass};
         status = zx_parley_classifier_process(object->classifier, feature, num_frames, rows.get(), nullptr, 1,
-                                              &taker);
+                                              &sink);
     }
     if (status == ZX_STATUS_SUCCESS) return status;
     uint32_t unused;
@@ -493,11 +493,11 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
     filterbanks all;
     status = pieces.init(reader.get(), object->num_workers * feature_run::SPAN, listener);
     if (status == ZX_STATUS_SUCCESS) status = all.init(object, object->num_workers);
-    const stage_progress told(progress, zx_parley_stage::decoding);
+    const stage_progress reporter(progress, zx_parley_stage::decoding);
     const int64_t num_hops = 2 * int64_t{num_frames};
     int64_t num_done = 0;  // hops
     while (status == ZX_STATUS_SUCCESS && (pieces.num_missing() > 0 || num_done < num_hops)) {
-        if (!zx_progress_report(told.get(), count - pieces.num_missing(), count))
+        if (!zx_progress_report(reporter.get(), count - pieces.num_missing(), count))
             return ZX_STATUS_STOP_ITERATION;
         status = pieces.next();
         const int64_t num_here = std::min<int64_t>(pieces.num_hops(), num_hops - num_done);

@@ -16,7 +16,7 @@ zx_status_t zx_parley_pair_heap_init(uint32_t capacity, zx_parley_pair_heap_t **
     *object = nullptr;
     zx_owned<zx_parley_pair_heap_t, zx_parley_pair_heap_delete> o(zx_heap_zeroed<zx_parley_pair_heap_t>());
     if (!o) return ZX_STATUS_OUT_OF_MEMORY;
-    // Whole pages of the large kind where the agenda is large: its accesses are far apart.
+    // Whole pages of the large kind where the priority queue is large: its accesses are far apart.
     constexpr size_t LARGE_PAGE = size_t{1} << 21, LINE = 64;
     size_t size = (static_cast<size_t>(capacity) + 1) * sizeof(zx_parley_pair_t);
     const size_t alignment = size >= LARGE_PAGE ? LARGE_PAGE : LINE;

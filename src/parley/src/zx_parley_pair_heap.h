@@ -1,4 +1,4 @@
-// The agenda of the agglomeration: candidate merges, taken in the order in which zx_parley_heap takes records
+// The priority queue of the agglomeration: candidate merges, taken in the order in which zx_parley_heap takes records
 // of the same keys inserted in the same order, its peculiarities included. A candidate is 8 bytes in the
 // heap's one array, where a record of its own takes 64 with its pointer and its block; there is no allocation
 // but the first.

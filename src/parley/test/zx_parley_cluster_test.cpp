@@ -203,7 +203,7 @@ TEST(zx_parley_cluster, tags_are_dense_on_random_input) {
 
 namespace {
 
-// The plain form of the agglomeration: records of their own in the general heap, recognised as stale by id
+// The agglomeration as it is defined: records of their own in the general heap, recognised as stale by id
 // and weight.
 struct plain_pair {
     float distance;
@@ -250,7 +250,7 @@ void plain_offline(zx_parley_cluster_t *object, int32_t dimension, float largest
     }
 }
 
-// The tags after segmentation, first prune and a form of the agglomeration.
+// The tags after segmentation, first prune and an implementation of the agglomeration.
 template <class Offline>
 std::vector<uint32_t> tags_after(const clustering &c, const std::vector<float> &input, int32_t dimension,
                                  Offline offline) {
@@ -304,7 +304,7 @@ TEST(zx_parley_cluster, agglomeration_merges_as_its_plain_form_does) {
     EXPECT_GT(num_merged, 40);  // many rounds leave several clusters: the order had something to decide
 }
 
-// Why the agenda holds every pair. One above the threshold is never merged, but it takes part in the
+// Why the priority queue holds every pair. One above the threshold is never merged, but it takes part in the
 // order: where the heap's pop does not look at the last slot it can stay in front of a smaller one, and
 // when it is taken, merging ends.
 TEST(zx_parley_cluster, pairs_that_cannot_merge_decide_which_do) {

@@ -1,6 +1,6 @@
 // What operating systems do differently, for the library and for the tool: names of files, files that go with
 // whoever made them, child processes, pipes, terminals. Texts are UTF-8 everywhere; descriptors are binary
-// and not inherited. posix.cpp and windows.cpp hold one form each, system.cpp what is the same.
+// and not inherited. posix.cpp and windows.cpp hold one implementation each, system.cpp what is the same.
 #ifndef PARLEY_SYSTEM_H
 #define PARLEY_SYSTEM_H
 
@@ -16,8 +16,8 @@
 std::filesystem::path path_of(const std::string &name);
 std::string text_of(const std::filesystem::path &path);
 
-// The same for opening a file or asking about it: Windows has a form of its own for names of more than 260
-// characters, which cannot be taken apart.
+// The same for opening a file or asking about it: names of more than 260 characters are written otherwise on
+// Windows and cannot be taken apart.
 std::filesystem::path file_at(const std::string &name);
 
 // A name without its folders and its extension.

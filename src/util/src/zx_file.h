@@ -15,7 +15,7 @@
 
 #if defined(_WIN32)
 // A name of a file as Windows takes it, the caller's to free: names are UTF-8 here, whatever the system's
-// code page is, and those of more than 260 characters need another form there. Null for lack of memory or
+// code page is, and those of more than 260 characters need another notation there. Null for lack of memory or
 // a name that is not UTF-8.
 [[nodiscard]] wchar_t *zx_file_system_name(const char *path);
 #endif

@@ -209,7 +209,7 @@ class Diarizer:
         """
         asked = _Options({name.replace("_", "-"): value for name, value in options.items()})
         session = c_void_p()
-        heard = told = 0
+        heard = reported = 0
         try:
             for piece in pieces:
                 pcm = _to_int16(piece)
@@ -224,8 +224,8 @@ class Diarizer:
                     self._check_open()
                     check(library.parley_session_feed(session, pcm.ctypes.data_as(POINTER(c_int16)), pcm.shape[0]))
                 heard += pcm.shape[0]
-                if heard - told >= every * sample_rate:
-                    told = heard
+                if heard - reported >= every * sample_rate:
+                    reported = heard
                     if (state := self._ask(voices, library.parley_session_update, session, share)) is not None:
                         yield state
             if not session:
@@ -253,7 +253,7 @@ class Diarizer:
     def _follow(self, progress: Optional[Callable[[float], Optional[bool]]], call: Callable[..., int]) -> None:
         raised: list = []
 
-        def tell(_: object, done: float) -> int:
+        def report(_: object, done: float) -> int:
             try:
                 return 0 if progress(done) is False else 1
             except BaseException as error:  # which must not cross C; it goes on behind it
@@ -262,7 +262,7 @@ class Diarizer:
 
         with self._lock:
             self._check_open()
-            status = call(Progress(tell) if progress else Progress(), None)
+            status = call(Progress(report) if progress else Progress(), None)
             if raised:
                 raise raised[0]
             check(status)

@@ -1,4 +1,4 @@
-// The end of a block of sums, for both forms of layers by NEON.
+// The end of a block of sums, for both variants of layers by NEON.
 #ifndef ZX_FC_NEON_STORE_H
 #define ZX_FC_NEON_STORE_H
 

@@ -7,7 +7,7 @@
 namespace {
 
 // Two butterflies: t = b (cosine + sign i sine); (a, b) becomes (a + t, a - t). Each product and sum is
-// rounded as in the readable form; only the places of signs differ, which rounding does not see.
+// rounded as in the readable variant; only the places of signs differ, which rounding does not see.
 inline void butterflies(float32x4_t *a, float32x4_t *b, float32x4_t cosines, float32x4_t sines) {
     const float32x4_t t = vfmaq_f32(vmulq_f32(vrev64q_f32(*b), sines), *b, cosines);
     *b = vsubq_f32(*a, t);

@@ -7,7 +7,7 @@
 namespace {
 
 // Four butterflies: t = b (cosine + sign i sine); (a, b) becomes (a + t, a - t). Each product and sum is
-// rounded as in the readable form; only the places of signs differ, which rounding does not see.
+// rounded as in the readable variant; only the places of signs differ, which rounding does not see.
 inline void butterflies(__m256 *a, __m256 *b, __m256 cosines, __m256 sines) {
     const __m256 swapped = _mm256_permute_ps(*b, 0xB1);
     const __m256 t = _mm256_fmadd_ps(*b, cosines, _mm256_mul_ps(swapped, sines));
