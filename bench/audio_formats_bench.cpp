@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the time goes when a file is diarized: shares of opening (which counts by decoding where the format
 // needs it), decoding, resampling, features, network and clustering.
 //

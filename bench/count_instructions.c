@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A plugin of qemu that prints how many instructions a program ran:
        qemu-aarch64 -plugin PLUGIN.so PROGRAM ...
    Debian has no header of these functions; they are qemu's plugin interface, version 1. */

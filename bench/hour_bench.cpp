@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An hour (or any time) of conversation through the public interface: seconds of processor time, times real
 // time, peak memory.
 //

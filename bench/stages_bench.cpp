@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stages of the engine one by one: the network, the filterbank beside the same bands by FFTW,
 // clustering at several sizes. Run by bench/run, beside the hot functions by themselves (test/kernels).
 

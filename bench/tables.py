@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tables of docs/performance.md, which its measuring programs write."""
 import pathlib
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake -D OUTPUT=file.h -D VALUES="NAME=path+path...;..." -P EmbedText.cmake
 #
 # Writes text files, one or several one after the other, as C++ string constants.

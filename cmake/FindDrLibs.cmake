@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Finds dr_libs, the single-header decoders dr_wav, dr_flac and dr_mp3.
 #
 #   DR_LIBS_INCLUDE_DIR   cache variable: the folder that holds dr_wav.h, for a copy in an unusual place

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Finds nestegg, the WebM demuxer: its header, and its single source file or a library of it.
 #
 #   NESTEGG_INCLUDE_DIR   cache variable: the folder that holds nestegg/nestegg.h

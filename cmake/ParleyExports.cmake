@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What a dynamic library exports: the functions that a list names, a line each, told as each system's linker wants it. On
 # ELF systems all of them have the version of the interface that they belong to.
 function(parley_exports target list)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # parley_module(NAME SOURCES file... [DEPENDS module-or-target...])
 #
 # One module of the engine: the sources of src/NAME/src as an object library zx_NAME whose include folder reaches only

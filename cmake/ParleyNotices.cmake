@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The terms of what is compiled into the libraries and the tool, as their packages on this machine have them: a file that
 # is installed and packed beside Parley's own.
 function(parley_notices output)

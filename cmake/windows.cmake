@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Windows by Debian's MinGW-w64, its programs run by Wine: cmake --preset windows
 #   scripts/install-deps windows
 set(CMAKE_SYSTEM_NAME Windows)

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes three-voices.wav and three-voices.rttm: three synthetic voices taking turns, about a minute.
 #
 # Needs Debian's packages flite (voices slt, rms and awb, free of restrictions) and sox. Run from any folder:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The box parsers alone. The first byte chooses the parser; the rest is exactly the memory that it may read,
 // so that one byte too far is seen.
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The public interface as a sequence of calls, a byte choosing each: two engines, buffers and files of many
 // kinds, null arguments, messages taken or left. After all of it an engine still gives what a fresh one
 // gives.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clustering: embeddings of any kind, thresholds below 1 (at 1 opposite directions merge, whose mean has no
 // direction:
 // that is asserted), two runs on one object. Runs agree, tags are as announced, and

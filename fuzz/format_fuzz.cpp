@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Detection of the format, which looks at the first 35 bytes and, in MP4, at the brands.
 #include "fuzz.h"
 #include "zx_audio_file.h"

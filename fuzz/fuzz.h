@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shared by the fuzz targets: numbers taken from the fuzzer's bytes, the bytes as a file, and what a target
 // does when a property does not hold.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Model files: whatever loads must run. Recurrent layers are driven directly, since a whole run asserts that
 // no embedding is all zeros, which a model may well give.
 #include <algorithm>

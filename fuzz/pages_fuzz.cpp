@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reader of Ogg pages and packets: reading ends, and after every reset the same packets come again. (The
 // first time is another: no stream has begun that pages could continue.)
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a model file knows behind its network: whatever loads must give numbers for any embeddings and
 // features.
 #include <algorithm>

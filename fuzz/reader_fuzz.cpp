@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio file reader, one program per format (PARLEY_FUZZ_FORMAT): what opens is read to its promised end,
 // in pieces of changing size. Files that promise hours are read for MAX_SAMPLES.
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Feeds files to a fuzz target without a fuzzer: every file named, and every file of every folder named.
 // Compilers without libFuzzer replay the kept inputs with it, sanitizers on.
 #include <filesystem>

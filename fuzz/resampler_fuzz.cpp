@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The resampler: any rates, any order, input in any pieces of up to 1024 samples. Every call writes what was
 // promised or one more, in memory of exactly that size. Where positions between samples are exact in single
 // precision, however far from the start of a piece they are counted, pieces give the same samples as one

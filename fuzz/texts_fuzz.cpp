@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts that people hand to the library: transcripts of every format, lists of voices, references. The first
 // byte chooses. What is read can be written, and what is written read again.
 #include <cmath>

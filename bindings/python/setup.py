@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Builds the dynamic library by CMake and puts it into the package with the model and the codec libraries that it needs,
 so that a wheel works on its own, with the terms of all that it holds. A source distribution carries the engine's sources. The rest of
 the description of the package is in pyproject.toml.

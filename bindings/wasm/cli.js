@@ -1,4 +1,5 @@
 #!/usr/bin/env node
+// SPDX-License-Identifier: Apache-2.0
 // npx parley meeting.wav: the small command. The tool of the project (parley) does much more.
 import { writeFile } from "node:fs/promises";
 import { parseArgs } from "node:util";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who spoke when, in JavaScript: what the front ends for browsers (parley.js) and for Node (parley-node.js) have in common.
 
 export const SAMPLE_RATE = 16000;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine behind messages, in a thread of its own, so that pages stay responsive. Messages in: {open: bytes of the model},
 // {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, file: File, name, options},
 // {id, write: format, result}, {id, again: options, result}, {release: result}; {id, words: {transcript, reach, byTime}, result},

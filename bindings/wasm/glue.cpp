@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the worker calls besides the functions of parley.h: runs whose progress goes to
 // JavaScript.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who spoke when, in Node: the engine in a thread, files by their paths.
 //
 //   import { Parley } from "parley";

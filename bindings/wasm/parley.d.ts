@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /** The rate in Hz at which the engine works; other rates are converted to it. */
 export declare const SAMPLE_RATE: 16000;
 

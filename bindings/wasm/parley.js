@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who spoke when, in the browser: the engine in a worker, nothing sent anywhere.
 //
 //   import { Parley } from "parley";

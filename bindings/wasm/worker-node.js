@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine in a thread of Node's. What the engine's loader and file system look for is what browsers' workers have.
 import fs from "node:fs";
 import { parentPort } from "node:worker_threads";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine in a browser's worker.
 import { serve } from "./engine.js";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a recording to the result: embeddings, clustering with as many speakers as asked for, refinement,
 // segments, names.
 #ifndef PARLEY_DIARIZER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C interface (parley.h) over the library's C++: no exception leaves it.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The stages one at a time, for training: what a model computes between samples and segments, exactly as the
  * engine does it. Not installed. Statuses and messages are those of parley.h; blocks handed out

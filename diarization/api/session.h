@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A recording that is still going on: samples come in pieces, the result about what was heard so far
 // whenever it is asked for, and in the end the very result that the whole recording gets.
 #ifndef PARLEY_SESSION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stages one at a time (parley_stages.h).
 
 #include <algorithm>

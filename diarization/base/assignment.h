@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The best one-to-one matching of rows and columns: of speakers with a reference's, with known voices, with
 // those of a moment ago.
 #ifndef PARLEY_ASSIGNMENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine as an object: loading, decoding, embeddings, tags; failures are diarization_error.
 #ifndef PARLEY_ENGINE_H
 #define PARLEY_ENGINE_H

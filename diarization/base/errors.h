@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What goes wrong inside the library, as exceptions; interface.cpp turns them into statuses and messages.
 #ifndef PARLEY_ERRORS_H
 #define PARLEY_ERRORS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The embeddings of a recording and what is computed of them.
 #ifndef PARLEY_FRAMES_H
 #define PARLEY_FRAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The wall between the library's C++ and its C interfaces: what is thrown becomes a status and a message.
 #ifndef PARLEY_GUARDED_H
 #define PARLEY_GUARDED_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one place where options are declared: what programs offer, take as text and document.
 
 #include "options.h"

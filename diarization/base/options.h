@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options of a run (parley.h) by name; failures are diarization_error.
 #ifndef PARLEY_OPTIONS_H
 #define PARLEY_OPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a model knows beside its network: how embeddings become speakers. It stands behind the last field that
 // the engine reads, which ignores it; docs/model-file.md has the layout.
 #ifndef PARLEY_PARAMETERS_H

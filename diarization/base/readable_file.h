@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is wrong with a file before anything is read out of it.
 #ifndef PARLEY_READABLE_FILE_H
 #define PARLEY_READABLE_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "regression_trees.h"
 
 double regression_trees::evaluate(std::span<const double> features) const {

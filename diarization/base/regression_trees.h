@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Regression trees whose values add up (gradient boosting): comparisons and additions in a fixed order, so
 // that they give the same on every machine.
 #ifndef PARLEY_REGRESSION_TREES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who spoke when in one recording: what diarizing gives and every output format takes.
 #ifndef PARLEY_DIARIZATION_RECORD_H
 #define PARLEY_DIARIZATION_RECORD_H

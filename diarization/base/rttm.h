@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who spoke when, as text files have it: RTTM (one SPEAKER line per stretch of speech) and UEM (which parts
 // of a recording are to be looked at).
 #ifndef PARLEY_RTTM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The waveform of samples that come in pieces, at the engine's rate: the loudest of every twentieth of a
 // second.
 #ifndef PARLEY_WAVEFORM_H

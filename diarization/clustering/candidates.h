@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Divisions of a recording among speakers, from several methods and for several numbers of speakers, and what
 // can be said about each of them without knowing who speaks.
 #ifndef PARLEY_CANDIDATES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What can be said about divisions of a recording among speakers: how far speakers are apart, how alike a
 // speaker's stretches are, how the numbers compare. All of it is sums, products, quotients and square roots
 // in double precision in a fixed order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From embeddings to speakers: the one place that decides who speaks in which frame, for files, live
 // sessions, channels and training alike.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames in blocks, by which divisions of long recordings are found.
 #ifndef PARLEY_FRAME_BLOCKS_H
 #define PARLEY_FRAME_BLOCKS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Agglomerative clustering of points by their distances: the nearest two clusters become one until one is
 // left. The merges make a tree, which is cut where a number of clusters is left.
 #ifndef PARLEY_LINKAGE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Vectors in the order in which the kernels multiply them with another one all at once.
 #ifndef PARLEY_PACKED_VECTORS_H
 #define PARLEY_PACKED_VECTORS_H

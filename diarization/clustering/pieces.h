@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Divisions of a long recording from those of its pieces: within a minute few people speak, who are told
 // apart more surely than all those of the whole, and who say enough there to be recognised in other pieces.
 #ifndef PARLEY_PIECES_H

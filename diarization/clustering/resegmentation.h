@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Resegmentation: once all speakers of a recording are known, every frame goes to the one to whose mean it is
 // nearest, by the Viterbi algorithm. Clustering has to decide frame by frame, in order and for good; this
 // undoes what it could not know.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Labels of frames to segments.
 #ifndef PARLEY_SEGMENTS_H
 #define PARLEY_SEGMENTS_H

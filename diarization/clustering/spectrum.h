@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many groups the eigenvalues of an affinity graph tell of: a count that does not come from a clustering.
 #ifndef PARLEY_SPECTRUM_H
 #define PARLEY_SPECTRUM_H

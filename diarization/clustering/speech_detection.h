@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Voice activity detection: where somebody may speak, told by a small network that has heard music, noise,
 // animals and machines beside speech. The engine decides it by the distance of a frame from one reference
 // vector, which is good for pauses but takes much music for voices; the seconds around a frame tell them

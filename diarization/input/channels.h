@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Channels apart, which the engine's readers mix, and samples at rates of their own.
 #ifndef PARLEY_CHANNELS_H
 #define PARLEY_CHANNELS_H

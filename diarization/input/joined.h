@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files that were put together from several: one MP3 or Ogg stream behind another, of another rate or number
 // of channels. Decoders that set themselves up by the beginning give noise or wrong times from there on.
 #ifndef PARLEY_JOINED_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Samples of whatever people have. The engine's own readers come first; what they refuse goes to libsndfile
 // where it is linked, then to ffmpeg where it is installed; of a file that ends too early there is what is
 // there.

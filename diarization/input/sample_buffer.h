@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Samples of a recording whose length shows when it ends.
 #ifndef PARLEY_SAMPLE_BUFFER_H
 #define PARLEY_SAMPLE_BUFFER_H

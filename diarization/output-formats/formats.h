@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a diarization is written down: one function for every format, and the table of them.
 #ifndef PARLEY_FORMATS_H
 #define PARLEY_FORMATS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page: web/player with the diarization and the sound inside, so that one file is all there is to send.
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the formats in XML and JSON share.
 #ifndef PARLEY_FORMATS_MARKUP_H
 #define PARLEY_FORMATS_MARKUP_H

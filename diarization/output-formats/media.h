@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A recording's file as documents refer to it.
 #ifndef PARLEY_FORMATS_MEDIA_H
 #define PARLEY_FORMATS_MEDIA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The timeline as a picture for slides.
 
 #include <cairo.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The timeline as a drawing for papers: text stays text, and what a reader of screens says is there.
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layout of the timeline, which the drawing (SVG) and the picture (PNG) share. Points.
 #ifndef PARLEY_FORMATS_TIMELINE_H
 #define PARLEY_FORMATS_TIMELINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What writers of formats share.
 #ifndef PARLEY_FORMATS_WRITING_H
 #define PARLEY_FORMATS_WRITING_H

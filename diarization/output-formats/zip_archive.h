@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ZIP archives of files that are stored as they are: documents of office programs are such archives.
 #ifndef PARLEY_ZIP_ARCHIVE_H
 #define PARLEY_ZIP_ARCHIVE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Results that were written earlier, maybe corrected since, as a result again.
 #ifndef PARLEY_RESULTS_READING_H
 #define PARLEY_RESULTS_READING_H

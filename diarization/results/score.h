@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How well a hypothesis agrees with a reference of who spoke when.
 //
 // Time is cut at every boundary of either, and each piece weighed exactly (there is no grid). In a piece

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // People who are known from earlier recordings: a file of voices, and their names for the speakers of a
 // result.
 #ifndef PARLEY_VOICES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The same search for speakers behind every door: a recording asked again, training's stages, the library.
 
 #include <gtest/gtest.h>

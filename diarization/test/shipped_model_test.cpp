@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the shipped model is held to, through the engine alone and through the library: no beginning of a
 // recording may hand the background to the first speaker, who would then be silent for good.
 

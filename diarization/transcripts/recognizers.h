@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Speech recognizers, programs of others that are found in the path: how each is called and what it gives.
 #ifndef PARLEY_RECOGNIZERS_H
 #define PARLEY_RECOGNIZERS_H

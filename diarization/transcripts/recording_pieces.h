@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a long recording can be cut for a recognizer, so that no word is torn.
 #ifndef PARLEY_RECORDING_PIECES_H
 #define PARLEY_RECORDING_PIECES_H

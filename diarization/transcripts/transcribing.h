@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words out of a recording, by a recognizer that runs as a child.
 #ifndef PARLEY_TRANSCRIBING_H
 #define PARLEY_TRANSCRIBING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Transcripts with times, as speech recognizers write them: read, given speakers, and written as they came
 // or in a format for reading.
 #ifndef PARLEY_TRANSCRIPT_H

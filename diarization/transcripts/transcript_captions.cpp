@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captions: WebVTT and SubRip.
 #include <algorithm>
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words as documents: for office programs (Office Open XML, OpenDocument) and for corpora (TEI).
 #include <map>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Transcripts in JSON, as speech recognizers and services write them.
 #include <algorithm>
 #include <cmath>

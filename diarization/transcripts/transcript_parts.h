@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts of reading and writing transcripts (transcript.h), a file for each kind of format.
 #ifndef PARLEY_TRANSCRIPT_PARTS_H
 #define PARLEY_TRANSCRIPT_PARTS_H

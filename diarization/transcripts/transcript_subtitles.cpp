@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words as subtitles, within the limits that broadcasters keep: lines of 42 characters, two of them, as long
 // on the screen as reading takes.
 #include <algorithm>

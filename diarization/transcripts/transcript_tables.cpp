@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Transcripts of a line each: Whisper's table, CTM, PocketSphinx.
 #include <algorithm>
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words for reading and for programs: the table of formats, paragraphs, JSON, NIST's.
 #include <cmath>
 #include <stdexcept>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Who spoke when, in C, with progress; Ctrl+C cancels: diarize MODEL AUDIO */
 #include <parley.h>
 #include <signal.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The engine alone, for whom every bit counts: engine MODEL AUDIO */
 #include <inttypes.h>
 #include <stdio.h>

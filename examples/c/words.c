@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Who said what, from a recognizer's transcript with times: words MODEL AUDIO TRANSCRIPT */
 #include <parley.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who speaks, while samples come: live MODEL < 16-bit mono samples at 16 kHz of this machine's byte order
 #include <array>
 #include <cstdint>

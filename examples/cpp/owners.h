@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the examples in C++ share: owners of the library's objects, and failures as exceptions.
 #ifndef PARLEY_EXAMPLES_OWNERS_H
 #define PARLEY_EXAMPLES_OWNERS_H

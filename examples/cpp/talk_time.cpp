@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who speaks how much, in C++, from samples in memory: talk_time MODEL < 16-bit mono samples at 16 kHz
 #include <cstdint>
 #include <iostream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The same people in another recording: voices MODEL AUDIO OTHER_AUDIO. Whoever speaks in the first gets the
 // same name in the second.
 #include <iostream>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Parley's result: who spoke when in a recording, with all that can be asked of it and every form in which it
  * can be written. The command line tool, the Python package and the module for browsers stand on this header

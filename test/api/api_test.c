@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The public interface from C99, linked to the dynamic library alone: usage: api_test MODEL */
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The diarization library as a C program sees it: diarization_test MODEL AUDIO */
 #include <math.h>
 #include <parley.h>

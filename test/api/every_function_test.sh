@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Every exported function is called in a source: SOURCE LIST...
 set -euo pipefail
 source=$1

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # What a release must carry: tables that are read-only once loaded, no memory that is written and executed, code that can
 # be placed anywhere, guards on the stack: hardening_test.sh LIBRARY PROGRAM
 set -euo pipefail

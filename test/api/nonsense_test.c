@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Every public function with everything that can be passed by mistake: nothing ends the process or breaks
  * memory, and what has a status says that something is wrong: nonsense_test MODEL AUDIO. Runs under the
  * sanitizers, too. */

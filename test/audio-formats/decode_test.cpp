@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every codec against an independent decoder, ffmpeg: files are encoded from the sample recording, decoded by
 // both, and compared at the file's own rate, in mono. Skipped where ffmpeg is not installed.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every file of a collection of real and damaged audio files, with the outcome that its index expects of
 // each: format, status, counts, rate and channels, the result of reading it whole, and the samples
 // themselves.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The recipe of docs/batch.md, against an ssh server of its own on loopback: PARLEY SOURCE_DIR. Needs root, for
 # the server; 77 (skipped) without it, GNU parallel or sshd.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The recipe of docs/batch.md under Slurm, with a controller and a node of its own that is killed on the way:
 # PARLEY SOURCE_DIR. Needs root, in a namespace of its own; 77 (skipped) without it or without Slurm.
 set -euo pipefail

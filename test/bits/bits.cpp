@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fingerprints of everything that the engine computes, a line each, for comparison between machines:
 // features, embeddings, tags and segments of the models and audio given, and of the stages alone on numbers
 // of their own. Needs nothing but the library, so that it also runs where no test framework is to be had

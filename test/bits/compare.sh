@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The fingerprints that a build's `bits` prints against those that every build gives:
 #   compare.sh SOURCE-FOLDER [RUNNER...] BITS
 set -euo pipefail

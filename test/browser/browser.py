@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Headless Chromium driven through chromedriver: the WebDriver protocol is JSON over HTTP, so this needs no package."""
 
 import base64

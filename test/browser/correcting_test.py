@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Correcting a transcript as a person does, in a real browser: correcting_test.py PARLEY AUDIO"""
 
 import json

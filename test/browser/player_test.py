@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The page in a real browser: player_test.py PARLEY AUDIO [FOLDER for screenshots]"""
 
 import csv

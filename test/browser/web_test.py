@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The page of build/web in a real browser: web_test.py WEB-FOLDER PARLEY AUDIO [FOLDER for screenshots]
 
 AUDIO is a WAV file at 16 kHz, so that the browser's decoder gives the samples that the tool reads."""

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The tool as users call it: PARLEY SOURCE_DIR AUDIO_DIR, where the last holds the files of test/data/audio
 set -uo pipefail
 parley=$1 source=$2 audio=$3

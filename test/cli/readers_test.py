@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What the tool writes, read by programs that are not ours: readers_test.py PARLEY AUDIO
 
 All formats must agree with each other. A reader that is not installed is named and its format left out."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the tests of the tool share: $parley is run, $tmp is theirs, $failures counts.
 # shellcheck shell=bash
 failures=0

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Words with names, and results that were written earlier, as users call the tool: PARLEY SOURCE_DIR
 set -uo pipefail
 parley=$1 source=$2

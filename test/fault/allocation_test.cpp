@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every allocation fails once: through creation, processing of a buffer and processing of a file of each
 // format, the n-th allocation returns null, for every n. The call must then fail with ZX_STATUS_OUT_OF_MEMORY
 // (or, inside a third-party decoder, with any status, or succeed where the decoder does without), leave

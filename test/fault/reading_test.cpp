@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every read fails once: model and audio files that end, or whose device fails, behind each of their bytes.
 // fopen is replaced for the whole program by one that can hand out such a file. A call must then return (a
 // model only with ZX_STATUS_IO_ERROR), leave messages when it fails, and the same engine must give the same

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the readers make of a file: MODEL FILE WHEN, where the last is never or auto (ffmpeg). Prints the
 // seconds, the note and the level of every 32 ms in dB, a line each.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every stage of the engine against what an independent implementation gave, bit for bit.
 
 #include <filesystem>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Code for one kind of processor stays in the folders made for it, in the source and in what the linker sees:
 #   architecture_test.sh NM OBJECT...        the engine's objects
 # Outside of x86/, arm/ and wasm/ nothing includes intrinsics or asks a compiler for a processor. And an object from

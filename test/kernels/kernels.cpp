@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every variant of every hot function (zx_kernels.h) beside the plain one: the same bytes for shapes and
 // values drawn at random, with borders that must stay as they are; and the same calls timed.
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The Debian packages, by lintian, and in a bare root: installed by apt with and without the AAC decoder, used as a program, from
 # Python and from C, and removed. Needs root and a Debian archive; otherwise 77 (skipped).
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The JavaScript package as strangers meet it: npm_test.py PARLEY AUDIO
 
 Packs build/npm (bindings/wasm/build) and installs it into empty projects: Node, the small command, a plain page, Vite and webpack, the last two

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Another version of the product reads the model there is: the engine's version, which model files name, is one of its own.
 #   version_test.sh SOURCE
 set -euo pipefail

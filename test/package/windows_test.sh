@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Everything for Windows, by MinGW-w64 and under Wine: the unit tests, what the libraries export, the tool's own test, and the tool
 # beside this machine's: the same bytes in every format; names in other scripts and longer than 260 characters; patterns, pages, children.
 # 77 (skipped) without the compiler, Wine or GoogleTest's sources.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One engine through thousands of calls: buffers of 512 samples to minutes (now and then as long as asked
 // for) of silence, clipping, noise, constants, tones and speech, with failing calls in between. Every result
 // must be that of a fresh engine, bit for bit, and the heap must be as full at the

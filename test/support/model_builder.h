@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Builds model files with chosen dimensions and random weights.
 #ifndef PARLEY_TEST_MODEL_BUILDER_H
 #define PARLEY_TEST_MODEL_BUILDER_H

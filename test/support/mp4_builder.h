@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Builds ISO base media files out of boxes.
 #ifndef PARLEY_TEST_MP4_BUILDER_H
 #define PARLEY_TEST_MP4_BUILDER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef PARLEY_TEST_PEAK_MEMORY_H
 #define PARLEY_TEST_PEAK_MEMORY_H
 

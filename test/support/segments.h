@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Segments as values that tests compare: the bytes that the engine gave.
 #ifndef PARLEY_TEST_SEGMENTS_H
 #define PARLEY_TEST_SEGMENTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Helpers of the tests: ownership of engine objects, files in a temporary folder, captured messages.
 #ifndef PARLEY_TEST_SUPPORT_H
 #define PARLEY_TEST_SUPPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session on one thread while others read its results. Built with ThreadSanitizer too (preset tsan), which
 // sees what no result shows.
 #include <gtest/gtest.h>

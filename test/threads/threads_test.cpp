@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many engines on many threads: results as on one thread, messages of the thread's own calls. Built with
 // ThreadSanitizer too (preset tsan), which sees what no result shows.
 

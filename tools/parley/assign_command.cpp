@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A transcript with who speaks.
 
 #include <cstdlib>

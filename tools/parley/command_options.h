@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options of a run, as the library's table has them, on a command line.
 #ifndef PARLEY_TOOL_COMMAND_OPTIONS_H
 #define PARLEY_TOOL_COMMAND_OPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands of the tool. Each adds its options to a parser and gives what runs it: the exit status.
 #ifndef PARLEY_TOOL_COMMANDS_H
 #define PARLEY_TOOL_COMMANDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A result of an earlier run, maybe corrected, in another format.
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Recordings to results, one after the other or side by side.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What commands read and write beside recordings: results of earlier runs, transcripts, pages with sound.
 #ifndef PARLEY_TOOL_DOCUMENTS_H
 #define PARLEY_TOOL_DOCUMENTS_H

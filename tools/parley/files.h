@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files of the tool's own: texts, results that are there whole or not at all, standard input as a file.
 #ifndef PARLEY_TOOL_FILES_H
 #define PARLEY_TOOL_FILES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What --help prints: a screen of what is asked for most, with --help-all everything.
 #ifndef PARLEY_TOOL_HELP_H
 #define PARLEY_TOOL_HELP_H

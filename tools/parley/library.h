@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // parley.h for C++: owners, failures as exceptions, texts as strings.
 #ifndef PARLEY_TOOL_LIBRARY_H
 #define PARLEY_TOOL_LIBRARY_H

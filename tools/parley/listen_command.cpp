@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A recording that is still going on: who speaks, as it comes.
 
 #include <chrono>

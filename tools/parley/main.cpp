@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // parley: who spoke when in audio files, and what can be done with the result.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which speakers of two recordings are the same.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A microphone, or whatever else the system records from, as a stream of samples.
 #ifndef PARLEY_TOOL_MICROPHONE_H
 #define PARLEY_TOOL_MICROPHONE_H

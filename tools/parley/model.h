@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the model is.
 #ifndef PARLEY_TOOL_MODEL_H
 #define PARLEY_TOOL_MODEL_H

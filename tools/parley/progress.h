@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line on a terminal that says how far the work is.
 #ifndef PARLEY_TOOL_PROGRESS_H
 #define PARLEY_TOOL_PROGRESS_H

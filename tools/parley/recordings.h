@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the user named becomes a list of recordings.
 #ifndef PARLEY_TOOL_RECORDINGS_H
 #define PARLEY_TOOL_RECORDINGS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who is called otherwise in a later result than in an earlier one of the same recording.
 #ifndef PARLEY_TOOL_RENAMING_H
 #define PARLEY_TOOL_RENAMING_H

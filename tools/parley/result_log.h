@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the results in an output folder were made of, so that a run that goes on makes those anew whose
 // recording, model or options are others by now: lines of a fingerprint and a result's name in a file of the
 // folder.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Error rates of a hypothesis against a reference.
 
 #include <cstdio>

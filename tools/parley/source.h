@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Samples that come through a pipe, as they come.
 #ifndef PARLEY_TOOL_SOURCE_H
 #define PARLEY_TOOL_SOURCE_H

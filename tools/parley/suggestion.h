@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What somebody meant who mistyped a word.
 #ifndef PARLEY_TOOL_SUGGESTION_H
 #define PARLEY_TOOL_SUGGESTION_H

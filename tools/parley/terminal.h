@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tool's streams: results, messages, and what the terminals behind them can do.
 #ifndef PARLEY_TOOL_TERMINAL_H
 #define PARLEY_TOOL_TERMINAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who said what in a recording, the words by a speech recognizer.
 
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the commands with words share: who speaks, by an earlier result or by diarizing, and what is written.
 #ifndef PARLEY_TOOL_TRANSCRIPTS_H
 #define PARLEY_TOOL_TRANSCRIPTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file of voices that the tool keeps.
 #ifndef PARLEY_TOOL_VOICES_H
 #define PARLEY_TOOL_VOICES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Work side by side.
 #ifndef PARLEY_TOOL_WORKERS_H
 #define PARLEY_TOOL_WORKERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recurrent layer for training: matrix products by BLAS, one call for all input projections and one per
 // frame for the hidden ones, activations vectorised by the compiler.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recurrent layer of training and what its simulation cannot do fast enough itself, as plain C functions
 // for its Python side (parley_training/native.py declares them again). What the engine computes comes from
 // parley_stages.h, which the same library holds.

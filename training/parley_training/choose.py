@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains what chooses among divisions of a recording: regression trees over the features that the library computes of each, which
 predict what choosing it would cost in diarization errors (its logarithm).
 

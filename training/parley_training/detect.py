@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains what detects speech: a network with one hidden layer on means of the embeddings around a frame, for music, noise, animals
 and machines that last for seconds. Pauses and borders are not its duty.
 

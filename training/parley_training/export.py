@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Writes a checkpoint as a model file (.zx) that the engine loads."""
 
 import argparse

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What is asked of the embeddings, in the terms in which the clustering will use them.
 
 The clustering averages runs of frames of one speaker, merges runs by their cosine against one threshold for all recordings,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The model file (.zx), read and written in one place.
 
 A model is a dictionary: `state`, tensors by the names that network.Network gives its parameters; `sizes`, the arguments of

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The compiled side: the engine's own front end, network and clustering, scoring, the recurrent layer (native/training.h)."""
 
 import ctypes

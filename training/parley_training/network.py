@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The network as training sees it: floating point, with weights rounded to what the model file can hold."""
 
 import ctypes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Turns folders of speech into one table of features: what simulation draws from."""
 
 import argparse

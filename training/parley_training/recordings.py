@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Recordings with references: audio files, each with an RTTM file of the same name beside it."""
 
 import multiprocessing

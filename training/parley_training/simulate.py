@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Conversations made of band energies: speakers take turns in a room, through a channel, over a background.
 
 Energies of independent sounds add, so a conversation costs a few milliseconds a minute this way, where mixing and

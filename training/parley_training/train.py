@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Trains the network on simulated conversations. Seeded; a run that was stopped goes on from its last checkpoint."""
 
 import argparse

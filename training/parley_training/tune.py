@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Chooses a model's four clustering thresholds and its chunk lengths by the errors that they make on recordings with references.
 
 The network runs once for each pair of lengths; a set of thresholds then costs the clustering alone. Many sets are tried on

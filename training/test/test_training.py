@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Checks of the training pipeline: training/test/run, or python3 -m unittest with training/ in PYTHONPATH."""
 
 import argparse

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page: a file in, the player out (web/player, as in the HTML report). All of it in this browser.
 import { Parley } from "./parley.js";
 

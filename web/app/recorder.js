@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hands the samples of the first input's first channel to the page, a few times a second.
 class Recorder extends AudioWorkletProcessor {
   #held = [];

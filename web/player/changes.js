@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Undo and redo, files, and whether what was done is safe.
 "use strict";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a person does to a result, as functions from one state ({names, segments, words}) to the next: null where nothing changes. Each is
 // called by its name and arguments that JSON can hold, so that a list of them is a history.
 "use strict";

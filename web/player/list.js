@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The segments as a list of any length, of which only what is in view exists, and the words of a transcript.
 "use strict";
 

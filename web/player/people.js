@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The speakers: shares of talk time, names, who is really somebody else.
 "use strict";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The player: who spoke when over time, shares of talk time, the list of segments, and tools to correct them; all follow one
 // <audio>. Used by the page that `parley --format html` writes and by the page in the browser.
 "use strict";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A result that can be corrected: the tool's JSON, what a person did to it, undo and redo. The history stays in the browser, where every
 // window of this result goes on with it: a reload loses nothing, and neither does a second window.
 "use strict";

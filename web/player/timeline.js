@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recording over time: an overview of all of it, and of the part in view an axis, the waveform and a lane a speaker.
 // Only what is in view is drawn, and playing moves nothing but the cursors.
 "use strict";

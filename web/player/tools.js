@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What can be done to the chosen segments, as a row of fields and buttons.
 "use strict";
 

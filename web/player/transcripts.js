@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A corrected transcript as files: byte for byte what `parley convert` writes of the same result (diarization/transcripts).
 "use strict";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A corrected result as files: byte for byte what the tool writes of the same result (diarization/output-formats).
 "use strict";
 

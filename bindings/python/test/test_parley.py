@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The package as users have it: an installed wheel. PARLEY_TOOL names the command line tool, whose results are the same."""
 import concurrent.futures
 import contextlib

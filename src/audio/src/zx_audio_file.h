@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio file reader: any supported file as signed 16-bit mono samples at the engine's rate. It finds the
 // format from the first 35 bytes (never from the name), opens the adapter of that format, and puts a
 // resampler behind it when the file's rate is another. Adapters deliver mono. A reader is read forwards only,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Down-mixing of stereo to mono. Inside a reader, "samples" are mono samples and "frames" hold one sample per
 // channel; a stereo frame becomes one mono sample.
 #ifndef ZX_AUDIO_UTIL_H

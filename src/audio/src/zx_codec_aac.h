@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // AAC access units of an MP4 track to mono samples, through FDK-AAC; one or two channels.
 #ifndef ZX_CODEC_AAC_H
 #define ZX_CODEC_AAC_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // AMR-NB frames of a 3GP track to samples, through opencore-amr. A frame is a table-of-contents byte (frame
 // type, quality bit) and its packed bits, 20 ms of mono at 8 kHz; frames lie back to back in the track.
 #ifndef ZX_CODEC_AMR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The decoder homing frames of AMR-NB: for each mode the packed bits of the frame that puts a decoder back
 // into its initial state, and which of these bits belong to the parameters up to the end of the first
 // subframe. They were found by encoding 160 samples of 0x0008 with a fresh encoder; bits behind the last are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FLAC files, through dr_flac; one or two channels.
 #ifndef ZX_CODEC_FLAC_H
 #define ZX_CODEC_FLAC_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "zx_codec_mp3.h"
 
 #include <dr_mp3.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // MP3 files, through dr_mp3; one or two channels.
 #ifndef ZX_CODEC_MP3_H
 #define ZX_CODEC_MP3_H

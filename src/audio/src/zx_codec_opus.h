@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ogg Opus files, through libogg and libopus; one or two channels.
 //
 // Audio comes at the rate that the file's header names as that of the original recording, and all of it: the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ogg Vorbis files, through libogg and libvorbis; one or two channels.
 #ifndef ZX_CODEC_VORBIS_H
 #define ZX_CODEC_VORBIS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // MP4, M4A and 3GP files (ISO base media file format) with AAC or AMR-NB; one or two channels. The first
 // sound track in one of the two codecs is read: its samples (here: coded units, an AAC access unit or some
 // AMR frames) are found through the sample tables of "moov" and, in fragmented files, through the "moof"

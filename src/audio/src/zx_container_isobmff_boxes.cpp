@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "zx_container_isobmff_boxes.h"
 
 #include <cstring>

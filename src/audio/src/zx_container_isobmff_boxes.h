@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The boxes of ISO base media files (ISO/IEC 14496-12) that an audio track needs, as owned records, with the
 // elementary stream descriptors of ISO/IEC 14496-1 inside "esds".
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pages and packets of an Ogg file, through libogg. Shared by the Opus and the Vorbis decoder.
 //
 // A page belongs to a logical stream and carries packets; a packet can run over several pages. When a page

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // WAV files, through dr_wav: integer PCM, IEEE float, A-law, mu-law, Microsoft and IMA ADPCM; one or two
 // channels.
 #ifndef ZX_CONTAINER_WAV_H

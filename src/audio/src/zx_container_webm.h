@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // WebM files with Opus or Vorbis, through nestegg and the packet decoders of zx_codec_opus and
 // zx_codec_vorbis; one or two channels. The first audio track in one of the two codecs is read.
 #ifndef ZX_CONTAINER_WEBM_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The implementations of dr_wav, dr_flac and dr_mp3, which are headers. Built with the project's own flags,
  * so that sanitizers see them. */
 #define DR_WAV_IMPLEMENTATION

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Converts 16-bit mono audio from one sample rate to another: downwards by any ratio (windowed-sinc low-pass,
 // then linear interpolation at fractional positions), upwards by exactly 2 (zero stuffing, then the same kind
 // of filter).

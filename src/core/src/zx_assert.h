@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Preconditions inside the library. They catch programming errors, not bad input, and stay on in every build:
 // a violated one writes the function, the source file without folder and ending, the line and the expression
 // to standard error and aborts.

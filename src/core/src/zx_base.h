@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What every caller and every module shares: the status codes, the stack of error messages and the one
  * sample rate of the engine. Part of the public interface (C99), included by zx_parley.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The error stack: human-readable messages beside the statuses. Each thread has a stack of up to 8 formatted
 // messages, innermost fault first, in one of 128 records of a static table; the caller collects them with
 // zx_get_error_stack. Nothing here allocates on the error path, and nothing here fails loudly: when the table

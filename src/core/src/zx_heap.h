@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ownership inside function bodies: heap blocks and half-built objects that release themselves on every early
 // return. All library memory comes from functions that can return null, so that running out of it is a
 // status.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory handle: the single seam through which the signal-processing and network objects take their state
 // and their per-call scratch. It is a checked pass-through to the system heap; the handle itself is a fixed
 // sentinel with no storage behind it, so it needs no release. Safe from any thread.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Work that falls into items which do not depend on each other, on several threads.
 #ifndef ZX_PARALLEL_H
 #define ZX_PARALLEL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the processor at hand can do, asked of it while the program runs. A build for a machine that these
 // processors are not answers no.
 #ifndef ZX_PROCESSOR_H

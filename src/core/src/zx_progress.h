@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a long step tells how far it is, and how it is told to stop.
 #ifndef ZX_PROGRESS_H
 #define ZX_PROGRESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The acoustic front end: each hop of raw 16-bit audio becomes one row of 40 logarithmic band energies in
 // fixed point. Pre-emphasis, power spectrum (zx_stft), 40 triangular bands on the mel scale, base-10
 // logarithm in Q10.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Per-band mean removal and scaling of Q10 feature rows, with statistics from the model file.
 //
 // Block in the model file: dimension D (int32, >= 1), mean (D x int16, Q10), scale (D x int16, Q10).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Short-time power spectrum of a stream: each call appends `window_shift` new samples to the tail of the
 // previous ones, applies a symmetric 512-point Hann window and returns the power of the 257 FFT bins.
 #ifndef ZX_STFT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Debug logging: lines on standard output while the process-wide switch is on. It is on at start; callers
 // switch it with zx_log_enable and zx_log_disable.
 #ifndef ZX_LOG_H

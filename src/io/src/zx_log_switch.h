@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The switch of the debug log. Part of the public interface (C99), included by zx_parley.h.
  */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A fully connected layer as its kernels see it: 8-bit weights, 16-bit activations; zx_fc.h has formats and
 // functions.
 #ifndef ZX_FC_LAYER_H

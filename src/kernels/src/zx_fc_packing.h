@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The weights of a fully connected layer in the order in which the variants for a processor read them.
 //
 // Outputs lie in blocks of 16. A block has the 16 values at which its sums start (rounding and bias, Q17,

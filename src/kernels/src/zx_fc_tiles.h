@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the variants of a fully connected layer share, for the files that compile them: everything here is
 // local to the file that includes it, as in zx_loops.h.
 #ifndef ZX_FC_TILES_H

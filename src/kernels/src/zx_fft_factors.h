@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Factors of the transform's stages with four and more butterflies, in the order in which vectors take
 // them. The stage whose partners lie `half` complex values apart has 2 half factors from entry 2 half on:
 // each cosine twice, each sine as (s, -s), by which the imaginary and the real part are multiplied in the

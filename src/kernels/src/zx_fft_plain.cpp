@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "zx_fft_tables.h"
 #include "zx_fma.h"
 #include "zx_kernel_functions.h"

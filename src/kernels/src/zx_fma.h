@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fused multiply-add with the same bits on every machine.
 #ifndef ZX_FMA_H
 #define ZX_FMA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Integer helpers of the numeric kernels: bounds, saturation, rounding shifts. A shift to the right is
 // arithmetic (towards minus infinity).
 #ifndef ZX_INTEGER_H

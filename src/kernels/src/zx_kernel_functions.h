@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernels by name, for the table of all (zx_kernels.cpp). Which of them a build has, CMakeLists.txt says.
 #ifndef ZX_KERNEL_FUNCTIONS_H
 #define ZX_KERNEL_FUNCTIONS_H

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 // The hot functions of the engine in one table for each kind of processor, and the choice among them.
 //
-// A variant is a row of functions that compute the same as the plain variant, to the last bit. What a compiler
-// makes vector code of by itself is written once, in zx_loops.h, and compiled once for each variant with its
-// own flags; what it does not is written for the processor. Both lie in folders of their own, x86/, arm/
-// and wasm/; nothing else knows of a processor.
+// A variant is a row of functions that compute the same as the plain variant, to the last bit. What a
+// compiler makes vector code of by itself is written once, in zx_loops.h, and compiled once for each variant
+// with its own flags; what it does not is written for the processor. Both lie in folders of their own, x86/,
+// arm/ and wasm/; nothing else knows of a processor.
 #ifndef ZX_KERNELS_H
 #define ZX_KERNELS_H
 
@@ -80,7 +81,8 @@ struct zx_kernels_t {
     zx_packing packing;
 };
 
-// All variants that this build knows, fastest first; the last one is the plain variant, which runs everywhere.
+// All variants that this build knows, fastest first; the last one is the plain variant, which runs
+// everywhere.
 const zx_kernels_t *zx_kernels_all(size_t *count);
 
 // The fastest variant that this processor runs, chosen at the first call.

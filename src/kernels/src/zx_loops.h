@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The loops of zx_kernels.h, for the files that compile them: one for each variant, with flags of its own.
 // All of it is local to the file that includes this, and calls nothing that the linker could take from
 // another file: code for a newer processor must not end up in the plain variant.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sigmoid and tanh as their variants compute them: by the same integers, out of ZX_SIGMOID_TABLE. For a
 // value x in Q10, clamped to [-8192, 8128], with f its low 6 bits and low and high the entries on both
 // sides, the result is (low (64 - f) + high f) >> 6; tanh(v) = 2 sigmoid(2 v) - 1.

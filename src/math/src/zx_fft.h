@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Discrete Fourier transform of 512 real samples into the 257 bins of non-negative frequency, in single
 // precision. It is a 256-point complex radix-2 decimation-in-time transform of the samples packed as complex
 // pairs, followed by the split into the bins of the real signal. Multiplications and additions are fused

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The numeric kernels that features, network and clustering share: table-driven
 // logarithm, sigmoid and tanh, dot products, the fast inverse square root and what is built on it. All are
 // pure functions.

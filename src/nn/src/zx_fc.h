@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fully connected layer in fixed point: y = W x + b with 8-bit weights and 16-bit activations, optionally
 // added to what y holds already. It has no activation function of its own.
 //

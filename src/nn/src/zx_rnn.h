@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Recurrent layer in fixed point: a memory cell with an input gate i, a candidate g and an output gate o, and
 // the forget gate tied to 1 - i. One call processes one frame.
 //

@@ -1,4 +1,6 @@
-// The agglomerative pass of the clustering (zx_parley_cluster.h), on the priority queue of zx_parley_pair_heap.
+// SPDX-License-Identifier: Apache-2.0
+// The agglomerative pass of the clustering (zx_parley_cluster.h), on the priority queue of
+// zx_parley_pair_heap.
 
 #include <cstdint>
 

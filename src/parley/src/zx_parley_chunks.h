@@ -1,6 +1,8 @@
-// The chunks in which the network goes through a recording, whole or while it is still going on. A later chunk
-// starts 2 W frames before the end of the one before, K frames long at most. Its first W rows lack context to
-// the left and are not used; the W after them are used instead of rows that lacked context to the right:
+// SPDX-License-Identifier: Apache-2.0
+// The chunks in which the network goes through a recording, whole or while it is still going on. A later
+// chunk starts 2 W frames before the end of the one before, K frames long at most. Its first W rows lack
+// context to the left and are not used; the W after them are used instead of rows that lacked context to the
+// right:
 //
 //   chunk 1   |.....................---|
 //   chunk 2                      |---......................|      --- W rows that are not used

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The network: turns a run of feature frames into one speaker embedding of unit length per frame.
 // Normalization, a stack of bidirectional recurrent layers whose two directions are added, a linear embedding
 // layer, scaling to unit length. Long input is processed in overlapping chunks, so that recurrent state never

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clustering: turns one embedding per frame into one speaker tag per frame, in four passes over a list of
 // clusters.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine object and the one pipeline: samples, features, embeddings, tags, segments. The public functions
 // of zx_parley.h, and everything that needs more than they tell, go through it.
 #ifndef ZX_PARLEY_INTERNAL_H

@@ -1,7 +1,8 @@
-// The priority queue of the agglomeration: candidate merges, taken in the order in which zx_parley_heap takes records
-// of the same keys inserted in the same order, its peculiarities included. A candidate is 8 bytes in the
-// heap's one array, where a record of its own takes 64 with its pointer and its block; there is no allocation
-// but the first.
+// SPDX-License-Identifier: Apache-2.0
+// The priority queue of the agglomeration: candidate merges, taken in the order in which zx_parley_heap takes
+// records of the same keys inserted in the same order, its peculiarities included. A candidate is 8 bytes in
+// the heap's one array, where a record of its own takes 64 with its pointer and its block; there is no
+// allocation but the first.
 #ifndef ZX_PARLEY_PAIR_HEAP_H
 #define ZX_PARLEY_PAIR_HEAP_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The model file: magic "parley", version "1.0.0", the classifier's block, the cluster block. Packed,
 // little-endian, without padding, lengths or checksums; what follows the cluster block is not read.
 #ifndef ZX_PARLEY_PARAM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The messages that public functions and the pipeline behind them leave, each with the status that it comes
 // with.
 #ifndef ZX_PARLEY_REPORT_H

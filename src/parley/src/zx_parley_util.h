@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // Containers of the clustering: the frames of a cluster (vector), the clusters themselves (nodes in a doubly
-// linked list, newest first) and the priority queue of pairs to merge (binary min-heap). Null pointers and bad sizes
-// are assertion failures; running out of memory is ZX_STATUS_OUT_OF_MEMORY, reported through zx_check_status.
+// linked list, newest first) and the priority queue of pairs to merge (binary min-heap). Null pointers and
+// bad sizes are assertion failures; running out of memory is ZX_STATUS_OUT_OF_MEMORY, reported through
+// zx_check_status.
 #ifndef ZX_PARLEY_UTIL_H
 #define ZX_PARLEY_UTIL_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is the same everywhere: MinGW has these functions of POSIX.
 #include "system.h"
 

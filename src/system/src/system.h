@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What operating systems do differently, for the library and for the tool: names of files, files that go with
 // whoever made them, child processes, pipes, terminals. Texts are UTF-8 everywhere; descriptors are binary
 // and not inherited. posix.cpp and windows.cpp hold one implementation each, system.cpp what is the same.

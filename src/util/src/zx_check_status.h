@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reports a failing status in the debug log on its way out of a function. Nothing is pushed on the error
 // stack.
 #ifndef ZX_CHECK_STATUS_H

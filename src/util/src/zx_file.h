@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening of files, and reading of the packed little-endian values that model files are made of, on hosts of
 // either byte order. A short read is ZX_STATUS_IO_ERROR; the stream's position is then unspecified.
 #ifndef ZX_FILE_H

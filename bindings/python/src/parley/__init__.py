@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Who spoke when, on your own machine.
 
 >>> import parley

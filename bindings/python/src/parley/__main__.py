@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """python -m parley FILE...: who spoke when, in every format of the command line tool."""
 import argparse
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The engine as an object of Python."""
 from __future__ import annotations
 

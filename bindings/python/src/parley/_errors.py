@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What goes wrong, as exceptions."""
 import enum
 from typing import List

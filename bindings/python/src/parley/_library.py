@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The C interface (parley.h) by ctypes: the library beside this file, or one named by PARLEY_LIBRARY, or the
 system's."""
 import ctypes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a diarization is: segments, and what one does with them."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """People who are known from earlier recordings."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Results put to use: who said which word, who is who in two recordings, how right a result is."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by NEON's dot product of bytes. An input is 256 h + l + 128, h being its upper byte and l + 128
 // its lower one, both of which fit signed bytes: two instructions take four inputs of four outputs. The
 // products of 128 are in the values at which the sums start.

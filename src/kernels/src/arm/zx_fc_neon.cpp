@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by NEON: a block of outputs is four registers, to which one input times four weights is added at
 // a time.
 #include <arm_neon.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The end of a block of sums, for both variants of layers by NEON.
 #ifndef ZX_FC_NEON_STORE_H
 #define ZX_FC_NEON_STORE_H

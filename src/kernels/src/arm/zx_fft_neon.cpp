@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transform by NEON, two butterflies at a time.
 #include <arm_neon.h>
 

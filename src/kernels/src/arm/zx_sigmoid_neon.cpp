@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sigmoid and tanh by NEON: the lower and the upper bytes of the entries are looked up apart, in tables
 // of four registers.
 #include <arm_neon.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by WebAssembly's 128 bits: a block of outputs is four registers.
 #include <wasm_simd128.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by AMX. No processor that has it was at hand when this was written: its tiles are modelled in
 // the tests, and it is only taken where it gives what the plain variant gives (zx_fc_amx_agrees).
 #include <immintrin.h>

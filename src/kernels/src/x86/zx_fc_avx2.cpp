@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by AVX2: a block of outputs is two registers; a product and a sum are two instructions.
 #include <immintrin.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by tiles: small matrices of bytes that are multiplied by one instruction. As with the dot
 // product of bytes an input is 256 h + l + 128, h being its upper byte and l + 128 its lower one, and the
 // products of 128 are in the values at which the sums start (zx_packing::quads).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Layers by AVX-512 VNNI: a block of outputs is one register, multiplied, paired and added by one
 // instruction.
 #include <immintrin.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transform by AVX2, four butterflies at a time.
 #include <immintrin.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sigmoid and tanh by AVX2: each pair of entries is gathered from memory.
 #include <immintrin.h>
 

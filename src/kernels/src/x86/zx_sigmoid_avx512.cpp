@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sigmoid and tanh by AVX-512: 8 registers hold the whole table and are selected from.
 #include <immintrin.h>
 
