@@ -559,6 +559,10 @@ parley_status parley_result_read_audio(parley_diarizer *diarizer, parley_result 
     });
 }
 
+const char *parley_result_model(const parley_result *result) {
+    return of(result).model.c_str();
+}
+
 const char *parley_result_path(const parley_result *result) {
     return of(result).path.c_str();
 }

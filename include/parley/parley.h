@@ -285,6 +285,10 @@ PARLEY_API PARLEY_CHECKED parley_status parley_result_read_audio(parley_diarizer
                                                                  const parley_options *options,
                                                                  parley_progress progress, void *context);
 
+/* Names the model whose embeddings the speakers have, as parley_model does; "" where the text that was read
+ * does not tell. Those of two models cannot be compared. */
+PARLEY_API const char *parley_result_model(const parley_result *result);
+
 /* The recording's path, as it was named or as the text that was read names it; "" for none. */
 PARLEY_API const char *parley_result_path(const parley_result *result);
 

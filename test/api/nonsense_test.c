@@ -130,7 +130,8 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
                parley_result_duration(NULL) == 0 && parley_result_segment(NULL, 0).end == 0 &&
                parley_result_speaker(NULL, 0).seconds == 0 && strcmp(parley_result_note(NULL), "") == 0 &&
                strcmp(parley_model(NULL), "") == 0 && strcmp(parley_result_path(NULL), "") == 0 &&
-               parley_result_num_words(NULL) == 0 && strcmp(parley_result_word(NULL, 0).text, "") == 0,
+               strcmp(parley_result_model(NULL), "") == 0 && parley_result_num_words(NULL) == 0 &&
+               strcmp(parley_result_word(NULL, 0).text, "") == 0,
            "what is asked of no result", 0);
     (void) parley_result_waveform(NULL, NULL, NULL);
     (void) parley_result_waveform(result, &count, &rate);

@@ -218,6 +218,8 @@ fi
 "$parley" --format json --embeddings --names C,A,B "$sample" >"$tmp/b.json"
 expect 0 '^speaker 2'$'	''A'$'	''1\.000$' '' match "$tmp/a.json" "$tmp/b.json"
 expect 1 '' 'is not what' match "$tmp/a.json" "$reference"
+sed 's/"model": "[0-9a-f]*"/"model": "0123456789abcdef"/' "$tmp/a.json" >"$tmp/other-model.json"
+expect 1 '' 'of different models cannot' match "$tmp/a.json" "$tmp/other-model.json"
 export PARLEY_VOICES=$tmp/config/voices.json
 expect 0 '^Ann: [0-9.]+ s of' '' voices add Ann "$sample" --speaker 2
 expect 0 '^Ann: [0-9.]+ s of' '' voices add Ann "$sample" --speaker 2 # the same sample

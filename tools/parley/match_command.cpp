@@ -4,10 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "files.h"
+#include "documents.h"
 #include "library.h"
 
 namespace parley {
@@ -23,40 +22,39 @@ struct arguments {
 struct voices {
     std::vector<std::string> names;
     std::vector<float> vectors;  // one after the other
-    size_t dimension = 0;
+    int32_t dimension = 0;
+    std::string model;  // whose they are; "" in what earlier versions wrote
 };
 
 voices read_voices(const std::string &path) {
+    const result_ptr read = read_result_file(path);
     voices result;
-    try {
-        const nlohmann::json all = nlohmann::json::parse(
-            read_text(path), [](int depth, nlohmann::json::parse_event_t, const auto &) {
-                return depth <= 8;  // what the tool writes is not deeper
-            });
-        for (const nlohmann::json &entry : all.at("speakers")) {
-            const std::vector<float> vector = entry.at("embedding");
-            if (!result.names.empty() && vector.size() != result.dimension)
-                throw std::runtime_error(path + ": its embeddings differ in length");
-            result.names.push_back(entry.at("name"));
-            result.dimension = vector.size();
-            result.vectors.insert(result.vectors.end(), vector.begin(), vector.end());
-        }
-    } catch (const nlohmann::json::exception &) {
-        throw std::runtime_error(path + ": is not what --format json --embeddings writes");
+    result.model = parley_result_model(read.get());
+    for (int32_t i = 0; i < parley_result_num_speakers(read.get()); i++) {
+        const parley_speaker speaker = parley_result_speaker(read.get(), i);
+        if (speaker.embedding_size == 0)
+            throw std::runtime_error(path + ": is not what --format json --embeddings writes");
+        if (i > 0 && speaker.embedding_size != result.dimension)
+            throw std::runtime_error(path + ": its embeddings differ in length");
+        result.names.emplace_back(speaker.name);
+        result.dimension = speaker.embedding_size;
+        result.vectors.insert(result.vectors.end(), speaker.embedding,
+                              speaker.embedding + speaker.embedding_size);
     }
     return result;
 }
 
 int run(const arguments &a) {
     const voices here = read_voices(a.files[0]), there = read_voices(a.files[1]);
-    if (!here.names.empty() && !there.names.empty() && here.dimension != there.dimension)
+    const bool is_other_model = !here.model.empty() && !there.model.empty() && here.model != there.model;
+    if (!here.names.empty() && !there.names.empty() && (is_other_model || here.dimension != there.dimension))
         throw std::runtime_error("embeddings of different models cannot be compared");
     std::vector<int32_t> others(here.names.size());
     std::vector<double> cosines(here.names.size());
     if (!here.names.empty()) {
         check(parley_match(here.vectors.data(), static_cast<int32_t>(here.names.size()), there.vectors.data(),
-                           static_cast<int32_t>(there.names.size()), static_cast<int32_t>(here.dimension),
-                           a.threshold, others.data(), cosines.data()));
+                           static_cast<int32_t>(there.names.size()), here.dimension, a.threshold,
+                           others.data(), cosines.data()));
     }
     for (size_t i = 0; i < here.names.size(); i++) {
         if (others[i] < 0) {
