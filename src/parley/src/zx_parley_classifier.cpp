@@ -2,6 +2,7 @@
 #include "zx_parley_classifier.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -242,13 +243,14 @@ struct chunk_run {
 
     static zx_status_t process_group(void *context, int32_t, int32_t group) {
         const auto *self = static_cast<const chunk_run *>(context);
-        return self->process(group, self->d_vector, 0);
+        return self->process(self->first_group + group, self->d_vector, 0);
     }
 
     const zx_parley_classifier_t *object;
     const int16_t *feature;
     zx_parley_chunk_layout_t layout;
     int32_t num_chunks, num_groups;
+    int32_t first_group = 0;    // of those that are under way
     float *d_vector = nullptr;  // the rows of all frames, where they are kept
 };
 
@@ -276,6 +278,44 @@ zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, c
         if (status == ZX_STATUS_SUCCESS)
             status = sink->take(sink->context, d_vector, first, run.num_rows_of(group));
         if (status != ZX_STATUS_SUCCESS) return status;
+    }
+    return ZX_STATUS_SUCCESS;
+}
+
+zx_status_t zx_parley_classifier_process_releasing(const zx_parley_classifier_t *object,
+                                                   zx_heap_ptr<int16_t> *feature, int32_t num_frames,
+                                                   float *d_vector, const zx_progress_t *progress,
+                                                   int32_t num_workers) {
+    constexpr int32_t NUM_PARTS = 8;
+    const auto frame_size = static_cast<size_t>(object->param->forward[0]->input_projection->input_dimension);
+    chunk_run run(object, feature->get(), num_frames, num_workers);
+    run.d_vector = d_vector;
+    struct part_of_progress {
+        const zx_progress_t *whole;
+        double before, share;
+    };
+    // As many groups for each worker in every part, so that none waits for long.
+    const int32_t groups_a_part = num_workers * chunk_run::divide_up(run.num_groups, num_workers * NUM_PARTS);
+    for (int32_t end = run.num_groups; end > 0; end = run.first_group) {
+        run.first_group = std::max(0, end - groups_a_part);
+        run.feature = feature->get();
+        part_of_progress share = {progress, 1 - static_cast<double>(end) / run.num_groups,
+                                  static_cast<double>(end - run.first_group) / run.num_groups};
+        const auto report = [](void *context, double done) {
+            const auto *of = static_cast<const part_of_progress *>(context);
+            return !of->whole || of->whole->report(of->whole->context, of->before + of->share * done);
+        };
+        const zx_progress_t reported = {report, &share};
+        const zx_status_t status =
+            zx_parallel_run(num_workers, end - run.first_group, {chunk_run::process_group, &run}, &reported);
+        if (status != ZX_STATUS_SUCCESS) return status;
+        if (run.first_group == 0) continue;
+        const zx_parley_chunk_t last = run.layout.at(run.first_of_group(run.first_group) - 1);
+        const auto needed = static_cast<size_t>(last.start + last.length) * frame_size;
+        if (void *shorter = std::realloc(feature->get(), needed * sizeof(int16_t))) {
+            static_cast<void>(feature->release());
+            feature->reset(static_cast<int16_t *>(shorter));
+        }
     }
     return ZX_STATUS_SUCCESS;
 }

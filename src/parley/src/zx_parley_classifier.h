@@ -16,6 +16,7 @@
 
 #include "zx_base.h"
 #include "zx_fc.h"
+#include "zx_heap.h"
 #include "zx_normalization.h"
 #include "zx_progress.h"
 #include "zx_rnn.h"
@@ -82,6 +83,15 @@ struct zx_parley_rows_sink_t {
                                                        const zx_progress_t *progress = nullptr,
                                                        int32_t num_workers = 1,
                                                        const zx_parley_rows_sink_t *sink = nullptr);
+
+// The same of all frames, from the end of the recording on: features are given back to the system as soon as
+// they are not needed any more, so that they and the embeddings are never there at once.
+[[nodiscard]] zx_status_t zx_parley_classifier_process_releasing(const zx_parley_classifier_t *object,
+                                                                 zx_heap_ptr<int16_t> *feature,
+                                                                 int32_t num_frames, float *d_vector,
+                                                                 const zx_progress_t *progress,
+                                                                 int32_t num_workers);
+
 int32_t zx_parley_classifier_rows_at_once(const zx_parley_classifier_t *object, int32_t num_frames);
 
 // The same for one chunk of at most K frames.

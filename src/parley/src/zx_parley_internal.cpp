@@ -277,9 +277,9 @@ zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *s
     d_vector->reset(
         static_cast<float *>(std::calloc(static_cast<size_t>(num_frames), embedding_size * sizeof(float))));
     if (!*d_vector) return zx_parley_report_allocation("d_vector");
-    status = zx_parley_classifier_process(object->classifier, feature.get(), num_frames, d_vector->get(),
-                                          stage_progress(progress, zx_parley_stage::embeddings).get(),
-                                          object->num_workers);
+    status = zx_parley_classifier_process_releasing(
+        object->classifier, &feature, num_frames, d_vector->get(),
+        stage_progress(progress, zx_parley_stage::embeddings).get(), object->num_workers);
     if (status == ZX_STATUS_SUCCESS) return status;
     return report_processing(zx_parley_report_failure("zx_parley_classifier_process", status));
 }

@@ -32,6 +32,30 @@ std::vector<float> process(const zx_parley_classifier_param_t *param, const int1
     return rows;
 }
 
+// The same by the way that gives features back, and how often it told of progress.
+std::vector<float> process_releasing(const zx_parley_classifier_param_t *param, const int16_t *feature,
+                                     int32_t num_frames, int32_t num_workers) {
+    zx_parley_classifier_t *classifier = nullptr;
+    EXPECT_EQ(zx_parley_classifier_init(param, &classifier), ZX_STATUS_SUCCESS);
+    const auto owner = owned<zx_parley_classifier_delete>(classifier);
+    std::vector<float> rows(static_cast<size_t>(num_frames * param->embedding->output_dimension));
+    const auto count = static_cast<size_t>(num_frames) * 80;
+    zx_heap_ptr<int16_t> copy(zx_heap_zeroed<int16_t>(count));
+    std::copy(feature, feature + count, copy.get());
+    double highest = -1;
+    const zx_progress_t progress = {[](void *context, double done) {
+                                        auto *before = static_cast<double *>(context);
+                                        EXPECT_GE(done, *before);
+                                        *before = done;
+                                        return done <= 1;
+                                    },
+                                    &highest};
+    EXPECT_EQ(zx_parley_classifier_process_releasing(classifier, &copy, num_frames, rows.data(), &progress,
+                                                     num_workers),
+              ZX_STATUS_SUCCESS);
+    return rows;
+}
+
 }  // namespace
 
 // With K = 10 and W = 3: a second chunk starts 6 frames before the end of the first and gives rows from its
@@ -57,6 +81,8 @@ TEST(zx_parley_classifier, long_input_is_pieced_together_from_overlapping_chunks
         EXPECT_EQ(rows, expected) << num_frames;
         for (int32_t num_workers : {2, 3, 8})
             EXPECT_EQ(process(param.get(), feature.data(), num_frames, false, num_workers), expected);
+        for (int32_t num_workers : {1, 2, 8})
+            EXPECT_EQ(process_releasing(param.get(), feature.data(), num_frames, num_workers), expected);
         for (size_t t = 0; t < rows.size(); t += 4) {
             EXPECT_NEAR(zx_cosine_similarity(4, &rows[t], &rows[t], 1), 1.0f, 2e-3f);
         }
