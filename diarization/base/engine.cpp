@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <numeric>
 #include <thread>
 
@@ -68,8 +66,7 @@ engine::engine(const std::string &model_path) {
         if (error.status == PARLEY_OUT_OF_MEMORY) throw;
         throw diarization_error(error.status, model_path + " is no model of this version", error.details);
     }
-    std::ifstream file(file_at(model_path), std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string bytes = content_of_file(model_path);
     model_sections sections = read_model_sections(bytes, model_path);
     id_ = hexadecimal(hash_of(sections.network));
     parameters_ = std::move(sections.parameters);

@@ -3,8 +3,6 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "formats.h"
 #include "markup.h"
@@ -46,8 +44,7 @@ std::string audio_attributes(const diarization &result) {
         if (!result.sound && name == "-") return silent("There is no sound: it was too long to be kept.");
         return named + attribute("src", result.sound.value_or(url_of_path(name)));
     }
-    std::ifstream stream(file_at(file), std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    const std::string bytes = content_of_file(file);
     return named + attribute("src", "data:" + media_type(file) + ";base64," + base64(bytes));
 }
 

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "errors.h"
 #include "markup.h"
@@ -58,10 +56,9 @@ std::string text_in(const nlohmann::ordered_json &object, const char *name) {
 // {"name": {"command": "...", "output": "...", "longest": 300, "takes_a_core": true, "remedy": "..."}}
 std::vector<recognizer> recognizers_of_user() {
     const std::string path = settings_folder() + "/parley/recognizers.json";
-    std::ifstream file(file_at(path), std::ios::binary);
+    const std::string text = content_of_file(path);
     std::vector<recognizer> found;
-    if (!file) return found;
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    if (text.empty()) return found;
     try {
         const nlohmann::ordered_json table = parse_json(text);
         for (const auto &[name, entry] : table.items()) {

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <exception>
 #include <fstream>
-#include <iterator>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "channels.h"
@@ -30,15 +30,14 @@ void write_wav(const std::string &path, const int16_t *samples, uint32_t count) 
     std::string content = "RIFF" + number(size + 36, 4) + "WAVEfmt " + number(16, 4) + number(1, 2) +
                           number(1, 2) + number(rate, 4) + number(bytes_a_second, 4) + number(2, 2) +
                           number(16, 2) + "data" + number(size, 4);
-    for (uint32_t i = 0; i < count; i++) content += number(static_cast<uint16_t>(samples[i]), 2);
+    content.reserve(content.size() + size);
+    for (uint32_t i = 0; i < count; i++) {
+        content += static_cast<char>(samples[i] & 255);
+        content += static_cast<char>(samples[i] >> 8 & 255);
+    }
     std::ofstream file(file_at(path), std::ios::binary);
     if (!file.write(content.data(), static_cast<std::streamsize>(content.size())).flush())
         throw diarization_error(PARLEY_FAILED, path + ": cannot be written");
-}
-
-std::string content_of(const std::string &path) {
-    std::ifstream file(file_at(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 // The last line of what a program complained of, where most tell what is wrong.
@@ -47,6 +46,10 @@ std::string last_line(const std::string &text) {
     if (end == std::string::npos) return "it says nothing about it";
     const size_t begin = text.find_last_of("\r\n", end) + 1;
     return text.substr(begin, end + 1 - begin);
+}
+
+[[noreturn]] void refuse_to_go_on() {
+    throw diarization_error(PARLEY_CANCELLED, "transcribing was cancelled");
 }
 
 // One piece after the other, or several at once.
@@ -66,15 +69,23 @@ public:
         const int jobs = how_.used.takes_a_core ? std::min(how_.jobs, static_cast<int>(pieces_.size())) : 1;
         std::vector<std::thread> workers;
         for (int i = 0; i < jobs && !pieces_.empty(); i++) {
-            num_working_++;
-            workers.emplace_back([this] { work(); });
+            try {
+                num_working_++;
+                workers.emplace_back([this] { work(); });
+            } catch (const std::system_error &) {  // no more of them
+                num_working_--;
+                if (workers.empty()) throw;
+                break;
+            }
         }
+        bool is_cancelled = false;
         while (num_working_ > 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            if (progress_ && !progress_(done_ / std::max(seconds_, 1.0))) has_to_stop_ = true;
+            if (progress_ && !progress_(done_ / std::max(seconds_, 1.0))) has_to_stop_ = is_cancelled = true;
         }
         for (std::thread &worker : workers) worker.join();
         if (failure_) std::rethrow_exception(failure_);
+        if (is_cancelled) refuse_to_go_on();
         std::stable_sort(words_.begin(), words_.end(),
                          [](const spoken_word &a, const spoken_word &b) { return a.start < b.start; });
         return std::move(words_);
@@ -110,13 +121,13 @@ private:
             throw diarization_error(PARLEY_FAILED, how_.used.name + " on " + clock_time(piece.start) +
                                                        " to " + clock_time(piece.end) + ": " + why);
         };
-        const std::string complaint = outcome.errors + "\n" + content_of(folder + "/words.log");
+        const std::string complaint = outcome.errors + "\n" + content_of_file(folder + "/words.log");
         switch (outcome.end) {
             case program_end::not_started:
                 throw diarization_error(PARLEY_MISSING,
                                         how_.used.command[0] + " is not installed; " + how_.used.remedy);
             case program_end::stopped:
-                throw diarization_error(PARLEY_CANCELLED, "transcribing was cancelled");
+                refuse_to_go_on();
             case program_end::too_slow:
                 fail("it took longer than " + std::to_string(std::lround(how_.time_limit)) + " s");
                 break;
@@ -127,7 +138,7 @@ private:
         const bool writes_file = !how_.used.output.empty();
         const std::string output = writes_file ? written_output(how_.used, folder) : "";
         if (writes_file && output.empty()) fail("it wrote no words: " + last_line(complaint));
-        const std::string text = writes_file ? content_of(output) : outcome.output;
+        const std::string text = writes_file ? content_of_file(output) : outcome.output;
         if (text.find_first_not_of(" \t\r\n") == std::string::npos) return {};
         std::vector<spoken_word> found;
         try {

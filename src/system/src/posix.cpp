@@ -115,15 +115,6 @@ pid_t spawn(const std::vector<std::string> &words, int input, int output, int er
     return status == 0 ? process : -1;
 }
 
-std::string content_of(const scratch_file &file) {
-    std::string text;
-    char block[1 << 14];
-    lseek(file.descriptor(), 0, SEEK_SET);
-    for (std::ptrdiff_t got; (got = read_some(file.descriptor(), block, sizeof(block))) > 0;)
-        text.append(block, static_cast<size_t>(got));
-    return text;
-}
-
 }  // namespace
 
 program_outcome run_program(const std::vector<std::string> &words, double seconds,

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <system_error>
 
@@ -26,6 +28,20 @@ void child_process::close_input() {
 
 void child_process::close_output() {
     close_end(&output_);
+}
+
+std::string content_of(const scratch_file &file) {
+    std::string text;
+    char block[1 << 14];
+    lseek(file.descriptor(), 0, SEEK_SET);
+    for (std::ptrdiff_t got; (got = read_some(file.descriptor(), block, sizeof(block))) > 0;)
+        text.append(block, static_cast<size_t>(got));
+    return text;
+}
+
+std::string content_of_file(const std::string &path) {
+    std::ifstream file(file_at(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 std::ptrdiff_t read_some(int file, void *to, size_t size) {

@@ -92,6 +92,12 @@ private:
     [[maybe_unused]] std::intptr_t process_ = -1;
 };
 
+// All that was written to a scratch file.
+std::string content_of(const scratch_file &file);
+
+// All that a file holds; "" where it cannot be opened.
+std::string content_of_file(const std::string &path);
+
 // A descriptor; -1, with errno.
 int open_to_read(const std::string &path);
 

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the files of the C interface (parley.h) share: the objects behind its handles, options and progress as
+// the library takes them, texts that are handed out.
+#ifndef PARLEY_INTERFACE_H
+#define PARLEY_INTERFACE_H
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "diarizer.h"
+#include "errors.h"
+#include "guarded.h"
+#include "rttm.h"
+
+struct parley_diarizer {
+    explicit parley_diarizer(const std::string &model_path) : inner(model_path) {}
+    diarizer inner;
+};
+
+struct parley_result {
+    diarization inner;
+};
+
+// A later version's record is longer than this one's, an earlier one's shorter.
+parley_options known_options(const parley_options *given);
+
+// A share that never falls, for a caller who may want to stop.
+progress_function rising(parley_progress progress, void *context);
+
+// A copy that parley_free releases, with a zero behind it.
+char *copied(const std::string &text);
+void hand_out(const std::string &written, char **text, size_t *size);
+
+// An empty one for none.
+const diarization &of(const parley_result *result);
+
+std::vector<turn> turns_of(const parley_turn *turns, int32_t count);
+
+// What is wrong with a text that a caller gave.
+template <class Work>
+void as_invalid(Work work) {
+    try {
+        work();
+    } catch (const diarization_error &) {
+        throw;
+    } catch (const std::runtime_error &error) {
+        throw diarization_error(PARLEY_INVALID, error.what());
+    }
+}
+
+template <class Formats>
+const parley_format *shown_at(const Formats &formats, int32_t index) {
+    return index >= 0 && index < static_cast<int32_t>(formats.size())
+               ? &formats[static_cast<size_t>(index)].shown
+               : nullptr;
+}
+
+#endif
