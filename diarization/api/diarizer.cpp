@@ -156,7 +156,7 @@ void check_options(const parley_options &o) {
     if (!(o.sensitivity >= 0 && o.sensitivity <= 1)) refuse("sensitivity takes from 0 to 1");
     number("channels", o.channels, LOUDEST);
     number("via-ffmpeg", o.via_ffmpeg, 2);
-    number("jobs", o.jobs, PARLEY_MOST_JOBS);
+    number("jobs", o.jobs, PARLEY_MAX_JOBS);
     if (o.max_speakers > 0 && o.min_speakers > o.max_speakers) refuse("min-speakers is above max-speakers");
     if (o.channels == APART && o.max_speakers + o.min_speakers > 0)
         refuse("with channels apart the channels are the speakers: their number cannot be asked for");

@@ -57,8 +57,8 @@ void name_recording(const std::string &path, diarization *result) {
 }
 
 void check_channels(int32_t num_channels) {
-    require(num_channels >= 1 && num_channels <= PARLEY_MOST_CHANNELS,
-            ("there are 1 to " + std::to_string(PARLEY_MOST_CHANNELS) + " channels").c_str());
+    require(num_channels >= 1 && num_channels <= PARLEY_MAX_CHANNELS,
+            ("there are 1 to " + std::to_string(PARLEY_MAX_CHANNELS) + " channels").c_str());
 }
 
 }  // namespace

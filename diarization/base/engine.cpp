@@ -82,7 +82,7 @@ engine::engine(const std::string &model_path) {
 
 int32_t num_threads(int32_t jobs) {
     const auto cores = static_cast<int32_t>(std::thread::hardware_concurrency());
-    return jobs > 0 ? jobs : std::clamp(cores, 1, int32_t{PARLEY_MOST_JOBS});
+    return jobs > 0 ? jobs : std::clamp(cores, 1, int32_t{PARLEY_MAX_JOBS});
 }
 
 void engine::set_jobs(int32_t jobs) {

@@ -32,10 +32,10 @@ struct entry {
 double number(const parley_option &option, const char *value) {
     char *end = nullptr;
     const double result = std::strtod(value, &end);
-    if (end == value || *end != '\0' || !(result >= option.least && result <= option.most)) {
+    if (end == value || *end != '\0' || !(result >= option.minimum && result <= option.maximum)) {
         refuse(option, value,
-               "a number from " + std::to_string(std::lround(option.least)) + " to " +
-                   std::to_string(std::lround(option.most)));
+               "a number from " + std::to_string(std::lround(option.minimum)) + " to " +
+                   std::to_string(std::lround(option.maximum)));
     }
     return result;
 }
@@ -112,7 +112,7 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) {
          o->via_ffmpeg = word(x, v, {"auto", "never", "always"});
      }},
-    {{"jobs", "N", "number of threads; 0 (the tool's): one per core", 0, PARLEY_MOST_JOBS},
+    {{"jobs", "N", "number of threads; 0 (the tool's): one per core", 0, PARLEY_MAX_JOBS},
      [](parley_options *o, const O &x, const char *v) { o->jobs = whole(x, v); }},
 };
 

@@ -43,7 +43,7 @@ struct description {
     double separation = 0;        // mean over windows of (to the next speaker - to the own) / to the next
     double weakest_speaker = 0;   // the smallest such mean of a speaker's windows
     double tenth_separation = 0;  // below which a tenth of the windows are
-    double least_apart = 1, most_apart = 0,
+    double min_apart = 1, most_apart = 0,
            mean_apart = 0;    // distances of speakers, by chance taken off the least
     double spread = 0;        // mean distance of windows to their speaker
     double half_apart = 0.1;  // most that the halves of a speaker's speech are apart
@@ -155,8 +155,8 @@ description describe(const frames &blocks, double block_seconds, const float *ba
         for (size_t b = 0; b < a; b++) {
             apart.push_back(means.distance(a, b));
             const double chance = DISTANCE_BY_CHANCE / frames_a_block * (1 / counts[a] + 1 / counts[b]);
-            if (apart.back() - chance >= d.least_apart) continue;
-            d.least_apart = apart.back() - chance;
+            if (apart.back() - chance >= d.min_apart) continue;
+            d.min_apart = apart.back() - chance;
             near_a = a;
             near_b = b;
         }
@@ -289,12 +289,12 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                         d.separation,
                         d.weakest_speaker,
                         d.tenth_separation,
-                        d.least_apart,
+                        d.min_apart,
                         d.most_apart,
                         d.mean_apart,
                         d.spread,
                         d.half_apart,
-                        d.least_apart - d.half_apart,
+                        d.min_apart - d.half_apart,
                         d.fewest,
                         d.fewest_share,
                         d.most_share,
@@ -311,12 +311,12 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                         d.separation - more.separation,
                         less.spread - d.spread,
                         d.spread - more.spread,
-                        d.least_apart - more.least_apart,
-                        less.least_apart - d.least_apart,
+                        d.min_apart - more.min_apart,
+                        less.min_apart - d.min_apart,
                         alike.empty() ? -1 : mean(alike),
                         agreement(d, engine),
                         d.spread - low / 2,
-                        d.least_apart / (high + 1e-6),
+                        d.min_apart / (high + 1e-6),
                         low / (high + 1e-6),
                         engine.seconds,
                         engine.num_speakers,

@@ -69,7 +69,8 @@ zx_parley_samples_t read_with_ffmpeg(const read_request &request) {
         samples.append({block.data(), whole});
         held %= sizeof(int16_t);
         std::copy_n(bytes + whole * sizeof(int16_t), held, bytes);
-        if (static_cast<int64_t>(samples.count()) > request.most) refuse_length(request.path, request.most);
+        if (static_cast<int64_t>(samples.count()) > request.max_samples)
+            refuse_length(request.path, request.max_samples);
         if (request.progress && !request.progress(0))
             throw diarization_error(PARLEY_CANCELLED, request.path + ": was cancelled");
     }
@@ -80,7 +81,7 @@ zx_parley_samples_t read_with_ffmpeg(const read_request &request) {
 zx_parley_samples_t read_with_others(const read_request &request, std::string *note) {
     zx_parley_samples_t samples;
     try {
-        if (is_for_libsndfile(request.path)) samples = read_mixed(request.path, request.most);
+        if (is_for_libsndfile(request.path)) samples = read_mixed(request.path, request.max_samples);
     } catch (const diarization_error &) {
     }
     const char *reader = "libsndfile";
@@ -142,7 +143,7 @@ read_request::read_request(const std::string &file, const parley_options &option
                            const progress_function &callback, waveform_drawer *drawer)
     : path(file),
       ffmpeg(static_cast<ffmpeg_use>(options.via_ffmpeg)),
-      most(longest_of(options)),
+      max_samples(longest_of(options)),
       progress(callback),
       waveform(drawer) {}
 
@@ -155,8 +156,8 @@ zx_parley_samples_t read_any(engine *own, const read_request &request, std::stri
         try {
             result = request.as_samples
                          ? own->read_samples(request.path, request.progress)
-                         : own->read(request.path, request.most, request.progress, request.waveform);
-            if (result.count <= request.most) settle_duration(own, request, &result, note);
+                         : own->read(request.path, request.max_samples, request.progress, request.waveform);
+            if (result.count <= request.max_samples) settle_duration(own, request, &result, note);
             if (is_for_libsndfile(request.path)) add_note(note, note_on_mixing(request.path));
         } catch (const diarization_error &refusal) {
             if (refusal.status == PARLEY_CANCELLED || refusal.status == PARLEY_OUT_OF_MEMORY) throw;
@@ -170,6 +171,6 @@ zx_parley_samples_t read_any(engine *own, const read_request &request, std::stri
                          "damaged or cut short: the first " + seconds_of(result.count) + " could be read");
         }
     }
-    if (result.count > request.most) refuse_length(request.path, request.most);
+    if (result.count > request.max_samples) refuse_length(request.path, request.max_samples);
     return result;
 }

@@ -15,14 +15,14 @@ enum class ffmpeg_use : int32_t { where_needed, never, at_once };  // as `via_ff
 // Samples at the engine's rate that a recording may have.
 int64_t longest_of(const parley_options &options);
 
-// What to read and how. `most`: samples, beyond which a recording is refused.
+// What to read and how. `max_samples`: beyond which a recording is refused.
 struct read_request {
     read_request(const std::string &file, const parley_options &options, const progress_function &callback,
                  waveform_drawer *drawer);
 
     const std::string &path;
     ffmpeg_use ffmpeg;
-    int64_t most;
+    int64_t max_samples;
     const progress_function &progress;
     waveform_drawer *waveform;
     bool as_samples = false;  // not as features

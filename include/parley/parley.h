@@ -85,8 +85,8 @@ PARLEY_API const char *parley_version(void);
 /* ---- Limits */
 
 enum {
-    PARLEY_MOST_CHANNELS = 64, /* of a recording */
-    PARLEY_MOST_JOBS = 64      /* threads for one */
+    PARLEY_MAX_CHANNELS = 64, /* of a recording */
+    PARLEY_MAX_JOBS = 64      /* threads for one */
 };
 
 /* ---- Options */
@@ -118,10 +118,10 @@ PARLEY_API void parley_options_init(parley_options *options);
 
 /* An option as programs offer it: parley_options_set takes its name and a text. */
 typedef struct {
-    const char *name;    /* "min-speakers" */
-    const char *value;   /* what it takes, "N"; null for one that is there or not */
-    const char *purpose; /* a few words */
-    double least, most;  /* of a number; equal where there is none */
+    const char *name;        /* "min-speakers" */
+    const char *value;       /* what it takes, "N"; null for one that is there or not */
+    const char *purpose;     /* a few words */
+    double minimum, maximum; /* of a number; equal where there is none */
 } parley_option;
 
 /* The table of options; null beyond its end. */

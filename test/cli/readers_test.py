@@ -19,6 +19,7 @@ import tempfile
 import termios
 import unittest
 import xml.etree.ElementTree as xml
+import zipfile
 from pathlib import Path
 from urllib.parse import unquote
 
@@ -196,6 +197,59 @@ endfor
         self.assertLessEqual({(0, 0x72, 0xB2), (0xE6, 0x9F, 0)}, colours)
         svg = xml.parse(self.file(".svg")).getroot()
         self.assertTrue(svg.tag.endswith("svg"))
+
+
+class Transcripts(unittest.TestCase):
+    """Words in documents and subtitles, each read by what is not ours."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.held = tempfile.TemporaryDirectory()
+        cls.folder = Path(cls.held.name)
+        words = [{"start": t / 3, "end": t / 3 + 0.3, "word": f"w{t}<&>" + ("." if t % 7 == 6 else "")} for t in range(3, 200)]
+        cls.words = [w["word"] for w in words]
+        (cls.folder / "words.json").write_text(json.dumps(words))
+        for name in ("text", "docx", "odt", "tei", "srt", "vtt"):
+            subprocess.run([PARLEY, "assign", "--words", cls.folder / "words.json", "-f", name, "-o", cls.folder / f"t.{name}", "--names",
+                            'Ann "A" <b>,Bob', AUDIO], check=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.held.cleanup()
+
+    def test_documents_are_archives_of_xml_with_all_words(self):
+        for name, part in (("docx", "word/document.xml"), ("odt", "content.xml")):
+            with zipfile.ZipFile(self.folder / f"t.{name}") as archive:
+                self.assertIsNone(archive.testzip())
+                for inner in archive.namelist():
+                    if inner != "mimetype":
+                        xml.fromstring(archive.read(inner))
+                said = " ".join(xml.fromstring(archive.read(part)).itertext())
+            self.assertEqual([w for w in said.split() if w.startswith("w")], self.words, name)
+            self.assertIn('Ann "A" <b>', said)
+
+    def test_tei_is_xml_with_all_words_tied_to_times(self):
+        root = xml.parse(self.folder / "t.tei").getroot()
+        space = "{http://www.tei-c.org/ns/1.0}"
+        self.assertEqual([w.text for w in root.iter(space + "w")], self.words)
+        points = {p.get("{http://www.w3.org/XML/1998/namespace}id") for p in root.iter(space + "when")}
+        self.assertTrue(all(a.get("synch")[1:] in points for a in root.iter(space + "anchor")))
+
+    @unittest.skipUnless(srt and webvtt, "python3-srt and python3-webvtt are not installed")
+    def test_subtitles_hold_all_words_within_the_limits(self):
+        found = list(srt.parse((self.folder / "t.srt").read_text()))
+        self.assertEqual([w for c in found for w in c.content.split() if w.startswith("w")], self.words)
+        self.assertTrue(all(len(line) <= 42 for c in found for line in c.content.splitlines()))
+        captions = webvtt.read(self.folder / "t.vtt").captions
+        self.assertEqual(len([w for c in captions for w in c.text.split() if w.startswith("w")]), len(self.words))
+        self.assertTrue(all(len(c.lines) <= 2 for c in captions))
+
+    @unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+    def test_ffmpeg_reads_as_many_subtitles(self):
+        for name in ("srt", "vtt"):
+            packets = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=pts", "-of", "csv", self.folder / f"t.{name}"],
+                                     check=True, capture_output=True, text=True).stdout.split()
+            self.assertEqual(len(packets), (self.folder / f"t.{name}").read_text().count("-->"), name)
 
 
 if __name__ == "__main__":

@@ -100,7 +100,7 @@ std::string file_of(const arguments &a, const recording_file &recording, const p
 
 size_t num_threads(const parley_options &options) {
     return options.jobs > 0 ? static_cast<size_t>(options.jobs)
-                            : std::clamp(std::thread::hardware_concurrency(), 1u, unsigned{PARLEY_MOST_JOBS});
+                            : std::clamp(std::thread::hardware_concurrency(), 1u, unsigned{PARLEY_MAX_JOBS});
 }
 
 class batch {

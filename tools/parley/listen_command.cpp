@@ -237,7 +237,7 @@ command listen_command(CLI::App *app) {
         ->check(CLI::Range(1, 1000000).description(""))
         ->type_name("HZ");
     app->add_option("--input-channels", a->channels, "number of channels of raw samples (1)")
-        ->check(CLI::Range(1, int{PARLEY_MOST_CHANNELS}).description(""))
+        ->check(CLI::Range(1, int{PARLEY_MAX_CHANNELS}).description(""))
         ->type_name("N");
     app->add_option("--every", a->every, "time between two updates (1)")
         ->check(CLI::Range(0.0, 3600.0).description(""))

@@ -23,7 +23,7 @@ constexpr int64_t LARGEST_HEADER = 1 << 20;
 
 struct container_webm_t {
     FILE *file;
-    int64_t most_read;  // bytes that the parser may still read
+    int64_t max_read;  // bytes that the parser may still read
     nestegg *context;
     nestegg_packet *packet;  // the current one, or null
     uint32_t track;
@@ -54,9 +54,9 @@ void start_nestegg(container_webm_t *o) {
     o->context = nullptr;
     const nestegg_io io = {zx_container_webm_neio_read, zx_container_webm_neio_seek,
                            zx_container_webm_neio_tell, o};
-    o->most_read = LARGEST_HEADER;
+    o->max_read = LARGEST_HEADER;
     if (nestegg_init(&o->context, io, nullptr, -1) != 0) o->context = nullptr;
-    o->most_read = INT64_MAX;
+    o->max_read = INT64_MAX;
 }
 
 zx_status_t choose_track(container_webm_t *o) {
@@ -240,8 +240,8 @@ int zx_container_webm_neio_read(void *buffer, size_t length, void *userdata) {
     ZX_ASSERT(userdata);
     auto *o = static_cast<container_webm_t *>(userdata);
     FILE *file = o->file;
-    if (length > static_cast<uint64_t>(o->most_read)) return -1;
-    o->most_read -= static_cast<int64_t>(length);
+    if (length > static_cast<uint64_t>(o->max_read)) return -1;
+    o->max_read -= static_cast<int64_t>(length);
     if (std::fread(buffer, 1, length, file) == length) return 1;
     return std::feof(file) ? 0 : -1;
 }

@@ -15,7 +15,7 @@ Progress = CFUNCTYPE(c_int, c_void_p, c_double)
 class Option(ctypes.Structure):
     """parley_option"""
 
-    _fields_ = [("name", c_char_p), ("value", c_char_p), ("purpose", c_char_p), ("least", c_double), ("most", c_double)]
+    _fields_ = [("name", c_char_p), ("value", c_char_p), ("purpose", c_char_p), ("minimum", c_double), ("maximum", c_double)]
 
 
 class Format(ctypes.Structure):
