@@ -37,7 +37,8 @@ void check_times(double start, double end) {
                                  " s makes no sense");
 }
 
-int number_of(const std::string &name, diarization *result) {
+int number_of(const std::string &given, diarization *result) {
+    const std::string name = given.empty() ? "somebody" : given;
     const auto found = std::find_if(result->speakers.begin(), result->speakers.end(),
                                     [&name](const speaker &s) { return s.name == name; });
     if (found == result->speakers.end()) {
@@ -67,8 +68,7 @@ diarization result_of(content given) {
     result.path = given.path;
     result.duration = given.duration;
     for (const turn &t : given.turns) {
-        const std::string name = t.speaker.empty() ? "somebody" : t.speaker;
-        result.segments.push_back({t.start, t.end, number_of(name, &result), 0, false, ""});
+        result.segments.push_back({t.start, t.end, number_of(t.speaker, &result), 0, false, ""});
     }
     finish(&result);
     return result;
@@ -115,6 +115,7 @@ diarization read_json(const std::string &text) {
     result.note = text_in(object, "note");
     result.model = text_in(object, "model");
     result.duration = number_in(object, "duration");
+    check_times(0, result.duration);
     read_json_speakers(object, &result);
     for (const json &entry : list_in(object, "segments")) {
         segment s = {number_in(entry, "start"),
@@ -256,8 +257,8 @@ content read_textgrid(const std::string &text) {
     while (at < values.size()) {
         const std::string kind = label(), name = label();
         at += 2;
-        const auto count = static_cast<int64_t>(seconds_in(next()));
-        for (int64_t i = 0; i < count; i++) {
+        const double count = seconds_in(next());
+        for (double i = 0; i < count; i++) {
             const double start = seconds_in(next());
             const double end = kind == "IntervalTier" ? seconds_in(next()) : start;
             const std::string said = label();

@@ -89,7 +89,8 @@ TEST(reading, what_makes_no_sense_is_refused) {
           "{\"schema\": \"parley-diarization-1\", \"duration\": 1, \"segments\": [{\"start\": 3, \"end\": "
           "2}]}",
           "{\"schema\": \"parley-diarization-1\", \"duration\": 1, \"segments\": [7]}",
-          "start,end,speaker\n2,1,A\n", "start,end,speaker\n2\n", "start,end\n1,2\n", "<EAF", "<a><b>",
+          "{\"schema\": \"parley-diarization-1\", \"duration\": -1}", "start,end,speaker\n2,1,A\n",
+          "start,end,speaker\n2\n", "start,end\n1,2\n", "<EAF", "<a><b>",
           "File type = \"ooTextFile\"\nObject class = \"TextGrid\"\n0 3 1 \"IntervalTier\" \"x\" 0 3 9 0 1",
           "SPEAKER a 1 0 1 <NA> <NA> x <NA> <NA>\nSPEAKER b 1 0 1 <NA> <NA> x <NA> <NA>\n",
           "recording,start,end,speaker\na,1,2,A\nb,1,2,A\n", "0.5\tx\tAnn\n"})

@@ -158,6 +158,18 @@ class Correcting(unittest.TestCase):
         self.do("parleyShown.open(new File(['nonsense'], 'x.json'))")
         self.wait("return document.querySelector('.why').textContent.startsWith('x.json: is no result')")
 
+    def test_what_an_earlier_version_kept_is_taken_over(self):
+        self.do("parleyShown.result.rename('Ann', 'Zoe')")
+        self.do("""const key = Object.keys(localStorage)[0], {names, segments} = parleyShown.result.state;
+                   localStorage.setItem(key, JSON.stringify({names, segments}))""")
+        self.open(self.folder / "talk.html")
+        self.assertIn("Zoe", self.do("return parleyShown.result.names"))
+        self.browser.key("z", CONTROL)
+        self.assertEqual(self.segments(), self.data["segments"])
+        self.do("localStorage.setItem(Object.keys(localStorage)[0], '{')")
+        self.open(self.folder / "talk.html")
+        self.assertEqual(self.segments(), self.data["segments"])
+
     def test_refused_storage_is_said(self):
         self.do("Storage.prototype.setItem = () => { throw new Error('full'); }")
         self.do("parleyShown.result.rename('Ann', 'Zoe')")

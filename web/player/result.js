@@ -88,7 +88,7 @@ class ParleyResult {
     if (stored === this.#stored) return false;
     this.#stored = stored;
     if (stored === null) return false; // taken away by somebody: this window still has it
-    const { steps, done } = JSON.parse(stored);
+    const { steps, done } = this.#read(stored);
     let same = 0; // what this window has made already
     while (same < steps.length && JSON.stringify(steps[same]) === JSON.stringify(this.#steps[same])) same++;
     this.#states.length = same + 1;
@@ -97,6 +97,17 @@ class ParleyResult {
     this.#steps = steps;
     this.#done = Math.min(done, steps.length);
     return true;
+  }
+
+  // Earlier versions kept a state; what cannot be read is no history.
+  #read(stored) {
+    try {
+      const kept = JSON.parse(stored);
+      if (Array.isArray(kept.steps)) return kept;
+      return { steps: [["become", { words: this.original.words, ...kept }]], done: 1 };
+    } catch {
+      return { steps: [], done: 0 };
+    }
   }
 
   #keep() {
