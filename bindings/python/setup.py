@@ -48,11 +48,7 @@ def build_native():
     terms = NATIVE / "licenses"
     terms.mkdir()
     shutil.copy(ROOT / "LICENSE", terms / "parley.txt")
-    (terms / "dr_libs.txt").write_text("dr_wav, dr_flac and dr_mp3: public domain or MIT No Attribution, David Reid\n")
-    for name, path in (("nestegg", "/usr/share/nestegg/LICENSE"), ("nestegg", "/usr/local/share/nestegg/LICENSE"),
-                       ("nlohmann-json", "/usr/share/doc/nlohmann-json3-dev/copyright")):
-        if os.path.exists(path):
-            shutil.copy(path, terms / f"{name}.txt")
+    shutil.copy(build / "NOTICES", terms / "NOTICES.txt")  # of what is compiled in
     for line in subprocess.run(["ldd", library], check=True, text=True, stdout=subprocess.PIPE).stdout.splitlines():
         found = re.match(r"\s*(\S+) => (/\S+)", line)
         if found and not SYSTEM_LIBRARIES.match(found[1]):

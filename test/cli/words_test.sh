@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Words with names, and results that were written earlier, as users call the tool: PARLEY SOURCE_DIR
+# Words with names, and results that were written earlier, as users call the tool: PARLEY SOURCE_DIR [without]: without the recognizer of Debian's
 set -uo pipefail
 parley=$1 source=$2
 tmp=$(mktemp -d)
@@ -27,9 +27,9 @@ expect 1 '' 'README.md: line 1 is none of a CTM' assign --words "$source/README.
 
 
 # Results that were written earlier become any other format, as if it had been written at once.
-for format in json jsonl rttm csv eaf textgrid srt vtt audacity; do
-    "$parley" -q --names Ann,Bob,Cem -f $format "$sample" >"$tmp/three-voices.x" && "$parley" convert -f audacity "$tmp/three-voices.x" >"$tmp/again" &&
-        "$parley" -q --names Ann,Bob,Cem -f audacity "$sample" | cmp - "$tmp/again" || { echo "convert: $format"; failures=$((failures + 1)); }
+"$parley" -q --names Ann,Bob,Cem -f json,jsonl,rttm,csv,eaf,textgrid,srt,vtt,audacity -o "$tmp/formats" "$sample" || failures=$((failures + 1))
+for format in "$tmp"/formats/*; do
+    "$parley" convert -f audacity "$format" | cmp - "$tmp/formats/three-voices.labels.txt" || { echo "convert: $format"; failures=$((failures + 1)); }
 done
 cp "$sample" "$tmp/talk.wav"
 (cd "$tmp" && "$parley" -q --names Ann,Bob,Cem -o talk.json talk.wav && sed -i 's/"speaker": "Ann"/"speaker": "Zoe", "comment": "who?"/' talk.json &&
@@ -84,7 +84,8 @@ SECONDS=0
 TMPDIR=$tmp/between timeout -s INT -k 10 1 "$parley" transcribe --with "$with slow" "$sample" >"$tmp/out" 2>"$tmp/err"
 grep -q 'cancelled' "$tmp/err" && [ $SECONDS -le 5 ] && [ -z "$(ls "$tmp/between")" ] ||
     { echo "transcribe: an interruption"; cat "$tmp/err"; failures=$((failures + 1)); }
-if command -v pocketsphinx_continuous >/dev/null; then
+# A real one, which takes longer than all else here; once is enough.
+if [ -z "${3:-}" ] && command -v pocketsphinx_continuous >/dev/null; then
     expect 0 'Ann \(0:00\): good morning everybody thank you for coming' '' transcribe --names Ann,Bob,Cem "$sample"
     expect 1 '' 'exit status 1: .*acoustic model' transcribe "$sample" -- -hmm /nowhere
 fi
