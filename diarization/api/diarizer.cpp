@@ -29,6 +29,13 @@ std::vector<float> waveform_of(const int16_t *samples, size_t count) {
     return waveform.peaks();
 }
 
+// Length and waveform, which was drawn already where samples became features as they were read.
+void take_sound(const zx_parley_samples_t &samples, const waveform_drawer &drawn, diarization *result) {
+    result->duration = static_cast<double>(samples.count) / RATE;
+    result->waveform =
+        samples.pcm ? waveform_of(samples.pcm, static_cast<size_t>(samples.count)) : drawn.peaks();
+}
+
 std::vector<std::string> split_names(const char *names) {
     std::vector<std::string> result;
     if (!names) return result;
@@ -275,15 +282,12 @@ void diarizer::read_audio(const std::string &path, const parley_options &options
     std::string note;
     const zx_parley_samples_t samples =
         read_any(&engine_, read_request(path, options, progress, &waveform), &note);
-    const double duration = static_cast<double>(samples.count) / RATE;
-    if (!result->segments.empty() && result->segments.back().start >= duration) {
+    if (!result->segments.empty() &&
+        result->segments.back().start >= static_cast<double>(samples.count) / RATE)
         refuse(path + ": ends after " + seconds_of(samples.count) + ", before the last segment begins");
-    }
     result->path = path;
     result->file.clear();
-    result->duration = duration;
-    result->waveform =
-        samples.pcm ? waveform_of(samples.pcm, static_cast<size_t>(samples.count)) : waveform.peaks();
+    take_sound(samples, waveform, result);
 }
 
 std::vector<spoken_word> diarizer::transcribe(const std::string &path, const diarization &result,
@@ -328,9 +332,7 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     } else {
         samples = read_any(&engine_, read_request(path, options, progress, &waveform), &result.note);
     }
-    result.duration = static_cast<double>(samples.count) / RATE;
-    result.waveform =
-        samples.pcm ? waveform_of(samples.pcm, static_cast<size_t>(samples.count)) : waveform.peaks();
+    take_sound(samples, waveform, &result);
     result.kept =
         std::make_shared<kept_embeddings>(kept_embeddings{engine_.embed(&samples, path, progress), {}});
     find_again(result.kept.get(), options, progress, &result);

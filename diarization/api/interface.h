@@ -4,6 +4,7 @@
 #ifndef PARLEY_INTERFACE_H
 #define PARLEY_INTERFACE_H
 
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -49,11 +50,17 @@ void as_invalid(Work work) {
     }
 }
 
-template <class Formats>
-const parley_format *shown_at(const Formats &formats, int32_t index) {
-    return index >= 0 && index < static_cast<int32_t>(formats.size())
-               ? &formats[static_cast<size_t>(index)].shown
-               : nullptr;
+// Null beyond the end.
+template <class Entry>
+const Entry *entry_at(std::span<const Entry> table, int32_t index) {
+    return index >= 0 && index < static_cast<int32_t>(table.size()) ? &table[static_cast<size_t>(index)]
+                                                                    : nullptr;
+}
+
+template <class Format>
+const parley_format *shown_at(std::span<const Format> formats, int32_t index) {
+    const Format *found = entry_at(formats, index);
+    return found ? &found->shown : nullptr;
 }
 
 #endif

@@ -67,9 +67,7 @@ parley_status parley_result_assign(const parley_result *result, const char *tran
 }
 
 const parley_recognizer *parley_recognizer_at(int32_t index) {
-    const auto known = known_recognizers();
-    return index >= 0 && index < static_cast<int32_t>(known.size()) ? &known[static_cast<size_t>(index)]
-                                                                    : nullptr;
+    return entry_at(known_recognizers(), index);
 }
 
 void parley_transcription_init(parley_transcription *how) {

@@ -38,3 +38,9 @@ nlohmann::ordered_json parse_json(const std::string &text) {
         throw std::runtime_error(error.what());
     }
 }
+
+std::string text_in(const nlohmann::ordered_json &object, const char *name) {
+    using json = nlohmann::ordered_json;
+    const json value = object.is_object() ? object.value(name, json()) : json();
+    return value.is_string() ? value.get<std::string>() : "";
+}

@@ -2,10 +2,9 @@
 #include "reading.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
-#include <functional>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -82,11 +81,6 @@ double number_in(const json &object, const char *name) {
     return value.get<double>();
 }
 
-std::string text_in(const json &object, const char *name) {
-    const json value = object.is_object() ? object.value(name, json()) : json();
-    return value.is_string() ? value.get<std::string>() : "";
-}
-
 const json &list_in(const json &object, const char *name) {
     static const json NONE = json::array();
     const auto found = object.find(name);
@@ -151,11 +145,16 @@ content read_rttm_turns(const std::string &text, const std::string &name) {
     return {all.begin()->first, "", 0, all.begin()->second};
 }
 
-double seconds_in(const std::string &text) {
+std::optional<double> number_of_text(const std::string &text) {
     char *end = nullptr;
-    const double seconds = std::strtod(text.c_str(), &end);
-    if (end == text.c_str() || *end != '\0') throw std::runtime_error("\"" + text + "\" is no time");
-    return seconds;
+    const double number = std::strtod(text.c_str(), &end);
+    return end != text.c_str() && *end == '\0' ? std::optional(number) : std::nullopt;
+}
+
+double seconds_in(const std::string &text) {
+    const auto seconds = number_of_text(text);
+    if (!seconds) throw std::runtime_error("\"" + text + "\" is no time");
+    return *seconds;
 }
 
 // Rows of fields; quotes hold separators and line ends, and are doubled inside (RFC 4180).
@@ -380,12 +379,6 @@ diarization read_captions(const std::string &text) {
     return result;
 }
 
-bool is_number(const std::string &text) {
-    char *end = nullptr;
-    std::strtod(text.c_str(), &end);
-    return end != text.c_str() && *end == '\0';
-}
-
 diarization recognize(const std::string &text, const std::string &name) {
     const std::string first = text.substr(0, text.find_first_of("\r\n"));
     std::istringstream fields(first);
@@ -396,7 +389,7 @@ diarization recognize(const std::string &text, const std::string &name) {
     if (first.starts_with("File type")) return result_of(read_textgrid(text));
     if (text.find("-->") != std::string::npos) return read_captions(text);
     if (first.find("start,end") != std::string::npos) return result_of(read_csv(text));
-    if (first.find('\t') != std::string::npos && is_number(field)) return result_of(read_audacity(text));
+    if (first.find('\t') != std::string::npos && number_of_text(field)) return result_of(read_audacity(text));
     if (text.find("SPEAKER ") == std::string::npos) throw std::runtime_error(UNKNOWN);
     return result_of(read_rttm_turns(text, name));
 }

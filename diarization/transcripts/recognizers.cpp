@@ -48,11 +48,6 @@ bool takes_audio(const std::vector<std::string> &command) {
                        [](const std::string &word) { return word.find("{audio}") != std::string::npos; });
 }
 
-std::string text_in(const nlohmann::ordered_json &object, const char *name) {
-    const auto value = object.value(name, nlohmann::ordered_json());
-    return value.is_string() ? value.get<std::string>() : "";
-}
-
 // {"name": {"command": "...", "output": "...", "longest": 300, "takes_a_core": true, "remedy": "..."}}
 std::vector<recognizer> recognizers_of_user() {
     const std::string path = settings_folder() + "/parley/recognizers.json";

@@ -22,7 +22,7 @@ double softest(const diarization &result, double start, double end) {
     return (static_cast<double>(found - begin) + 0.5) / WAVEFORM_RATE;
 }
 
-// Stretches in which somebody speaks, whoever it is, or without by_turn == false each segment's own.
+// Stretches in which somebody speaks, whoever it is, or `by_turn` each speaker's own.
 std::vector<span> speech_of(const diarization &result, bool by_turn) {
     std::vector<span> spoken;
     int last = -1;

@@ -30,6 +30,7 @@ int run(arguments *a) {
     transcript_options &options = a->options;
     const parley_format *chosen = options.chosen_format();
     std::FILE *out = take_standard_output();
+    if (chosen) check_terminal(*chosen, options.output, out);
     const std::string transcript = read_text(a->words);
     result_ptr result;
     std::string recording = a->recording;
@@ -53,7 +54,7 @@ int run(arguments *a) {
                                          &text, &size),
                     a->words);
         const text_ptr owned(text);
-        put_document({text, size}, nullptr, options.output, out);
+        put_document({text, size}, options.output, out);
     }
     close_standard_output(out);
     return EXIT_SUCCESS;

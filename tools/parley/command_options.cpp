@@ -45,17 +45,24 @@ void define_files(CLI::App *app, std::string *voices, std::string *model) {
     app->add_option("-m,--model", *model, "model file ($PARLEY_MODEL)")->type_name("FILE");
 }
 
+CLI::Option *define_audio(CLI::App *app, std::string *how) {
+    return app->add_option("--audio", *how, "audio of HTML pages: embed, link, copy (beside them), none")
+        ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
+        ->type_name("HOW");
+}
+
+void refuse_format(const std::string &name, const parley_format *(*at)(int32_t)) {
+    std::vector<std::string> known;
+    for (int32_t i = 0; const parley_format *one = at(i); i++) known.emplace_back(one->name);
+    throw CLI::ValidationError("unknown format " + name + suggestion(name, known));
+}
+
 std::vector<const parley_format *> formats_named(const std::vector<std::string> &names) {
     std::vector<const parley_format *> formats;
     for (const std::string &name : names) {
         const parley_format *format = find_format(name);
         if (!format) format = find_format_of_files(name);
-        if (!format) {
-            std::vector<std::string> known;
-            for (int32_t i = 0; const parley_format *one = parley_format_at(i); i++)
-                known.emplace_back(one->name);
-            throw CLI::ValidationError("unknown format " + name + suggestion(name, known));
-        }
+        if (!format) refuse_format(name, parley_format_at);
         formats.push_back(format);
     }
     return formats;

@@ -40,6 +40,12 @@ private:
 // The files that most commands take beside recordings: --voices and --model.
 void define_files(CLI::App *app, std::string *voices, std::string *model);
 
+// --audio: how HTML pages have their sound.
+CLI::Option *define_audio(CLI::App *app, std::string *how);
+
+// Throws CLI::ValidationError with what may have been meant by a name that a table of formats lacks.
+[[noreturn]] void refuse_format(const std::string &name, const parley_format *(*at)(int32_t));
+
 // Formats by their names or by the extensions of their files. Throws CLI::ValidationError with what may have
 // been meant.
 std::vector<const parley_format *> formats_named(const std::vector<std::string> &names);

@@ -6,9 +6,7 @@
 
 #include "commands.h"
 #include "documents.h"
-#include "files.h"
 #include "model.h"
-#include "suggestion.h"
 #include "system.h"
 #include "terminal.h"
 #include "transcripts.h"
@@ -19,7 +17,7 @@ namespace converting {
 namespace {
 
 struct arguments {
-    std::string file, format, output, recording, audio = "auto", color = "auto", model;
+    std::string file, format, output, recording, audio = "auto", model;
     bool without_words = false;
 };
 
@@ -51,22 +49,17 @@ int run(const arguments &a) {
     const bool on_terminal = a.output.empty() && is_terminal(out);
     const auto [format, of_words] = choose(a, result.get(), on_terminal);
     const std::string recording = a.recording.empty() ? recording_of(result.get(), a.file) : a.recording;
-    const bool is_drawn = is_page(*format) || !is_for_terminals(*format);
-    if (!recording.empty() && (is_drawn || refers_to_audio(*format))) {
-        const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
+    check_terminal(*format, a.output, out);
+    const bool needs_sound = !of_words && (!is_for_terminals(*format) || refers_to_audio(*format));
+    if (!recording.empty() && needs_sound) {
+        const diarizer_ptr diarizer = open_given_model(a.model);
         read_sound(diarizer.get(), recording, result.get());
         link_audio(is_page(*format) ? a.audio : "link", recording, a.output, result.get());
     }
-    if (of_words) {
-        char *text = nullptr;
-        size_t size = 0;
-        check(parley_write_words(result.get(), format->name, &text, &size));
-        const text_ptr owned(text);
-        put_document({text, size}, format, a.output, out);
-    } else {
-        const parley_terminal terminal = on_terminal ? terminal_of(out, a.color) : parley_terminal{0, 0};
-        put_document(write(result.get(), format->name, terminal), format, a.output, out);
-    }
+    const parley_terminal terminal = on_terminal ? terminal_of(out, "auto") : parley_terminal{0, 0};
+    put_document(
+        of_words ? write_words(result.get(), format->name) : write(result.get(), format->name, terminal),
+        a.output, out);
     close_standard_output(out);
     return EXIT_SUCCESS;
 }
@@ -86,9 +79,7 @@ command convert_command(CLI::App *app) {
     app->add_option("-o,--output", a->output, "file to write (standard output)")->type_name("FILE");
     app->add_option("--recording", a->recording, "the recording, for pages (the one that RESULT names)")
         ->type_name("FILE");
-    app->add_option("--audio", a->audio, "audio of HTML pages: embed, link, copy (beside them), none")
-        ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
-        ->type_name("HOW");
+    define_audio(app, &a->audio);
     app->add_flag("--without-words", a->without_words, "segments alone");
     app->add_option("-m,--model", a->model, "model file ($PARLEY_MODEL)")->type_name("FILE");
     return [a] { return run(*a); };

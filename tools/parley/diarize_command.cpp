@@ -55,10 +55,7 @@ void define(CLI::App *app, arguments *a) {
         ->type_name("NAME,...");
     app->add_option("-o,--output-dir", a->output_dir, "folder for the results, or file for a single one")
         ->type_name("DIR");
-    app->add_option("--audio", a->audio, "audio of HTML pages: embed, link, copy (beside them), none")
-        ->check(CLI::IsMember({"auto", "embed", "link", "copy", "none"}).description(""))
-        ->type_name("HOW")
-        ->group(MORE_OPTIONS);
+    define_audio(app, &a->audio)->group(MORE_OPTIONS);
     app->add_flag("--resume", a->resume, "skip recordings whose results are up to date")->group(MORE_OPTIONS);
     a->options.define(app, {"speakers", "min-speakers", "max-speakers", "names", "sensitivity", "jobs"});
     app->add_option("--max-input", a->max_input, "limit on standard input and pipes (8G)")
@@ -326,10 +323,7 @@ int run(const CLI::App &app, arguments *a) {
     if (!a->output_dir.empty()) settle_output_file(recordings.size(), a, &formats);
     if (a->model.empty()) a->model = find_model();
     std::FILE *out = take_standard_output();
-    if (a->output_dir.empty() && is_terminal(out) && !formats.empty() && !is_for_terminals(*formats.front()))
-        throw CLI::ValidationError(std::string(formats.front()->name) +
-                                   " is nothing for a terminal: -o FILE" + formats.front()->extension +
-                                   " writes it");
+    if (!formats.empty()) check_terminal(*formats.front(), a->output_dir, out);
     if (formats.empty())
         formats.push_back(find_format(a->output_dir.empty() && is_terminal(out) ? "table" : "text"));
     const size_t failed = batch(*a, formats, recordings, out).run();

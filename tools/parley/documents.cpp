@@ -74,12 +74,14 @@ const parley_format *find_transcript_format(const std::string &name, const std::
     return nullptr;
 }
 
-void put_document(const std::string &text, const parley_format *format, const std::string &output,
-                  std::FILE *out) {
+void check_terminal(const parley_format &format, const std::string &output, std::FILE *out) {
+    if (output.empty() && is_terminal(out) && !is_for_terminals(format))
+        throw CLI::ValidationError(std::string(format.name) + " is nothing for a terminal: -o FILE" +
+                                   format.extension + " writes it");
+}
+
+void put_document(const std::string &text, const std::string &output, std::FILE *out) {
     if (!output.empty()) return write_atomically(output, text);
-    if (format && is_terminal(out) && !is_for_terminals(*format))
-        throw CLI::ValidationError(std::string(format->name) + " is nothing for a terminal: -o FILE" +
-                                   format->extension + " writes it");
     show(out, text);
 }
 

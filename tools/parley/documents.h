@@ -32,10 +32,11 @@ bool is_for_terminals(const parley_format &format);
 // The format of a transcript by its name, or by the name of the file that it goes to; null for neither.
 const parley_format *find_transcript_format(const std::string &name, const std::string &output);
 
-// Writes a text to a file, or to standard output where `output` is "". Throws CLI::ValidationError for what
-// is nothing for a terminal, `format` may be null.
-void put_document(const std::string &text, const parley_format *format, const std::string &output,
-                  std::FILE *out);
+// Throws CLI::ValidationError where a format that is nothing for a terminal would go to one: `output` is "".
+void check_terminal(const parley_format &format, const std::string &output, std::FILE *out);
+
+// Writes a text to a file, or to standard output where `output` is "".
+void put_document(const std::string &text, const std::string &output, std::FILE *out);
 
 }  // namespace parley
 

@@ -52,6 +52,14 @@ inline std::string write(const parley_result *result, const std::string &format,
     return text;
 }
 
+inline std::string write_words(const parley_result *result, const char *format) {
+    char *text = nullptr;
+    size_t size = 0;
+    check(parley_write_words(result, format, &text, &size));
+    const text_ptr owned(text);
+    return {text, size};
+}
+
 // Null if there is none of that name.
 inline const parley_format *find_format(std::string_view name) {
     for (int32_t i = 0; const parley_format *format = parley_format_at(i); i++)

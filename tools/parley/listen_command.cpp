@@ -149,7 +149,7 @@ int run(const arguments &a) {
     std::FILE *out = take_standard_output();
     const parley_terminal terminal = terminal_of(out, a.color);
     const bool draws = !a.lines && is_terminal(out) && !is_dumb_terminal();
-    const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
+    const diarizer_ptr diarizer = open_given_model(a.model);
 #if defined(SIGPIPE)
     std::signal(SIGPIPE, SIG_IGN);  // of a decoder that has ended
 #endif

@@ -18,4 +18,8 @@ std::string find_model() {
     return PARLEY_SOURCE_MODEL;
 }
 
+diarizer_ptr open_given_model(const std::string &path) {
+    return open_model(path.empty() ? find_model() : path);
+}
+
 }  // namespace parley

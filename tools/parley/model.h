@@ -5,10 +5,15 @@
 
 #include <string>
 
+#include "library.h"
+
 namespace parley {
 
 // $PARLEY_MODEL, the installed model, or the source tree's.
 std::string find_model();
+
+// The model of that name, or find_model's for "".
+diarizer_ptr open_given_model(const std::string &path);
 
 }  // namespace parley
 

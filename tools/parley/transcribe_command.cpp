@@ -63,6 +63,7 @@ int run(arguments *a) {
     const parley_format *chosen = a->options.chosen_format();
     if (!chosen) chosen = find_transcript_format("text", "");
     std::FILE *out = take_standard_output();
+    check_terminal(*chosen, a->options.output, out);
     // Recognizers run in groups of their own, which an interruption of this program does not reach.
     for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { was_interrupted = 1; });
     progress_line progress(1, 1, !a->quiet && is_terminal(stderr) && !is_dumb_terminal());

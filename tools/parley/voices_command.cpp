@@ -104,7 +104,7 @@ std::vector<known_sample> samples_of(const std::string &voices) {
 
 int add(const arguments &a) {
     const std::string before = read_voices_file(a.file);
-    const diarizer_ptr diarizer = open_model(a.model.empty() ? find_model() : a.model);
+    const diarizer_ptr diarizer = open_given_model(a.model);
     parley_result *made = nullptr;
     parley_options options;
     parley_options_init(&options);

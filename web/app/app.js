@@ -79,17 +79,17 @@ async function openFiles(files) {
 
 // Names that somebody gave go to who speaks most of the time when they did; segments that were corrected by hand keep their speaker.
 function carryOver(before, result) {
-  const shared = (from, to) => (s) => Math.max(0, Math.min(to, s.end) - Math.max(from, s.start));
+  const shared = (a, b) => Math.max(0, Math.min(a.end, b.end) - Math.max(a.start, b.start));
   const taken = new Set();
   for (const name of result.names) {
     const own = result.segments.filter((s) => s.speaker === name);
     const talk = before.names.map((old) => [old, before.segments.filter((s) => s.speaker === old)
-      .reduce((sum, s) => sum + own.reduce((all, o) => all + shared(s.start, s.end)(o), 0), 0)]);
+      .reduce((sum, s) => sum + own.reduce((all, o) => all + shared(s, o), 0), 0)]);
     const [old, seconds] = talk.reduce((best, one) => (one[1] > best[1] ? one : best), ["", 0]);
     if (seconds > 0 && !/^speaker \d+$/.test(old) && !taken.has(old)) taken.add(old), result.rename(name, old);
   }
   for (const pinned of before.segments.filter((s) => s.edited)) {
-    const inside = result.segments.map((s, i) => [s, i]).filter(([s]) => shared(pinned.start, pinned.end)(s) > (s.end - s.start) / 2).map(([, i]) => i);
+    const inside = result.segments.map((s, i) => [s, i]).filter(([s]) => shared(pinned, s) > (s.end - s.start) / 2).map(([, i]) => i);
     if (inside.length) result.assign(inside, pinned.speaker);
   }
 }

@@ -5,6 +5,7 @@
 class ParleyChanges {
   #result;
   #say;
+  #formats; // name: {label, extension, type, write}
 
   // say(text): tells the user something.
   constructor(result, say) {
@@ -17,10 +18,12 @@ class ParleyChanges {
     this.discard = parleyButton("Discard all changes", () => result.discard());
     this.kept = parleyElement("span", "hint");
     this.kept.setAttribute("role", "status");
-    const formats = Object.entries(PARLEY_WRITERS).map(([name, { label }]) => [name, label]);
-    const transcripts = Object.entries(PARLEY_TRANSCRIPTS).map(([name, { label }]) => [`words-${name}`, `Transcript: ${label}`]);
-    const page = document.getElementById("data") ? [["page", "Page (HTML)"]] : [];
-    this.format = parleySelect("Format of the file", [...(result.original.words.length ? transcripts : []), ...formats, ...page]);
+    const transcripts = Object.entries(PARLEY_TRANSCRIPTS).map(([name, format]) =>
+      [`words-${name}`, { ...format, label: `Transcript: ${format.label}` }]);
+    const page = ["page", { label: "Page (HTML)", extension: ".html", type: "text/html", write: parleyPage }];
+    this.#formats = new Map([...(result.original.words.length ? transcripts : []), ...Object.entries(PARLEY_WRITERS),
+                             ...(document.getElementById("data") ? [page] : [])]);
+    this.format = parleySelect("Format of the file", [...this.#formats].map(([name, { label }]) => [name, label]));
     const file = parleyElement("input");
     Object.assign(file, { type: "file", accept: ".json,.rttm", hidden: true });
     file.addEventListener("change", () => file.files.length && this.open(file.files[0]));
@@ -46,13 +49,12 @@ class ParleyChanges {
 
   // A text, or bytes.
   write(name) {
-    if (name === "page") return parleyPage(this.#result);
-    return (name.startsWith("words-") ? PARLEY_TRANSCRIPTS[name.slice(6)] : PARLEY_WRITERS[name]).write(this.#result);
+    return this.#formats.get(name).write(this.#result);
   }
 
   save(name) {
-    const { extension } = name === "page" ? { extension: ".html" } : name.startsWith("words-") ? PARLEY_TRANSCRIPTS[name.slice(6)] : PARLEY_WRITERS[name];
-    parleySave(this.#result.data.recording + extension, name === "page" ? "text/html" : "text/plain", this.write(name));
+    const { extension, type = "text/plain" } = this.#formats.get(name);
+    parleySave(this.#result.data.recording + extension, type, this.write(name));
     if (name !== "json" && name !== "page") return; // others do not hold everything
     this.#result.saved();
     this.update();

@@ -57,14 +57,7 @@ class ParleyPeople {
     bar.append(fill);
     const merge = parleySelect(`Merge ${speaker.name} into`, [["", "is really …"],
       ...speakers.filter((s) => s !== speaker).map((s) => [s.name, s.name])]);
-    let byKeys = false;
-    const take = () => merge.value && this.#result.rename(speaker.name, merge.value);
-    merge.addEventListener("keydown", ({ key }) => {
-      byKeys = true;
-      if (key === "Enter") take();
-    });
-    merge.addEventListener("pointerdown", () => { byKeys = false; });
-    merge.addEventListener("change", () => byKeys || take());
+    parleyOnChoice(merge, () => merge.value && this.#result.rename(speaker.name, merge.value));
     merge.disabled = speakers.length < 2;
     item.append(name, bar, parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`), merge);
     return item;

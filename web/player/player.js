@@ -17,6 +17,23 @@ function parleySelect(label, options) {
   return select;
 }
 
+// Calls `take` when something is chosen: by a pointer at once, with the keyboard once Enter is pressed, not on every arrow, and if `atLeaving`
+// when the field is left.
+function parleyOnChoice(select, take, atLeaving = false) {
+  let byKeys = false;
+  const done = () => {
+    byKeys = false;
+    take();
+  };
+  select.addEventListener("keydown", ({ key }) => {
+    byKeys = true;
+    if (key === "Enter") done();
+  });
+  select.addEventListener("pointerdown", () => { byKeys = false; });
+  select.addEventListener("change", () => byKeys || done());
+  if (atLeaving) select.addEventListener("blur", () => byKeys && select.isConnected && done());
+}
+
 function parleySave(name, type, content) {
   const link = document.createElement("a");
   link.href = URL.createObjectURL(new Blob([content], { type }));

@@ -35,25 +35,17 @@ class ParleyTools {
     if (focused) fields[focused]?.focus({ preventScroll: true });
   }
 
-  // With the keyboard a name counts once Enter is pressed or the field is left, not on every arrow.
   #speakers(segment) {
     const who = parleySelect("Speaker of the segment", [...this.#result.names.map((name) => [name, name]), ["", "someone else …"]]);
     who.value = segment.speaker;
-    let byKeys = false;
-    const take = () => {
-      byKeys = false;
+    parleyOnChoice(who, () => {
       if (who.value === segment.speaker) return;
       const name = who.value || prompt("Name of the speaker", "");
       if (!name || !this.#result.assign(this.#chosen, name)) who.value = segment.speaker;
-    };
+    }, true);
     who.addEventListener("keydown", ({ key }) => {
-      byKeys = true;
-      if (key === "Enter") take();
       if (key === "Escape") who.value = segment.speaker;
     });
-    who.addEventListener("pointerdown", () => { byKeys = false; });
-    who.addEventListener("change", () => byKeys || take());
-    who.addEventListener("blur", () => byKeys && who.isConnected && take());
     return who;
   }
 

@@ -130,10 +130,6 @@ struct attribute_list_deleter {
     }
 };
 
-}  // namespace
-
-namespace {
-
 // A program with these handles for input, output and errors, and no others, which children of other threads
 // may be waiting for. Null where it cannot be started.
 handle_ptr start_program(const std::vector<std::string> &words, const std::array<HANDLE, 3> &streams) {
