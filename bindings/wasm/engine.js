@@ -89,7 +89,7 @@ function shown(result) {
 function withOptions(name, options, work) {
   const record = core._malloc(OPTIONS_SIZE), out = core._malloc(4);
   try {
-    core._parley_options_init(record);
+    core._parley_options_init(record, OPTIONS_SIZE);
     return withTexts([name, ...options.flat()], (recording, ...pairs) => {
       for (let i = 0; i < pairs.length; i += 2) check(core._parley_options_set(record, pairs[i], pairs[i + 1]));
       return work(recording, record, out);

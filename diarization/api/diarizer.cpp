@@ -202,6 +202,7 @@ clustering_result diarizer::find(const frames &all, const parley_options &option
 void diarizer::find_again(kept_embeddings *kept, const parley_options &options,
                           const progress_function &progress, diarization *result) {
     const clustering_policy policy = policy_of(options, engine_.own_thresholds());
+    const std::lock_guard lock(kept->mutex);
     if (!kept->search || kept->search->policy() != policy)
         kept->search = std::make_unique<speaker_search>(&engine_, kept->rows.view(), policy, progress);
     const clustering_result found = kept->search->find(&engine_, options.min_speakers, options.max_speakers);
@@ -333,8 +334,7 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
         samples = read_any(&engine_, read_request(path, options, progress, &waveform), &result.note);
     }
     take_sound(samples, waveform, &result);
-    result.kept =
-        std::make_shared<kept_embeddings>(kept_embeddings{engine_.embed(&samples, path, progress), {}});
+    result.kept = std::make_shared<kept_embeddings>(engine_.embed(&samples, path, progress));
     find_again(result.kept.get(), options, progress, &result);
     if (options.keep_embeddings == 0) result.kept.reset();
     return result;

@@ -5,6 +5,8 @@
 #define PARLEY_DIARIZER_H
 
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -24,10 +26,13 @@ struct given_samples {
     int32_t rate;  // Hz
 };
 
-// A recording's embeddings, and how far the search for its speakers has come.
+// A recording's embeddings, and how far the search for its speakers has come, which results of one recording
+// share whatever threads they are on.
 struct kept_embeddings {
-    embeddings rows;
-    std::unique_ptr<speaker_search> search;
+    explicit kept_embeddings(embeddings of_recording) : rows(std::move(of_recording)) {}
+    const embeddings rows;
+    std::mutex mutex{};  // of what follows
+    std::unique_ptr<speaker_search> search{};
 };
 
 class diarizer {

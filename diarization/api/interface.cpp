@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -51,6 +52,18 @@ void fill(const scratch_file &file, const void *data, size_t size) {
         throw diarization_error(PARLEY_FAILED, file.path() + ": cannot be written");
 }
 
+std::string find_model() {
+    if (const char *path = std::getenv("PARLEY_MODEL"); path && *path) return path;
+    const std::filesystem::path library = path_of(library_path());
+    for (const char *folder : {".", "../share/parley", "../../share/parley"}) {  // lib may have folders in it
+        const std::filesystem::path model = library.parent_path() / folder / "parley.zx";
+        std::error_code error;
+        if (!library.empty() && std::filesystem::exists(model, error))
+            return text_of(model.lexically_normal());
+    }
+    throw diarization_error(PARLEY_MISSING, "no model parley.zx is installed: name one, or set PARLEY_MODEL");
+}
+
 void name_recording(const std::string &path, diarization *result) {
     result->path = path;
     result->recording = path == "-" ? "stdin" : stem_of(path);
@@ -64,15 +77,7 @@ void check_channels(int32_t num_channels) {
 }  // namespace
 
 parley_options known_options(const parley_options *given) {
-    parley_options options;
-    init_options(&options);
-    if (!given) return options;
-    require(given->size >= offsetof(parley_options, max_speakers) && given->size < 4096,
-            "options were not made by parley_options_init");
-    const size_t own = options.size;
-    std::memcpy(static_cast<void *>(&options), given, std::min(own, given->size));
-    options.size = own;
-    return options;
+    return known_record(default_options(), given);
 }
 
 progress_function rising(parley_progress progress, void *context) {
@@ -138,8 +143,8 @@ const char *parley_version(void) {
     return PARLEY_PROJECT_VERSION;
 }
 
-void parley_options_init(parley_options *options) {
-    if (options) init_options(options);
+void parley_options_init(parley_options *options, size_t size) {
+    fill_record(default_options(), size, options);
 }
 
 const parley_option *parley_option_at(int32_t index) {
@@ -149,7 +154,11 @@ const parley_option *parley_option_at(int32_t index) {
 parley_status parley_options_set(parley_options *options, const char *name, const char *value) {
     return guarded([&] {
         require(options && name && value, "an option, its name or its value is missing");
-        set_option(options, name, value);
+        parley_options changed = known_options(options);
+        set_option(&changed, name, value);
+        const size_t size = options->size;
+        std::memcpy(static_cast<void *>(options), &changed, std::min(size, sizeof(changed)));
+        options->size = size;
     });
 }
 
@@ -157,11 +166,19 @@ parley_status parley_options_check(const parley_options *options) {
     return guarded([&] { check_options(known_options(options)); });
 }
 
+parley_status parley_find_model(char **path) {
+    return guarded([&] {
+        require(path, "the place for the path is missing");
+        *path = nullptr;
+        *path = copied(find_model());
+    });
+}
+
 parley_status parley_open(const char *model_path, parley_diarizer **diarizer) {
     return guarded([&] {
-        require(model_path && diarizer, "a model's path or the place for the diarizer is missing");
+        require(diarizer, "the place for the diarizer is missing");
         *diarizer = nullptr;
-        *diarizer = new parley_diarizer(model_path);
+        *diarizer = new parley_diarizer(model_path ? model_path : find_model());
     });
 }
 

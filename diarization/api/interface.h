@@ -4,6 +4,8 @@
 #ifndef PARLEY_INTERFACE_H
 #define PARLEY_INTERFACE_H
 
+#include <algorithm>
+#include <cstring>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -23,7 +25,30 @@ struct parley_result {
     diarization inner;
 };
 
-// A later version's record is longer than this one's, an earlier one's shorter.
+// Records that tell their size are longer in later versions than here, and shorter in earlier ones.
+inline constexpr size_t LARGEST_RECORD = 4096;  // bytes; what says more was never filled
+
+// Fills a caller's record of `size` bytes with defaults, of as many fields as it has.
+template <class Record>
+void fill_record(const Record &defaults, size_t size, Record *record) {
+    if (!record || size < sizeof(defaults.size) || size > LARGEST_RECORD) return;
+    std::memset(static_cast<void *>(record), 0, size);
+    std::memcpy(static_cast<void *>(record), &defaults, std::min(size, sizeof(defaults)));
+    record->size = size;
+}
+
+// A caller's record as far as it goes, and defaults for the rest; null: defaults alone.
+template <class Record>
+Record known_record(Record defaults, const Record *given) {
+    if (!given) return defaults;
+    const size_t own = defaults.size;
+    require(given->size >= sizeof(own) && given->size <= LARGEST_RECORD,
+            "a record was not filled by its _init");
+    std::memcpy(static_cast<void *>(&defaults), given, std::min(own, given->size));
+    defaults.size = own;
+    return defaults;
+}
+
 parley_options known_options(const parley_options *given);
 
 // A share that never falls, for a caller who may want to stop.

@@ -13,7 +13,9 @@
 
 namespace {
 
-constexpr double NEAR_TURN = 1;         // seconds
+constexpr double NEAR_TURN = 1;  // seconds
+constexpr parley_transcription DEFAULT_TRANSCRIPTION = {
+    sizeof(DEFAULT_TRANSCRIPTION), "pocketsphinx", nullptr, 0, 0, 0, PARLEY_WORDS_WHOLE_SENTENCES, NEAR_TURN};
 constexpr double AFTER_LAST_TURN = 60;  // seconds in which others than those of the turns may speak
 
 speakers_over_time speakers_of(const diarization &result, double reach) {
@@ -70,8 +72,8 @@ const parley_recognizer *parley_recognizer_at(int32_t index) {
     return entry_at(known_recognizers(), index);
 }
 
-void parley_transcription_init(parley_transcription *how) {
-    if (how) *how = {sizeof(*how), "pocketsphinx", nullptr, 0, 0, 0, PARLEY_WORDS_WHOLE_SENTENCES, NEAR_TURN};
+void parley_transcription_init(parley_transcription *how, size_t size) {
+    fill_record(DEFAULT_TRANSCRIPTION, size, how);
 }
 
 parley_status parley_transcribe(parley_diarizer *diarizer, parley_result *result, const char *path,
@@ -79,10 +81,7 @@ parley_status parley_transcribe(parley_diarizer *diarizer, parley_result *result
                                 parley_progress progress, void *context) {
     return guarded([&] {
         require(diarizer && result && path, "a diarizer, a result or a path is missing");
-        parley_transcription how;
-        parley_transcription_init(&how);
-        if (given) how = *given;
-        require(how.size == sizeof(how), "a transcription was not made by parley_transcription_init");
+        const parley_transcription how = known_record(DEFAULT_TRANSCRIPTION, given);
         require(how.recognizer && how.num_arguments >= 0 && (how.arguments || how.num_arguments == 0),
                 "a recognizer or its arguments are missing");
         require(how.time_limit >= 0, "the time limit is 0 s or more");

@@ -124,14 +124,15 @@ constexpr entry PROGRAM_ENTRIES[] = {
 
 }  // namespace
 
-void init_options(parley_options *options) {
-    *options = {};
-    options->size = sizeof(*options);
-    for (double &t : options->thresholds) t = -1;
-    options->refine = 1;
-    options->sensitivity = 0.5;
-    options->jobs = 1;
-    options->speaker_prefix = "speaker ";
+parley_options default_options() {
+    parley_options options{};
+    options.size = sizeof(options);
+    for (double &t : options.thresholds) t = -1;
+    options.refine = 1;
+    options.sensitivity = 0.5;
+    options.jobs = 1;
+    options.speaker_prefix = "speaker ";
+    return options;
 }
 
 const parley_option *option_at(int32_t index) {

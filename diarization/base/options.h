@@ -5,7 +5,7 @@
 
 #include "parley.h"
 
-void init_options(parley_options *options);
+parley_options default_options();
 const parley_option *option_at(int32_t index);
 void set_option(parley_options *options, const char *name, const char *value);
 

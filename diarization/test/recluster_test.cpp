@@ -20,7 +20,7 @@ const std::string MODEL = std::string(PARLEY_SOURCE_DIR) + "/models/parley.zx";
 class asking_again : public testing::Test {
 protected:
     asking_again() : owner_(MODEL) {
-        init_options(&options_);
+        options_ = default_options();
         options_.confidence = 1;
         const zx_parley_samples_t read = owner_.own_engine()->read_samples(
             std::string(PARLEY_SOURCE_DIR) + "/examples/three-voices.wav", nullptr);

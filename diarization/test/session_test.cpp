@@ -18,7 +18,7 @@ const std::string FOLDER = PARLEY_SOURCE_DIR;
 
 class listening : public testing::Test {
 protected:
-    listening() : owner_(FOLDER + "/models/parley.zx") { init_options(&options_); }
+    listening() : owner_(FOLDER + "/models/parley.zx") { options_ = default_options(); }
 
     std::vector<int16_t> example() {
         const progress_function unwatched;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Who spoke when, in C, with progress; Ctrl+C cancels: diarize MODEL AUDIO */
+/* Who spoke when, in C, with progress; Ctrl+C cancels: diarize AUDIO */
 #include <parley.h>
 #include <signal.h>
 #include <stdio.h>
@@ -18,16 +18,16 @@ static int show_progress(void *context, double done) {
 }
 
 int main(int argc, char **argv) {
-    if (argc != 3) {
-        fprintf(stderr, "usage: diarize MODEL AUDIO\n");
+    if (argc != 2) {
+        fprintf(stderr, "usage: diarize AUDIO\n");
         return 2;
     }
     signal(SIGINT, cancel);
     parley_diarizer *diarizer = NULL;
     parley_result *result = NULL;
-    parley_status status = parley_open(argv[1], &diarizer);
+    parley_status status = parley_open(NULL, &diarizer);
     if (status == PARLEY_OK)
-        status = parley_diarize_file(diarizer, argv[2], NULL, show_progress, NULL, &result);
+        status = parley_diarize_file(diarizer, argv[1], NULL, show_progress, NULL, &result);
     if (status != PARLEY_OK) fprintf(stderr, "\n%s\n", parley_message());
     for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
         const parley_segment s = parley_result_segment(result, i);

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Who said what, from a recognizer's transcript with times: words MODEL AUDIO TRANSCRIPT */
+/* Who said what, from a recognizer's transcript with times: words AUDIO TRANSCRIPT */
 #include <parley.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -22,26 +22,20 @@ static char *read_file(const char *path, size_t *size) {
 }
 
 int main(int argc, char **argv) {
-    if (argc != 4) {
-        fprintf(stderr, "usage: words MODEL AUDIO TRANSCRIPT\n");
+    if (argc != 3) {
+        fprintf(stderr, "usage: words AUDIO TRANSCRIPT\n");
         return 2;
     }
     size_t size = 0;
-    char *transcript = read_file(argv[3], &size), *text = NULL;
-    parley_turn turns[10000];
-    int32_t num_turns = 0;
+    char *transcript = read_file(argv[2], &size), *text = NULL;
     parley_diarizer *diarizer = NULL;
     parley_result *result = NULL;
-    parley_status status = parley_open(argv[1], &diarizer);
-    if (status == PARLEY_OK) status = parley_diarize_file(diarizer, argv[2], NULL, NULL, NULL, &result);
-    for (; num_turns < parley_result_num_segments(result) && num_turns < 10000; num_turns++) {
-        const parley_segment s = parley_result_segment(result, num_turns);
-        turns[num_turns].start = s.start;
-        turns[num_turns].end = s.end;
-        turns[num_turns].speaker = parley_result_speaker(result, s.speaker).name;
-    }
+    parley_status status = parley_open(NULL, &diarizer);
+    if (status == PARLEY_OK) status = parley_diarize_file(diarizer, argv[1], NULL, NULL, NULL, &result);
     if (status == PARLEY_OK)
-        status = parley_assign(transcript ? transcript : "", size, turns, num_turns, 1, "text", &text, NULL);
+        status = parley_result_add_words(result, transcript ? transcript : "", size, 1,
+                                         PARLEY_WORDS_WHOLE_SENTENCES);
+    if (status == PARLEY_OK) status = parley_write_words(result, "text", &text, NULL);
     if (status == PARLEY_OK)
         fputs(text, stdout);
     else

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who speaks, while samples come: live MODEL < 16-bit mono samples at 16 kHz of this machine's byte order
+// Who speaks, while samples come: live < 16-bit mono samples at 16 kHz of this machine's byte order
 #include <array>
 #include <cstdint>
 #include <iostream>
 
 #include "owners.h"
 
-int main(int argc, char **argv) try {
-    if (argc != 2) throw std::runtime_error("usage: live MODEL < samples");
-    const owned<parley_diarizer> diarizer = open_model(argv[1]);
+int main(int argc, char **) try {
+    if (argc != 1) throw std::runtime_error("usage: live < samples");
+    const owned<parley_diarizer> diarizer = open_model();
     parley_session *begun = nullptr;
     check(parley_listen(diarizer.get(), "live", 1, 16000, nullptr, &begun));
     const owned<parley_session> session(begun);

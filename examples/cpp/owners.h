@@ -22,9 +22,10 @@ inline void check(parley_status status) {
     if (status != PARLEY_OK) throw std::runtime_error(parley_message());
 }
 
-inline owned<parley_diarizer> open_model(const char *path) {
+// The model that is installed with the library, or $PARLEY_MODEL.
+inline owned<parley_diarizer> open_model() {
     parley_diarizer *opened = nullptr;
-    check(parley_open(path, &opened));
+    check(parley_open(nullptr, &opened));
     return owned<parley_diarizer>(opened);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who speaks how much, in C++, from samples in memory: talk_time MODEL < 16-bit mono samples at 16 kHz
+// Who speaks how much, in C++, from samples in memory: talk_time < 16-bit mono samples at 16 kHz
 #include <cstdint>
 #include <iostream>
 #include <iterator>
@@ -8,9 +8,9 @@
 
 #include "owners.h"
 
-int main(int argc, char **argv) try {
-    if (argc != 2) throw std::runtime_error("usage: talk_time MODEL < samples");
-    const owned<parley_diarizer> diarizer = open_model(argv[1]);
+int main(int argc, char **) try {
+    if (argc != 1) throw std::runtime_error("usage: talk_time < samples");
+    const owned<parley_diarizer> diarizer = open_model();
     const std::string bytes{std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
     std::vector<int16_t> samples(bytes.size() / 2);
     for (size_t i = 0; i < samples.size(); i++) {

@@ -6,7 +6,7 @@
  *
  *     parley_diarizer *diarizer = NULL;
  *     parley_result *result = NULL;
- *     if (parley_open("parley.zx", &diarizer) == PARLEY_OK &&
+ *     if (parley_open(NULL, &diarizer) == PARLEY_OK &&
  *         parley_diarize_file(diarizer, "meeting.wav", NULL, NULL, NULL, &result) == PARLEY_OK) {
  *         for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
  *             parley_segment s = parley_result_segment(result, i);
@@ -27,7 +27,7 @@
  * C99.
  *
  * Within a major version no function goes away or changes its arguments, and no record its layout, but that
- * parley_options, which tells its size, grows at the end; what is new comes as new functions. All that is
+ * parley_options and parley_transcription, which tell their sizes, grow at the end; what is new comes as new functions. All that is
  * here is there since 1.0.
  */
 #ifndef PARLEY_DIARIZATION_H
@@ -93,7 +93,7 @@ enum {
 
 /* What can be asked of a run. parley_options_init fills in the defaults, which each field's comment names. */
 typedef struct {
-    size_t size; /* of this record, set by parley_options_init: later versions add fields at the end */
+    size_t size;          /* of this record, as the caller knows it: later versions add fields at the end */
     int32_t min_speakers; /* at least that many speakers, 0 to 1000 (0) */
     int32_t max_speakers; /* at most that many, 0 to 1000; 0: as many as are found (0) */
     double thresholds[4]; /* offline, prune, segment, background: cosine distances from 0 to 1; a negative
@@ -114,7 +114,8 @@ typedef struct {
     int32_t keep_embeddings; /* the result keeps what parley_recluster takes, 8 kB a second: 1; not: 0 (0) */
 } parley_options;
 
-PARLEY_API void parley_options_init(parley_options *options);
+/* `size`: sizeof(parley_options), or that of a larger block, of which nothing else is written. */
+PARLEY_API void parley_options_init(parley_options *options, size_t size);
 
 /* An option as programs offer it: parley_options_set takes its name and a text. */
 typedef struct {
@@ -145,8 +146,13 @@ typedef int (*parley_progress)(void *context, double done);
 typedef struct parley_diarizer parley_diarizer; /* a model, ready for any number of recordings */
 typedef struct parley_result parley_result;     /* the result about one */
 
-/* Loads a model file; the caller closes the diarizer. PARLEY_MISSING, PARLEY_UNREADABLE, PARLEY_INVALID,
- * PARLEY_OUT_OF_MEMORY; *diarizer is null then. */
+/* The model that goes with this library: the file that $PARLEY_MODEL names, or else parley.zx beside the
+ * library or in share/parley of the folder that it is installed in. Into a new block, released with
+ * parley_free. PARLEY_MISSING where there is none; *path is null then. */
+PARLEY_API PARLEY_CHECKED parley_status parley_find_model(char **path);
+
+/* Loads a model file, parley_find_model's for null; the caller closes the diarizer. PARLEY_MISSING,
+ * PARLEY_UNREADABLE, PARLEY_INVALID, PARLEY_OUT_OF_MEMORY; *diarizer is null then. */
 PARLEY_API PARLEY_CHECKED parley_status parley_open(const char *model_path, parley_diarizer **diarizer);
 
 /* The same of a model's bytes in memory, which are not needed afterwards. */
@@ -233,9 +239,8 @@ typedef struct {
 /* The same recording once more with other options, without reading it or running the network again: number of
  * speakers, sensitivity, names, segments. `result` was made with keep_embeddings by a diarizer of the same
  * model; it stays as it is, and both share the embeddings. Another number of speakers alone takes a fraction
- * of a second for an hour. What is found is what diarizing the recording with these options finds. Not from
- * two threads at once for results of one recording. PARLEY_INVALID: options out of range, nothing was kept,
- * another model. */
+ * of a second for an hour. What is found is what diarizing the recording with these options finds.
+ * PARLEY_INVALID: options out of range, nothing was kept, another model. */
 PARLEY_API PARLEY_CHECKED parley_status parley_recluster(parley_diarizer *diarizer,
                                                          const parley_result *result,
                                                          const parley_options *options,
@@ -392,7 +397,7 @@ typedef struct {
 PARLEY_API const parley_recognizer *parley_recognizer_at(int32_t index);
 
 typedef struct {
-    size_t size;                  /* of this record, set by parley_transcription_init */
+    size_t size;                  /* of this record, as the caller knows it */
     const char *recognizer;       /* a name, or a command with {audio} in it ("pocketsphinx") */
     const char *const *arguments; /* for it, behind its own (null) */
     int32_t num_arguments;        /* (0) */
@@ -402,7 +407,8 @@ typedef struct {
     double reach;                 /* as of parley_result_add_words (1) */
 } parley_transcription;
 
-PARLEY_API void parley_transcription_init(parley_transcription *how);
+/* The defaults, as parley_options_init gives those of options. */
+PARLEY_API void parley_transcription_init(parley_transcription *how, size_t size);
 
 /* Adds the words of a recording to the result about it, by a recognizer that runs as a child process: on
  * pieces between pauses, of those that take one core `jobs` of the options at a time. `how`, `options` and

@@ -40,6 +40,28 @@ static void *read_file(const char *path, size_t *size) {
     return data;
 }
 
+/* Programs that were built with an earlier version have shorter records, and those with a later one longer
+ * ones. */
+static void keeps_to_the_size_of_records(void) {
+    struct {
+        parley_options options;
+        char behind[64];
+    } block;
+    const size_t shorter = offsetof(parley_options, jobs);
+    memset(&block, 0x55, sizeof(block));
+    parley_options_init(&block.options, shorter);
+    expect(parley_options_set(&block.options, "jobs", "3") == PARLEY_OK &&
+               parley_options_set(&block.options, "sensitivity", "0.25") == PARLEY_OK,
+           "options of a shorter record");
+    expect(block.options.sensitivity == 0.25 && block.options.jobs == 0x55555555,
+           "nothing is written behind a shorter record");
+    expect(parley_options_check(&block.options) == PARLEY_OK, "a shorter record has defaults for the rest");
+    parley_options_init(&block.options, sizeof(block));
+    expect(block.options.size == sizeof(block) && block.behind[0] == 0 && block.behind[63] == 0,
+           "a longer record");
+    expect(parley_options_check(&block.options) == PARLEY_OK, "options of a longer record");
+}
+
 /* Nothing that can be passed may end the process. */
 static void refuses_nonsense(parley_diarizer *diarizer) {
     static const int32_t numbers[] = {INT32_MIN, -44100, -1, 0, 1, 7999, 15999, INT32_MAX};
@@ -63,7 +85,7 @@ static void refuses_nonsense(parley_diarizer *diarizer) {
                "a number of channels that is none");
         expect(parley_listen(diarizer, "x", n, 16000, NULL, &session) == PARLEY_INVALID && !session,
                "a number of channels to listen to that is none");
-        parley_options_init(&options);
+        parley_options_init(&options, sizeof(options));
         options.jobs = options.min_speakers = options.max_speakers = n;
         options.sensitivity = options.pad = options.thresholds[0] = NAN;
         expect(parley_options_check(&options) == PARLEY_INVALID, "options that are none");
@@ -134,10 +156,14 @@ int main(int argc, char **argv) {
     expect(parley_open(argv[2], &none) == PARLEY_INVALID && !none, "no model");
     expect(strlen(parley_message()) > 10 && strlen(parley_details()) > 10, "messages");
     expect(parley_open(argv[1], &diarizer) == PARLEY_OK, "open");
+    expect(parley_find_model(&text) == (text ? PARLEY_OK : PARLEY_MISSING), "whether a model is installed");
+    parley_free(text);
+    text = NULL;
     expect(parley_open_memory(model, model_size, &copy) == PARLEY_OK, "open from memory");
     expect(parley_open_memory(model, model_size / 2, &none) == PARLEY_UNREADABLE && !none, "half a model");
 
-    parley_options_init(&options);
+    keeps_to_the_size_of_records();
+    parley_options_init(&options, sizeof(options));
     expect(parley_options_set(&options, "speakers", "2") == PARLEY_OK && options.min_speakers == 2 &&
                options.max_speakers == 2,
            "an option by name");

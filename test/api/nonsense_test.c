@@ -47,7 +47,8 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
     parley_diarizer *own = (parley_diarizer *) (uintptr_t) diarizer;
     parley_result *changed = (parley_result *) (uintptr_t) result;
     const parley_status statuses[] = {
-        parley_open(NULL, &opened),
+        parley_find_model(NULL),
+        parley_open(NULL, NULL),
         parley_open("x", NULL),
         parley_open_memory(NULL, 5, &opened),
         parley_open_memory("x", 1, NULL),
@@ -135,8 +136,8 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
            "what is asked of no result", 0);
     (void) parley_result_waveform(NULL, NULL, NULL);
     (void) parley_result_waveform(result, &count, &rate);
-    parley_options_init(NULL);
-    parley_transcription_init(NULL);
+    parley_options_init(NULL, 8);
+    parley_transcription_init(NULL, 8);
     parley_clock(1, NULL);
     parley_result_delete(NULL);
     parley_session_delete(NULL);
@@ -167,7 +168,7 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
                    "so many samples", n);
         }
         parley_options options;
-        parley_options_init(&options);
+        parley_options_init(&options, sizeof(options));
         options.jobs = options.channels = options.refine = options.via_ffmpeg = options.min_speakers = n;
         parley_result *made = NULL;
         drop(parley_diarize_samples(diarizer, samples, 1000, 1, 16000, "x", &options, NULL, NULL, &made),
@@ -208,7 +209,7 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
     for (size_t i = 0; i < COUNT(NUMBERS); i++) {
         const double x = NUMBERS[i];
         parley_options options;
-        parley_options_init(&options);
+        parley_options_init(&options, sizeof(options));
         options.sensitivity = options.pad = options.merge_gap = options.min_duration = options.max_duration =
             x;
         for (int t = 0; t < 4; t++) options.thresholds[t] = x;
@@ -240,7 +241,7 @@ static void with_numbers(parley_diarizer *diarizer, parley_result *result) {
         text = NULL;
         if (parley_result_assign(result, "a 1 0 1 x\n", 10, x, &text, NULL) == PARLEY_OK) parley_free(text);
         parley_transcription how;
-        parley_transcription_init(&how);
+        parley_transcription_init(&how, sizeof(how));
         how.time_limit = how.reach = x;
         how.recognizer = "no-such-recognizer {audio}";
         expect(parley_transcribe(diarizer, result, "x", &how, NULL, NULL, NULL) != PARLEY_OK, "transcribing",
@@ -257,7 +258,7 @@ static void with_texts(parley_diarizer *diarizer, parley_result *result) {
         parley_turn *turns = NULL;
         char *out = NULL;
         int32_t count = 0;
-        expect(parley_open(text, &opened) != PARLEY_OK && !opened, "a model", (double) i);
+        expect(!text || (parley_open(text, &opened) != PARLEY_OK && !opened), "a model", (double) i);
         expect(parley_open_memory(text, size, &opened) != PARLEY_OK && !opened, "a model in memory",
                (double) i);
         expect(parley_diarize_file(diarizer, text, NULL, NULL, NULL, &made) != PARLEY_OK && !made, "a file",
@@ -268,7 +269,7 @@ static void with_texts(parley_diarizer *diarizer, parley_result *result) {
         for (int32_t k = 0;; k++) {
             const parley_option *option = parley_option_at(k);
             parley_options options;
-            parley_options_init(&options);
+            parley_options_init(&options, sizeof(options));
             if (parley_options_set(&options, option ? option->name : text, text) == PARLEY_OK)
                 (void) !parley_options_check(&options);
             if (!option) break;

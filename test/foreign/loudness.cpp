@@ -12,7 +12,7 @@
 int main(int argc, char **argv) {
     if (argc != 4) return 2;
     parley_options options;
-    parley_options_init(&options);
+    parley_options_init(&options, sizeof(options));
     if (parley_options_set(&options, "via-ffmpeg", argv[3]) != PARLEY_OK) return 2;
     try {
         engine own(argv[1]);

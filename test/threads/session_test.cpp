@@ -67,7 +67,7 @@ TEST(threads, results_are_read_while_their_session_goes_on) {
     parley_diarizer *diarizer = nullptr;
     ASSERT_EQ(parley_open((FOLDER + "/models/parley.zx").c_str(), &diarizer), PARLEY_OK);
     parley_options options;
-    parley_options_init(&options);
+    parley_options_init(&options, sizeof(options));
     options.jobs = 4;
     parley_session *session = nullptr;
     ASSERT_EQ(parley_listen(diarizer, "x", 1, 16000, &options, &session), PARLEY_OK);
@@ -104,6 +104,38 @@ TEST(threads, results_are_read_while_their_session_goes_on) {
     for (std::thread &reader : readers) reader.join();
     parley_session_delete(session);
     parley_close(diarizer);
+}
+
+TEST(threads, results_of_one_recording_are_asked_again_side_by_side) {
+    const std::string model = FOLDER + "/models/parley.zx";
+    parley_diarizer *first = nullptr;
+    ASSERT_EQ(parley_open(model.c_str(), &first), PARLEY_OK);
+    parley_options options;
+    parley_options_init(&options, sizeof(options));
+    options.keep_embeddings = 1;
+    parley_result *result = nullptr;
+    ASSERT_EQ(parley_diarize_file(first, (FOLDER + "/examples/three-voices.wav").c_str(), &options, nullptr,
+                                  nullptr, &result),
+              PARLEY_OK);
+    std::vector<std::thread> askers;
+    for (int32_t speakers = 1; speakers <= 3; speakers++) {
+        askers.emplace_back([&model, result, speakers] {
+            parley_diarizer *own = nullptr;
+            ASSERT_EQ(parley_open(model.c_str(), &own), PARLEY_OK);
+            parley_options asked;
+            parley_options_init(&asked, sizeof(asked));
+            asked.min_speakers = asked.max_speakers = speakers;
+            asked.sensitivity = speakers == 1 ? 0.4 : 0.5;
+            parley_result *again = nullptr;
+            EXPECT_EQ(parley_recluster(own, result, &asked, &again), PARLEY_OK) << parley_message();
+            EXPECT_EQ(parley_result_num_speakers(again), speakers);
+            parley_result_delete(again);
+            parley_close(own);
+        });
+    }
+    for (std::thread &t : askers) t.join();
+    parley_result_delete(result);
+    parley_close(first);
 }
 
 }  // namespace

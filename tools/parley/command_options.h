@@ -17,7 +17,7 @@ namespace parley {
 class command_options {
 public:
     command_options() {
-        parley_options_init(&options_);
+        parley_options_init(&options_, sizeof(options_));
         options_.jobs = 0;
     }
     command_options(const command_options &) = delete;  // the options refer to the texts

@@ -9,7 +9,7 @@
 
 namespace parley {
 
-// $PARLEY_MODEL, the installed model, or the source tree's.
+// The library's, or the source tree's where none is installed.
 std::string find_model();
 
 // The model of that name, or find_model's for "".

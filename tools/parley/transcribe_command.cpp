@@ -46,7 +46,7 @@ result_ptr words_of(arguments *a, progress_line *progress) {
     std::vector<const char *> more;
     for (const std::string &argument : a->more) more.push_back(argument.c_str());
     parley_transcription how;
-    parley_transcription_init(&how);
+    parley_transcription_init(&how, sizeof(how));
     how.recognizer = a->recognizer.c_str();
     how.arguments = more.data();
     how.num_arguments = static_cast<int32_t>(more.size());

@@ -107,7 +107,7 @@ int add(const arguments &a) {
     const diarizer_ptr diarizer = open_given_model(a.model);
     parley_result *made = nullptr;
     parley_options options;
-    parley_options_init(&options);
+    parley_options_init(&options, sizeof(options));
     options.keep_embeddings = a.from || a.to;
     check(parley_diarize_file(diarizer.get(), a.recording.c_str(), &options, nullptr, nullptr, &made));
     const result_ptr result(made);

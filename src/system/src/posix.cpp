@@ -5,11 +5,14 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 #if !defined(__EMSCRIPTEN__)
+#include <dlfcn.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #endif
+#if defined(__linux__)
+#include <sys/auxv.h>
+#endif
 #if defined(__APPLE__)
-#include <mach-o/dyld.h>
 #include <xlocale.h>
 #endif
 
@@ -181,14 +184,22 @@ bool wait_for_bytes(int file, int milliseconds) {
     return poll(&asked, 1, milliseconds) > 0;
 }
 
-std::string program_path() {
-#if defined(__APPLE__)
-    char path[4096];
-    uint32_t size = sizeof(path);
-    return _NSGetExecutablePath(path, &size) == 0 ? path : "";
+std::string library_path() {
+#if defined(__EMSCRIPTEN__)
+    return "";
 #else
-    std::error_code error;
-    return std::filesystem::read_symlink("/proc/self/exe", error).string();
+    Dl_info own{};
+    if (!dladdr(reinterpret_cast<const void *>(&library_path), &own) || !own.dli_fname) return "";
+#if defined(__linux__)
+    // Of the program itself the linker knows the name that it was called by, not where it lies.
+    Dl_info program{};
+    if (dladdr(reinterpret_cast<const void *>(getauxval(AT_PHDR)), &program) &&
+        program.dli_fbase == own.dli_fbase) {
+        std::error_code error;
+        return std::filesystem::read_symlink("/proc/self/exe", error).string();
+    }
+#endif
+    return own.dli_fname;
 #endif
 }
 

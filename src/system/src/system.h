@@ -109,8 +109,8 @@ bool write_all(int file, const void *data, size_t size);
 // Whether there is something to read, or an end, within so many milliseconds (-1: as long as it takes).
 bool wait_for_bytes(int file, int milliseconds);
 
-// The program that runs; "" where nobody knows.
-std::string program_path();
+// The file that this code was loaded from: a dynamic library, or the program; "" where nobody knows.
+std::string library_path();
 
 // Where settings of a user's lie, each program's in a folder of its own.
 std::string settings_folder();

@@ -239,9 +239,15 @@ bool wait_for_bytes(int file, int milliseconds) {
     }
 }
 
-std::string program_path() {
+std::string library_path() {
+    HMODULE own = nullptr;
+    const auto *here = reinterpret_cast<const wchar_t *>(&library_path);
+    if (!GetModuleHandleExW(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, here,
+            &own))
+        return "";
     std::wstring path(32768, 0);
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    path.resize(GetModuleFileNameW(own, path.data(), static_cast<DWORD>(path.size())));
     return text_of(path);
 }
 

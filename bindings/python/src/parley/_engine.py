@@ -5,13 +5,13 @@ from __future__ import annotations
 import ctypes
 import os
 import threading
-from ctypes import POINTER, byref, c_char_p, c_int16, c_void_p
+from ctypes import POINTER, byref, c_char_p, c_int16, c_void_p, sizeof
 from typing import IO, Any, Callable, Dict, Iterable, Iterator, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
 from ._errors import check
-from ._library import OPTIONS_SIZE, CTranscription, Progress, find_model, library
+from ._library import OPTIONS_SIZE, CTranscription, Progress, library
 from ._results import Diarization
 from ._voices import Voices
 
@@ -63,7 +63,7 @@ class _Options:
 
     def __init__(self, values: Dict[str, Any]):
         self.record = ctypes.create_string_buffer(OPTIONS_SIZE)
-        library.parley_options_init(self.record)
+        library.parley_options_init(self.record, OPTIONS_SIZE)
         self.texts = []
         for name, value in values.items():
             if value is None or value is False:
@@ -88,9 +88,8 @@ class Diarizer:
     def __init__(self, model: Union[str, "os.PathLike[str]", None] = None):
         self._object: Optional[c_void_p] = None
         self._lock = threading.Lock()
-        path = os.fspath(model) if model is not None else find_model()
         opened = c_void_p()
-        check(library.parley_open(os.fsencode(path), byref(opened)))
+        check(library.parley_open(None if model is None else os.fsencode(model), byref(opened)))
         self._object = opened
 
     def diarize(self, source: Union[str, "os.PathLike[str]", IO[bytes], np.ndarray, Any], sample_rate: Optional[int] = None,
@@ -188,7 +187,7 @@ class Diarizer:
         if result is None:
             result = self.diarize(path, keep_embeddings=True, jobs=jobs, **options)
         how = CTranscription()
-        library.parley_transcription_init(byref(how))
+        library.parley_transcription_init(byref(how), sizeof(how))
         how.recognizer, how.time_limit, how.by_turn, how.rule, how.reach = recognizer.encode(), time_limit, by_turn, by_time, reach
         how.arguments, how.num_arguments = (c_char_p * len(arguments))(*(a.encode() for a in arguments)), len(arguments)
         name, asked = os.fsencode(os.fspath(path)), _Options({"jobs": jobs})

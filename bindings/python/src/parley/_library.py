@@ -74,16 +74,6 @@ def _find_library() -> str:
                       "libparley-diarization.so.1")
 
 
-def find_model() -> str:
-    """The path of the model that comes with the package or with the system's installation."""
-    candidates = [os.environ.get("PARLEY_MODEL"), NATIVE / "parley.zx", "/usr/share/parley/parley.zx",
-                  "/usr/local/share/parley/parley.zx"]
-    for candidate in candidates:
-        if candidate and os.path.exists(candidate):
-            return str(candidate)
-    raise FileNotFoundError("the model parley.zx was not found: name one, or set PARLEY_MODEL")
-
-
 def _load() -> ctypes.CDLL:
     library = ctypes.CDLL(_find_library())  # CDLL: Python's lock is released during calls
     handle, text, size = POINTER(c_void_p), POINTER(c_void_p), POINTER(c_size_t)
@@ -92,7 +82,7 @@ def _load() -> ctypes.CDLL:
         ("parley_message", c_char_p, []),
         ("parley_details", c_char_p, []),
         ("parley_version", c_char_p, []),
-        ("parley_options_init", None, [c_void_p]),
+        ("parley_options_init", None, [c_void_p, c_size_t]),
         ("parley_option_at", POINTER(Option), [c_int32]),
         ("parley_options_set", c_int32, [c_void_p, c_char_p, c_char_p]),
         ("parley_open", c_int32, [c_char_p, handle]),
@@ -128,7 +118,7 @@ def _load() -> ctypes.CDLL:
         ("parley_result_add_words", c_int32, [c_void_p, c_char_p, c_size_t, c_double, c_int32]),
         ("parley_result_num_words", c_int32, [c_void_p]),
         ("parley_result_word", CWord, [c_void_p, c_int32]),
-        ("parley_transcription_init", None, [POINTER(CTranscription)]),
+        ("parley_transcription_init", None, [POINTER(CTranscription), c_size_t]),
         ("parley_transcribe", c_int32, [c_void_p, c_void_p, c_char_p, POINTER(CTranscription), c_void_p, Progress, c_void_p]),
         ("parley_transcript_format_at", POINTER(Format), [c_int32]),
         ("parley_write_words", c_int32, [c_void_p, c_char_p, text, size]),
