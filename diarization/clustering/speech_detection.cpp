@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr int32_t PART = 1024;       // frames that a thread does at once
-constexpr int32_t HOP = 4;           // frames for which one stands
-constexpr double CHANGE_COST = 150;  // log odds
+constexpr int32_t PART = 1024;              // frames that a thread does at once
+constexpr int32_t HOP = 4;                  // frames for which one stands
+constexpr double SPEECH_CHANGE_COST = 150;  // log odds
 // Log odds from which a frame counts ten-fold, so that one word is heard in minutes of silence.
 constexpr double EVIDENT = 3.5, EVIDENT_WEIGHT = 10;
 
@@ -119,11 +119,11 @@ std::vector<int32_t> rows_of_speech(const frames &all, const speech_network &net
     double silent = 0, speaking = 0;                                   // the best sums of ways that end so
     std::vector<bool> begins(log_odds.size()), ends(log_odds.size());  // there, if the state is to be better
     for (size_t f = 0; f < log_odds.size(); f++) {
-        begins[f] = silent - CHANGE_COST > speaking;
-        ends[f] = speaking - CHANGE_COST > silent;
+        begins[f] = silent - SPEECH_CHANGE_COST > speaking;
+        ends[f] = speaking - SPEECH_CHANGE_COST > silent;
         const double before = silent;
-        if (ends[f]) silent = speaking - CHANGE_COST;
-        if (begins[f]) speaking = before - CHANGE_COST;
+        if (ends[f]) silent = speaking - SPEECH_CHANGE_COST;
+        if (begins[f]) speaking = before - SPEECH_CHANGE_COST;
         const double odds = bias + double{log_odds[f]};
         speaking += odds > EVIDENT ? EVIDENT_WEIGHT * odds : odds;
     }

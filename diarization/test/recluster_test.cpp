@@ -15,11 +15,9 @@
 
 namespace {
 
-const std::string MODEL = std::string(PARLEY_SOURCE_DIR) + "/models/parley.zx";
-
 class asking_again : public testing::Test {
 protected:
-    asking_again() : owner_(MODEL) {
+    asking_again() : owner_(SHIPPED_MODEL) {
         options_ = default_options();
         options_.confidence = 1;
         const zx_parley_samples_t read = owner_.own_engine()->read_samples(
@@ -87,7 +85,7 @@ TEST_F(asking_again, takes_embeddings_that_were_kept_by_the_same_model) {
 // Whether there is a candidate of another method, one speaker, a few words or nobody.
 TEST_F(asking_again, training_sees_what_the_product_finds) {
     parley_stages *opened = nullptr;
-    ASSERT_EQ(parley_stages_open(MODEL.c_str(), &opened), PARLEY_OK);
+    ASSERT_EQ(parley_stages_open(SHIPPED_MODEL.c_str(), &opened), PARLEY_OK);
     const std::unique_ptr<parley_stages, decltype(&parley_stages_close)> stages(opened, parley_stages_close);
     const thresholds own = owner_.own_engine()->own_thresholds();
     std::mt19937 random(1);

@@ -18,7 +18,7 @@ const std::string FOLDER = PARLEY_SOURCE_DIR;
 
 class listening : public testing::Test {
 protected:
-    listening() : owner_(FOLDER + "/models/parley.zx") { options_ = default_options(); }
+    listening() : owner_(SHIPPED_MODEL) { options_ = default_options(); }
 
     std::vector<int16_t> example() {
         const progress_function unwatched;

@@ -15,7 +15,6 @@
 
 namespace {
 
-const std::string MODEL = std::string(PARLEY_SOURCE_DIR) + "/models/parley.zx";
 constexpr int RATE = 16000;
 
 // The example from within its first speaker's first turn on.
@@ -57,14 +56,14 @@ std::vector<beginning> beginnings() {
 
 TEST(shipped_model, background_threshold_is_not_below_the_segments) {
     zx_parley_t *created = nullptr;
-    ASSERT_EQ(zx_parley_init(MODEL.c_str(), &created), ZX_STATUS_SUCCESS);
+    ASSERT_EQ(zx_parley_init(SHIPPED_MODEL.c_str(), &created), ZX_STATUS_SUCCESS);
     const auto engine = owned<zx_parley_delete>(created);
     EXPECT_GE(engine->param->cluster->background_threshold, engine->param->cluster->segment_threshold);
 }
 
 TEST(shipped_model, no_beginning_silences_the_engine) {
     zx_parley_t *created = nullptr;
-    ASSERT_EQ(zx_parley_init(MODEL.c_str(), &created), ZX_STATUS_SUCCESS);
+    ASSERT_EQ(zx_parley_init(SHIPPED_MODEL.c_str(), &created), ZX_STATUS_SUCCESS);
     const auto engine = owned<zx_parley_delete>(created);
     const std::vector<int16_t> samples = speech();
     for (const beginning &b : beginnings()) {
@@ -87,7 +86,7 @@ class whole_library : public testing::Test {
 protected:
     void SetUp() override {
         parley_diarizer *opened = nullptr;
-        ASSERT_EQ(parley_open(MODEL.c_str(), &opened), PARLEY_OK) << parley_message();
+        ASSERT_EQ(parley_open(SHIPPED_MODEL.c_str(), &opened), PARLEY_OK) << parley_message();
         diarizer.reset(opened);
     }
 

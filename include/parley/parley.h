@@ -27,8 +27,8 @@
  * C99.
  *
  * Within a major version no function goes away or changes its arguments, and no record its layout, but that
- * parley_options and parley_transcription, which tell their sizes, grow at the end; what is new comes as new functions. All that is
- * here is there since 1.0.
+ * parley_options and parley_transcription, which tell their sizes, grow at the end; what is new comes as new
+ * functions. All that is here is there since 1.0.
  */
 #ifndef PARLEY_DIARIZATION_H
 #define PARLEY_DIARIZATION_H

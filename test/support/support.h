@@ -19,6 +19,8 @@
 #include "zx_log_switch.h"
 #include "zx_memory.h"
 
+inline const std::string SHIPPED_MODEL = PARLEY_SOURCE_DIR "/models/parley.zx";
+
 // Owns an object of a module through its delete function: owned<zx_fft_delete>(pointer).
 template <auto delete_function, class T>
 zx_owned<T, delete_function> owned(T *object) {

@@ -65,7 +65,7 @@ TEST(threads, results_are_read_while_their_session_goes_on) {
                                       &samples),
               ZX_STATUS_SUCCESS);
     parley_diarizer *diarizer = nullptr;
-    ASSERT_EQ(parley_open((FOLDER + "/models/parley.zx").c_str(), &diarizer), PARLEY_OK);
+    ASSERT_EQ(parley_open(SHIPPED_MODEL.c_str(), &diarizer), PARLEY_OK);
     parley_options options;
     parley_options_init(&options, sizeof(options));
     options.jobs = 4;
@@ -107,9 +107,8 @@ TEST(threads, results_are_read_while_their_session_goes_on) {
 }
 
 TEST(threads, results_of_one_recording_are_asked_again_side_by_side) {
-    const std::string model = FOLDER + "/models/parley.zx";
     parley_diarizer *first = nullptr;
-    ASSERT_EQ(parley_open(model.c_str(), &first), PARLEY_OK);
+    ASSERT_EQ(parley_open(SHIPPED_MODEL.c_str(), &first), PARLEY_OK);
     parley_options options;
     parley_options_init(&options, sizeof(options));
     options.keep_embeddings = 1;
@@ -119,9 +118,9 @@ TEST(threads, results_of_one_recording_are_asked_again_side_by_side) {
               PARLEY_OK);
     std::vector<std::thread> askers;
     for (int32_t speakers = 1; speakers <= 3; speakers++) {
-        askers.emplace_back([&model, result, speakers] {
+        askers.emplace_back([result, speakers] {
             parley_diarizer *own = nullptr;
-            ASSERT_EQ(parley_open(model.c_str(), &own), PARLEY_OK);
+            ASSERT_EQ(parley_open(SHIPPED_MODEL.c_str(), &own), PARLEY_OK);
             parley_options asked;
             parley_options_init(&asked, sizeof(asked));
             asked.min_speakers = asked.max_speakers = speakers;

@@ -19,10 +19,6 @@ namespace parley {
 
 namespace {
 
-[[noreturn]] void fail(const std::string &what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 // Copies until the source ends. False, with errno, on failure: EFBIG beyond `most` bytes.
 bool copy(int from, int to, uint64_t most) {
     char block[1 << 16];
@@ -73,6 +69,10 @@ extern "C" void remove_parts(int number) {
 
 }  // namespace
 
+void throw_errno(const std::string &what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
 void remove_parts_on_signals() {
     std::signal(SIGINT, remove_parts);
     std::signal(SIGTERM, remove_parts);
@@ -98,7 +98,7 @@ void write_atomically(const std::string &path, const std::string &content) {
         path_of(".parley-" + std::to_string(getpid()) + "-" + std::to_string(number++) + ".part");
     const listed_part listed(text_of(part));
     std::ofstream file(part, std::ios::binary);
-    if (!file) fail(text_of(part));
+    if (!file) throw_errno(text_of(part));
     file.write(content.data(), static_cast<std::streamsize>(content.size()));
     file.close();
     std::error_code error(file ? 0 : errno, std::generic_category());
@@ -127,7 +127,7 @@ spooled_stream::spooled_stream(const std::string &path, uint64_t most) {
         throw std::runtime_error(shown + ": is more than the " + std::to_string(most) +
                                  " bytes allowed (--max-input)");
     errno = reason;
-    fail(shown);
+    throw_errno(shown);
 }
 
 }  // namespace parley

@@ -10,6 +10,9 @@
 
 namespace parley {
 
+// Throws std::system_error with the reason that errno holds.
+[[noreturn]] void throw_errno(const std::string &what);
+
 // A whole file, or standard input for "-". Throws std::runtime_error.
 std::string read_text(const std::string &path);
 

@@ -5,22 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 
+#include "files.h"
 #include "library.h"
 #include "system.h"
 
 namespace parley {
 
 namespace {
-
-[[noreturn]] void fail(const std::string &what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 // As parley_terminal counts them: 1 for any colour.
 int32_t number_of_colors() {
@@ -35,16 +30,16 @@ int32_t number_of_colors() {
 std::FILE *take_standard_output() {
     const int results = dup(STDOUT_FILENO);
     const int nowhere = open(NOWHERE, O_WRONLY);
-    if (results < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) fail("standard output");
+    if (results < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) throw_errno("standard output");
     close(nowhere);
     std::FILE *stream = fdopen(results, "wb");
-    if (!stream) fail("standard output");
+    if (!stream) throw_errno("standard output");
     return stream;
 }
 
 void close_standard_output(std::FILE *stream) {
     const bool failed = std::ferror(stream) != 0;
-    if (std::fclose(stream) != 0 || failed) fail("standard output");
+    if (std::fclose(stream) != 0 || failed) throw_errno("standard output");
 }
 
 bool is_dumb_terminal() {

@@ -25,7 +25,7 @@ std::string ftyp(uint32_t size, const std::string &brands) {
     return std::string(length, 4) + "ftyp" + brands;
 }
 
-auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+auto open_audio(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
     const temporary_file file(bytes, ".mp3");  // a name that says nothing
     auto *reader = reinterpret_cast<zx_audio_file_t *>(1);
     EXPECT_EQ(zx_audio_file_init(file.path(), &reader), expected_status);
@@ -83,7 +83,7 @@ TEST(zx_audio_file, formats_that_were_left_out_name_their_option) {
     for (const auto &[option, is_built, bytes] : table) {
         if (is_built) continue;
         zx_error_prepare();
-        open(bytes, ZX_STATUS_INVALID_ARGUMENT);
+        open_audio(bytes, ZX_STATUS_INVALID_ARGUMENT);
         EXPECT_THAT(take_messages(),
                     testing::ElementsAre("Internal argument misconfiguration: `built without " +
                                          std::string(option) + "`."));
@@ -91,9 +91,9 @@ TEST(zx_audio_file, formats_that_were_left_out_name_their_option) {
 }
 
 TEST(zx_audio_file, files_under_35_bytes_cannot_be_read) {
-    for (size_t length : {0u, 34u}) open(padded("RIFF").substr(0, length), ZX_STATUS_IO_ERROR);
-    open(padded("RIFF", 35), ZX_STATUS_INVALID_ARGUMENT);
-    open(padded("????", 35), ZX_STATUS_INVALID_ARGUMENT);
+    for (size_t length : {0u, 34u}) open_audio(padded("RIFF").substr(0, length), ZX_STATUS_IO_ERROR);
+    open_audio(padded("RIFF", 35), ZX_STATUS_INVALID_ARGUMENT);
+    open_audio(padded("????", 35), ZX_STATUS_INVALID_ARGUMENT);
     zx_audio_file_t *reader;
     EXPECT_EQ(zx_audio_file_init("/nonexistent", &reader), ZX_STATUS_IO_ERROR);
     EXPECT_EQ(zx_audio_file_init("/", &reader), ZX_STATUS_IO_ERROR);  // a folder
@@ -101,7 +101,7 @@ TEST(zx_audio_file, files_under_35_bytes_cannot_be_read) {
 
 TEST(zx_audio_file, the_engines_rate_passes_straight_through) {
     const auto x = random_int16(3000, 1);
-    const auto reader = open(wav_bytes(x, 16000));
+    const auto reader = open_audio(wav_bytes(x, 16000));
     EXPECT_EQ(reader->resampler, nullptr);
     EXPECT_EQ(zx_audio_file_num_samples(reader.get()), 3000);
     std::vector<int16_t> y(3000);
@@ -124,7 +124,7 @@ TEST(zx_audio_file, a_header_of_nothing_but_tracks_does_not_cost_gigabytes) {
     bytes += "\x16\x54\xAE\x6B";
     append_size(&bytes, tracks.size());
     bytes += tracks;
-    open(bytes, PARLEY_WITH_WEBM ? ZX_STATUS_INVALID_STATE : ZX_STATUS_INVALID_ARGUMENT);
+    open_audio(bytes, PARLEY_WITH_WEBM ? ZX_STATUS_INVALID_STATE : ZX_STATUS_INVALID_ARGUMENT);
     EXPECT_LT(peak_memory(), 1U << 30);
 }
 
@@ -147,7 +147,7 @@ TEST(zx_audio_file, names_are_utf8_in_every_format) {
 
 TEST(zx_audio_file, rates_that_cannot_be_converted_are_refused) {
     for (int32_t rate : {4000, 11025, 12000, 15999, 40000000, -16000}) {
-        open(wav_bytes(std::vector<int16_t>(2000), rate), ZX_STATUS_INVALID_ARGUMENT);
+        open_audio(wav_bytes(std::vector<int16_t>(2000), rate), ZX_STATUS_INVALID_ARGUMENT);
     }
 }
 
@@ -157,14 +157,14 @@ TEST(zx_audio_file, other_rates_are_resampled_whole_and_in_pieces) {
     const auto x = random_int16(30000, 2, -8000, 8000);
     for (const auto &[rate, expected] :
          {std::pair{8000, 60000}, std::pair{48000, 10000}, std::pair{22050, 21768}}) {
-        const auto whole = open(wav_bytes(x, rate));
+        const auto whole = open_audio(wav_bytes(x, rate));
         EXPECT_EQ(zx_audio_file_sample_rate(whole.get()), rate);
         EXPECT_EQ(zx_audio_file_num_original_samples(whole.get()), 30000);
         const int32_t total = zx_audio_file_num_samples(whole.get());
         EXPECT_EQ(total, expected);
         std::vector<int16_t> y(static_cast<size_t>(total) + 1, 0), z(static_cast<size_t>(total) + 1, 0);
         ASSERT_EQ(zx_audio_file_read(whole.get(), total, y.data()), ZX_STATUS_SUCCESS);
-        const auto pieces = open(wav_bytes(x, rate));
+        const auto pieces = open_audio(wav_bytes(x, rate));
         for (int32_t i = 0; i < total; i += 500) {
             const int32_t length = std::min(500, total - i);
             ASSERT_EQ(zx_audio_file_read(pieces.get(), length, &z[static_cast<size_t>(i)]),
@@ -180,7 +180,7 @@ TEST(zx_audio_file, other_rates_are_resampled_whole_and_in_pieces) {
 TEST(zx_audio_file, a_short_ending_is_silence_up_to_1024_samples) {
     const std::string bytes = wav_bytes(random_int16(48000, 3), 48000);
     const auto read_all = [](const std::string &cut, std::vector<int16_t> *y) {
-        const auto reader = open(cut);
+        const auto reader = open_audio(cut);
         const int32_t total = zx_audio_file_num_samples(reader.get());
         y->assign(static_cast<size_t>(total) + 1, 0);
         return zx_audio_file_read(reader.get(), total, y->data());

@@ -70,7 +70,7 @@ std::string opus_file(const std::vector<std::string> &packets) {
     return writer.bytes;
 }
 
-auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+auto open_opus(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
     const temporary_file file(bytes);
     void *decoder = reinterpret_cast<void *>(1);
     EXPECT_EQ(zx_codec_opus_init(file.path(), &decoder), expected_status);
@@ -140,7 +140,7 @@ TEST_F(zx_codec_opus, every_decoded_sample_counts_and_reads_continue) {
         std::vector<std::string> packets = {opus_head(static_cast<char>(channels), 48000), TAGS};
         for (const std::string &packet : opus_packets(10, 48000, channels)) packets.push_back(packet);
         const std::string bytes = opus_file(packets);
-        const auto whole = open(bytes), pieces = open(bytes);
+        const auto whole = open_opus(bytes), pieces = open_opus(bytes);
         ASSERT_EQ(zx_codec_opus_num_samples(whole.get()), 9600);
         EXPECT_EQ(zx_codec_opus_num_channels(whole.get()), channels);
         EXPECT_EQ(zx_codec_opus_sample_rate(whole.get()), 48000);
@@ -168,7 +168,7 @@ TEST_F(zx_codec_opus, headers_that_make_no_sense_are_refused) {
     };
     for (const auto &[what, packets, status] : table) {
         SCOPED_TRACE(what);
-        open(opus_file(packets), status);
+        open_opus(opus_file(packets), status);
     }
 }
 
@@ -214,7 +214,7 @@ TEST_F(zx_codec_opus, chained_streams_follow_each_other) {
         for (const std::string &packet : opus_packets(5, 16000, 1)) writer.packet(packet);
         writer.end_stream();
     }
-    const auto decoder = open(writer.bytes);
+    const auto decoder = open_opus(writer.bytes);
     ASSERT_EQ(zx_codec_opus_num_samples(decoder.get()), 3200);
     std::vector<int16_t> pcm(3200);
     EXPECT_EQ(zx_codec_opus_read(decoder.get(), 3200, pcm.data()), ZX_STATUS_SUCCESS);

@@ -9,7 +9,7 @@
 
 namespace {
 
-auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+auto open_isobmff(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
     const temporary_file file(bytes);
     void *reader = reinterpret_cast<void *>(1);
     EXPECT_EQ(zx_container_isobmff_init(file.path(), &reader), expected_status);
@@ -40,7 +40,7 @@ protected:
 
 TEST_F(zx_container_isobmff, amr_frames_are_found_however_they_are_stored) {
     amr_file_builder plain(20);
-    const auto reader = open(plain.bytes());
+    const auto reader = open_isobmff(plain.bytes());
     EXPECT_EQ(zx_container_isobmff_num_samples(reader.get()), 3200);
     EXPECT_EQ(zx_container_isobmff_num_channels(reader.get()), 1);
     EXPECT_EQ(zx_container_isobmff_sample_rate(reader.get()), 8000);
@@ -50,7 +50,7 @@ TEST_F(zx_container_isobmff, amr_frames_are_found_however_they_are_stored) {
 
     amr_file_builder chunks = plain;  // several samples a chunk
     chunks.samples_per_chunk = 5;
-    EXPECT_EQ(read_all(open(chunks.bytes()).get()), expected);
+    EXPECT_EQ(read_all(open_isobmff(chunks.bytes()).get()), expected);
 
     amr_file_builder joined = plain;  // several frames a sample, one of them split over two
     joined.samples = {"", ""};
@@ -59,9 +59,9 @@ TEST_F(zx_container_isobmff, amr_frames_are_found_however_they_are_stored) {
         joined.samples[0] += i < 10 ? frame : i == 10 ? frame.substr(0, 9) : "";
         joined.samples[1] += i > 10 ? frame : i == 10 ? frame.substr(9) : "";
     }
-    EXPECT_EQ(read_all(open(joined.bytes()).get()), expected);
+    EXPECT_EQ(read_all(open_isobmff(joined.bytes()).get()), expected);
 
-    const auto pieces = open(plain.bytes());
+    const auto pieces = open_isobmff(plain.bytes());
     std::vector<int16_t> pcm(3200);
     for (int32_t i = 0; i < 3200; i += 64) {
         ASSERT_EQ(zx_container_isobmff_read(pieces.get(), 64, &pcm[static_cast<size_t>(i)]),
@@ -82,11 +82,11 @@ TEST_F(zx_container_isobmff, edits_may_only_be_empty_before_the_last) {
     for (const auto &[media_times, status] : table) {
         amr_file_builder file;
         file.edts = edits(media_times);
-        open(file.bytes(), status);
+        open_isobmff(file.bytes(), status);
     }
     amr_file_builder without_list;
     without_list.edts = box("edts", "");
-    open(without_list.bytes(), ZX_STATUS_INVALID_ARGUMENT);
+    open_isobmff(without_list.bytes(), ZX_STATUS_INVALID_ARGUMENT);
 }
 
 TEST_F(zx_container_isobmff, warnings_are_debug_lines) {
@@ -95,7 +95,7 @@ TEST_F(zx_container_isobmff, warnings_are_debug_lines) {
     for (size_t i = 40; i < 60; i++) file.samples[i] = "\x7C";  // frames without data
     zx_log_enable();
     testing::internal::CaptureStdout();
-    open(file.bytes());
+    open_isobmff(file.bytes());
     const std::string output = testing::internal::GetCapturedStdout();
     EXPECT_THAT(output, testing::HasSubstr(
                             " [WARN] Supplied audio file contains edits which may result in inaccurate "
@@ -132,7 +132,7 @@ TEST_F(zx_container_isobmff, tables_that_disagree_are_refused) {
         SCOPED_TRACE(row.what);
         amr_file_builder file;
         row.apply(file);
-        open(file.bytes(), ZX_STATUS_INVALID_ARGUMENT);
+        open_isobmff(file.bytes(), ZX_STATUS_INVALID_ARGUMENT);
     }
 }
 
@@ -151,7 +151,7 @@ TEST_F(zx_container_isobmff, boxes_without_media_do_not_take_the_memory_they_cla
 
 TEST_F(zx_container_isobmff, fragments_continue_the_track) {
     const std::vector<std::string> frames = amr_file_builder(20).samples;
-    const std::vector<int16_t> expected = read_all(open(amr_file_builder(20).bytes()).get());
+    const std::vector<int16_t> expected = read_all(open_isobmff(amr_file_builder(20).bytes()).get());
     const auto fragmented = [&](const std::vector<uint32_t> &numbers, uint32_t num_trexs) {
         amr_file_builder file(0);
         std::string movie = file.moov(0), trex;
@@ -174,10 +174,10 @@ TEST_F(zx_container_isobmff, fragments_continue_the_track) {
         }
         return bytes;
     };
-    EXPECT_EQ(read_all(open(fragmented({1, 2}, 1)).get()), expected);
-    open(fragmented({0, 2}, 1), ZX_STATUS_INVALID_ARGUMENT);
-    open(fragmented({2, 2}, 1), ZX_STATUS_INVALID_ARGUMENT);
-    open(fragmented({1, 2}, 2), ZX_STATUS_INVALID_ARGUMENT);
+    EXPECT_EQ(read_all(open_isobmff(fragmented({1, 2}, 1)).get()), expected);
+    open_isobmff(fragmented({0, 2}, 1), ZX_STATUS_INVALID_ARGUMENT);
+    open_isobmff(fragmented({2, 2}, 1), ZX_STATUS_INVALID_ARGUMENT);
+    open_isobmff(fragmented({1, 2}, 2), ZX_STATUS_INVALID_ARGUMENT);
 }
 
 // Cuts and overwritten words anywhere: any status, in no time, with nothing read outside or left behind.
@@ -224,10 +224,10 @@ TEST_F(zx_container_isobmff, samples_of_aac_begin_with_what_the_count_left) {
     constexpr size_t FEWER = 9, UNIT = 1024;
     ASSERT_GT(long_track.samples.size(), 2 * FEWER);
     short_track.samples.assign(long_track.samples.begin(), long_track.samples.end() - FEWER);
-    const auto expected = read_all(open(long_track.bytes()).get());
-    const auto samples = read_all(open(short_track.bytes()).get());
+    const auto expected = read_all(open_isobmff(long_track.bytes()).get());
+    const auto samples = read_all(open_isobmff(short_track.bytes()).get());
     ASSERT_EQ(samples.size() + FEWER * UNIT, expected.size());
     EXPECT_FALSE(std::equal(samples.begin(), samples.begin() + UNIT, expected.begin()));
-    EXPECT_EQ(samples, read_all(open(short_track.bytes()).get()));
+    EXPECT_EQ(samples, read_all(open_isobmff(short_track.bytes()).get()));
 }
 #endif

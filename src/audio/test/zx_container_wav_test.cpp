@@ -5,7 +5,7 @@
 
 namespace {
 
-auto open(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+auto open_wav(const std::string &bytes, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
     const temporary_file file(bytes);
     void *wav = reinterpret_cast<void *>(1);
     EXPECT_EQ(zx_container_wav_init(file.path(), &wav), expected_status);
@@ -21,7 +21,7 @@ TEST(zx_container_wav, reads_mono_and_stereo_in_pieces) {
     std::vector<int16_t> mono(5000);
     for (size_t i = 0; i < 5000; i++) mono[i] = static_cast<int16_t>((stereo[2 * i] + stereo[2 * i + 1]) / 2);
     for (const auto &[samples, channels] : {std::pair{mono, int16_t{1}}, std::pair{stereo, int16_t{2}}}) {
-        const auto wav = open(wav_bytes(samples, 44100, channels));
+        const auto wav = open_wav(wav_bytes(samples, 44100, channels));
         EXPECT_EQ(zx_container_wav_num_samples(wav.get()), 5000);
         EXPECT_EQ(zx_container_wav_num_channels(wav.get()), channels);
         EXPECT_EQ(zx_container_wav_sample_rate(wav.get()), 44100);
@@ -36,15 +36,17 @@ TEST(zx_container_wav, reads_mono_and_stereo_in_pieces) {
 
 TEST(zx_container_wav, refuses_what_it_cannot_read) {
     const std::string good = wav_bytes(std::vector<int16_t>(600), 16000);
-    open(wav_bytes({}, 16000), ZX_STATUS_INVALID_ARGUMENT);
-    open(wav_bytes(std::vector<int16_t>(600), 16000, 6), ZX_STATUS_INVALID_ARGUMENT);
-    open(wav_bytes(std::vector<int16_t>(600), 0), ZX_STATUS_INVALID_ARGUMENT);
-    open(good.substr(0, 8) + "AVI " + good.substr(12), ZX_STATUS_INVALID_ARGUMENT);
+    open_wav(wav_bytes({}, 16000), ZX_STATUS_INVALID_ARGUMENT);
+    open_wav(wav_bytes(std::vector<int16_t>(600), 16000, 6), ZX_STATUS_INVALID_ARGUMENT);
+    open_wav(wav_bytes(std::vector<int16_t>(600), 0), ZX_STATUS_INVALID_ARGUMENT);
+    open_wav(good.substr(0, 8) + "AVI " + good.substr(12), ZX_STATUS_INVALID_ARGUMENT);
     // Some file systems let dr_wav seek for hours here: once the size of the chunk is too small, once it is
     // just large enough.
-    open(good.substr(0, 36) + "fact" + std::string(4, '\0') + good.substr(36), ZX_STATUS_INVALID_ARGUMENT);
-    open(good.substr(0, 36) + "fact" + bytes_of(int32_t{4}, int32_t{600}) + good.substr(36));
-    for (size_t length = 0; length < 44; length++) open(good.substr(0, length), ZX_STATUS_INVALID_ARGUMENT);
+    open_wav(good.substr(0, 36) + "fact" + std::string(4, '\0') + good.substr(36),
+             ZX_STATUS_INVALID_ARGUMENT);
+    open_wav(good.substr(0, 36) + "fact" + bytes_of(int32_t{4}, int32_t{600}) + good.substr(36));
+    for (size_t length = 0; length < 44; length++)
+        open_wav(good.substr(0, length), ZX_STATUS_INVALID_ARGUMENT);
     void *wav;
     EXPECT_EQ(zx_container_wav_init("/nonexistent.wav", &wav), ZX_STATUS_INVALID_ARGUMENT);
     EXPECT_ASSERTION((void) zx_container_wav_init(nullptr, &wav), "path");

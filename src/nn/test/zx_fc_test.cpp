@@ -6,7 +6,7 @@
 
 namespace {
 
-auto load(const std::string &block, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
+auto load_layer(const std::string &block, zx_status_t expected_status = ZX_STATUS_SUCCESS) {
     const temporary_file file(block);
     const zx_file_ptr stream(zx_fopen(file.path(), "rb"));
     auto *param = reinterpret_cast<zx_fc_param_t *>(1);
@@ -45,7 +45,7 @@ TEST(zx_fc, agrees_with_the_definition_for_all_sizes) {
             for (int32_t i = 0; i < outputs * (1 + inputs); i++) {
                 block += static_cast<char>(is_extreme ? -128 : random.between(-128, 127));
             }
-            const auto param = load(block);
+            const auto param = load_layer(block);
             const auto x = is_extreme ? std::vector<int16_t>(2000, -32768)
                                       : random_int16(static_cast<size_t>(inputs), random.next());
             const auto before = random_int16(static_cast<size_t>(outputs), random.next());
@@ -61,19 +61,20 @@ TEST(zx_fc, agrees_with_the_definition_for_all_sizes) {
 }
 
 TEST(zx_fc, rounds_halves_up_and_converts_biases) {
-    const auto param = load(bytes_of(int32_t{1}, int32_t{2}, int8_t{0}, int8_t{-128}, int8_t{1}, int8_t{0}));
+    const auto param =
+        load_layer(bytes_of(int32_t{1}, int32_t{2}, int8_t{0}, int8_t{-128}, int8_t{1}, int8_t{0}));
     EXPECT_THAT(process(param.get(), {-64}, false, {9, 9}), testing::ElementsAre(0, -1024));
     EXPECT_THAT(process(param.get(), {-65}, false, {9, 9}), testing::ElementsAre(-1, -1024));
     EXPECT_THAT(process(param.get(), {1000}, true, {32767, -32768}), testing::ElementsAre(32767, -32768));
 }
 
 TEST(zx_fc, damaged_blocks_are_refused) {
-    load(bytes_of(int32_t{0}), ZX_STATUS_INVALID_ARGUMENT);
-    load(bytes_of(int32_t{1}, int32_t{-1}), ZX_STATUS_INVALID_ARGUMENT);
-    load(bytes_of(int32_t{65536}, int32_t{32768}), ZX_STATUS_INVALID_ARGUMENT);  // 2^31 weights
+    load_layer(bytes_of(int32_t{0}), ZX_STATUS_INVALID_ARGUMENT);
+    load_layer(bytes_of(int32_t{1}, int32_t{-1}), ZX_STATUS_INVALID_ARGUMENT);
+    load_layer(bytes_of(int32_t{65536}, int32_t{32768}), ZX_STATUS_INVALID_ARGUMENT);  // 2^31 weights
     random_numbers random(1);
     const std::string block = model_builder::fc_block({3, 2}, random);
     for (size_t length = 0; length < block.size(); length++)
-        load(block.substr(0, length), ZX_STATUS_IO_ERROR);
-    load(block);
+        load_layer(block.substr(0, length), ZX_STATUS_IO_ERROR);
+    load_layer(block);
 }

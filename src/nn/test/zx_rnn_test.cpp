@@ -7,7 +7,7 @@
 
 namespace {
 
-auto load(const std::string &block) {
+auto load_rnn(const std::string &block) {
     const temporary_file file(block);
     const zx_file_ptr stream(zx_fopen(file.path(), "rb"));
     zx_rnn_param_t *param = nullptr;
@@ -31,7 +31,7 @@ std::string constant_layer(int8_t input_gate, int8_t candidate, int8_t output_ga
 }  // namespace
 
 TEST(zx_rnn, zero_input_leaves_zero_state) {
-    const auto param = load(constant_layer(0, 0, 0));
+    const auto param = load_rnn(constant_layer(0, 0, 0));
     const auto rnn = make_rnn(param.get());
     const int16_t x = 0;
     int16_t y = 77;
@@ -45,7 +45,7 @@ TEST(zx_rnn, zero_input_leaves_zero_state) {
 // Gates held constant: i = sigmoid(127/128), g = tanh(127/128), o = sigmoid(127/128); c and h follow the
 // recursion c = i g + (1 - i) c, h = o tanh(c) with the roundings written out in 64 bits.
 TEST(zx_rnn, follows_the_recursion_with_its_roundings) {
-    const auto param = load(constant_layer(127, 127, 127));
+    const auto param = load_rnn(constant_layer(127, 127, 127));
     const auto rnn = make_rnn(param.get());
     const int16_t bias_q10 = 127 * 8;
     int16_t gate, candidate;
@@ -71,7 +71,7 @@ TEST(zx_rnn, follows_the_recursion_with_its_roundings) {
 TEST(zx_rnn, sequences_side_by_side_give_what_frames_one_by_one_give) {
     random_numbers random(21);
     const auto param =
-        load(model_builder::fc_block({7, 60}, random) + model_builder::fc_block({20, 60}, random));
+        load_rnn(model_builder::fc_block({7, 60}, random) + model_builder::fc_block({20, 60}, random));
     const auto rnn = make_rnn(param.get());
     for (const std::vector<int32_t> &lengths :
          {std::vector<int32_t>{1}, {40}, {33, 33, 5}, {50, 32, 31, 17, 16, 15, 3, 1}}) {
@@ -106,7 +106,7 @@ TEST(zx_rnn, sequences_side_by_side_give_what_frames_one_by_one_give) {
 TEST(zx_rnn, reset_makes_it_new_and_the_hidden_state_feeds_back) {
     random_numbers random(3);
     const auto param =
-        load(model_builder::fc_block({5, 27}, random) + model_builder::fc_block({9, 27}, random));
+        load_rnn(model_builder::fc_block({5, 27}, random) + model_builder::fc_block({9, 27}, random));
     EXPECT_EQ(zx_rnn_param_hidden_size(param.get()), 9);
     const auto rnn = make_rnn(param.get());
     const auto x = random_int16(5, 8, -4000, 4000);

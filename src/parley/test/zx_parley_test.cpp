@@ -186,7 +186,7 @@ TEST_F(zx_parley, an_engine_without_feature_extraction_refuses_audio) {
 
 // The shipped model on audio without anybody, and on the shortest audio there is.
 TEST_F(zx_parley, silence_constants_and_single_frames_give_a_result) {
-    const auto engine = make_engine(read_text(PARLEY_SOURCE_DIR "/models/parley.zx"));
+    const auto engine = make_engine(read_text(SHIPPED_MODEL));
     for (size_t length : {512u, 1023u, 1024u, 16000u, 200000u}) {
         for (const int16_t value : std::initializer_list<int16_t>{0, 1, -32768, 32767}) {
             const auto segments = diarize(engine.get(), std::vector<int16_t>(length, value));
