@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+//! The result: who spoke when in one recording.
+use std::os::raw::c_char;
+use std::path::Path;
+use std::ptr::{null_mut, NonNull};
+
+use parley_sys as sys;
+
+use crate::error::{c_text, check, taken, text, Error, Result};
+use crate::{Format, Segment, Speaker, Voices, Word};
+
+/// Whose a word is that two speakers share.
+#[derive(Clone, Copy, Debug, PartialEq, Eq)]
+pub enum Rule {
+    /// The first and the last of a sentence go with it.
+    WholeSentences = 0,
+    /// Who speaks longer during it.
+    ByTime = 1,
+}
+
+fn table(at: unsafe extern "C" fn(i32) -> *const sys::parley_format) -> impl Iterator<Item = Format<'static>> {
+    // SAFETY: constants of the library's, null beyond the last.
+    (0..).map_while(move |index| unsafe {
+        at(index).as_ref().map(|f| Format {
+            name: text(f.name),
+            extension: text(f.extension),
+            purpose: text(f.purpose),
+            media_type: text(f.media_type),
+        })
+    })
+}
+
+/// The formats of results.
+pub fn formats() -> impl Iterator<Item = Format<'static>> {
+    table(sys::parley_format_at)
+}
+
+/// The formats of their words.
+pub fn transcript_formats() -> impl Iterator<Item = Format<'static>> {
+    table(sys::parley_transcript_format_at)
+}
+
+/// Who spoke when in one recording.
+#[derive(Debug)]
+pub struct Diarization {
+    handle: NonNull<sys::parley_result>,
+}
+
+// SAFETY: a result belongs to no thread, and what all may call at once reads only.
+unsafe impl Send for Diarization {}
+unsafe impl Sync for Diarization {}
+
+impl Drop for Diarization {
+    fn drop(&mut self) {
+        // SAFETY: it is ours, and nobody has it afterwards.
+        unsafe { sys::parley_result_delete(self.handle.as_ptr()) }
+    }
+}
+
+// Every call below passes a handle that lives, and texts that outlive the call; what is borrowed lives as long as the
+// result, which a method that changes it takes exclusively.
+impl Diarization {
+    /// Takes what a call made.
+    pub(crate) fn made(call: impl FnOnce(*mut *mut sys::parley_result) -> sys::parley_status) -> Result<Self> {
+        Self::perhaps_made(call)?.ok_or_else(|| Error::invalid("nothing was made"))
+    }
+
+    pub(crate) fn perhaps_made(
+        call: impl FnOnce(*mut *mut sys::parley_result) -> sys::parley_status,
+    ) -> Result<Option<Self>> {
+        let mut made = null_mut();
+        check(call(&mut made))?;
+        Ok(NonNull::new(made).map(|handle| Diarization { handle }))
+    }
+
+    pub(crate) fn address(&self) -> *mut sys::parley_result {
+        self.handle.as_ptr()
+    }
+
+    /// A result that was written earlier, and maybe corrected: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT with voices, Audacity
+    /// labels. `name` is the text's file, for messages, and the recording's name where the text does not tell it.
+    pub fn read(text: &str, name: &str) -> Result<Self> {
+        let (address, name) = (text.as_ptr() as *const c_char, c_text(name)?);
+        Self::made(|made| unsafe { sys::parley_read_result(address, text.len(), name.as_ptr(), made) })
+    }
+
+    /// Seconds of audio.
+    pub fn duration(&self) -> f64 {
+        unsafe { sys::parley_result_duration(self.address()) }
+    }
+
+    /// What the user should know, or "".
+    pub fn note(&self) -> &str {
+        unsafe { text(sys::parley_result_note(self.address())) }
+    }
+
+    /// The segments in order of time.
+    pub fn segments(&self) -> impl ExactSizeIterator<Item = Segment<'_>> {
+        (0..unsafe { sys::parley_result_num_segments(self.address()) }).map(move |index| {
+            let s = unsafe { sys::parley_result_segment(self.address(), index) };
+            let name = unsafe { text(sys::parley_result_speaker(self.address(), s.speaker).name) };
+            Segment { start: s.start, end: s.end, speaker: s.speaker as usize, name, confidence: s.confidence }
+        })
+    }
+
+    /// The speakers in order of appearance.
+    pub fn speakers(&self) -> impl ExactSizeIterator<Item = Speaker<'_>> {
+        (0..unsafe { sys::parley_result_num_speakers(self.address()) }).map(move |index| unsafe {
+            let s = sys::parley_result_speaker(self.address(), index);
+            let embedding = match s.embedding_size {
+                0 => &[],
+                size => std::slice::from_raw_parts(s.embedding, size as usize),
+            };
+            Speaker { name: text(s.name), seconds: s.seconds, embedding, similarity: s.similarity }
+        })
+    }
+
+    /// The words of a transcript, if one was added, in order of time.
+    pub fn words(&self) -> impl ExactSizeIterator<Item = Word<'_>> {
+        (0..unsafe { sys::parley_result_num_words(self.address()) }).map(move |index| unsafe {
+            let w = sys::parley_result_word(self.address(), index);
+            Word { start: w.start, end: w.end, text: text(w.text), speaker: text(w.speaker) }
+        })
+    }
+
+    /// The loudest sample, 0 to 1, of every 1 / rate seconds, and that rate.
+    pub fn waveform(&self) -> (&[f32], u32) {
+        let (mut count, mut rate) = (0, 0);
+        let peaks = unsafe { sys::parley_result_waveform(self.address(), &mut count, &mut rate) };
+        match count {
+            0 => (&[], rate as u32),
+            count => (unsafe { std::slice::from_raw_parts(peaks, count as usize) }, rate as u32),
+        }
+    }
+
+    fn written(
+        &self, format: &str,
+        write: unsafe extern "C" fn(*const sys::parley_result, *const c_char, *mut *mut c_char, *mut usize) -> i32,
+    ) -> Result<Vec<u8>> {
+        let (format, mut block, mut size) = (c_text(format)?, null_mut(), 0);
+        check(unsafe { write(self.address(), format.as_ptr(), &mut block, &mut size) })?;
+        Ok(unsafe { taken(block, size) })
+    }
+
+    /// The result in one of [`formats`], byte for byte what the command line tool writes.
+    pub fn bytes(&self, format: &str) -> Result<Vec<u8>> {
+        self.written(format, sys::parley_write_text)
+    }
+
+    /// The same of a format that is text.
+    pub fn text(&self, format: &str) -> Result<String> {
+        String::from_utf8(self.bytes(format)?).map_err(|_| Error::invalid("the format is no text"))
+    }
+
+    /// The words in one of [`transcript_formats`].
+    pub fn transcript(&self, format: &str) -> Result<Vec<u8>> {
+        self.written(format, sys::parley_write_words)
+    }
+
+    /// Adds a transcript, each word with its speaker: JSON of recognizers, TSV, WebVTT, SRT or CTM. Words outside of all segments
+    /// are the nearest's as far as `reach` seconds away.
+    pub fn add_words(&mut self, transcript: &str, reach: f64, rule: Rule) -> Result<()> {
+        let address = transcript.as_ptr() as *const c_char;
+        check(unsafe { sys::parley_result_add_words(self.address(), address, transcript.len(), reach, rule as i32) })
+    }
+
+    /// Gives speakers the names of known people who are near enough: a cosine above `threshold`, 0.8 for none.
+    pub fn name_voices(&mut self, voices: &Voices, threshold: Option<f64>) -> Result<()> {
+        let list = c_text(voices.as_str())?;
+        check(unsafe { sys::parley_result_name_voices(self.address(), list.as_ptr(), threshold.unwrap_or(0.0)) })
+    }
+}
+
+/// A path as the library takes it, which is UTF-8 on Windows and the system's own bytes elsewhere.
+pub(crate) fn c_path(path: &Path) -> Result<std::ffi::CString> {
+    #[cfg(unix)]
+    let bytes = std::os::unix::ffi::OsStrExt::as_bytes(path.as_os_str()).to_vec();
+    #[cfg(not(unix))]
+    let bytes = path.to_str().ok_or_else(|| Error::invalid("a path that is no text"))?.as_bytes().to_vec();
+    std::ffi::CString::new(bytes).map_err(|_| Error::invalid("a path has a zero in it"))
+}

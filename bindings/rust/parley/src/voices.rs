@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+//! People who are known from earlier recordings.
+use std::fmt;
+use std::os::raw::c_char;
+use std::ptr::null_mut;
+
+use parley_sys as sys;
+
+use crate::error::{c_text, check, taken, Error, Result};
+use crate::Diarization;
+
+/// Voices of people, as the text that their file holds.
+#[derive(Clone, Debug, Default, PartialEq, Eq)]
+pub struct Voices(String);
+
+impl Voices {
+    /// Nobody.
+    pub fn new() -> Self {
+        Self::default()
+    }
+
+    /// The text of a file of voices, as the tool and other languages write it.
+    pub fn from_text(text: impl Into<String>) -> Self {
+        Voices(text.into())
+    }
+
+    /// The text to keep.
+    pub fn as_str(&self) -> &str {
+        &self.0
+    }
+
+    fn replaced(&mut self, call: impl FnOnce(*const c_char, *mut *mut c_char) -> i32) -> Result<()> {
+        let (before, mut after) = (c_text(&self.0)?, null_mut());
+        check(call(before.as_ptr(), &mut after))?;
+        self.0 = owned(after)?;
+        Ok(())
+    }
+
+    /// Adds a sample of `name`: what the speaker of that index says between two times, in seconds, of a result with
+    /// [`keep_embeddings`](crate::Options::keep_embeddings); all of it for none.
+    pub fn add(&mut self, name: &str, result: &Diarization, speaker: usize, stretch: Option<(f64, f64)>) -> Result<()> {
+        let (name, (start, end)) = (c_text(name)?, stretch.unwrap_or((0.0, 0.0)));
+        let index = i32::try_from(speaker).map_err(|_| Error::invalid("there is no such speaker"))?;
+        self.replaced(|before, after| unsafe {
+            sys::parley_voices_add(before, name.as_ptr(), result.address(), index, start, end, after)
+        })
+    }
+
+    /// Takes somebody out.
+    pub fn remove(&mut self, name: &str) -> Result<()> {
+        let name = c_text(name)?;
+        self.replaced(|before, after| unsafe { sys::parley_voices_remove(before, name.as_ptr(), after) })
+    }
+
+    /// The people and how many samples there are of each.
+    pub fn people(&self) -> Result<Vec<(String, usize)>> {
+        let list = c_text(&self.0)?;
+        let mut people = Vec::new();
+        loop {
+            let (mut name, mut samples) = (null_mut(), 0);
+            check(unsafe { sys::parley_voices_at(list.as_ptr(), people.len() as i32, &mut name, &mut samples) })?;
+            if name.is_null() {
+                return Ok(people);
+            }
+            people.push((owned(name)?, samples as usize));
+        }
+    }
+}
+
+impl fmt::Display for Voices {
+    fn fmt(&self, formatter: &mut fmt::Formatter<'_>) -> fmt::Result {
+        formatter.write_str(&self.0)
+    }
+}
+
+/// A text that the library handed out.
+fn owned(block: *mut c_char) -> Result<String> {
+    // SAFETY: zero-terminated, and released here alone.
+    let bytes = unsafe { taken(block, std::ffi::CStr::from_ptr(block).to_bytes().len()) };
+    String::from_utf8(bytes).map_err(|_| Error::invalid("a text that is none"))
+}
