@@ -8,6 +8,24 @@ import (
 	"strings"
 )
 
+func option(name, value string) Option { return Option{name: name, value: value} }
+func number(x float64) string          { return strconv.FormatFloat(x, 'g', -1, 64) }
+
+func numbers(values ...float64) string {
+	all := make([]string, len(values))
+	for i, x := range values {
+		all[i] = number(x)
+	}
+	return strings.Join(all, ",")
+}
+
+func flag(on bool) string {
+	if on {
+		return "1"
+	}
+	return "0"
+}
+
 // Channels is a word that WithChannels takes.
 type Channels string
 

@@ -16,22 +16,9 @@ package parley
 /*
 #cgo pkg-config: parley-diarization
 #include <parley.h>
-#include <stdint.h>
 #include <stdlib.h>
 
-extern int parleyReport(uintptr_t handle, double done);
-
-static int parley_go_report(void *context, double done) {
-	return parleyReport((uintptr_t) context, done);
-}
-
-static parley_progress parley_go_progress(void) {
-	return parley_go_report;
-}
-
-static void *parley_go_context(uintptr_t handle) {
-	return (void *) handle;
-}
+extern int parleyReport(void *context, double done);
 */
 import "C"
 
@@ -43,7 +30,6 @@ import (
 	"io"
 	"runtime"
 	"runtime/cgo"
-	"strconv"
 	"strings"
 	"sync"
 	"unsafe"
@@ -103,24 +89,6 @@ type Option struct {
 // WithProgress: the function is called with the share that is done, from 0 to 1, never falling.
 func WithProgress(progress func(done float64)) Option { return Option{progress: progress} }
 
-func option(name, value string) Option { return Option{name: name, value: value} }
-func number(x float64) string          { return strconv.FormatFloat(x, 'g', -1, 64) }
-
-func numbers(values ...float64) string {
-	all := make([]string, len(values))
-	for i, x := range values {
-		all[i] = number(x)
-	}
-	return strings.Join(all, ",")
-}
-
-func flag(on bool) string {
-	if on {
-		return "1"
-	}
-	return "0"
-}
-
 // record fills a record of options in C's memory, since the library keeps addresses of the texts in it.
 func record(asked []Option, kept *texts) (*C.parley_options, error) {
 	options := (*C.parley_options)(C.malloc(C.sizeof_parley_options))
@@ -149,14 +117,14 @@ type Diarizer struct {
 
 // Open loads a model file; "" stands for the one that is installed with the library, or that $PARLEY_MODEL names.
 func Open(model string) (*Diarizer, error) {
-	var kept texts
-	defer kept.free()
-	var path *C.char
-	if model != "" {
-		path = kept.add(model)
-	}
 	d := &Diarizer{}
-	if err := call(func() C.parley_status { return C.parley_open(path, &d.handle) }); err != nil {
+	err := withTexts(func(kept *texts) C.parley_status {
+		if model == "" {
+			return C.parley_open(nil, &d.handle)
+		}
+		return C.parley_open(kept.add(model), &d.handle)
+	})
+	if err != nil {
 		return nil, err
 	}
 	runtime.SetFinalizer(d, func(d *Diarizer) { d.Close() })
@@ -179,14 +147,16 @@ func (d *Diarizer) Model() string {
 	return C.GoString(C.parley_model(d.handle))
 }
 
+var report = C.parley_progress(C.parleyReport)
+
 type watch struct {
 	ctx      context.Context
 	progress func(float64)
 }
 
 //export parleyReport
-func parleyReport(handle C.uintptr_t, done C.double) C.int {
-	w := cgo.Handle(handle).Value().(*watch)
+func parleyReport(handle unsafe.Pointer, done C.double) C.int {
+	w := (*cgo.Handle)(handle).Value().(*watch)
 	if w.ctx.Err() != nil {
 		return 0
 	}
@@ -221,9 +191,7 @@ func (d *Diarizer) watched(ctx context.Context, asked []Option,
 	}
 	handle := cgo.NewHandle(w)
 	defer handle.Delete()
-	err = call(func() C.parley_status {
-		return work(&kept, options, C.parley_go_context(C.uintptr_t(handle)))
-	})
+	err = call(func() C.parley_status { return work(&kept, options, unsafe.Pointer(&handle)) })
 	if err != nil && ctx.Err() != nil && errors.Is(err, context.Canceled) {
 		return ctx.Err()
 	}
@@ -234,7 +202,7 @@ func (d *Diarizer) watched(ctx context.Context, asked []Option,
 func (d *Diarizer) DiarizeFile(ctx context.Context, path string, options ...Option) (*Result, error) {
 	var made *C.parley_result
 	err := d.watched(ctx, options, func(kept *texts, o *C.parley_options, context unsafe.Pointer) C.parley_status {
-		return C.parley_diarize_file(d.handle, kept.add(path), o, C.parley_go_progress(), context, &made)
+		return C.parley_diarize_file(d.handle, kept.add(path), o, report, context, &made)
 	})
 	return taken(made, err)
 }
@@ -249,7 +217,7 @@ func (d *Diarizer) Diarize(ctx context.Context, file io.Reader, name string, opt
 	err = d.watched(ctx, options, func(kept *texts, o *C.parley_options, context unsafe.Pointer) C.parley_status {
 		bytes := C.CBytes(content)
 		*kept = append(*kept, bytes)
-		return C.parley_diarize_memory(d.handle, bytes, C.size_t(len(content)), kept.add(name), o, C.parley_go_progress(), context, &made)
+		return C.parley_diarize_memory(d.handle, bytes, C.size_t(len(content)), kept.add(name), o, report, context, &made)
 	})
 	return taken(made, err)
 }
@@ -277,7 +245,7 @@ func (d *Diarizer) DiarizeSamples(ctx context.Context, samples []int16, channels
 	var made *C.parley_result
 	err = d.watched(ctx, options, func(kept *texts, o *C.parley_options, context unsafe.Pointer) C.parley_status {
 		return C.parley_diarize_samples(d.handle, samplesOf(samples), frames, C.int32_t(channels), C.int32_t(rate),
-			kept.add("recording"), o, C.parley_go_progress(), context, &made)
+			kept.add("recording"), o, report, context, &made)
 	})
 	return taken(made, err)
 }

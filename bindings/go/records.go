@@ -74,3 +74,19 @@ type Format struct {
 	// "text/plain".
 	MediaType string
 }
+
+// Formats are those of results.
+func Formats() (all []Format) {
+	for f := C.parley_format_at(0); f != nil; f = C.parley_format_at(C.int32_t(len(all))) {
+		all = append(all, Format{C.GoString(f.name), C.GoString(f.extension), C.GoString(f.purpose), C.GoString(f.media_type)})
+	}
+	return all
+}
+
+// TranscriptFormats are those of their words.
+func TranscriptFormats() (all []Format) {
+	for f := C.parley_transcript_format_at(0); f != nil; f = C.parley_transcript_format_at(C.int32_t(len(all))) {
+		all = append(all, Format{C.GoString(f.name), C.GoString(f.extension), C.GoString(f.purpose), C.GoString(f.media_type)})
+	}
+	return all
+}

@@ -32,21 +32,22 @@ func taken(made *C.parley_result, err error) (*Result, error) {
 	r := &Result{handle: made, Duration: float64(C.parley_result_duration(made)), Note: C.GoString(C.parley_result_note(made))}
 	runtime.SetFinalizer(r, func(r *Result) { r.Close() })
 	r.takeSpeakers()
-	for i := C.int32_t(0); i < C.parley_result_num_segments(made); i++ {
-		s := C.parley_result_segment(made, i)
-		r.Segments = append(r.Segments, Segment{float64(s.start), float64(s.end), int(s.speaker), r.Speakers[s.speaker].Name, float64(s.confidence)})
-	}
 	r.takeWords()
 	return r, nil
 }
 
 func (r *Result) takeSpeakers() {
-	r.Speakers = nil
+	r.Speakers, r.Segments = nil, nil
 	for i := C.int32_t(0); i < C.parley_result_num_speakers(r.handle); i++ {
 		s := C.parley_result_speaker(r.handle, i)
 		embedding := make([]float32, s.embedding_size)
 		copy(embedding, unsafe.Slice((*float32)(unsafe.Pointer(s.embedding)), s.embedding_size))
 		r.Speakers = append(r.Speakers, Speaker{C.GoString(s.name), float64(s.seconds), embedding, float64(s.similarity)})
+	}
+	for i := C.int32_t(0); i < C.parley_result_num_segments(r.handle); i++ {
+		s := C.parley_result_segment(r.handle, i)
+		name := r.Speakers[s.speaker].Name
+		r.Segments = append(r.Segments, Segment{float64(s.start), float64(s.end), int(s.speaker), name, float64(s.confidence)})
 	}
 }
 
@@ -68,74 +69,56 @@ func (r *Result) Close() error {
 // Read makes a result of a text that was written earlier, and maybe corrected: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT with voices,
 // Audacity labels. name is the text's file, for messages, and the recording's name where the text does not tell it.
 func Read(text []byte, name string) (*Result, error) {
-	var kept texts
-	defer kept.free()
 	var made *C.parley_result
-	err := call(func() C.parley_status {
+	err := withTexts(func(kept *texts) C.parley_status {
 		return C.parley_read_result(kept.add(string(text)), C.size_t(len(text)), kept.add(name), &made)
 	})
 	return taken(made, err)
 }
 
-func formats(at func(C.int32_t) *C.parley_format) []Format {
-	var all []Format
-	for f := at(0); f != nil; f = at(C.int32_t(len(all))) {
-		all = append(all, Format{C.GoString(f.name), C.GoString(f.extension), C.GoString(f.purpose), C.GoString(f.media_type)})
-	}
-	return all
-}
-
-// Formats are those of results.
-func Formats() []Format {
-	return formats(func(i C.int32_t) *C.parley_format { return C.parley_format_at(i) })
-}
-
-// TranscriptFormats are those of their words.
-func TranscriptFormats() []Format {
-	return formats(func(i C.int32_t) *C.parley_format { return C.parley_transcript_format_at(i) })
-}
-
-func (r *Result) written(format string, write func(*C.char, **C.char, *C.size_t) C.parley_status) ([]byte, error) {
-	if r.handle == nil {
-		return nil, ErrClosed
-	}
-	defer runtime.KeepAlive(r)
+func withTexts(function func(*texts) C.parley_status) error {
 	var kept texts
 	defer kept.free()
-	var block *C.char
-	var size C.size_t
-	if err := call(func() C.parley_status { return write(kept.add(format), &block, &size) }); err != nil {
-		return nil, err
+	return call(func() C.parley_status { return function(&kept) })
+}
+
+// run calls with the result, which lives until the call is over.
+func (r *Result) run(function func(*texts) C.parley_status) error {
+	if r.handle == nil {
+		return ErrClosed
 	}
-	defer C.parley_free(unsafe.Pointer(block))
-	return C.GoBytes(unsafe.Pointer(block), C.int(size)), nil
+	defer runtime.KeepAlive(r)
+	return withTexts(function)
 }
 
 // Write returns the result in one of Formats, byte for byte what the command line tool writes.
 func (r *Result) Write(format string) ([]byte, error) {
-	return r.written(format, func(name *C.char, block **C.char, size *C.size_t) C.parley_status {
-		return C.parley_write_text(r.handle, name, block, size)
+	var block *C.char
+	var size C.size_t
+	err := r.run(func(kept *texts) C.parley_status {
+		return C.parley_write_text(r.handle, kept.add(format), &block, &size)
 	})
+	defer C.parley_free(unsafe.Pointer(block))
+	return C.GoBytes(unsafe.Pointer(block), C.int(size)), err
 }
 
 // WriteWords returns the words in one of TranscriptFormats.
 func (r *Result) WriteWords(format string) ([]byte, error) {
-	return r.written(format, func(name *C.char, block **C.char, size *C.size_t) C.parley_status {
-		return C.parley_write_words(r.handle, name, block, size)
+	var block *C.char
+	var size C.size_t
+	err := r.run(func(kept *texts) C.parley_status {
+		return C.parley_write_words(r.handle, kept.add(format), &block, &size)
 	})
+	defer C.parley_free(unsafe.Pointer(block))
+	return C.GoBytes(unsafe.Pointer(block), C.int(size)), err
 }
 
 // AddWords adds a transcript, each word with its speaker: JSON of recognizers, TSV, WebVTT, SRT or CTM. Words outside of all segments are
 // the nearest's as far as reach seconds away.
 func (r *Result) AddWords(transcript []byte, reach float64) error {
-	if r.handle == nil {
-		return ErrClosed
-	}
-	var kept texts
-	defer kept.free()
-	err := call(func() C.parley_status {
-		return C.parley_result_add_words(r.handle, kept.add(string(transcript)), C.size_t(len(transcript)), C.double(reach),
-			C.PARLEY_WORDS_WHOLE_SENTENCES)
+	err := r.run(func(kept *texts) C.parley_status {
+		text, size := kept.add(string(transcript)), C.size_t(len(transcript))
+		return C.parley_result_add_words(r.handle, text, size, C.double(reach), C.PARLEY_WORDS_WHOLE_SENTENCES)
 	})
 	r.takeWords()
 	return err
@@ -144,44 +127,32 @@ func (r *Result) AddWords(transcript []byte, reach float64) error {
 // NameVoices gives speakers the names of known people who are near enough: a cosine above threshold (0 stands for 0.8). voices is the
 // text of a file of voices.
 func (r *Result) NameVoices(voices string, threshold float64) error {
-	if r.handle == nil {
-		return ErrClosed
-	}
-	var kept texts
-	defer kept.free()
-	err := call(func() C.parley_status {
+	err := r.run(func(kept *texts) C.parley_status {
 		return C.parley_result_name_voices(r.handle, kept.add(voices), C.double(threshold))
 	})
-	r.takeSpeakers()
-	for i := range r.Segments {
-		r.Segments[i].Name = r.Speakers[r.Segments[i].Speaker].Name
+	if err == nil {
+		r.takeSpeakers()
 	}
 	return err
-}
-
-func changedVoices(change func(*texts, **C.char) C.parley_status) (string, error) {
-	var kept texts
-	defer kept.free()
-	var text *C.char
-	if err := call(func() C.parley_status { return change(&kept, &text) }); err != nil {
-		return "", err
-	}
-	defer C.parley_free(unsafe.Pointer(text))
-	return C.GoString(text), nil
 }
 
 // AddVoice returns a list of voices, of which "" is the empty one, with a sample of name: what a speaker of the result says between two
 // times, in seconds, of a result of WithKeepEmbeddings; all of it if end is not behind start.
 func AddVoice(voices, name string, r *Result, speaker int, start, end float64) (string, error) {
-	defer runtime.KeepAlive(r)
-	return changedVoices(func(kept *texts, text **C.char) C.parley_status {
-		return C.parley_voices_add(kept.add(voices), kept.add(name), r.handle, C.int32_t(speaker), C.double(start), C.double(end), text)
+	var text *C.char
+	err := r.run(func(kept *texts) C.parley_status {
+		return C.parley_voices_add(kept.add(voices), kept.add(name), r.handle, C.int32_t(speaker), C.double(start), C.double(end), &text)
 	})
+	defer C.parley_free(unsafe.Pointer(text))
+	return C.GoString(text), err
 }
 
 // RemoveVoice returns a list of voices without somebody.
 func RemoveVoice(voices, name string) (string, error) {
-	return changedVoices(func(kept *texts, text **C.char) C.parley_status {
-		return C.parley_voices_remove(kept.add(voices), kept.add(name), text)
+	var text *C.char
+	err := withTexts(func(kept *texts) C.parley_status {
+		return C.parley_voices_remove(kept.add(voices), kept.add(name), &text)
 	})
+	defer C.parley_free(unsafe.Pointer(text))
+	return C.GoString(text), err
 }

@@ -7,7 +7,7 @@ use std::ptr::{null_mut, NonNull};
 use parley_sys as sys;
 
 use crate::error::{c_text, check, taken, text, Error, Result};
-use crate::{Format, Segment, Speaker, Voices, Word};
+use crate::{Segment, Speaker, Voices, Word};
 
 /// Whose a word is that two speakers share.
 #[derive(Clone, Copy, Debug, PartialEq, Eq)]
@@ -18,27 +18,7 @@ pub enum Rule {
     ByTime = 1,
 }
 
-fn table(at: unsafe extern "C" fn(i32) -> *const sys::parley_format) -> impl Iterator<Item = Format<'static>> {
-    // SAFETY: constants of the library's, null beyond the last.
-    (0..).map_while(move |index| unsafe {
-        at(index).as_ref().map(|f| Format {
-            name: text(f.name),
-            extension: text(f.extension),
-            purpose: text(f.purpose),
-            media_type: text(f.media_type),
-        })
-    })
-}
-
-/// The formats of results.
-pub fn formats() -> impl Iterator<Item = Format<'static>> {
-    table(sys::parley_format_at)
-}
-
-/// The formats of their words.
-pub fn transcript_formats() -> impl Iterator<Item = Format<'static>> {
-    table(sys::parley_transcript_format_at)
-}
+type Writer = unsafe extern "C" fn(*const sys::parley_result, *const c_char, *mut *mut c_char, *mut usize) -> i32;
 
 /// Who spoke when in one recording.
 #[derive(Debug)]
@@ -133,16 +113,13 @@ impl Diarization {
         }
     }
 
-    fn written(
-        &self, format: &str,
-        write: unsafe extern "C" fn(*const sys::parley_result, *const c_char, *mut *mut c_char, *mut usize) -> i32,
-    ) -> Result<Vec<u8>> {
+    fn written(&self, format: &str, write: Writer) -> Result<Vec<u8>> {
         let (format, mut block, mut size) = (c_text(format)?, null_mut(), 0);
         check(unsafe { write(self.address(), format.as_ptr(), &mut block, &mut size) })?;
         Ok(unsafe { taken(block, size) })
     }
 
-    /// The result in one of [`formats`], byte for byte what the command line tool writes.
+    /// The result in one of [`formats`](crate::formats), byte for byte what the command line tool writes.
     pub fn bytes(&self, format: &str) -> Result<Vec<u8>> {
         self.written(format, sys::parley_write_text)
     }
@@ -152,7 +129,7 @@ impl Diarization {
         String::from_utf8(self.bytes(format)?).map_err(|_| Error::invalid("the format is no text"))
     }
 
-    /// The words in one of [`transcript_formats`].
+    /// The words in one of [`transcript_formats`](crate::transcript_formats).
     pub fn transcript(&self, format: &str) -> Result<Vec<u8>> {
         self.written(format, sys::parley_write_words)
     }
@@ -166,7 +143,7 @@ impl Diarization {
 
     /// Gives speakers the names of known people who are near enough: a cosine above `threshold`, 0.8 for none.
     pub fn name_voices(&mut self, voices: &Voices, threshold: Option<f64>) -> Result<()> {
-        let list = c_text(voices.as_str())?;
+        let list = c_text(&voices.0)?;
         check(unsafe { sys::parley_result_name_voices(self.address(), list.as_ptr(), threshold.unwrap_or(0.0)) })
     }
 }

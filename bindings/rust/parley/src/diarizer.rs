@@ -92,32 +92,23 @@ impl Diarizer {
         &mut self, source: impl Into<Source<'a>>, options: &Options, progress: impl FnMut(f64) -> bool,
     ) -> Result<Diarization> {
         let (own, record, name) = (self.handle.as_ptr(), options.record()?, c_text("recording")?);
-        let asked = record.address();
+        let (asked, name) = (record.address(), name.as_ptr());
         match source.into() {
             Source::File(path) => {
                 let path = c_path(path)?;
-                watched(progress, |call, context| {
-                    Diarization::made(|made| unsafe {
-                        sys::parley_diarize_file(own, path.as_ptr(), asked, call, context, made)
-                    })
+                watched(progress, |call, context, made| unsafe {
+                    sys::parley_diarize_file(own, path.as_ptr(), asked, call, context, made)
                 })
             }
-            Source::Bytes(bytes) => watched(progress, |call, context| {
+            Source::Bytes(bytes) => watched(progress, |call, context, made| unsafe {
                 let file = bytes.as_ptr() as *const c_void;
-                Diarization::made(|made| unsafe {
-                    sys::parley_diarize_memory(own, file, bytes.len(), name.as_ptr(), asked, call, context, made)
-                })
+                sys::parley_diarize_memory(own, file, bytes.len(), name, asked, call, context, made)
             }),
             Source::Samples { samples, channels, rate } => {
-                let frames = frames_of(samples, channels)?;
-                let (channels, rate) = (channels.into(), rate_of(rate)?);
-                watched(progress, |call, context| {
-                    let (values, name) = (samples.as_ptr(), name.as_ptr());
-                    Diarization::made(|made| unsafe {
-                        sys::parley_diarize_samples(
-                            own, values, frames, channels, rate, name, asked, call, context, made,
-                        )
-                    })
+                let (frames, rate, values) = (frames_of(samples, channels)?, rate_of(rate)?, samples.as_ptr());
+                watched(progress, |call, context, made| unsafe {
+                    let channels = channels.into();
+                    sys::parley_diarize_samples(own, values, frames, channels, rate, name, asked, call, context, made)
                 })
             }
         }
@@ -209,11 +200,13 @@ unsafe extern "C" fn report<F: FnMut(f64) -> bool>(context: *mut c_void, done: f
     }
 }
 
-fn watched<F: FnMut(f64) -> bool, T>(
-    progress: F, work: impl FnOnce(sys::parley_progress, *mut c_void) -> Result<T>,
-) -> Result<T> {
+fn watched<F: FnMut(f64) -> bool>(
+    progress: F,
+    work: impl FnOnce(sys::parley_progress, *mut c_void, *mut *mut sys::parley_result) -> sys::parley_status,
+) -> Result<Diarization> {
     let mut watch = Watch { progress, panic: None };
-    let result = work(Some(report::<F>), &mut watch as *mut Watch<F> as *mut c_void);
+    let context = &mut watch as *mut Watch<F> as *mut c_void;
+    let result = Diarization::made(|made| work(Some(report::<F>), context, made));
     match watch.panic {
         Some(panic) => resume_unwind(panic),
         None => result,

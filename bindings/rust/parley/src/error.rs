@@ -8,28 +8,22 @@ use parley_sys as sys;
 
 use crate::Status;
 
-/// A failure, with a sentence that says what is wrong.
+/// A failure.
 #[derive(Clone, Debug, PartialEq, Eq)]
+#[non_exhaustive]
 pub struct Error {
-    status: Status,
-    message: String,
-    details: String,
+    /// What kind of failure it is.
+    pub status: Status,
+    /// What is wrong, in a sentence.
+    pub message: String,
+    /// What the engine said about it, a line each; may be empty.
+    pub details: String,
 }
 
 /// What everything that can fail returns.
 pub type Result<T> = std::result::Result<T, Error>;
 
 impl Error {
-    /// What kind of failure it is.
-    pub fn status(&self) -> Status {
-        self.status
-    }
-
-    /// What the engine said about it, a line each; may be empty.
-    pub fn details(&self) -> &str {
-        &self.details
-    }
-
     pub(crate) fn invalid(message: &str) -> Self {
         Error { status: Status::Invalid, message: message.into(), details: String::new() }
     }

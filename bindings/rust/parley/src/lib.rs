@@ -26,12 +26,12 @@ mod options;
 mod records;
 mod voices;
 
-pub use diarization::{formats, transcript_formats, Diarization, Rule};
+pub use diarization::{Diarization, Rule};
 pub use diarizer::{Diarizer, Session, Source};
 pub use error::{Error, Result};
 pub use option_values::{Channels, ViaFfmpeg};
 pub use options::Options;
-pub use records::{Format, Segment, Speaker, Status, Word};
+pub use records::{formats, transcript_formats, Format, Segment, Speaker, Status, Word};
 pub use voices::Voices;
 
 /// The version of the library, such as "1.0.0".

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Written by scripts/gen_options.
 //! Each option, and the words that some take.
-use crate::options::{joined, Options};
+use crate::Options;
+
+fn joined<T: ToString>(values: &[T]) -> String {
+    values.iter().map(T::to_string).collect::<Vec<_>>().join(",")
+}
 
 /// Mix them (default), split (each is a speaker), loudest.
 #[derive(Clone, Copy, Debug, PartialEq, Eq)]

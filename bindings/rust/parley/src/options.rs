@@ -58,8 +58,3 @@ impl Record {
         &self.options
     }
 }
-
-/// Values in a row, as texts of options have them.
-pub(crate) fn joined<T: ToString>(values: &[T]) -> String {
-    values.iter().map(T::to_string).collect::<Vec<_>>().join(",")
-}

@@ -3,6 +3,8 @@
 //! What results consist of.
 use parley_sys as sys;
 
+use crate::error::text;
+
 /// A stretch of one speaker.
 #[derive(Clone, Copy, Debug, PartialEq)]
 pub struct Segment<'a> {
@@ -55,6 +57,22 @@ pub struct Format<'a> {
     pub purpose: &'a str,
     /// "text/plain".
     pub media_type: &'a str,
+}
+
+/// Those of results.
+pub fn formats() -> impl Iterator<Item = Format<'static>> {
+    // SAFETY: constants of the library's, null beyond the last.
+    (0..).map_while(|index| unsafe {
+        sys::parley_format_at(index).as_ref().map(|f| Format { name: text(f.name), extension: text(f.extension), purpose: text(f.purpose), media_type: text(f.media_type) })
+    })
+}
+
+/// Those of their words.
+pub fn transcript_formats() -> impl Iterator<Item = Format<'static>> {
+    // SAFETY: constants of the library's, null beyond the last.
+    (0..).map_while(|index| unsafe {
+        sys::parley_transcript_format_at(index).as_ref().map(|f| Format { name: text(f.name), extension: text(f.extension), purpose: text(f.purpose), media_type: text(f.media_type) })
+    })
 }
 
 /// What kind of failure it is.

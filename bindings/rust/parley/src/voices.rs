@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 //! People who are known from earlier recordings.
-use std::fmt;
 use std::os::raw::c_char;
 use std::ptr::null_mut;
 
@@ -9,26 +8,11 @@ use parley_sys as sys;
 use crate::error::{c_text, check, taken, Error, Result};
 use crate::Diarization;
 
-/// Voices of people, as the text that their file holds.
+/// Voices of people, as the text that their file holds, here, from the tool and in other languages; "" for nobody.
 #[derive(Clone, Debug, Default, PartialEq, Eq)]
-pub struct Voices(String);
+pub struct Voices(pub String);
 
 impl Voices {
-    /// Nobody.
-    pub fn new() -> Self {
-        Self::default()
-    }
-
-    /// The text of a file of voices, as the tool and other languages write it.
-    pub fn from_text(text: impl Into<String>) -> Self {
-        Voices(text.into())
-    }
-
-    /// The text to keep.
-    pub fn as_str(&self) -> &str {
-        &self.0
-    }
-
     fn replaced(&mut self, call: impl FnOnce(*const c_char, *mut *mut c_char) -> i32) -> Result<()> {
         let (before, mut after) = (c_text(&self.0)?, null_mut());
         check(call(before.as_ptr(), &mut after))?;
@@ -64,12 +48,6 @@ impl Voices {
             }
             people.push((owned(name)?, samples as usize));
         }
-    }
-}
-
-impl fmt::Display for Voices {
-    fn fmt(&self, formatter: &mut fmt::Formatter<'_>) -> fmt::Result {
-        formatter.write_str(&self.0)
     }
 }
 
