@@ -192,9 +192,9 @@ clustering_policy policy_of(const parley_options &options, const thresholds &own
     return {thresholds_of(options, own), speech_bias_of(options), options.refine != 0};
 }
 
-clustering_result diarizer::find(const frames &all, const parley_options &options,
+clustering_result diarizer::find(const frames &embeddings, const parley_options &options,
                                  const progress_function &progress) {
-    speaker_search search(&engine_, all, policy_of(options, engine_.own_thresholds()), progress);
+    speaker_search search(&engine_, embeddings, policy_of(options, engine_.own_thresholds()), progress);
     return search.find(&engine_, options.min_speakers, options.max_speakers);
 }
 
@@ -239,8 +239,8 @@ voice_sample sample_of(const diarization &result, int number, double start, doub
     voice_sample sample = {heard.embedding, heard.seconds, result.recording, date};
     if (!(end > start)) return sample;
     if (!result.kept) throw diarization_error(PARLEY_INVALID, NOTHING_KEPT);
-    const frames all = result.kept->rows.view();
-    tags labels(static_cast<size_t>(all.count));
+    const frames embeddings = result.kept->rows.view();
+    tags labels(static_cast<size_t>(embeddings.count));
     sample.seconds = 0;
     for (const segment &s : result.segments) {
         const double from = std::max(s.start, start), to = std::min(s.end, end);
@@ -250,7 +250,7 @@ voice_sample sample_of(const diarization &result, int number, double start, doub
         const auto last = std::min(static_cast<size_t>(to / FRAME_SECONDS), labels.size());
         for (size_t f = first; f < last; f++) labels[f] = 1;
     }
-    const centroids means = centroids_of(all, labels);
+    const centroids means = centroids_of(embeddings, labels);
     if (!means.empty()) sample.vector = means.begin()->second;
     return sample;
 }
@@ -258,11 +258,11 @@ voice_sample sample_of(const diarization &result, int number, double start, doub
 voice_function voice_of(const diarization &result) {
     if (!result.kept) return nullptr;
     return [&result](double start, double end) -> std::string {
-        const frames all = result.kept->rows.view();
-        const int32_t first = std::clamp(static_cast<int32_t>(start / FRAME_SECONDS), 0, all.count);
-        const int32_t last = std::min(static_cast<int32_t>(std::ceil(end / FRAME_SECONDS)), all.count);
+        const frames embeddings = result.kept->rows.view();
+        const int32_t first = std::clamp(static_cast<int32_t>(start / FRAME_SECONDS), 0, embeddings.count);
+        const int32_t last = std::min(static_cast<int32_t>(std::ceil(end / FRAME_SECONDS)), embeddings.count);
         if (last <= first) return "";
-        const std::vector<float> heard = mean_of(all, first, last);
+        const std::vector<float> heard = mean_of(embeddings, first, last);
         const speaker *nearest = nullptr;
         double highest = -2;
         for (const speaker &s : result.speakers) {
@@ -340,10 +340,10 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     return result;
 }
 
-void diarizer::fill(const frames &all, const tags &labels, const division_evidence &evidence,
+void diarizer::fill(const frames &embeddings, const tags &labels, const division_evidence &evidence,
                     const parley_options &options, bool by_tag, diarization *result) {
-    const centroids means = centroids_of(all, labels);
-    result->segments = segments_of(all, labels, means, engine_.background(), evidence,
+    const centroids means = centroids_of(embeddings, labels);
+    result->segments = segments_of(embeddings, labels, means, engine_.background(), evidence,
                                    engine_.parameters().segment_confidence);
     for (segment &s : result->segments) s.end = std::min(s.end, result->duration);
     tidy_segments(&result->segments, result->duration, rules_of(options));
@@ -372,20 +372,20 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         result->waveform.resize(wave.size());
         for (size_t i = 0; i < wave.size(); i++) result->waveform[i] = std::max(result->waveform[i], wave[i]);
         zx_parley_samples_t samples = borrowed(channels[c]);
-        const embeddings rows = engine_.embed(&samples, path, share);
-        const frames all = rows.view();
-        tags labels = find(all, one_speaker, share).labels;
+        const embedding_table rows = engine_.embed(&samples, path, share);
+        const frames embeddings = rows.view();
+        tags labels = find(embeddings, one_speaker, share).labels;
         for (size_t f = 0; f < labels.size(); f++) {
             double loudest = 0;
             for (const auto &other : loud) loudest = std::max(loudest, other[f]);
             if (labels[f] != 0) labels[f] = loud[c][f] * LEAK < loudest ? 0 : static_cast<uint32_t>(c + 1);
         }
-        const centroids own = centroids_of(all, labels);
+        const centroids own = centroids_of(embeddings, labels);
         if (own.empty()) {
-            means[static_cast<uint32_t>(c + 1)].resize(static_cast<size_t>(all.size));
+            means[static_cast<uint32_t>(c + 1)].resize(static_cast<size_t>(embeddings.size));
             continue;
         }
-        std::vector<segment> found = segments_of(all, labels, own, engine_.background(), {}, {});
+        std::vector<segment> found = segments_of(embeddings, labels, own, engine_.background(), {}, {});
         for (segment &s : found) s.end = std::min(s.end, result->duration);
         tidy_segments(&found, result->duration, rules_of(options));
         result->segments.insert(result->segments.end(), found.begin(), found.end());

@@ -29,8 +29,8 @@ struct given_samples {
 // A recording's embeddings, and how far the search for its speakers has come, which results of one recording
 // share whatever threads they are on.
 struct kept_embeddings {
-    explicit kept_embeddings(embeddings of_recording) : rows(std::move(of_recording)) {}
-    const embeddings rows;
+    explicit kept_embeddings(embedding_table of_recording) : rows(std::move(of_recording)) {}
+    const embedding_table rows;
     std::mutex mutex{};  // of what follows
     std::unique_ptr<speaker_search> search{};
 };
@@ -49,12 +49,12 @@ public:
     diarization recluster(const diarization &before, const parley_options &options);
 
     // Who speaks in which frame.
-    clustering_result find(const frames &all, const parley_options &options,
+    clustering_result find(const frames &embeddings, const parley_options &options,
                            const progress_function &progress);
 
     // Fills segments and speakers of `result`, whose duration is known. Speakers are numbered as they are
     // heard, or with `by_tag` by their tags.
-    void fill(const frames &all, const tags &labels, const division_evidence &evidence,
+    void fill(const frames &embeddings, const tags &labels, const division_evidence &evidence,
               const parley_options &options, bool by_tag, diarization *result);
 
     // Takes name, length and waveform of a result's recording from its file.

@@ -354,7 +354,7 @@ parley_status parley_result_link_audio(parley_result *result, const char *url, i
     return guarded([&] {
         require(result && url, "a result or a URL is missing");
         result->inner.sound = url;
-        if (embedded >= 0) result->inner.most_embedded = embedded;
+        if (embedded >= 0) result->inner.max_embedded = embedded;
     });
 }
 

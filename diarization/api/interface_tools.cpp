@@ -90,11 +90,11 @@ parley_status parley_read_rttm(const char *text, size_t size, const char *name, 
         *turns = nullptr;
         *num_turns = 0;
         std::istringstream stream(std::string(text, size));
-        const rttm all = read_rttm(stream, name);
-        if (all.size() > 1)
+        const rttm recordings = read_rttm(stream, name);
+        if (recordings.size() > 1)
             throw diarization_error(PARLEY_INVALID, std::string(name) + ": holds several recordings");
-        if (all.empty()) return;
-        const std::vector<turn> &found = all.begin()->second;
+        if (recordings.empty()) return;
+        const std::vector<turn> &found = recordings.begin()->second;
         size_t bytes = found.size() * sizeof(parley_turn);  // names lie behind the records
         for (const turn &t : found) bytes += t.speaker.size() + 1;
         char *block = static_cast<char *>(std::malloc(bytes));
@@ -111,11 +111,11 @@ parley_status parley_read_rttm(const char *text, size_t size, const char *name, 
     });
 }
 
-parley_status parley_match(const float *here, int32_t num_here, const float *there, int32_t num_there,
-                           int32_t dimension, double threshold, int32_t *others, double *cosines) {
+parley_status parley_match(const float *first, int32_t num_first, const float *second, int32_t num_second,
+                           int32_t dimension, double threshold, int32_t *matches, double *cosines) {
     return guarded([&] {
-        require(num_here >= 0 && (here || num_here == 0) && num_there >= 0 && (there || num_there == 0) &&
-                    others && cosines && dimension > 0,
+        require(num_first >= 0 && (first || num_first == 0) && num_second >= 0 &&
+                    (second || num_second == 0) && matches && cosines && dimension > 0,
                 "voices or the places for the result are missing");
         require(threshold >= -1 && threshold <= 1, "the threshold lies between -1 and 1");
         const auto cosine = [dimension](const float *a, const float *b) {
@@ -127,18 +127,18 @@ parley_status parley_match(const float *here, int32_t num_here, const float *the
             }
             return squares_a > 0 && squares_b > 0 ? product / std::sqrt(squares_a * squares_b) : 0.0;
         };
-        std::vector<std::vector<double>> values(static_cast<size_t>(num_here));
-        for (int32_t i = 0; i < num_here; i++) {
-            for (int32_t j = 0; j < num_there; j++) {
-                const double c = cosine(here + int64_t{i} * dimension, there + int64_t{j} * dimension);
+        std::vector<std::vector<double>> values(static_cast<size_t>(num_first));
+        for (int32_t i = 0; i < num_first; i++) {
+            for (int32_t j = 0; j < num_second; j++) {
+                const double c = cosine(first + int64_t{i} * dimension, second + int64_t{j} * dimension);
                 values[static_cast<size_t>(i)].push_back(std::max(0.0, c - threshold));
             }
         }
         const std::vector<int> mapping = best_assignment(values);
-        for (int32_t i = 0; i < num_here; i++) {
+        for (int32_t i = 0; i < num_first; i++) {
             const int j = mapping[static_cast<size_t>(i)];
             const double above = j < 0 ? 0 : values[static_cast<size_t>(i)][static_cast<size_t>(j)];
-            others[i] = above > 0 ? j : -1;
+            matches[i] = above > 0 ? j : -1;
             cosines[i] = above > 0 ? above + threshold : 0;
         }
     });

@@ -66,7 +66,7 @@ void session::hear(std::span<const int16_t> samples) {
 
 // ---- Rows to embeddings
 
-frames session::all() const {
+frames session::embeddings() const {
     return {embeddings_.data(), static_cast<int32_t>(embeddings_.size() / static_cast<size_t>(size_)), size_};
 }
 
@@ -104,14 +104,14 @@ void session::embed() {
 // Speakers of a new clustering take the numbers of those whose frames they have; others get numbers of their
 // own.
 void session::keep_numbers(const tags &found) {
-    uint32_t most = 0;
-    for (const uint32_t tag : found) most = std::max(most, tag);
-    std::vector<std::vector<double>> shared(most, std::vector<double>(next_number_ - 1));
+    uint32_t highest = 0;
+    for (const uint32_t tag : found) highest = std::max(highest, tag);
+    std::vector<std::vector<double>> shared(highest, std::vector<double>(next_number_ - 1));
     for (size_t f = 0; f < std::min(found.size(), labels_.size()); f++)
         if (found[f] != 0 && labels_[f] != 0) shared[found[f] - 1][labels_[f] - 1]++;
     const std::vector<int> matched = shared.empty() ? std::vector<int>() : best_assignment(shared);
-    std::vector<uint32_t> numbers(most + 1);
-    for (uint32_t tag = 1; tag <= most; tag++) {
+    std::vector<uint32_t> numbers(highest + 1);
+    for (uint32_t tag = 1; tag <= highest; tag++) {
         const int known = matched[tag - 1];
         const bool is_known = known >= 0 && shared[tag - 1][static_cast<size_t>(known)] > 0;
         numbers[tag] = is_known ? static_cast<uint32_t>(known) + 1 : 0;
@@ -126,17 +126,17 @@ void session::keep_numbers(const tags &found) {
 // What came since goes to the nearest of the speakers found, or to nobody, by the mean over half a second.
 void session::extend() {
     constexpr int32_t REACH = 8;  // frames to either side
-    const frames view = all();
+    const frames view = embeddings();
     const centroids means = centroids_of({view.values, static_cast<int32_t>(labels_.size()), size_}, labels_);
     const std::vector<float> nobody(owner_->own_engine()->background(),
                                     owner_->own_engine()->background() + size_);
     for (auto f = static_cast<int32_t>(labels_.size()); f < view.count; f++) {
-        const std::vector<float> here =
+        const std::vector<float> heard =
             mean_of(view, std::max(0, f - REACH), std::min(view.count, f + REACH + 1));
-        double nearest = distance(here, nobody);
+        double nearest = distance(heard, nobody);
         uint32_t number = 0;
         for (const auto &[tag, mean] : means) {
-            if (const double away = distance(here, mean); away < nearest) {
+            if (const double away = distance(heard, mean); away < nearest) {
                 nearest = away;
                 number = tag;
             }
@@ -164,7 +164,7 @@ bool session::update(double share, diarization *state) {
         labels_.empty() || share * std::chrono::duration<double>(now - last_clustering_).count() >=
                                std::chrono::duration<double>(clustering_took_).count();
     if (may_cluster) {
-        const clustering_result found = owner_->find(all(), options_, nullptr);
+        const clustering_result found = owner_->find(embeddings(), options_, nullptr);
         keep_numbers(found.labels);
         evidence_ = found.evidence;
         last_clustering_ = clock::now();
@@ -173,7 +173,7 @@ bool session::update(double share, diarization *state) {
         extend();
     }
     *state = empty_result();
-    owner_->fill(all(), labels_, evidence_, options_, true, state);
+    owner_->fill(embeddings(), labels_, evidence_, options_, true, state);
     return true;
 }
 
@@ -183,8 +183,8 @@ diarization session::end() {
     if (num_frames_ == 0) throw diarization_error(PARLEY_INVALID, name_ + ": is shorter than 32 ms");
     embed();
     diarization result = empty_result();
-    const clustering_result found = owner_->find(all(), options_, nullptr);
+    const clustering_result found = owner_->find(embeddings(), options_, nullptr);
     result.note = found.note;
-    owner_->fill(all(), found.labels, found.evidence, options_, false, &result);
+    owner_->fill(embeddings(), found.labels, found.evidence, options_, false, &result);
     return result;
 }

@@ -40,7 +40,7 @@ private:
     void embed_chunk(const zx_parley_chunk_t &chunk);
     void keep_numbers(const tags &found);
     void extend();
-    frames all() const;
+    frames embeddings() const;
     diarization empty_result() const;
 
     using clock = std::chrono::steady_clock;

@@ -134,8 +134,8 @@ parley_status parley_stages_speech_log_odds(parley_stages *stages, const float *
     return guarded([&] {
         const speech_network &network = stages->own.parameters().speech;
         if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect speech");
-        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
-        const std::vector<float> found = speech_log_odds(all, network, 1);
+        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
+        const std::vector<float> found = speech_log_odds(view, network, 1);
         std::copy(found.begin(), found.end(), log_odds);
     });
 }
@@ -145,11 +145,11 @@ parley_status parley_stages_segments(parley_stages *stages, const float *embeddi
                                      int32_t *num_segments) {
     return guarded([&] {
         *num_segments = 0;
-        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
+        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
         const clustering_policy policy = {.values = {values[0], values[1], values[2], values[3]},
                                           .with_resegmentation = refine != 0};
         const tags labels =
-            speaker_search(&stages->own, all, policy, nullptr).find(&stages->own, 0, 0).labels;
+            speaker_search(&stages->own, view, policy, nullptr).find(&stages->own, 0, 0).labels;
         for (const auto &[start, end, tag] : runs_of(labels)) {
             times[2 * *num_segments] = FRAME_SECONDS * start;
             times[2 * *num_segments + 1] = FRAME_SECONDS * end;
@@ -163,10 +163,10 @@ parley_status parley_stages_candidates(parley_stages *stages, const float *embed
                                        double *features, int32_t *labels) {
     return guarded([&] {
         *num_candidates = 0;
-        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
+        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
         std::vector<candidate_features> rows;
         std::vector<tags> divisions;
-        speaker_search search(&stages->own, all, {.values = {values[0], values[1], values[2], values[3]}},
+        speaker_search search(&stages->own, view, {.values = {values[0], values[1], values[2], values[3]}},
                               nullptr);
         search.describe(&stages->own, &rows, &divisions);
         for (size_t i = 0; i < rows.size() && *num_candidates < max_candidates; i++) {
@@ -182,14 +182,14 @@ parley_status parley_stages_described_segments(parley_stages *stages, const floa
                                                double *features, int32_t *num_segments) {
     return guarded([&] {
         *num_segments = 0;
-        const frames all = {embeddings, num_frames, parley_stages_dimension(stages)};
+        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
         engine *own = &stages->own;
-        speaker_search search(own, all, {.values = own->own_thresholds()}, nullptr);
+        speaker_search search(own, view, {.values = own->own_thresholds()}, nullptr);
         const clustering_result found = search.find(own, 0, 0);
         std::vector<segment_features> rows;
         const std::vector<segment> segments =
-            segments_of(all, found.labels, centroids_of(all, found.labels), own->background(), found.evidence,
-                        own->parameters().segment_confidence, &rows);
+            segments_of(view, found.labels, centroids_of(view, found.labels), own->background(),
+                        found.evidence, own->parameters().segment_confidence, &rows);
         for (size_t i = 0; i < segments.size(); i++) {
             *times++ = segments[i].start;
             *times++ = segments[i].end;

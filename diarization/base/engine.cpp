@@ -33,8 +33,8 @@ struct reporter {
         const auto *self = static_cast<const reporter *>(context);
         const int number = static_cast<int>(stage);
         const double before = std::accumulate(self->stages, self->stages + number, 0.0);
-        const double all = std::accumulate(self->stages, self->stages + std::size(STAGES[0]), 0.0);
-        return self->progress((before + done * self->stages[number]) / all);
+        const double whole = std::accumulate(self->stages, self->stages + std::size(STAGES[0]), 0.0);
+        return self->progress((before + done * self->stages[number]) / whole);
     }
 
     // Null without a function.
@@ -89,8 +89,8 @@ void engine::set_jobs(int32_t jobs) {
     object_->num_workers = num_threads(jobs);
 }
 
-zx_parley_samples_t engine::read(const std::string &path, int64_t most, const progress_function &progress,
-                                 waveform_drawer *waveform) {
+zx_parley_samples_t engine::read(const std::string &path, int64_t max_samples,
+                                 const progress_function &progress, waveform_drawer *waveform) {
     zx_error_prepare();
     kind_ = is_compressed(path) ? source_kind::compressed : source_kind::file_of_samples;
     waveform->clear();
@@ -100,8 +100,8 @@ zx_parley_samples_t engine::read(const std::string &path, int64_t most, const pr
                                            },
                                            waveform};
     zx_parley_samples_t samples;
-    check_engine(zx_parley_internal_read_features(get(), path.c_str(), most, reporter(progress, kind_).get(),
-                                                  &listener, &samples),
+    check_engine(zx_parley_internal_read_features(get(), path.c_str(), max_samples,
+                                                  reporter(progress, kind_).get(), &listener, &samples),
                  path);
     return samples;
 }
@@ -123,29 +123,30 @@ zx_parley_samples_t engine::read_what_is_there(const std::string &path, const pr
     return samples;
 }
 
-embeddings engine::embed(zx_parley_samples_t *samples, const std::string &subject,
-                         const progress_function &progress) {
+embedding_table engine::embed(zx_parley_samples_t *samples, const std::string &subject,
+                              const progress_function &progress) {
     zx_error_prepare();
     if (samples->count < ZX_PARLEY_FRAME_LENGTH)
         throw diarization_error(PARLEY_INVALID, subject + ": is shorter than 32 ms");
     if (!samples->feature) kind_ = source_kind::samples;
-    embeddings all;
-    all.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
-    all.size = object_->param->classifier->embedding->output_dimension;
+    embedding_table table;
+    table.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
+    table.size = object_->param->classifier->embedding->output_dimension;
     check_engine(
-        zx_parley_internal_embed(object_.get(), samples, reporter(progress, kind_).get(), &all.values),
+        zx_parley_internal_embed(object_.get(), samples, reporter(progress, kind_).get(), &table.values),
         subject);
-    return all;
+    return table;
 }
 
-tags engine::cluster(const frames &all, const thresholds &values, const progress_function &progress) {
+tags engine::cluster(const frames &embeddings, const thresholds &values, const progress_function &progress) {
     zx_error_prepare();
-    tags result(static_cast<size_t>(all.count));
+    tags result(static_cast<size_t>(embeddings.count));
     const zx_parley_thresholds_t own = {static_cast<float>(values[0]), static_cast<float>(values[1]),
                                         static_cast<float>(values[2]), static_cast<float>(values[3])};
-    check_engine(zx_parley_internal_cluster(object_.get(), all.values, all.rows, all.count, &own,
-                                            reporter(progress, kind_).get(), result.data()),
-                 "clustering");
+    check_engine(
+        zx_parley_internal_cluster(object_.get(), embeddings.values, embeddings.rows, embeddings.count, &own,
+                                   reporter(progress, kind_).get(), result.data()),
+        "clustering");
     zx_parley_internal_reset(object_.get());
     return result;
 }

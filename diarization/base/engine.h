@@ -15,7 +15,7 @@
 using thresholds = std::array<double, 4>;  // offline, prune, segment, background
 
 // Owned rows of embeddings.
-struct embeddings {
+struct embedding_table {
     zx_heap_ptr<float> values;
     int32_t count = 0;
     int32_t size = 0;
@@ -41,7 +41,7 @@ public:
 
     // A file's features, computed and its waveform drawn as the samples come; of more than `most` samples
     // their number alone.
-    zx_parley_samples_t read(const std::string &path, int64_t most, const progress_function &progress,
+    zx_parley_samples_t read(const std::string &path, int64_t max_samples, const progress_function &progress,
                              waveform_drawer *waveform);
 
     // The samples themselves.
@@ -51,10 +51,10 @@ public:
     zx_parley_samples_t read_what_is_there(const std::string &path, const progress_function &progress);
 
     // Releases the samples on the way. `subject` is for messages.
-    embeddings embed(zx_parley_samples_t *samples, const std::string &subject,
-                     const progress_function &progress);
+    embedding_table embed(zx_parley_samples_t *samples, const std::string &subject,
+                          const progress_function &progress);
 
-    tags cluster(const frames &all, const thresholds &values, const progress_function &progress);
+    tags cluster(const frames &embeddings, const thresholds &values, const progress_function &progress);
 
     // Of the model.
     thresholds own_thresholds() const;

@@ -23,18 +23,19 @@ void add(const float *row, std::vector<float> *sum) {
 
 }  // namespace
 
-std::vector<float> mean_of(const frames &all, int32_t first, int32_t end) {
-    std::vector<float> mean(static_cast<size_t>(all.size));
-    for (int32_t f = first; f < end; f++) add(all.at(f), &mean);
+std::vector<float> mean_of(const frames &embeddings, int32_t first, int32_t end) {
+    std::vector<float> mean(static_cast<size_t>(embeddings.size));
+    for (int32_t f = first; f < end; f++) add(embeddings.at(f), &mean);
     scale_to_unit_length(&mean);
     return mean;
 }
 
-centroids centroids_of(const frames &all, const tags &labels) {
+centroids centroids_of(const frames &embeddings, const tags &labels) {
     centroids result;
-    for (int32_t f = 0; f < all.count; f++) {
+    for (int32_t f = 0; f < embeddings.count; f++) {
         if (const uint32_t tag = labels[static_cast<size_t>(f)]; tag != 0)
-            add(all.at(f), &result.try_emplace(tag, static_cast<size_t>(all.size)).first->second);
+            add(embeddings.at(f),
+                &result.try_emplace(tag, static_cast<size_t>(embeddings.size)).first->second);
     }
     for (auto &[tag, mean] : result) scale_to_unit_length(&mean);
     return result;
@@ -54,8 +55,8 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
     return distance(a.data(), b.data(), a.size());
 }
 
-bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *labels) {
-    const centroids speakers = centroids_of(all, *labels);
+bool join_nearest(const frames &embeddings, double limit, int32_t frames_a_row, tags *labels) {
+    const centroids speakers = centroids_of(embeddings, *labels);
     std::map<uint32_t, double> heard;  // frames
     for (const uint32_t tag : *labels) heard[tag] += frames_a_row;
     double nearest = std::numeric_limits<double>::max();

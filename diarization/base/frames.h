@@ -30,10 +30,10 @@ using tags = std::vector<uint32_t>;  // a frame's speaker, from 1 on; 0 where no
 using centroids = std::map<uint32_t, std::vector<float>>;  // of unit length, by tag
 
 // The mean of the frames [first, end), scaled to unit length; zeros stay zeros.
-std::vector<float> mean_of(const frames &all, int32_t first, int32_t end);
+std::vector<float> mean_of(const frames &embeddings, int32_t first, int32_t end);
 
 // The same of every tag's frames but those of tag 0.
-centroids centroids_of(const frames &all, const tags &labels);
+centroids centroids_of(const frames &embeddings, const tags &labels);
 
 // Of two vectors of unit length.
 double cosine(const float *a, const float *b, size_t size);
@@ -58,7 +58,7 @@ std::vector<run> runs_of(const tags &labels);
 // The nearest two speakers become one, unless their means are farther apart than `limit`, what chance may
 // add to the distance of few frames taken off; a row is the mean of so many frames. False if nothing was
 // joined.
-bool join_nearest(const frames &all, double limit, int32_t frames_a_row, tags *labels);
+bool join_nearest(const frames &embeddings, double limit, int32_t frames_a_row, tags *labels);
 
 // Different tags but 0.
 int count_speakers(const tags &labels);

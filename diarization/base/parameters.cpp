@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::string_view MAGIC = "parleycl";
 constexpr uint32_t VERSION = 2;
-constexpr size_t MOST_CONTEXTS = 16;
+constexpr size_t MAX_CONTEXTS = 16;
 constexpr int32_t LONGEST_CONTEXT = 1001;  // frames
 constexpr int32_t LARGEST_DIMENSION = 4096;
 
@@ -63,7 +63,7 @@ void read_speech_network(byte_reader *from, speech_network *network) {
     network->dimension = from->take<int32_t>();
     const size_t num_units = from->take_count(sizeof(float));
     network->contexts.resize(from->take_count(sizeof(int32_t)));
-    const bool is_possible = network->contexts.size() <= MOST_CONTEXTS && network->dimension >= 0 &&
+    const bool is_possible = network->contexts.size() <= MAX_CONTEXTS && network->dimension >= 0 &&
                              network->dimension <= LARGEST_DIMENSION;
     if (!is_possible || (num_units > 0 && network->num_inputs() == 0)) from->refuse();
     for (int32_t &context : network->contexts) {

@@ -46,7 +46,7 @@ struct diarization {
     std::vector<spoken_word> words;         // of a transcript, if there is one; by start
     std::string file;                       // where its bytes are, if not at the path
     std::optional<std::string> sound;       // the URL that documents use; pages for what is larger than
-    int64_t most_embedded = 64 << 20;       // bytes; "" for none
+    int64_t max_embedded = 64 << 20;        // bytes; "" for none
     std::string note;                       // what the user should know, or nothing
     std::shared_ptr<kept_embeddings> kept;  // to find speakers again, if that was asked for
     bool with_confidence = false;           // whether formats tell these

@@ -12,30 +12,30 @@
 namespace {
 
 constexpr int32_t WINDOW = 47, WINDOW_HOP = 16;  // frames: 1.5 s every 0.5 s
-constexpr size_t MOST_WINDOWS = 800;
+constexpr size_t MAX_WINDOWS = 800;
 constexpr int32_t LARGE_BLOCK = 4;        // frames
 constexpr int32_t SHORTEST_SPEAKER = 16;  // frames, 0.5 s
 constexpr int FEW = 12;                   // up to which every number of speakers is tried
-constexpr double LEAST_SHARE = 0.02;      // of the windows that a cluster needs to count as one
+constexpr double MIN_SHARE = 0.02;        // of the windows that a cluster needs to count as one
 // Up to which distances speakers of pieces become one.
 constexpr std::array SAME_IN_PIECES = {0.11F, 0.14F, 0.17F, 0.2F, 0.23F};
 
 }  // namespace
 
-speech_windows windows_of(const frames &all, const tags &labels, const float *background,
+speech_windows windows_of(const frames &embeddings, const tags &labels, const float *background,
                           double min_background_distance) {
     tags speech(labels.size());
     std::transform(labels.begin(), labels.end(), speech.begin(), [](uint32_t tag) { return tag != 0; });
     const auto spoken = std::count(speech.begin(), speech.end(), 1U);
     const int32_t hop =
-        std::max(WINDOW_HOP, static_cast<int32_t>(spoken / static_cast<int64_t>(MOST_WINDOWS)));
+        std::max(WINDOW_HOP, static_cast<int32_t>(spoken / static_cast<int64_t>(MAX_WINDOWS)));
     const int32_t length = std::max(WINDOW, hop);
     speech_windows result;
-    result.size = all.size;
+    result.size = embeddings.size;
     for (const auto &[start, end, tag] : runs_of(speech)) {
         for (int32_t first = start; first == start || first + length - hop < end; first += hop) {
             const int32_t last = std::min(first + length, end);
-            const std::vector<float> mean = mean_of(all, first, last);
+            const std::vector<float> mean = mean_of(embeddings, first, last);
             if (distance(background, mean.data(), mean.size()) < min_background_distance) continue;
             result.spans.push_back({first, last, 1});
             result.values.insert(result.values.end(), mean.begin(), mean.end());
@@ -62,7 +62,7 @@ distance_matrix distances_of(const speech_windows &windows) {
 candidate_set::candidate_set(const clustering_input &input, const frame_blocks &blocks)
     : input_(input),
       blocks_(blocks),
-      windows_(windows_of(*input.all, input.engine_labels, input.background.data(),
+      windows_(windows_of(*input.embeddings, input.engine_labels, input.background.data(),
                           input.min_background_distance)),
       distances_(distances_of(windows_)) {
     const tags own = blocks_.from_frames(input.engine_labels);
@@ -144,7 +144,7 @@ void candidate_set::add_linkage(division_method method, size_t number, int min_s
 // blocks have the label of the window whose middle is nearest.
 tags candidate_set::cut(const std::vector<merge> &tree, size_t number) const {
     const size_t n = windows_.count();
-    const double few = std::min(LEAST_SHARE, 0.2 / static_cast<double>(number));
+    const double few = std::min(MIN_SHARE, 0.2 / static_cast<double>(number));
     const auto least = static_cast<size_t>(std::max(2.0, few * static_cast<double>(n)));
     std::vector<size_t> cluster, sizes;
     for (size_t k = number; k <= std::min(n, number + FEW); k++) {
@@ -191,7 +191,7 @@ tags candidate_set::labels_of_frames(size_t candidate, int min_speakers) const {
     if (method == division_method::pieces)
         return join_pieces(input_.pieces, static_cast<size_t>(num_speakers));
     tags labels = blocks_.to_frames(of_blocks);
-    resegment(*input_.all, input_.background.data(),
+    resegment(*input_.embeddings, input_.background.data(),
               {.speech_bias = input_.speech_bias,
                .min_frames = SHORTEST_SPEAKER,
                .min_speakers = std::max(min_speakers, 1),

@@ -26,7 +26,7 @@ struct speech_windows {
 
 // Of the frames with a label but 0. Windows nearer to the background than `min_background_distance` are left
 // out. In long recordings they lie farther apart and become longer, so that there are about 800 at most.
-speech_windows windows_of(const frames &all, const tags &labels, const float *background,
+speech_windows windows_of(const frames &embeddings, const tags &labels, const float *background,
                           double min_background_distance);
 
 distance_matrix distances_of(const speech_windows &windows);
@@ -43,7 +43,7 @@ using candidate_features = std::array<double, size_t{NUM_CANDIDATE_FEATURES}>;
 
 // What clustering needs to know about a recording, made once for all candidates.
 struct clustering_input {
-    const frames *all = nullptr;
+    const frames *embeddings = nullptr;
     std::vector<float> background;
     double speech_bias = 0;
     double min_background_distance = 0;  // of a speaker

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t MOST_IN_GRAPH = 100;
+constexpr size_t MAX_IN_GRAPH = 100;
 
 double mean(const std::vector<double> &values) {
     double sum = 0;
@@ -28,7 +28,7 @@ double quantile(std::vector<double> values, double share) {
 
 // Every so manieth window, so that the graph stays small.
 distance_matrix thinned(const distance_matrix &distances) {
-    const size_t n = std::min(distances.n, MOST_IN_GRAPH);
+    const size_t n = std::min(distances.n, MAX_IN_GRAPH);
     distance_matrix result{n, std::vector<float>(n * n)};
     for (size_t i = 0; i < n; i++)
         for (size_t j = 0; j < n; j++)
@@ -43,12 +43,12 @@ struct description {
     double separation = 0;        // mean over windows of (to the next speaker - to the own) / to the next
     double weakest_speaker = 0;   // the smallest such mean of a speaker's windows
     double tenth_separation = 0;  // below which a tenth of the windows are
-    double min_apart = 1, most_apart = 0,
+    double min_apart = 1, furthest = 0,
            mean_apart = 0;    // distances of speakers, by chance taken off the least
     double spread = 0;        // mean distance of windows to their speaker
     double half_apart = 0.1;  // most that the halves of a speaker's speech are apart
-    double fewest = 0, fewest_share = 0, most_share = 0;  // seconds of speakers, shares of all speech
-    double changes = 0;                                   // of speaker, a second of speech
+    double fewest = 0, smallest_share = 0, largest_share = 0;  // seconds of speakers, shares of all speech
+    double changes = 0;                                        // of speaker, a second of speech
     double seconds = 0;
     double longest_turn_of_fewest = 0;                   // seconds, of the speaker who has least
     double nearest_background = 0, mean_background = 0;  // distances of speakers from it
@@ -165,21 +165,21 @@ description describe(const frames &blocks, double block_seconds, const float *ba
             d.half_apart = std::max(d.half_apart, halves);
         }
     }
-    d.most_apart = apart.empty() ? 0 : *std::max_element(apart.begin(), apart.end());
+    d.furthest = apart.empty() ? 0 : *std::max_element(apart.begin(), apart.end());
     d.mean_apart = mean(apart);
     d.nearest_background = quantile(from_background, 0);
     d.mean_background = mean(from_background);
     describe_turns(turns, near_a, near_b, &d);
     if (near_a != SIZE_MAX) d.fewer_of_nearest = std::min(counts[near_a], counts[near_b]) * block_seconds;
     if (counts.empty()) return d;
-    double all = 0;
-    for (const double c : counts) all += c;
+    double sum = 0;
+    for (const double c : counts) sum += c;
     const auto fewest = static_cast<size_t>(std::min_element(counts.begin(), counts.end()) - counts.begin());
-    d.seconds = all * block_seconds;
+    d.seconds = sum * block_seconds;
     d.fewest = counts[fewest] * block_seconds;
     d.longest_turn_of_fewest = longest[fewest];
-    d.fewest_share = counts[fewest] / all;
-    d.most_share = *std::max_element(counts.begin(), counts.end()) / all;
+    d.smallest_share = counts[fewest] / sum;
+    d.largest_share = *std::max_element(counts.begin(), counts.end()) / sum;
     double changes = 0;
     for (size_t b = 1; b < division.labels.size(); b++)
         changes += division.labels[b] != division.labels[b - 1] ? 1 : 0;
@@ -204,21 +204,21 @@ double agreement(const description &a, const description &b) {
     };
     const auto n = static_cast<double>(a.speaker_of.size());
     const double together = pairs(table), in_a = pairs(of_row), in_b = pairs(of_column);
-    const double by_chance = in_a * in_b / std::max(1.0, n * (n - 1) / 2), most = (in_a + in_b) / 2;
-    return most - by_chance > 1e-9 ? (together - by_chance) / (most - by_chance) : 1;
+    const double by_chance = in_a * in_b / std::max(1.0, n * (n - 1) / 2), highest = (in_a + in_b) / 2;
+    return highest - by_chance > 1e-9 ? (together - by_chance) / (highest - by_chance) : 1;
 }
 
 // The division of the same method with one speaker more (step 1) or less (-1), else the division itself.
-const description &neighbour(const std::vector<candidate> &divisions, const std::vector<description> &all,
-                             size_t index, int step) {
+const description &neighbour(const std::vector<candidate> &divisions,
+                             const std::vector<description> &descriptions, size_t index, int step) {
     for (size_t i = 0; i < divisions.size(); i++) {
         if (divisions[i].num_speakers == divisions[index].num_speakers + step &&
             (divisions[i].method == divisions[index].method || divisions[i].method == division_method::one))
-            return all[i];
+            return descriptions[i];
     }
     for (size_t i = 0; i < divisions.size(); i++)
-        if (divisions[i].num_speakers == divisions[index].num_speakers + step) return all[i];
-    return all[index];
+        if (divisions[i].num_speakers == divisions[index].num_speakers + step) return descriptions[i];
+    return descriptions[index];
 }
 
 }  // namespace
@@ -244,11 +244,11 @@ double division_means::distance(size_t a, size_t b) const {
 
 size_t division_means::nearest(const float *vector) const {
     size_t nearest = 0;
-    double most = -2;
+    double highest = -2;
     for (size_t k = 0; k < number(); k++) {
         const double near = cosine(at(k), vector, size_);
-        if (near <= most) continue;
-        most = near;
+        if (near <= highest) continue;
+        highest = near;
         nearest = k;
     }
     return nearest;
@@ -263,25 +263,26 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
     for (size_t i = 0; i < distances.n; i++)
         for (size_t j = 0; j < i; j++) window_distances.push_back(double{distances.at(i, j)});
     const double low = quantile(window_distances, 0.2), high = quantile(window_distances, 0.8);
-    std::vector<description> all;
-    all.reserve(divisions.size());
+    std::vector<description> descriptions;
+    descriptions.reserve(divisions.size());
     for (const candidate &division : divisions)
-        all.push_back(describe(blocks, FRAME_SECONDS * block_size, background, windows, division));
+        descriptions.push_back(describe(blocks, FRAME_SECONDS * block_size, background, windows, division));
     double clearest = 0, tightest = 1;
-    for (const description &d : all) {
+    for (const description &d : descriptions) {
         clearest = std::max(clearest, d.separation);
         tightest = std::min(tightest, d.spread);
     }
-    const description &engine = all.front();
+    const description &engine = descriptions.front();
     std::vector<candidate_features> rows;
-    for (size_t i = 0; i < all.size(); i++) {
-        const description &d = all[i];
-        const description &less = neighbour(divisions, all, i, -1), &more = neighbour(divisions, all, i, 1);
+    for (size_t i = 0; i < descriptions.size(); i++) {
+        const description &d = descriptions[i];
+        const description &less = neighbour(divisions, descriptions, i, -1),
+                          &more = neighbour(divisions, descriptions, i, 1);
         std::vector<double> alike;  // other methods' divisions into as many speakers
         int num_alike = 0;          // divisions that are nearly the same
-        for (size_t k = 0; k < all.size(); k++)
+        for (size_t k = 0; k < descriptions.size(); k++)
             if (k != i && divisions[k].num_speakers == divisions[i].num_speakers) {
-                alike.push_back(agreement(d, all[k]));
+                alike.push_back(agreement(d, descriptions[k]));
                 num_alike += alike.back() > 0.9 ? 1 : 0;
             }
         const double is_engine = divisions[i].method == division_method::engine ? 1 : 0;
@@ -290,14 +291,14 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                         d.weakest_speaker,
                         d.tenth_separation,
                         d.min_apart,
-                        d.most_apart,
+                        d.furthest,
                         d.mean_apart,
                         d.spread,
                         d.half_apart,
                         d.min_apart - d.half_apart,
                         d.fewest,
-                        d.fewest_share,
-                        d.most_share,
+                        d.smallest_share,
+                        d.largest_share,
                         d.longest_turn_of_fewest,
                         d.changes,
                         d.seconds / (engine.seconds + 0.1),

@@ -25,8 +25,8 @@ resegmentation_options options_for_engine(engine *own, const clustering_policy &
 // The engine's division, resegmented. The clustering drops who has less than about a second: where that
 // leaves nobody, short speech may still be there, at last somewhat nearer to the background: nobody at all is
 // the rarer result.
-tags resegmented(engine *own, const frames &all, const frame_blocks &blocks, const clustering_policy &policy,
-                 tags labels, std::string *note) {
+tags resegmented(engine *own, const frames &embeddings, const frame_blocks &blocks,
+                 const clustering_policy &policy, tags labels, std::string *note) {
     resegmentation_options options = options_for_engine(own, policy);
     if (blocks.block_size() > 1) {  // who stays is decided by blocks, which borders they have by frames
         options.frames_a_row = blocks.block_size();
@@ -35,10 +35,11 @@ tags resegmented(engine *own, const frames &all, const frame_blocks &blocks, con
         labels = blocks.to_frames(of_blocks);
         options = {.speech_bias = policy.speech_bias, .min_frames = 1, .num_threads = options.num_threads};
     }
-    resegment(all, own->background(), options, &labels);
+    resegment(embeddings, own->background(), options, &labels);
     for (const double nearness : {1.0, 0.9}) {
         if (count_speakers(labels) > 0) return labels;
-        find_short_speech(all, own->background(), policy.speech_bias, nearness * policy.values[3], &labels);
+        find_short_speech(embeddings, own->background(), policy.speech_bias, nearness * policy.values[3],
+                          &labels);
     }
     if (count_speakers(labels) > 0) *note = "a few words only: too little to tell speakers apart";
     return labels;
@@ -46,15 +47,15 @@ tags resegmented(engine *own, const frames &all, const frame_blocks &blocks, con
 
 // The cheapest by the model's trees of those with an allowed number of speakers; of none allowed, of those
 // whose number is nearest to what is.
-size_t choose(const candidate_set &candidates, const regression_trees &trees, int fewest, int most,
-              division_evidence *evidence) {
+size_t choose(const candidate_set &candidates, const regression_trees &trees, int min_speakers,
+              int max_speakers, division_evidence *evidence) {
     const std::vector<candidate_features> features = candidates.features();
     std::vector<double> costs;
     size_t best = 0;
     int best_away = std::numeric_limits<int>::max();
     for (size_t i = 0; i < features.size(); i++) {
         const int number = candidates.all()[i].num_speakers;
-        const int away = std::max({0, fewest - number, number - most});
+        const int away = std::max({0, min_speakers - number, number - max_speakers});
         costs.push_back(trees.is_empty() ? static_cast<double>(i) : trees.evaluate(features[i]));
         if (away > best_away || (away == best_away && costs[i] >= costs[best])) continue;
         best = i;
@@ -68,12 +69,12 @@ size_t choose(const candidate_set &candidates, const regression_trees &trees, in
     return best;
 }
 
-std::vector<int32_t> rows_of_speech(engine *own, const frames &all, const clustering_policy &policy) {
+std::vector<int32_t> rows_of_speech(engine *own, const frames &embeddings, const clustering_policy &policy) {
     const bool is_known = policy.with_resegmentation && !own->parameters().speech.is_empty();
     if (is_known)
-        return rows_of_speech(all, own->parameters().speech, SPEECH_BIAS * policy.speech_bias,
+        return rows_of_speech(embeddings, own->parameters().speech, SPEECH_BIAS * policy.speech_bias,
                               own->get()->num_workers);
-    std::vector<int32_t> rows(static_cast<size_t>(all.count));
+    std::vector<int32_t> rows(static_cast<size_t>(embeddings.count));
     std::iota(rows.begin(), rows.end(), 0);
     return rows;
 }
@@ -88,7 +89,7 @@ speaker_search::speaker_search(engine *own, const frames &recording, const clust
       all_{recording.values, static_cast<int32_t>(rows_.size()), recording.size, rows_.data()},
       blocks_(all_) {
     if (rows_.empty()) return;
-    input_.all = &all_;
+    input_.embeddings = &all_;
     input_.background.assign(own->background(), own->background() + all_.size);
     input_.speech_bias = policy.speech_bias;
     input_.min_background_distance = LIKE_BACKGROUND * policy.values[3];

@@ -5,21 +5,21 @@
 
 namespace {
 
-constexpr int32_t MOST_BLOCKS = 8000, LARGEST_BLOCK = 16;
+constexpr int32_t MAX_BLOCKS = 8000, LARGEST_BLOCK = 16;
 
 }  // namespace
 
-frame_blocks::frame_blocks(const frames &all)
-    : block_size_(std::clamp((all.count + MOST_BLOCKS - 1) / MOST_BLOCKS, 1, LARGEST_BLOCK)),
-      num_frames_(all.count),
-      count_((all.count + block_size_ - 1) / block_size_),
-      size_(all.size) {
+frame_blocks::frame_blocks(const frames &embeddings)
+    : block_size_(std::clamp((embeddings.count + MAX_BLOCKS - 1) / MAX_BLOCKS, 1, LARGEST_BLOCK)),
+      num_frames_(embeddings.count),
+      count_((embeddings.count + block_size_ - 1) / block_size_),
+      size_(embeddings.size) {
     values_.resize(static_cast<size_t>(count_) * static_cast<size_t>(size_));
     for (int32_t b = 0; b < count_; b++) {
         float *mean = &values_[static_cast<size_t>(b) * static_cast<size_t>(size_)];
-        const int32_t end = std::min((b + 1) * block_size_, all.count);
+        const int32_t end = std::min((b + 1) * block_size_, embeddings.count);
         for (int32_t f = b * block_size_; f < end; f++)
-            for (int32_t d = 0; d < size_; d++) mean[d] += all.at(f)[d];
+            for (int32_t d = 0; d < size_; d++) mean[d] += embeddings.at(f)[d];
         const auto length = static_cast<float>(end - b * block_size_);
         for (int32_t d = 0; d < size_; d++) mean[d] /= length;
     }
@@ -30,11 +30,11 @@ tags frame_blocks::from_frames(const tags &labels) const {
     for (size_t b = 0; b < result.size(); b++) {
         const size_t first = b * static_cast<size_t>(block_size_);
         const size_t end = std::min(first + static_cast<size_t>(block_size_), labels.size());
-        std::ptrdiff_t most = 0;
+        std::ptrdiff_t highest = 0;
         for (size_t f = first; f < end; f++) {
             const auto same = std::count(&labels[first], labels.data() + end, labels[f]);
-            if (same > most) {
-                most = same;
+            if (same > highest) {
+                highest = same;
                 result[b] = labels[f];
             }
         }

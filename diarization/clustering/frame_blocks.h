@@ -12,7 +12,7 @@
 // a frame, from 68 minutes on it is 16, and in between there are about 8,000 blocks.
 class frame_blocks {
 public:
-    explicit frame_blocks(const frames &all);
+    explicit frame_blocks(const frames &embeddings);
 
     frames view() const { return {values_.data(), count_, size_}; }
     int32_t block_size() const { return block_size_; }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int32_t PIECE = 1875, MOST_PIECES = 120;  // frames; a minute
+constexpr int32_t PIECE = 1875, MAX_PIECES = 120;  // frames; a minute
 
 // Tags become numbers from `first` on, in the order in which they come. How many there are.
 size_t number_from(size_t first, tags *labels) {
@@ -21,10 +21,10 @@ size_t number_from(size_t first, tags *labels) {
     return known.size();
 }
 
-distance_matrix distances_of_speakers(const frames &all, const tags &labels, size_t number) {
-    division_means means(number, static_cast<size_t>(all.size));
+distance_matrix distances_of_speakers(const frames &embeddings, const tags &labels, size_t number) {
+    division_means means(number, static_cast<size_t>(embeddings.size));
     for (size_t f = 0; f < labels.size(); f++)
-        if (labels[f] != 0) means.add(labels[f] - 1, all.at(static_cast<int32_t>(f)));
+        if (labels[f] != 0) means.add(labels[f] - 1, embeddings.at(static_cast<int32_t>(f)));
     means.scale();
     distance_matrix result{number, std::vector<float>(number * number)};
     for (size_t a = 0; a < number; a++)
@@ -35,19 +35,19 @@ distance_matrix distances_of_speakers(const frames &all, const tags &labels, siz
 
 }  // namespace
 
-divided_pieces divide_pieces(const frames &all, const std::function<tags(const frames &)> &divide) {
+divided_pieces divide_pieces(const frames &embeddings, const std::function<tags(const frames &)> &divide) {
     divided_pieces result;
-    const int32_t num_pieces = std::min((2 * all.count + PIECE) / (2 * PIECE), MOST_PIECES);
+    const int32_t num_pieces = std::min((2 * embeddings.count + PIECE) / (2 * PIECE), MAX_PIECES);
     if (num_pieces < 2) return result;
     for (int32_t p = 0; p < num_pieces; p++) {
-        const auto first = static_cast<int32_t>(int64_t{p} * all.count / num_pieces);
-        const auto end = static_cast<int32_t>((int64_t{p} + 1) * all.count / num_pieces);
-        tags labels = divide(all.part(first, end));
+        const auto first = static_cast<int32_t>(int64_t{p} * embeddings.count / num_pieces);
+        const auto end = static_cast<int32_t>((int64_t{p} + 1) * embeddings.count / num_pieces);
+        tags labels = divide(embeddings.part(first, end));
         result.num_speakers += number_from(result.num_speakers + 1, &labels);
         result.labels.insert(result.labels.end(), labels.begin(), labels.end());
     }
     result.tree =
-        linkage_tree(distances_of_speakers(all, result.labels, result.num_speakers), linkage::average);
+        linkage_tree(distances_of_speakers(embeddings, result.labels, result.num_speakers), linkage::average);
     return result;
 }
 

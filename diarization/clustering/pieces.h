@@ -17,7 +17,7 @@ struct divided_pieces {
 };
 
 // What `divide` makes of every minute. Recordings too short for two pieces have no speakers here.
-divided_pieces divide_pieces(const frames &all, const std::function<tags(const frames &)> &divide);
+divided_pieces divide_pieces(const frames &embeddings, const std::function<tags(const frames &)> &divide);
 
 // Labels of frames: the pieces' speakers, the nearest of them joined until `number` are left.
 tags join_pieces(const divided_pieces &pieces, size_t number);

@@ -17,11 +17,11 @@ constexpr int32_t SHORT_SPEECH = 12;                                      // fra
 // Products of frames with every state's centroid, for as many frames at once as memory should hold.
 class products {
 public:
-    products(const frames &all, const std::vector<const float *> &means)
-        : all_(all),
-          means_(means, all.size),
-          num_rows_(std::max(PART, MOST_VALUES / static_cast<int32_t>(means_.width()) / PART * PART)),
-          values_(static_cast<size_t>(std::min(num_rows_, all.count)) * means_.width()) {}
+    products(const frames &embeddings, const std::vector<const float *> &means)
+        : all_(embeddings),
+          means_(means, embeddings.size),
+          num_rows_(std::max(PART, MAX_VALUES / static_cast<int32_t>(means_.width()) / PART * PART)),
+          values_(static_cast<size_t>(std::min(num_rows_, embeddings.count)) * means_.width()) {}
 
     // Of a frame; rising from 0.
     double *of(int32_t frame, int num_threads) {
@@ -34,8 +34,8 @@ public:
     }
 
 private:
-    static constexpr int32_t PART = 1024;            // frames that a thread does at once
-    static constexpr int32_t MOST_VALUES = 1 << 20;  // that are held
+    static constexpr int32_t PART = 1024;           // frames that a thread does at once
+    static constexpr int32_t MAX_VALUES = 1 << 20;  // that are held
 
     static zx_status_t compute_part(void *context, int32_t, int32_t part) {
         auto *self = static_cast<products *>(context);
@@ -55,25 +55,25 @@ private:
 
 // The best path: for each frame the index of its state, whose centroids are the rows of `means`,
 // nobody's first.
-std::vector<uint16_t> best_path(const frames &all, const std::vector<const float *> &means,
+std::vector<uint16_t> best_path(const frames &embeddings, const std::vector<const float *> &means,
                                 const resegmentation_options &options) {
     const size_t num_states = means.size();
-    products cosines(all, means);
-    const auto count = static_cast<size_t>(all.count);
+    products cosines(embeddings, means);
+    const auto count = static_cast<size_t>(embeddings.count);
     std::vector<double> best(num_states);
     std::vector<uint16_t> from(count);  // the best state before each frame
     // Whether a state is better reached from there than from itself.
     std::vector<uint8_t> changed(count * num_states);
     for (size_t t = 0; t < count; t++) {
-        double *here = cosines.of(static_cast<int32_t>(t), options.num_threads);
-        here[0] -= options.speech_bias;
+        double *scores = cosines.of(static_cast<int32_t>(t), options.num_threads);
+        scores[0] -= options.speech_bias;
         const auto before = std::max_element(best.begin(), best.end());
         const double moved = t > 0 ? *before - CHANGE_COST / options.frames_a_row : -1;
         from[t] = static_cast<uint16_t>(before - best.begin());
         uint8_t *flags = &changed[t * num_states];
         for (size_t k = 0; k < num_states; k++) {
             flags[k] = moved > best[k];
-            best[k] = std::max(best[k], moved) + here[k];
+            best[k] = std::max(best[k], moved) + scores[k];
         }
     }
     std::vector<uint16_t> path(count);
@@ -88,10 +88,10 @@ std::vector<uint16_t> best_path(const frames &all, const std::vector<const float
 // The speaker nearest to the background, if nearer than allowed; else 0.
 uint32_t speaker_like_background(const centroids &speakers, const float *background, double min_distance) {
     uint32_t nearest = 0;
-    double least = min_distance;
+    double shortest = min_distance;
     for (const auto &[tag, mean] : speakers) {
-        if (const double d = distance(background, mean.data(), mean.size()); d < least) {
-            least = d;
+        if (const double d = distance(background, mean.data(), mean.size()); d < shortest) {
+            shortest = d;
             nearest = tag;
         }
     }
@@ -100,16 +100,16 @@ uint32_t speaker_like_background(const centroids &speakers, const float *backgro
 
 }  // namespace
 
-void resegment(const frames &all, const float *background, const resegmentation_options &options,
+void resegment(const frames &embeddings, const float *background, const resegmentation_options &options,
                tags *labels) {
-    const int32_t num_frames = all.count * options.frames_a_row;
+    const int32_t num_frames = embeddings.count * options.frames_a_row;
     const int32_t min_frames = options.min_frames > 0
                                    ? options.min_frames
                                    : std::clamp(num_frames / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
     const int32_t shortest = std::max(1, min_frames / options.frames_a_row);
     const auto take_out = [labels](uint32_t tag) { std::replace(labels->begin(), labels->end(), tag, 0u); };
     for (int rounds_left = options.rounds;;) {
-        const centroids speakers = centroids_of(all, *labels);
+        const centroids speakers = centroids_of(embeddings, *labels);
         if (speakers.empty()) return;
         const bool may_lose_one = static_cast<int>(speakers.size()) > std::max(1, options.min_speakers);
         const uint32_t like_background =
@@ -124,32 +124,32 @@ void resegment(const frames &all, const float *background, const resegmentation_
             means.push_back(mean.data());
             names.push_back(tag);
         }
-        const std::vector<uint16_t> path = best_path(all, means, options);
+        const std::vector<uint16_t> path = best_path(embeddings, means, options);
         std::vector<int32_t> frames_of(names.size());
         for (const uint16_t state : path) frames_of[state]++;
-        const auto least = std::min_element(frames_of.begin() + 1, frames_of.end());
-        if (*least < shortest && may_lose_one) {
-            take_out(names[static_cast<size_t>(least - frames_of.begin())]);
+        const auto fewest = std::min_element(frames_of.begin() + 1, frames_of.end());
+        if (*fewest < shortest && may_lose_one) {
+            take_out(names[static_cast<size_t>(fewest - frames_of.begin())]);
             continue;
         }
         for (size_t t = 0; t < path.size(); t++) (*labels)[t] = names[path[t]];
         if (may_lose_one && options.merge_threshold >= 0 &&
-            join_nearest(all, options.merge_threshold, options.frames_a_row, labels))
+            join_nearest(embeddings, options.merge_threshold, options.frames_a_row, labels))
             continue;
         if (rounds_left-- <= 0) return;
     }
 }
 
-void find_short_speech(const frames &all, const float *background, double speech_bias, double threshold,
-                       tags *labels) {
-    std::vector<double> sums(static_cast<size_t>(all.count) + 1);  // of distances, up to a frame
-    const std::vector<float> nobody(background, background + all.size);
-    for (int32_t t = 0; t < all.count; t++)
+void find_short_speech(const frames &embeddings, const float *background, double speech_bias,
+                       double threshold, tags *labels) {
+    std::vector<double> sums(static_cast<size_t>(embeddings.count) + 1);  // of distances, up to a frame
+    const std::vector<float> nobody(background, background + embeddings.size);
+    for (int32_t t = 0; t < embeddings.count; t++)
         sums[static_cast<size_t>(t) + 1] =
-            sums[static_cast<size_t>(t)] + distance(nobody, mean_of(all, t, t + 1));
+            sums[static_cast<size_t>(t)] + distance(nobody, mean_of(embeddings, t, t + 1));
     for (size_t t = 0; t + SHORT_SPEECH < sums.size(); t++) {
         if (sums[t + SHORT_SPEECH] - sums[t] >= threshold * SHORT_SPEECH)
             std::fill_n(labels->begin() + static_cast<std::ptrdiff_t>(t), SHORT_SPEECH, 1u);
     }
-    resegment(all, background, {.speech_bias = speech_bias, .merge_threshold = 0}, labels);
+    resegment(embeddings, background, {.speech_bias = speech_bias, .merge_threshold = 0}, labels);
 }

@@ -32,12 +32,12 @@ struct resegmentation_options {
 // so that a change pays if the frames after it are nearer by 0.3 for ten frames, say.
 //
 // Speakers are taken out and merged as `options` has it, one at a time, and the path is sought again.
-void resegment(const frames &all, const float *background, const resegmentation_options &options,
+void resegment(const frames &embeddings, const float *background, const resegmentation_options &options,
                tags *labels);
 
 // Where nobody was found: stretches of 0.4 s whose mean distance to the background is at least `threshold`
 // become speaker 1, and resegmentation gives them their borders.
-void find_short_speech(const frames &all, const float *background, double speech_bias, double threshold,
-                       tags *labels);
+void find_short_speech(const frames &embeddings, const float *background, double speech_bias,
+                       double threshold, tags *labels);
 
 #endif

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <map>
 
-std::vector<segment> segments_of(const frames &all, const tags &labels, const centroids &speakers,
+std::vector<segment> segments_of(const frames &embeddings, const tags &labels, const centroids &speakers,
                                  const float *background, const division_evidence &evidence,
                                  const regression_trees &trees, std::vector<segment_features> *features) {
-    const std::vector<float> nobody(background, background + all.size);
+    const std::vector<float> nobody(background, background + embeddings.size);
     std::map<uint32_t, double> seconds, nearest_speaker;
     for (const uint32_t tag : labels)
         if (tag != 0) seconds[tag] += FRAME_SECONDS;
@@ -18,7 +18,7 @@ std::vector<segment> segments_of(const frames &all, const tags &labels, const ce
     }
     std::vector<segment> result;
     for (const auto &[start, end, tag] : runs_of(labels)) {
-        const std::vector<float> mean = mean_of(all, start, end);
+        const std::vector<float> mean = mean_of(embeddings, start, end);
         const double own = std::max(0.0, distance(mean, speakers.at(tag)));
         const double to_background = std::max(0.0, distance(mean, nobody));
         double other = to_background;

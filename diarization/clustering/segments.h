@@ -21,7 +21,7 @@ struct division_evidence {
 // Runs of equal labels but 0, with the label in place of the speaker. Their confidence is the probability
 // that the speaker is right, by the model's trees; where it has none, how much nearer a segment is to its
 // speaker than to the next, from 0 to 1. `features`, if not null, takes what the trees see of each segment.
-std::vector<segment> segments_of(const frames &all, const tags &labels, const centroids &speakers,
+std::vector<segment> segments_of(const frames &embeddings, const tags &labels, const centroids &speakers,
                                  const float *background, const division_evidence &evidence,
                                  const regression_trees &trees,
                                  std::vector<segment_features> *features = nullptr);

@@ -105,9 +105,9 @@ int count_by_eigengap(const distance_matrix &distances) {
     }
     double clearest = std::numeric_limits<double>::infinity();
     int result = 1;
-    const size_t most = std::max<size_t>(3, n / 4);
+    const size_t max_number = std::max<size_t>(3, n / 4);
     for (size_t step = 0; step < NUM_PRUNINGS; step++) {
-        const size_t p = 2 + (most - 2) * step / (NUM_PRUNINGS - 1);
+        const size_t p = 2 + (max_number - 2) * step / (NUM_PRUNINGS - 1);
         std::vector<double> laplacian(n * n, 0.0);
         for (size_t i = 0; i < n; i++) {
             for (size_t k = 0; k < p; k++) {

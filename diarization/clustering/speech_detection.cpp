@@ -17,8 +17,8 @@ constexpr double EVIDENT = 3.5, EVIDENT_WEIGHT = 10;
 // The mean of the frames around one, which moves on with it.
 class moving_mean {
 public:
-    moving_mean(const frames &all, int32_t context)
-        : all_(all), reach_(context / 2), sums_(static_cast<size_t>(all.size)) {}
+    moving_mean(const frames &embeddings, int32_t context)
+        : all_(embeddings), reach_(context / 2), sums_(static_cast<size_t>(embeddings.size)) {}
 
     void begin(int32_t frame) {
         begin_ = end_ = std::max(0, frame - reach_);
@@ -51,14 +51,14 @@ std::vector<const float *> rows_of(const speech_network &network) {
 
 class detection {
 public:
-    detection(const frames &all, const speech_network &network, int num_threads)
-        : all_(all),
+    detection(const frames &embeddings, const speech_network &network, int num_threads)
+        : all_(embeddings),
           network_(network),
           weights_(rows_of(network), static_cast<int32_t>(network.num_inputs())),
           workers_(static_cast<size_t>(std::max(num_threads, 1))),
-          log_odds_(static_cast<size_t>(all.count)) {
+          log_odds_(static_cast<size_t>(embeddings.count)) {
         for (worker &w : workers_) {
-            for (const int32_t context : network.contexts) w.means.emplace_back(all, context);
+            for (const int32_t context : network.contexts) w.means.emplace_back(embeddings, context);
             w.input.resize(network.num_inputs());
             w.units.resize(weights_.width());
         }
@@ -109,13 +109,13 @@ private:
 
 }  // namespace
 
-std::vector<float> speech_log_odds(const frames &all, const speech_network &network, int num_threads) {
-    return detection(all, network, num_threads).run();
+std::vector<float> speech_log_odds(const frames &embeddings, const speech_network &network, int num_threads) {
+    return detection(embeddings, network, num_threads).run();
 }
 
-std::vector<int32_t> rows_of_speech(const frames &all, const speech_network &network, double bias,
+std::vector<int32_t> rows_of_speech(const frames &embeddings, const speech_network &network, double bias,
                                     int num_threads) {
-    const std::vector<float> log_odds = speech_log_odds(all, network, num_threads);
+    const std::vector<float> log_odds = speech_log_odds(embeddings, network, num_threads);
     double silent = 0, speaking = 0;                                   // the best sums of ways that end so
     std::vector<bool> begins(log_odds.size()), ends(log_odds.size());  // there, if the state is to be better
     for (size_t f = 0; f < log_odds.size(); f++) {

@@ -17,12 +17,12 @@
 //
 // with the means m of the frames around it, one for each context, or of those there are. It is computed for
 // one frame of four, which stands for the four.
-std::vector<float> speech_log_odds(const frames &all, const speech_network &network, int num_threads);
+std::vector<float> speech_log_odds(const frames &embeddings, const speech_network &network, int num_threads);
 
 // The frames but for stretches in which nobody speaks: of all ways to call frames speech or not, the one with
 // the largest sum over the frames of speech of `bias` and log odds, less 150 a change. Where bias and log
 // odds are above 3.5 they count ten-fold.
-std::vector<int32_t> rows_of_speech(const frames &all, const speech_network &network, double bias,
+std::vector<int32_t> rows_of_speech(const frames &embeddings, const speech_network &network, double bias,
                                     int num_threads);
 
 #endif

@@ -86,8 +86,9 @@ std::string seconds_of(int64_t count) {
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s";
 }
 
-void refuse_length(const std::string &path, int64_t most) {
-    throw diarization_error(PARLEY_INVALID, path + ": is longer than the " + seconds_of(most) + " allowed");
+void refuse_length(const std::string &path, int64_t max_samples) {
+    throw diarization_error(PARLEY_INVALID,
+                            path + ": is longer than the " + seconds_of(max_samples) + " allowed");
 }
 
 std::string note_on_mixing(std::span<const int16_t> interleaved) {
@@ -126,9 +127,9 @@ public:
     bool seek(sf_count_t frame) { return sf_seek(file_.get(), frame, SEEK_SET) >= 0; }
 
     // Empty at the end.
-    std::span<const int16_t> next(sf_count_t most = BLOCK) {
-        const sf_count_t got =
-            sf_readf_short(file_.get(), values_.data(), std::min(most, static_cast<sf_count_t>(BLOCK)));
+    std::span<const int16_t> next(sf_count_t max_samples = BLOCK) {
+        const sf_count_t got = sf_readf_short(file_.get(), values_.data(),
+                                              std::min(max_samples, static_cast<sf_count_t>(BLOCK)));
         return {values_.data(), static_cast<size_t>(got * info.channels)};
     }
 
@@ -149,23 +150,23 @@ sound_file open_sound(const std::string &path) {
 
 }  // namespace
 
-std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t most) {
+std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t max_samples) {
     check_is_readable(path, path);
     sound_file file = open_sound(path);
     const auto count = static_cast<size_t>(file.info.channels);
     const int32_t rate = file.info.samplerate;
-    const int64_t most_here = most / RATE * rate + most % RATE * rate / RATE;
+    const int64_t max_count = max_samples / RATE * rate + max_samples % RATE * rate / RATE;
     std::vector<std::vector<int16_t>> channels(count);
     for (std::span<const int16_t> block; !(block = file.next()).empty();) {
         for (size_t i = 0; i < block.size(); i++) channels[i % count].push_back(block[i]);
-        if (static_cast<int64_t>(channels.front().size()) > most_here) refuse_length(path, most);
+        if (static_cast<int64_t>(channels.front().size()) > max_count) refuse_length(path, max_samples);
     }
     for (auto &channel : channels) channel = convert_rate(std::move(channel), rate);
     if (channels.empty() || channels.front().empty()) refuse_empty(path);
     return channels;
 }
 
-zx_parley_samples_t read_mixed(const std::string &path, int64_t most) {
+zx_parley_samples_t read_mixed(const std::string &path, int64_t max_samples) {
     sound_file file = open_sound(path);
     const auto count = static_cast<size_t>(file.info.channels);
     sample_converter to_rate(file.info.samplerate, RATE);
@@ -179,7 +180,7 @@ zx_parley_samples_t read_mixed(const std::string &path, int64_t most) {
             mixed[i] = static_cast<int16_t>(sum / static_cast<int64_t>(count));
         }
         samples.append(to_rate.convert({mixed.data(), frames}));
-        if (static_cast<int64_t>(samples.count()) > most) refuse_length(path, most);
+        if (static_cast<int64_t>(samples.count()) > max_samples) refuse_length(path, max_samples);
     }
     if (samples.count() == 0) refuse_empty(path);
     return samples.release();

@@ -17,13 +17,13 @@ constexpr int32_t RATE = 16000;  // Hz, of everything that the engine takes
 // Every channel of a file as 16-bit samples at 16 kHz, all of one length; at least one sample. Reads what
 // libsndfile does (WAV, FLAC, Ogg, MP3 and more) at 8 kHz or any rate from 16 kHz up. Throws
 // diarization_error, also for more than `most` samples a channel.
-std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t most);
+std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t max_samples);
 
 // The same mixed: the mean of all channels, rounded towards zero.
-zx_parley_samples_t read_mixed(const std::string &path, int64_t most);
+zx_parley_samples_t read_mixed(const std::string &path, int64_t max_samples);
 
 // Of a recording that is longer than allowed.
-[[noreturn]] void refuse_length(const std::string &path, int64_t most);
+[[noreturn]] void refuse_length(const std::string &path, int64_t max_samples);
 
 // "12.5 s" of samples at RATE.
 std::string seconds_of(int64_t count);

@@ -120,9 +120,9 @@ bool ogg_changes(window *file) {
         uint64_t size = HEADER + segments;
         std::array<uint8_t, FIRST_PACKET> packet{};
         const bool begins_stream = (page[5] & 2) != 0 && file->read(at + size, packet.data(), packet.size());
-        const std::optional<shape> here = begins_stream ? ogg_shape_of(packet.data()) : std::nullopt;
-        if (here && first && *here != *first) return true;
-        if (here) first = here;
+        const std::optional<shape> begun = begins_stream ? ogg_shape_of(packet.data()) : std::nullopt;
+        if (begun && first && *begun != *first) return true;
+        if (begun) first = begun;
         for (size_t i = 0; i < segments; i++) size += page[HEADER + i];
         at += size;
     }

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int32_t MOST_COLUMNS = 10000;
+constexpr int32_t MAX_COLUMNS = 10000;
 
 constexpr output_format FORMATS[] = {
     {{"table", ".table.txt", "a timeline and a list, for reading (the default on a terminal)", "text/plain"},
@@ -49,7 +49,7 @@ std::string write_format(const diarization &result, std::string_view name, const
             known += (known.empty() ? "" : ", ") + std::string(f.shown.name);
         throw diarization_error(PARLEY_INVALID, "there is no format " + std::string(name) + ", but " + known);
     }
-    const int32_t columns = terminal.columns > 0 ? std::min(terminal.columns, MOST_COLUMNS) : 100;
+    const int32_t columns = terminal.columns > 0 ? std::min(terminal.columns, MAX_COLUMNS) : 100;
     return found->write(result, {columns, terminal.colors});
 }
 

@@ -40,7 +40,7 @@ std::string audio_attributes(const diarization &result) {
     std::error_code error;
     const uintmax_t size = std::filesystem::file_size(file_at(file), error);
     if (error) return silent("There is no sound: " + name + " was not there when this page was made.");
-    if (size > static_cast<uintmax_t>(result.most_embedded)) {
+    if (size > static_cast<uintmax_t>(result.max_embedded)) {
         if (!result.sound && name == "-") return silent("There is no sound: it was too long to be kept.");
         return named + attribute("src", result.sound.value_or(url_of_path(name)));
     }

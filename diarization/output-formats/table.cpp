@@ -113,8 +113,8 @@ std::string write_table(const diarization &result, const parley_terminal &termin
     }
     text += "\n";
     const auto clock = [&l](double seconds) {
-        const std::string all = clock_time(seconds);
-        return right(l.has_thousandths ? all : without_fraction(all), l.time) + "  ";
+        const std::string length = clock_time(seconds);
+        return right(l.has_thousandths ? length : without_fraction(length), l.time) + "  ";
     };
     for (const segment &s : result.segments) {
         text += clock(s.start) + (l.has_end ? clock(s.end) : "") +

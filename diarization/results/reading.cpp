@@ -139,10 +139,10 @@ diarization read_json(const std::string &text) {
 
 content read_rttm_turns(const std::string &text, const std::string &name) {
     std::istringstream stream(text);
-    const rttm all = read_rttm(stream, name);
-    if (all.size() > 1) throw std::runtime_error("holds several recordings");
-    if (all.empty()) return {};
-    return {all.begin()->first, "", 0, all.begin()->second};
+    const rttm recordings = read_rttm(stream, name);
+    if (recordings.size() > 1) throw std::runtime_error("holds several recordings");
+    if (recordings.empty()) return {};
+    return {recordings.begin()->first, "", 0, recordings.begin()->second};
 }
 
 std::optional<double> number_of_text(const std::string &text) {

@@ -225,9 +225,10 @@ std::string score_table(const rttm &reference, const rttm &hypothesis, const uem
     if (parts) std::erase_if(names, [parts](const std::string &name) { return !parts->contains(name); });
 
     const std::vector<turn> nobody;
-    const auto turns_of = [&nobody](const rttm &all, const std::string &name) -> const std::vector<turn> & {
-        const auto found = all.find(name);
-        return found == all.end() ? nobody : found->second;
+    const auto turns_of = [&nobody](const rttm &recordings,
+                                    const std::string &name) -> const std::vector<turn> & {
+        const auto found = recordings.find(name);
+        return found == recordings.end() ? nobody : found->second;
     };
     for (double collar : collars) {
         text += line("collar %.2f s to either side, overlaps %s, %s\n", collar,

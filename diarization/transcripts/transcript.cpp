@@ -126,9 +126,9 @@ std::string speakers_over_time::at(double start, double end) const {
             nearest = &t;
         }
     });
-    const auto most = std::max_element(spoken.begin(), spoken.end(),
-                                       [](const auto &a, const auto &b) { return a.second < b.second; });
-    if (most != spoken.end()) return most->first;
+    const auto longest = std::max_element(spoken.begin(), spoken.end(),
+                                          [](const auto &a, const auto &b) { return a.second < b.second; });
+    if (longest != spoken.end()) return longest->first;
     if (!nearest) return "";
     const std::string heard = voice_ ? voice_(start, end) : "";
     return heard.empty() ? nearest->speaker : heard;

@@ -164,9 +164,9 @@ int assign_to(json *value, double unit, const speakers_over_time &speakers) {
             if (span && word.contains("speaker") && word["speaker"].is_string())
                 spoken[word["speaker"].get<std::string>()] += span->second - span->first;
         }
-        const auto most = std::max_element(spoken.begin(), spoken.end(),
-                                           [](const auto &a, const auto &b) { return a.second < b.second; });
-        if (most != spoken.end()) speaker = most->first;
+        const auto longest = std::max_element(
+            spoken.begin(), spoken.end(), [](const auto &a, const auto &b) { return a.second < b.second; });
+        if (longest != spoken.end()) speaker = longest->first;
     }
     (*value)["speaker"] = speaker.empty() ? json(nullptr) : json(speaker);
     return num_timed + 1;
@@ -272,9 +272,9 @@ private:
     }
 
     void add_within_gap(const std::vector<std::string> &texts, double start, double end) {
-        std::string all;
-        for (const std::string &text : texts) all += text + " ";
-        add(all, {start, std::max(start, end)});
+        std::string joined;
+        for (const std::string &text : texts) joined += text + " ";
+        add(joined, {start, std::max(start, end)});
     }
 
     void add(const std::string &text, const time_span &span) {

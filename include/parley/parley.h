@@ -432,12 +432,13 @@ PARLEY_API PARLEY_CHECKED parley_status parley_write_words(const parley_result *
 PARLEY_API PARLEY_CHECKED parley_status parley_read_rttm(const char *text, size_t size, const char *name,
                                                          parley_turn **turns, int32_t *num_turns);
 
-/* Which of two sets of voices are the same: others[i] becomes the index in `there` of voice i of `here`, or
- * -1, so that each is used once and the sum of the cosines above `threshold` (-1 to 1) is largest; cosines[i]
- * tells theirs. Vectors lie one after the other, `dimension` numbers each. */
-PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *here, int32_t num_here, const float *there,
-                                                     int32_t num_there, int32_t dimension, double threshold,
-                                                     int32_t *others, double *cosines);
+/* Which of two sets of voices are the same: matches[i] becomes the index in `second` of voice i of `first`,
+ * or -1, so that each is used once and the sum of the cosines above `threshold` (-1 to 1) is largest;
+ * cosines[i] tells theirs. Vectors lie one after the other, `dimension` numbers each. */
+PARLEY_API PARLEY_CHECKED parley_status parley_match(const float *first, int32_t num_first,
+                                                     const float *second, int32_t num_second,
+                                                     int32_t dimension, double threshold, int32_t *matches,
+                                                     double *cosines);
 
 /* Voices of people who are known from earlier recordings, as a text (JSON, docs/schema) that the caller
  * keeps; "" is the empty list. All of these give PARLEY_UNREADABLE for a text that is damaged, and

@@ -51,18 +51,18 @@ if(parley_FOUND)
 endif()
 add_executable(engine "${EXAMPLES}/engine.c")
 target_link_libraries(engine PRIVATE parley::static)
-add_executable(room "${DIARIZATION_TEST}")
-target_link_libraries(room PRIVATE parley::diarization_static)
-set_target_properties(engine room PROPERTIES LINKER_LANGUAGE CXX)
+add_executable(diarization_test "${DIARIZATION_TEST}")
+target_link_libraries(diarization_test PRIVATE parley::diarization_static)
+set_target_properties(engine diarization_test PROPERTIES LINKER_LANGUAGE CXX)
 add_custom_target(version ALL COMMAND parley::tool --version)
 CMAKE
 "$cmake" -S "$tmp/parts" -B "$tmp/parts/build" -DCMAKE_PREFIX_PATH="$tmp/usr" -DEXAMPLES="$source/examples/c" \
     -DDIARIZATION_TEST="$source/test/api/diarization_test.c" >/dev/null
 "$cmake" --build "$tmp/parts/build" >/dev/null
-if ldd "$tmp/parts/build/engine" "$tmp/parts/build/room" | grep libparley; then exit 1; fi
+if ldd "$tmp/parts/build/engine" "$tmp/parts/build/diarization_test" | grep libparley; then exit 1; fi
 segments=$("$tmp/parts/build/engine" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav")
 grep -q 'speaker 3$' <<<"$segments"
-"$tmp/parts/build/room" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" >/dev/null
+"$tmp/parts/build/diarization_test" "$tmp/usr/share/parley/parley.zx" "$source/examples/three-voices.wav" >/dev/null
 # By pkg-config, where the archives are all there is. (That of libsndfile names libraries that Debian does not install with it.)
 mkdir "$tmp/static"
 cp -r "$tmp/usr/." "$tmp/static"
@@ -94,7 +94,7 @@ tr -s ' \n' ' ' <"$tmp/output" | grep -q 'is not built yet: cmake --build'
 mkdir "$tmp/outer"
 printf 'cmake_minimum_required(VERSION 3.25)\nproject(outer C CXX)\nfind_package(nlohmann_json)\nadd_subdirectory("%s" parley)\n' "$source" >"$tmp/outer/CMakeLists.txt"
 "$cmake" -S "$tmp/outer" -B "$tmp/outer/build" "${alone[@]:1}" >/dev/null
-"$cmake" -S "$tmp/outer" -B "$tmp/outer/room" "${alone[@]:1}" -DPARLEY_BUILD_{DIARIZATION,TOOLS}=ON -DPARLEY_WITH_{CAIRO,SNDFILE}=OFF >/dev/null
+"$cmake" -S "$tmp/outer" -B "$tmp/outer/diarization_test" "${alone[@]:1}" -DPARLEY_BUILD_{DIARIZATION,TOOLS}=ON -DPARLEY_WITH_{CAIRO,SNDFILE}=OFF >/dev/null
 "$cmake" --install "$tmp/outer/build" --prefix "$tmp/outer/installed" >/dev/null
 [ ! -e "$tmp/outer/installed" ] && [ ! -e "$tmp/outer/build/CPackConfig.cmake" ]
 [ "$(cd "$tmp/outer/build" && "${cmake%cmake}ctest" -N | tail -1)" = 'Total Tests: 0' ]

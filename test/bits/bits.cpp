@@ -132,7 +132,7 @@ bool print_divisions(const char *path, const char *audio) {
     const zx_parley_cluster_param_t *model = object->param->cluster;
 
     clustering_input input;
-    input.all = &all;
+    input.embeddings = &all;
     input.background.assign(model->reference_centroid, model->reference_centroid + all.size);
     input.min_background_distance = 0.8 * double{model->background_threshold};
     input.first_labels.resize(static_cast<size_t>(num_frames));

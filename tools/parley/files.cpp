@@ -20,13 +20,13 @@ namespace parley {
 namespace {
 
 // Copies until the source ends. False, with errno, on failure: EFBIG beyond `most` bytes.
-bool copy(int from, int to, uint64_t most) {
+bool copy(int from, int to, uint64_t max_bytes) {
     char block[1 << 16];
-    for (uint64_t all = 0;;) {
+    for (uint64_t copied = 0;;) {
         const std::ptrdiff_t got = read_some(from, block, sizeof(block));
         if (got <= 0) return got == 0;
-        all += static_cast<uint64_t>(got);
-        if (all > most) {
+        copied += static_cast<uint64_t>(got);
+        if (copied > max_bytes) {
             errno = EFBIG;
             return false;
         }
@@ -35,8 +35,8 @@ bool copy(int from, int to, uint64_t most) {
 }
 
 // Names of files that are being written, for the handler of signals.
-constexpr size_t MOST_PARTS = 64;
-std::array<std::atomic<const char *>, MOST_PARTS> parts;
+constexpr size_t MAX_PARTS = 64;
+std::array<std::atomic<const char *>, MAX_PARTS> parts;
 
 // A name among them for as long as it lives; with more threads than places it is left out.
 class listed_part {
@@ -116,15 +116,15 @@ bool is_stream(const std::string &path) {
     return std::filesystem::is_fifo(status) || std::filesystem::is_character_file(status);
 }
 
-spooled_stream::spooled_stream(const std::string &path, uint64_t most) {
+spooled_stream::spooled_stream(const std::string &path, uint64_t max_bytes) {
     const int source = path == "-" ? STDIN_FILENO : open_to_read(path);
-    const bool is_copied = source >= 0 && copy(source, file_.descriptor(), most);
+    const bool is_copied = source >= 0 && copy(source, file_.descriptor(), max_bytes);
     const int reason = errno;
     if (source > STDIN_FILENO) close(source);
     if (is_copied) return;
     const std::string shown = path == "-" ? "standard input" : path;
     if (reason == EFBIG)
-        throw std::runtime_error(shown + ": is more than the " + std::to_string(most) +
+        throw std::runtime_error(shown + ": is more than the " + std::to_string(max_bytes) +
                                  " bytes allowed (--max-input)");
     errno = reason;
     throw_errno(shown);

@@ -29,7 +29,7 @@ bool is_stream(const std::string &path);
 // `most` bytes.
 class spooled_stream {
 public:
-    spooled_stream(const std::string &path, uint64_t most);
+    spooled_stream(const std::string &path, uint64_t max_bytes);
     const std::string &path() const { return file_.path(); }
 
 private:

@@ -44,12 +44,12 @@ struct arguments {
 volatile std::sig_atomic_t was_interrupted = 0;
 
 // A segment as it was told, by a number that stays its own.
-struct told_segment : named_segment {
+struct reported_segment : named_segment {
     int64_t number;
 };
 
-std::vector<told_segment> segments_of(const parley_result *result) {
-    std::vector<told_segment> found;
+std::vector<reported_segment> segments_of(const parley_result *result) {
+    std::vector<reported_segment> found;
     for (int32_t i = 0; i < parley_result_num_segments(result); i++) {
         const parley_segment s = parley_result_segment(result, i);
         const auto rounded = [](double seconds) { return std::round(seconds * 1000) / 1000; };
@@ -63,14 +63,14 @@ std::vector<told_segment> segments_of(const parley_result *result) {
 class changes {
 public:
     json report(double heard, const parley_result *result) {
-        std::vector<told_segment> now = segments_of(result);
+        std::vector<reported_segment> now = segments_of(result);
         json added = json::array(), changed = json::array(), withdrawn = json::array();
         size_t first = 0;  // of those before that may overlap
         std::vector<bool> is_kept(before_.size());
-        for (told_segment &s : now) {
+        for (reported_segment &s : now) {
             while (first < before_.size() && before_[first].end <= s.start && before_[first].start < s.start)
                 first++;
-            const told_segment *same = nullptr;
+            const reported_segment *same = nullptr;
             for (size_t i = first > 8 ? first - 8 : 0; i < before_.size() && before_[i].start < s.end; i++) {
                 if (is_kept[i] || before_[i].speaker != s.speaker || before_[i].end <= s.start) continue;
                 same = &before_[i];
@@ -96,11 +96,11 @@ public:
     const std::map<std::string, std::string> &renamed() const { return renamed_; }
 
 private:
-    static json shown(const told_segment &s) {
+    static json shown(const reported_segment &s) {
         return {{"id", s.number}, {"start", s.start}, {"end", s.end}, {"speaker", s.speaker}};
     }
 
-    std::vector<told_segment> before_;
+    std::vector<reported_segment> before_;
     std::map<std::string, std::string> renamed_;
     int64_t next_ = 1;
 };

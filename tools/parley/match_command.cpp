@@ -45,23 +45,24 @@ voices read_voices(const std::string &path) {
 }
 
 int run(const arguments &a) {
-    const voices here = read_voices(a.files[0]), there = read_voices(a.files[1]);
-    const bool is_other_model = !here.model.empty() && !there.model.empty() && here.model != there.model;
-    if (!here.names.empty() && !there.names.empty() && (is_other_model || here.dimension != there.dimension))
+    const voices first = read_voices(a.files[0]), second = read_voices(a.files[1]);
+    const bool is_other_model = !first.model.empty() && !second.model.empty() && first.model != second.model;
+    if (!first.names.empty() && !second.names.empty() &&
+        (is_other_model || first.dimension != second.dimension))
         throw std::runtime_error("embeddings of different models cannot be compared");
-    std::vector<int32_t> others(here.names.size());
-    std::vector<double> cosines(here.names.size());
-    if (!here.names.empty()) {
-        check(parley_match(here.vectors.data(), static_cast<int32_t>(here.names.size()), there.vectors.data(),
-                           static_cast<int32_t>(there.names.size()), here.dimension, a.threshold,
-                           others.data(), cosines.data()));
+    std::vector<int32_t> matches(first.names.size());
+    std::vector<double> cosines(first.names.size());
+    if (!first.names.empty()) {
+        check(parley_match(first.vectors.data(), static_cast<int32_t>(first.names.size()),
+                           second.vectors.data(), static_cast<int32_t>(second.names.size()), first.dimension,
+                           a.threshold, matches.data(), cosines.data()));
     }
-    for (size_t i = 0; i < here.names.size(); i++) {
-        if (others[i] < 0) {
-            std::printf("%s\t-\n", here.names[i].c_str());
+    for (size_t i = 0; i < first.names.size(); i++) {
+        if (matches[i] < 0) {
+            std::printf("%s\t-\n", first.names[i].c_str());
         } else {
-            std::printf("%s\t%s\t%.3f\n", here.names[i].c_str(),
-                        there.names[static_cast<size_t>(others[i])].c_str(), cosines[i]);
+            std::printf("%s\t%s\t%.3f\n", first.names[i].c_str(),
+                        second.names[static_cast<size_t>(matches[i])].c_str(), cosines[i]);
         }
     }
     return std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;

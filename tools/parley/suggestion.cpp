@@ -26,12 +26,12 @@ size_t distance(const std::string &a, const std::string &b) {
 }  // namespace
 
 std::string suggestion(const std::string &word, const std::vector<std::string> &known) {
-    size_t least = std::min<size_t>(3, word.size());
+    size_t shortest = std::min<size_t>(3, word.size());
     std::string nearest;
     for (const std::string &other : known) {
         const size_t away = distance(word, other);
-        if (away >= least) continue;
-        least = away;
+        if (away >= shortest) continue;
+        shortest = away;
         nearest = other;
     }
     return nearest.empty() ? "" : ": did you mean " + nearest + "?";

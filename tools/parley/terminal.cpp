@@ -19,8 +19,8 @@ namespace {
 
 // As parley_terminal counts them: 1 for any colour.
 int32_t number_of_colors() {
-    const char *all = std::getenv("COLORTERM"), *kind = std::getenv("TERM");
-    const std::string_view depth = all ? all : "", terminal = kind ? kind : "";
+    const char *color_depth = std::getenv("COLORTERM"), *kind = std::getenv("TERM");
+    const std::string_view depth = color_depth ? color_depth : "", terminal = kind ? kind : "";
     if (depth == "truecolor" || depth == "24bit" || terminal.ends_with("direct")) return 1;
     return terminal.find("256color") != std::string_view::npos ? 256 : 16;
 }

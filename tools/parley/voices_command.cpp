@@ -70,12 +70,12 @@ int32_t speaker_of(const arguments &a, const parley_result *result) {
         heard[static_cast<size_t>(s.speaker)] += std::max(
             0.0, std::min(s.end, a.to.value_or(s.end)) - std::max(s.start, a.from.value_or(s.start)));
     }
-    const auto most = std::ranges::max_element(heard);
-    if (count == 0 || *most <= 0) throw std::runtime_error(a.recording + ": nobody speaks there");
+    const auto longest = std::ranges::max_element(heard);
+    if (count == 0 || *longest <= 0) throw std::runtime_error(a.recording + ": nobody speaks there");
     if (!a.from && !a.to && count > 1)
         throw std::runtime_error(a.recording + ": holds " + std::to_string(count) +
                                  " speakers; say which with --speaker K, or when with --from and --to");
-    return static_cast<int32_t>(most - heard.begin());
+    return static_cast<int32_t>(longest - heard.begin());
 }
 
 struct known_sample {

@@ -22,7 +22,7 @@ from . import model_file, native, prepare, recordings, simulate, tune
 
 SECONDS = native.HOP * 2 / native.RATE  # a frame
 COLLAR = 0.25
-MOST_REGRET = 0.6  # what an error of choice counts at most
+MAX_REGRET = 0.6  # what an error of choice counts at most
 SPEECH, MISSED, CONFUSION, THERE, FOUND = 0, 1, 3, 4, 5  # of scores
 
 
@@ -43,7 +43,7 @@ class Case:
         """What choosing each costs: errors more than the best one has, and a little for a wrong number of speakers."""
         wrong = np.abs(self.scores[:, FOUND] - self.scores[:, THERE]) / np.maximum(self.scores[:, THERE], 2)
         cost = self.errors() + 0.05 * np.minimum(wrong, 1)
-        return np.minimum(cost - cost.min(), MOST_REGRET)
+        return np.minimum(cost - cost.min(), MAX_REGRET)
 
 
 def segments_of(labels):

@@ -24,7 +24,7 @@ import torch
 import torch.nn.functional as F
 from torch import nn
 
-from .simulate import MOST_SPEAKERS
+from .simulate import MAX_SPEAKERS
 
 SHORTEST_RUN = 8  # frames
 TERMS = ("voice", "frame", "pair", "centroid", "follow", "background", "overlap")
@@ -135,15 +135,15 @@ class Losses(nn.Module):
 
         # Frames against their recording's speakers
         clear = ((label >= 0) & (weight > 0.25)).float()
-        one_hot = F.one_hot(label.clamp(min=0), MOST_SPEAKERS).float() * clear[..., None]
+        one_hot = F.one_hot(label.clamp(min=0), MAX_SPEAKERS).float() * clear[..., None]
         by_chunk = torch.einsum("tbe,tbs->bse", e, one_hot)
         count = one_hot.sum(0)
-        total = by_chunk.reshape(-1, chunks, MOST_SPEAKERS, size).sum(1).repeat_interleave(chunks, 0)
-        total_count = count.reshape(-1, chunks, MOST_SPEAKERS).sum(1).repeat_interleave(chunks, 0)
+        total = by_chunk.reshape(-1, chunks, MAX_SPEAKERS, size).sum(1).repeat_interleave(chunks, 0)
+        total_count = count.reshape(-1, chunks, MAX_SPEAKERS).sum(1).repeat_interleave(chunks, 0)
         elsewhere = (total_count - count > 10)[..., None]
         there = count >= 15
         chunk_mean = F.normalize(by_chunk[there], dim=1, eps=1e-4)
-        who = torch.arange(MOST_SPEAKERS, device=e.device)
+        who = torch.arange(MAX_SPEAKERS, device=e.device)
         same, different = pair_errors(chunk_mean @ chunk_mean.t(), recording[:, None].expand_as(there)[there],
                                       who.expand_as(there)[there], slope, offset)
         shares["same"], shares["different"] = (mean_or_zero((v < math.log(2)).float()) for v in (same, different))
@@ -155,14 +155,14 @@ class Losses(nn.Module):
 
         own = F.normalize(torch.where(elsewhere, total - by_chunk, total), dim=2, eps=1e-4)
         others = F.normalize(total, dim=2, eps=1e-4)
-        is_own = F.one_hot(label.clamp(min=0), MOST_SPEAKERS).bool() & (label >= 0)[..., None]
+        is_own = F.one_hot(label.clamp(min=0), MAX_SPEAKERS).bool() & (label >= 0)[..., None]
         cosine = torch.where(is_own, torch.einsum("tbe,bse->tbs", e, own) - 0.1, torch.einsum("tbe,bse->tbs", e, others))
         cosine = torch.where(total_count > 0, cosine, torch.full_like(cosine, -10))
         to_background = e @ background
         logits = torch.cat([to_background[..., None], cosine], 2) * self.frame_scale.exp()
         target = (label + 1).reshape(-1)
         w = weight.reshape(-1)
-        wrong = F.cross_entropy(logits.reshape(-1, MOST_SPEAKERS + 1), target, reduction="none")
+        wrong = F.cross_entropy(logits.reshape(-1, MAX_SPEAKERS + 1), target, reduction="none")
         losses["frame"] = (wrong * w).sum() / w.sum()
         shares["frame"] = ((logits.argmax(2).reshape(-1) == target).float() * w).sum() / w.sum()
 

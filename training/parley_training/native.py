@@ -61,7 +61,7 @@ library = _load()
 RATE = library.parley_stage_rate()  # Hz
 HOP = library.parley_stage_hop()  # samples: one row of band energies; two rows make a frame
 BANDS = library.parley_stage_bands()
-MOST_CANDIDATES = 64
+MAX_CANDIDATES = 64
 
 
 class EngineError(RuntimeError):
@@ -166,9 +166,9 @@ class Engine:
         """Divisions among speakers of which the library chooses one, with these thresholds: features float64 (n, features), labels int32 (n, frames),
         0 where nobody speaks. The engine's own is the first."""
         frames, count = len(embeddings), _i32()
-        features = np.empty((MOST_CANDIDATES, library.parley_stages_num_features()))
-        labels = np.empty((MOST_CANDIDATES, frames), np.int32)
-        _check(library.parley_stages_candidates(self._engine, embeddings, frames, np.asarray(thresholds, np.float64), MOST_CANDIDATES,
+        features = np.empty((MAX_CANDIDATES, library.parley_stages_num_features()))
+        labels = np.empty((MAX_CANDIDATES, frames), np.int32)
+        _check(library.parley_stages_candidates(self._engine, embeddings, frames, np.asarray(thresholds, np.float64), MAX_CANDIDATES,
                                                 ctypes.byref(count), features, labels))
         return features[:count.value].copy(), labels[:count.value].copy()
 

@@ -19,7 +19,7 @@ BINS = np.diff(BIN_EDGES)[:-1] + np.diff(BIN_EDGES)[1:]  # FFT bins that a band 
 ABOVE_4_KHZ = int(np.searchsorted(BIN_EDGES[1:-1], 128))  # the first band that telephones do not carry
 SILENCE = -32.0  # log10 of no energy, as the filterbank gives it
 TEXTURE_ROWS = 1 << 15
-MOST_SPEAKERS = 8
+MAX_SPEAKERS = 8
 AUDIBLE = 0.1  # energy of a second speaker beside the loudest one's (-10 dB)
 
 
@@ -409,7 +409,7 @@ def conversation(speech, frames, recipe, rng):
     if speech.real and rng.random() < recipe.real:
         return real_conversation(speech, frames, recipe, rng)
     log_energy, row_label, second, doubtful, _, voices = mixed_conversation(
-        speech, 2 * frames, 1 + rng.choice(MOST_SPEAKERS, p=recipe.people), recipe, rng)
+        speech, 2 * frames, 1 + rng.choice(MAX_SPEAKERS, p=recipe.people), recipe, rng)
     return *frames_of(log_energy, row_label, second, doubtful), voices
 
 
@@ -514,7 +514,7 @@ def batch(speech, recordings, chunks, frames, recipe, rng):
     same of one who speaks at the same time; weight (frames, B);
     voices (recordings, 8), the table's voice behind each number or -1."""
     parts = []
-    all_voices = np.full((recordings, MOST_SPEAKERS), -1)
+    all_voices = np.full((recordings, MAX_SPEAKERS), -1)
     for r in range(recordings):
         x, label, second, weight, voices = conversation(speech, chunks * frames, recipe, rng)
         parts.append([v.reshape(chunks, frames, *v.shape[1:]) for v in (x, label, second, weight)])

@@ -195,7 +195,7 @@ class LossTerms(unittest.TestCase):
 
     def test_perfect_embeddings_cost_little_and_mixed_ones_much(self):
         label = torch.tensor([0, 1, -1, 1, 0, 1]).repeat_interleave(40)[:, None].repeat(1, 4)
-        voices = torch.full((2, simulate.MOST_SPEAKERS), -1)
+        voices = torch.full((2, simulate.MAX_SPEAKERS), -1)
         voices[0, :2], voices[1, :2] = torch.tensor([0, 1]), torch.tensor([2, 3])
         directions = torch.eye(5)
         background = directions[4]

@@ -37,7 +37,7 @@ void work_on(shared_work *work, int32_t worker, const zx_progress_t *progress) {
 
 #if !defined(__EMSCRIPTEN__)
 
-constexpr int32_t MOST_WORKERS = 64;
+constexpr int32_t MAX_WORKERS = 64;
 
 struct helper {
     shared_work *work;
@@ -62,9 +62,9 @@ zx_status_t zx_parallel_run(int32_t num_workers, int32_t num_items, const zx_tas
 #if defined(__EMSCRIPTEN__)
     work_on(&work, 0, progress);
 #else
-    helper helpers[MOST_WORKERS];
+    helper helpers[MAX_WORKERS];
     int32_t num_helpers = 0;
-    for (int32_t w = 1; w < num_workers && w < num_items && w < MOST_WORKERS; w++) {
+    for (int32_t w = 1; w < num_workers && w < num_items && w < MAX_WORKERS; w++) {
         helper *h = &helpers[num_helpers];
         *h = {&work, w, {}};
         if (pthread_create(&h->thread, nullptr, help, h) == 0) num_helpers++;

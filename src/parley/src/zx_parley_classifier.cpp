@@ -216,8 +216,8 @@ struct chunk_run {
           layout{num_frames, object->param->chunk_length_frames, object->param->warmup_length_frames},
           num_chunks(layout.num_chunks()) {
         // As many groups for each worker; what a group takes of memory grows with its chunks.
-        const int32_t most = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
-        num_groups = divide_up(divide_up(num_chunks, most), num_workers) * num_workers;
+        const int32_t limit = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
+        num_groups = divide_up(divide_up(num_chunks, limit), num_workers) * num_workers;
         num_groups = std::min(num_groups, num_chunks);
     }
 
@@ -324,10 +324,10 @@ int32_t zx_parley_classifier_rows_at_once(const zx_parley_classifier_t *object, 
     ZX_ASSERT(object);
     ZX_ASSERT(num_frames > 0);
     const chunk_run run(object, nullptr, num_frames, 1);
-    int32_t most = 0;
+    int32_t largest = 0;
     for (int32_t group = 0; group < run.num_groups; group++)
-        most = zx_max_int32(most, run.num_rows_of(group));
-    return most;
+        largest = zx_max_int32(largest, run.num_rows_of(group));
+    return largest;
 }
 
 zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *object,

@@ -169,10 +169,10 @@ zx_status_t zx_parley_internal_features(zx_parley_t *object, const int16_t *pcm,
     ZX_ASSERT(num_frames > 0);
     ZX_ASSERT(feature);
     const int64_t num_hops = 2 * int64_t{num_frames};
-    filterbanks all;
-    const zx_status_t status = all.init(
+    filterbanks banks;
+    const zx_status_t status = banks.init(
         object, std::min(object->num_workers, static_cast<int32_t>((num_hops - 1) / feature_run::SPAN + 1)));
-    return status == ZX_STATUS_SUCCESS ? all.compute({nullptr, pcm, num_hops, feature}, progress) : status;
+    return status == ZX_STATUS_SUCCESS ? banks.compute({nullptr, pcm, num_hops, feature}, progress) : status;
 }
 
 void zx_parley_internal_preprocess(zx_parley_t *object, int16_t *feature, int32_t num_frames) {
@@ -198,7 +198,7 @@ zx_status_t report_reading(zx_audio_file_t *reader) {
 
 }  // namespace
 
-zx_status_t zx_parley_internal_read(const char *audio_path, int64_t most,
+zx_status_t zx_parley_internal_read(const char *audio_path, int64_t max_samples,
                                     const zx_parley_progress_t *progress, zx_parley_samples_t *samples) {
     zx_owned<zx_audio_file_t, zx_audio_file_delete> reader;
     zx_status_t status = open_reader(audio_path, &reader);
@@ -206,7 +206,7 @@ zx_status_t zx_parley_internal_read(const char *audio_path, int64_t most,
     const int32_t count = zx_audio_file_num_samples(reader.get());
     samples->count = count;
     samples->media_seconds = zx_audio_file_media_seconds(reader.get());
-    if (count > most) return ZX_STATUS_SUCCESS;
+    if (count > max_samples) return ZX_STATUS_SUCCESS;
     zx_heap_ptr<int16_t> pcm(zx_heap_zeroed<int16_t>(static_cast<size_t>(count) + 1));  // see the read
     if (!pcm) return zx_parley_report_allocation("pcm");
     status = zx_audio_file_read(reader.get(), count, pcm.get(),
@@ -418,11 +418,11 @@ public:
     static constexpr int32_t HOP = ZX_PARLEY_HOP_LENGTH, BEFORE = feature_run::HISTORY * HOP;
 
     // ZX_STATUS_OUT_OF_MEMORY. A piece has at most so many hops.
-    [[nodiscard]] zx_status_t init(zx_audio_file_t *reader, int32_t most_hops,
+    [[nodiscard]] zx_status_t init(zx_audio_file_t *reader, int32_t max_hops,
                                    const zx_parley_listener_t *listener) {
         reader_ = reader;
         listener_ = listener;
-        most_ = most_hops * HOP;
+        most_ = max_hops * HOP;
         num_missing_ = zx_audio_file_num_samples(reader);
         pcm_.reset(zx_heap_zeroed<int16_t>(static_cast<size_t>(BEFORE + most_ + ZX_AUDIO_FILE_MOST_OF_SOME)));
         return pcm_ ? ZX_STATUS_SUCCESS : zx_parley_report_allocation("pcm");
@@ -472,7 +472,7 @@ private:
 
 }  // namespace
 
-zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path, int64_t most,
+zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path, int64_t max_samples,
                                              const zx_parley_progress_t *progress,
                                              const zx_parley_listener_t *listener,
                                              zx_parley_samples_t *samples) {
@@ -483,7 +483,7 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
     const int32_t count = zx_audio_file_num_samples(reader.get());
     samples->count = count;
     samples->media_seconds = zx_audio_file_media_seconds(reader.get());
-    if (count > most) return ZX_STATUS_SUCCESS;
+    if (count > max_samples) return ZX_STATUS_SUCCESS;
     const int32_t num_frames = count / ZX_PARLEY_FRAME_LENGTH;
     zx_heap_ptr<int16_t> feature;
     if (num_frames > 0) {
@@ -491,9 +491,9 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
         if (status != ZX_STATUS_SUCCESS) return status;
     }
     read_pieces pieces;
-    filterbanks all;
+    filterbanks banks;
     status = pieces.init(reader.get(), object->num_workers * feature_run::SPAN, listener);
-    if (status == ZX_STATUS_SUCCESS) status = all.init(object, object->num_workers);
+    if (status == ZX_STATUS_SUCCESS) status = banks.init(object, object->num_workers);
     const stage_progress reporter(progress, zx_parley_stage::decoding);
     const int64_t num_hops = 2 * int64_t{num_frames};
     int64_t num_done = 0;  // hops
@@ -504,7 +504,7 @@ zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *au
         const int64_t num_here = std::min<int64_t>(pieces.num_hops(), num_hops - num_done);
         if (status != ZX_STATUS_SUCCESS || num_here == 0) continue;
         int16_t *rows = feature.get() + num_done * ZX_FILTERBANK_NUM_BANDS;
-        status = all.compute({nullptr, pieces.first(), num_here, rows, pieces.num_before()}, nullptr);
+        status = banks.compute({nullptr, pieces.first(), num_here, rows, pieces.num_before()}, nullptr);
         if (status != ZX_STATUS_SUCCESS) return zx_parley_report_failure("zx_filterbank_compute", status);
         num_done += num_here;
     }

@@ -78,7 +78,7 @@ struct zx_parley_progress_t {
 // Decodes a whole file. The reader's status when it cannot be opened, ZX_STATUS_IO_ERROR when it cannot be
 // read, ZX_STATUS_OUT_OF_MEMORY. Of a file that promises more than `most` samples nothing is decoded:
 // `samples` then holds that count alone.
-[[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path, int64_t most,
+[[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path, int64_t max_samples,
                                                   const zx_parley_progress_t *progress,
                                                   zx_parley_samples_t *samples);
 
@@ -120,7 +120,8 @@ struct zx_parley_progress_t {
 // whole frame. `listener`, which may be null, hears the samples. Of a file that promises more than `most`
 // nothing is decoded. The statuses of zx_parley_internal_read and zx_parley_internal_features.
 [[nodiscard]] zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
-                                                           int64_t most, const zx_parley_progress_t *progress,
+                                                           int64_t max_samples,
+                                                           const zx_parley_progress_t *progress,
                                                            const zx_parley_listener_t *listener,
                                                            zx_parley_samples_t *samples);
 

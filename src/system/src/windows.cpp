@@ -241,9 +241,9 @@ bool wait_for_bytes(int file, int milliseconds) {
 
 std::string library_path() {
     HMODULE own = nullptr;
-    const auto *here = reinterpret_cast<const wchar_t *>(&library_path);
+    const auto *address = reinterpret_cast<const wchar_t *>(&library_path);
     if (!GetModuleHandleExW(
-            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, here,
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, address,
             &own))
         return "";
     std::wstring path(32768, 0);

@@ -17,7 +17,7 @@ from ._voices import Voices
 
 SAMPLE_RATE = 16000
 """The rate in Hz at which the engine works; other rates are converted to it."""
-MOST_CHANNELS = 64
+MAX_CHANNELS = 64
 
 
 def version() -> str:
@@ -37,8 +37,8 @@ def _to_int16(samples: Any) -> np.ndarray:
         samples = samples[:, None]
     elif samples.shape[0] < samples.shape[1]:
         samples = samples.T
-    if samples.shape[1] > MOST_CHANNELS:
-        raise ValueError(f"{samples.shape[1]} channels are more than {MOST_CHANNELS}")
+    if samples.shape[1] > MAX_CHANNELS:
+        raise ValueError(f"{samples.shape[1]} channels are more than {MAX_CHANNELS}")
     if samples.dtype == np.int16:
         return np.ascontiguousarray(samples)
     if not np.issubdtype(samples.dtype, np.floating):

@@ -209,7 +209,7 @@ extern "C" {
     pub fn parley_transcript_format_at(index: i32) -> *const parley_format;
     pub fn parley_write_words(result: *const parley_result, format: *const c_char, text: *mut *mut c_char, size: *mut usize) -> parley_status;
     pub fn parley_read_rttm(text: *const c_char, size: usize, name: *const c_char, turns: *mut *mut parley_turn, num_turns: *mut i32) -> parley_status;
-    pub fn parley_match(here: *const f32, num_here: i32, there: *const f32, num_there: i32, dimension: i32, threshold: f64, others: *mut i32, cosines: *mut f64) -> parley_status;
+    pub fn parley_match(first: *const f32, num_first: i32, second: *const f32, num_second: i32, dimension: i32, threshold: f64, matches: *mut i32, cosines: *mut f64) -> parley_status;
     pub fn parley_voices_add(voices: *const c_char, name: *const c_char, result: *const parley_result, speaker: i32, start: f64, end: f64, text: *mut *mut c_char) -> parley_status;
     pub fn parley_voices_remove(voices: *const c_char, name: *const c_char, text: *mut *mut c_char) -> parley_status;
     pub fn parley_voices_at(voices: *const c_char, index: i32, name: *mut *mut c_char, num_samples: *mut i32) -> parley_status;

@@ -57,21 +57,20 @@ void finish_block(const zx_fc_t *object, int32_t block, int32_t num_rows, const 
 template <class Tiles>
 void process_by_tiles(const zx_fc_t *object, int32_t num_rows, const int16_t *x, ptrdiff_t x_stride,
                       int16_t *y, ptrdiff_t y_stride) {
-    constexpr int32_t MOST_STEPS = 8;  // whose bytes are kept for all blocks
+    constexpr int32_t MAX_STEPS = 8;  // whose bytes are kept for all blocks
     const int32_t num_inputs = object->param->input_dimension;
     const int32_t num_steps = (num_inputs - 1) / TILE_INPUTS + 1;
     const int32_t num_blocks = (object->param->output_dimension - 1) / ZX_FC_BLOCK + 1;
     const ptrdiff_t stride = zx_fc_block_size(object->param, zx_packing::quads);
     constexpr ptrdiff_t STEP_SIZE = ptrdiff_t{TILE_INPUTS} * ZX_FC_BLOCK;
-    tile_inputs inputs[MOST_STEPS];
+    tile_inputs inputs[MAX_STEPS];
     tile_sums sums;
     for (; num_rows > 0; num_rows -= TILE_ROWS, x += TILE_ROWS * x_stride, y += TILE_ROWS * y_stride) {
         const int32_t rows = zx_min_int32(num_rows, TILE_ROWS);
         const auto split = [&](int32_t step, tile_inputs *to) {
             split_inputs(rows, num_inputs - step * TILE_INPUTS, x + step * TILE_INPUTS, x_stride, to);
         };
-        for (int32_t step = 0; num_steps <= MOST_STEPS && step < num_steps; step++)
-            split(step, &inputs[step]);
+        for (int32_t step = 0; num_steps <= MAX_STEPS && step < num_steps; step++) split(step, &inputs[step]);
         Tiles tiles(rows);
         for (int32_t block = 0; block < num_blocks; block += 2) {
             const int32_t second =
@@ -80,8 +79,8 @@ void process_by_tiles(const zx_fc_t *object, int32_t num_rows, const int16_t *x,
             const int8_t *second_weights = object->packed + second * stride + ZX_FC_STARTS_SIZE;
             tiles.clear();
             for (int32_t step = 0; step < num_steps; step++) {
-                const int32_t kept = num_steps <= MOST_STEPS ? step : 0;
-                if (num_steps > MOST_STEPS) split(step, &inputs[0]);
+                const int32_t kept = num_steps <= MAX_STEPS ? step : 0;
+                if (num_steps > MAX_STEPS) split(step, &inputs[0]);
                 tiles.load_inputs(inputs[kept].low, inputs[kept].high);
                 tiles.load_weights(weights + step * STEP_SIZE, second_weights + step * STEP_SIZE);
                 tiles.multiply();

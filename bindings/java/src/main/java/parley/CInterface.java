@@ -120,7 +120,7 @@ interface CInterface extends Library {
     Pointer parley_transcript_format_at(int index);
     int parley_write_words(Pointer result, String format, PointerByReference text, Pointer size);
     int parley_read_rttm(String text, SizeT size, String name, PointerByReference turns, IntByReference num_turns);
-    int parley_match(float[] here, int num_here, float[] there, int num_there, int dimension, double threshold, IntByReference others, double[] cosines);
+    int parley_match(float[] first, int num_first, float[] second, int num_second, int dimension, double threshold, IntByReference matches, double[] cosines);
     int parley_voices_add(String voices, String name, Pointer result, int speaker, double start, double end, PointerByReference text);
     int parley_voices_remove(String voices, String name, PointerByReference text);
     int parley_voices_at(String voices, int index, PointerByReference name, IntByReference num_samples);
