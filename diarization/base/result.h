@@ -30,7 +30,8 @@ struct speaker {
 
 struct spoken_word {
     double start, end;
-    std::string text, speaker;  // nobody's is ""
+    std::string text, speaker;               // nobody's is ""
+    std::optional<bool> begins_paragraph{};  // said by hand; else speakers and pauses tell
 };
 
 struct kept_embeddings;  // api/diarizer.h

@@ -40,11 +40,14 @@ nlohmann::ordered_json to_json(const diarization &result) {
         if (!s.comment.empty()) entry["comment"] = s.comment;
         json["segments"].push_back(std::move(entry));
     }
-    for (const spoken_word &w : result.words)
-        json["words"].push_back({{"start", rounded(w.start, 1000)},
-                                 {"end", rounded(w.end, 1000)},
-                                 {"text", w.text},
-                                 {"speaker", w.speaker}});
+    for (const spoken_word &w : result.words) {
+        nlohmann::ordered_json entry = {{"start", rounded(w.start, 1000)},
+                                        {"end", rounded(w.end, 1000)},
+                                        {"text", w.text},
+                                        {"speaker", w.speaker}};
+        if (w.begins_paragraph) entry["paragraph"] = *w.begins_paragraph;
+        json["words"].push_back(std::move(entry));
+    }
     if (!result.note.empty()) json["note"] = result.note;
     return json;
 }

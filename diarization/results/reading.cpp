@@ -128,8 +128,11 @@ diarization read_json(const std::string &text) {
     for (const json &entry : list_in(object, "words")) {
         result.words.push_back({number_in(entry, "start"), number_in(entry, "end"), text_in(entry, "text"),
                                 text_in(entry, "speaker")});
-        check_times(result.words.back().start, result.words.back().end);
-        if (result.words.back().text.empty()) result.words.pop_back();
+        spoken_word &word = result.words.back();
+        check_times(word.start, word.end);
+        if (const json begins = entry.value("paragraph", json()); begins.is_boolean())
+            word.begins_paragraph = begins.get<bool>();
+        if (word.text.empty()) result.words.pop_back();
     }
     finish(&result);
     return result;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "formats.h"
+#include "transcript.h"
 
 namespace {
 
@@ -47,9 +48,15 @@ TEST(reading, json_keeps_notes_confidence_vectors_and_words) {
     d.with_confidence = d.with_embeddings = true;
     d.model = "0123456789abcdef";
     d.speakers[0].embedding = {0.5F, -0.25F};
-    d.words = {{0.25, 0.5, "Hello", "Zoë"}, {60, 61, "there", ""}};
+    d.words = {{0.25, 0.5, "Hello", "Zoë"},
+               {1, 1.5, "all", "Zoë", true},
+               {60, 61, "of", "Zoë", false},
+               {61, 62, "you", ""}};
     const std::string text = write_format(d, "json", {});
-    EXPECT_EQ(write_format(read_result(text, "x"), "json", {}), text);
+    const diarization read = read_result(text, "x");
+    EXPECT_EQ(write_format(read, "json", {}), text);
+    EXPECT_EQ(write_words(read.words, "text", "x"),
+              "Zoë (0:00): Hello\n\nZoë (0:01): all of\n\nsomebody (1:01): you\n");
 }
 
 TEST(reading, other_programs_write_these) {

@@ -93,8 +93,8 @@ std::string clock_time_in_seconds(double seconds) {
 std::vector<run_of_words> paragraphs_of(const std::vector<spoken_word> &words, double pause) {
     std::vector<run_of_words> paragraphs;
     for (size_t i = 0; i < words.size(); i++) {
-        const bool goes_on =
-            i > 0 && words[i].speaker == words[i - 1].speaker && words[i].start - words[i - 1].end <= pause;
+        const bool goes_on = i > 0 && words[i].speaker == words[i - 1].speaker &&
+                             !words[i].begins_paragraph.value_or(words[i].start - words[i - 1].end > pause);
         if (!goes_on) paragraphs.push_back({i, i, words[i].speaker});
         paragraphs.back().last = i + 1;
     }

@@ -210,7 +210,7 @@ class Page(unittest.TestCase):
         before = [s["end"] - s["start"] for s in self.data["segments"]]
         # By hand: a new name, a note, another speaker, a split, a deletion.
         run("document.querySelector('.shares .name').click()")
-        run("const i = document.querySelector('.shares input'); i.value = 'Zoe'; "
+        run("const i = document.querySelector('.shares input:not(.color)'); i.value = 'Zoe'; "
             "i.dispatchEvent(new KeyboardEvent('keydown', {key: 'Enter', bubbles: true}))")
         self.assertEqual(self.segments()[0]["speaker"], "Zoe")
         run("document.querySelectorAll('.row')[1].click(); document.getElementById('audio').pause()")

@@ -6,6 +6,7 @@ class ParleyChanges {
   #result;
   #say;
   #formats; // name: {label, extension, type, write}
+  #file; // {name, handle}: what was saved last, where the browser lets a page write files
 
   // say(text): tells the user something.
   constructor(result, say) {
@@ -27,7 +28,9 @@ class ParleyChanges {
     const file = parleyElement("input");
     Object.assign(file, { type: "file", accept: ".json,.rttm", hidden: true });
     file.addEventListener("change", () => file.files.length && this.open(file.files[0]));
-    this.element.append(this.undo, this.redo, parleyButton("Save as", () => this.save(this.format.value)), this.format,
+    this.again = parleyButton("", () => this.saveAgain());
+    this.again.hidden = true;
+    this.element.append(this.undo, this.redo, parleyButton("Save as", () => this.save(this.format.value)), this.format, this.again,
       parleyButton("Open a result", () => file.click()), file, this.discard, this.kept);
     addEventListener("beforeunload", this.#leaving);
   }
@@ -52,9 +55,36 @@ class ParleyChanges {
     return this.#formats.get(name).write(this.#result);
   }
 
-  save(name) {
-    const { extension, type = "text/plain" } = this.#formats.get(name);
-    parleySave(this.#result.data.recording + extension, type, this.write(name));
+  // Into a file that is chosen, where the browser asks for one; else into a download.
+  async save(name) {
+    const { label, extension, type = "text/plain" } = this.#formats.get(name), suggestedName = this.#result.data.recording + extension;
+    try {
+      const handle = await globalThis.showSaveFilePicker?.({ suggestedName, types: [{ description: label, accept: { [type]: [/\.\w+$/.exec(extension)[0]] } }] });
+      if (handle) return await this.#put(name, handle);
+    } catch (error) {
+      if (error.name === "AbortError") return; // nobody chose one
+    }
+    parleySave(suggestedName, type, this.write(name));
+    this.#settle(name);
+  }
+
+  // Into the same file once more; the first time as save does.
+  async saveAgain() {
+    if (!this.#file) return this.save(this.format.value);
+    await this.#put(this.#file.name, this.#file.handle).catch((error) => this.#say(`${this.#file.handle.name}: ${error.message}`));
+  }
+
+  async #put(name, handle) {
+    const file = await handle.createWritable();
+    await file.write(this.write(name));
+    await file.close();
+    this.#file = { name, handle };
+    this.again.textContent = `Save ${handle.name}`;
+    this.again.hidden = false;
+    this.#settle(name);
+  }
+
+  #settle(name) {
     if (name !== "json" && name !== "page") return; // others do not hold everything
     this.#result.saved();
     this.update();

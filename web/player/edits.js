@@ -28,6 +28,11 @@ function parleyReplaced(state, indices, added, preferred) {
   return { names: names.filter((name) => spoken.has(name)), segments, words };
 }
 
+// What is read together: words of one speaker without a pause of five seconds, unless somebody has said otherwise.
+function parleyBeginsParagraph(words, i) {
+  return i === 0 || words[i].speaker !== words[i - 1].speaker || (words[i].paragraph ?? words[i].start - words[i - 1].end > 5);
+}
+
 const PARLEY_EDITS = {
   // Another state as a whole: a result that was opened.
   become: (_, state) => state,
@@ -97,6 +102,16 @@ const PARLEY_EDITS = {
     const { comment, ...segment } = state.segments[index] ?? {};
     if (segment.start === undefined || (comment ?? "") === text) return null;
     return { ...state, segments: state.segments.with(index, text ? { ...segment, edited: true, comment: text } : segment) };
+  },
+
+  // A paragraph begins with a word, or goes on with it: then its words are those of whoever speaks before.
+  paragraph(state, index, begins) {
+    const word = state.words[index], before = state.words[index - 1];
+    if (!word || !before || begins === parleyBeginsParagraph(state.words, index)) return null;
+    if (begins) return { ...state, words: state.words.with(index, { ...word, paragraph: true }) };
+    let end = index + 1;
+    while (end < state.words.length && !parleyBeginsParagraph(state.words, end)) end++;
+    return { ...state, words: state.words.map((w, i) => (i < index || i >= end ? w : { ...w, speaker: before.speaker, ...(i === index ? { paragraph: false } : {}) })) };
   },
 
   // What was understood otherwise; nothing takes the word out.

@@ -7,7 +7,8 @@ class ParleyList {
 
   #result;
   #on;
-  #rows = new Map(); // index: element
+  #rows = new Map(); // index of a segment: element
+  #shown = []; // indices of the segments that have a row
   #now = new Set();
   #selected = []; // the last one first among them
   #color;
@@ -45,7 +46,8 @@ class ParleyList {
     this.#color = color;
     this.#rows.clear();
     this.element.replaceChildren();
-    this.element.style.height = this.#result.segments.length * ParleyList.ROW + "px";
+    this.#shown = this.#result.shown;
+    this.element.style.height = this.#shown.length * ParleyList.ROW + "px";
     this.render();
   }
 
@@ -57,29 +59,30 @@ class ParleyList {
   // The rows in view and some more; one that has the focus stays.
   render() {
     if (!this.element.isConnected) return;
-    const { ROW } = ParleyList, count = this.#result.segments.length;
+    const { ROW } = ParleyList, count = this.#shown.length;
     const top = -this.element.getBoundingClientRect().top;
     const first = this.#whole ? 0 : Math.max(0, Math.floor(top / ROW) - 10);
     const last = this.#whole ? count : Math.min(count, Math.max(10, Math.ceil((top + innerHeight) / ROW) + 10));
+    const inView = new Set(this.#shown.slice(first, last));
     for (const [index, row] of this.#rows) {
-      if ((index >= first && index < last) || row === document.activeElement) continue;
+      if (inView.has(index) || row === document.activeElement) continue;
       row.remove();
       this.#rows.delete(index);
     }
     const added = document.createDocumentFragment();
-    for (let i = first; i < last; i++) if (!this.#rows.has(i)) added.append(this.#row(i));
+    for (let place = first; place < last; place++) if (!this.#rows.has(this.#shown[place])) added.append(this.#row(this.#shown[place], place));
     this.element.append(added);
     this.#mark();
   }
 
-  #row(index) {
+  #row(index, place) {
     const segment = this.#result.segments[index];
     const row = parleyElement("div", "row");
     row.setAttribute("role", "option");
-    row.setAttribute("aria-posinset", index + 1);
-    row.setAttribute("aria-setsize", this.#result.segments.length);
+    row.setAttribute("aria-posinset", place + 1);
+    row.setAttribute("aria-setsize", this.#shown.length);
     row.dataset.index = index;
-    row.style.top = index * ParleyList.ROW + "px";
+    row.style.top = place * ParleyList.ROW + "px";
     const dot = parleyElement("span", "dot");
     dot.style.background = this.#color.get(segment.speaker);
     const sure = segment.edited ? "by hand" : segment.confidence === undefined ? "" : segment.confidence.toFixed(2);
@@ -111,7 +114,7 @@ class ParleyList {
   // Scrolls so that a row can be seen below what sticks to the top.
   reveal(index, covered) {
     const { ROW } = ParleyList;
-    const at = this.element.getBoundingClientRect().top + index * ROW;
+    const at = this.element.getBoundingClientRect().top + parleyFirst(this.#shown, (i) => i >= index) * ROW;
     if (at >= covered && at + ROW <= innerHeight) return;
     scrollBy({ top: at - covered - (innerHeight - covered) / 3 });
     this.render();
@@ -125,10 +128,10 @@ class ParleyList {
   #key(event) {
     const row = event.target.closest(".row");
     if (!row || event.ctrlKey || event.metaKey || event.altKey) return;
-    const index = Number(row.dataset.index), last = this.#result.segments.length - 1;
-    const to = { ArrowDown: index + 1, ArrowUp: index - 1, PageDown: index + 10, PageUp: index - 10, Home: 0, End: last }[event.key];
+    const index = Number(row.dataset.index), place = parleyFirst(this.#shown, (i) => i >= index), last = this.#shown.length - 1;
+    const to = { ArrowDown: place + 1, ArrowUp: place - 1, PageDown: place + 10, PageUp: place - 10, Home: 0, End: last }[event.key];
     if (to !== undefined) {
-      const next = Math.min(Math.max(to, 0), last);
+      const next = this.#shown[Math.min(Math.max(to, 0), last)];
       this.#on.choose(next, false);
       this.focus(next);
     } else if (event.key === " ") {
@@ -195,10 +198,13 @@ class ParleyTranscript {
       if (!takes || !this.#result.change("word", index, element.textContent.trim().replace(/\s+/g, " "))) element.textContent = before;
     };
     element.addEventListener("keydown", (event) => {
-      if (event.key !== "Enter" && event.key !== "Escape") return;
+      const atBegin = getSelection().isCollapsed && getSelection().anchorOffset === 0;
+      const paragraph = (event.key === "Enter" && event.shiftKey) || (event.key === "Backspace" && atBegin);
+      if (!paragraph && event.key !== "Enter" && event.key !== "Escape") return;
       event.preventDefault();
       event.stopPropagation();
       end(event.key === "Enter");
+      if (paragraph) this.#result.change("paragraph", index, event.key === "Enter");
     });
     element.addEventListener("blur", () => end(true), { once: true });
   }
@@ -207,10 +213,11 @@ class ParleyTranscript {
     this.#elements = [];
     this.#now = -1;
     this.text.replaceChildren();
-    let speaker, end = 0, paragraph, length = 0;
+    let speaker, paragraph, length = 0;
     this.#words.forEach((word, index) => {
-      const who = word.speaker || speaker || "";
-      if (!paragraph || who !== speaker || word.start - end > 3 || length > 150) {
+      if (this.#result.isHidden(word.speaker)) return this.#elements.push(undefined);
+      const who = word.speaker || "somebody", begins = parleyBeginsParagraph(this.#words, index);
+      if (begins || length > 150) {
         paragraph = parleyElement("p");
         if (!this.text.lastChild || who !== speaker) {
           const name = parleyElement("b", "who", who);
@@ -228,7 +235,6 @@ class ParleyTranscript {
       element.dataset.word = index;
       paragraph.append(element, " ");
       this.#elements.push(element);
-      end = word.end;
       length++;
     });
     this.#find();
@@ -256,8 +262,8 @@ class ParleyTranscript {
     const wanted = this.search.value.split(/\s+/).map(plain).filter(Boolean);
     const words = wanted.length ? this.#words.map((word) => plain(word.text)) : [];
     const fits = (k, i) => (i + 1 < wanted.length ? words[k] === wanted[i] : words[k]?.startsWith(wanted[i]));
-    this.#found = words.map((_, k) => k).filter((k) => wanted.every((_, i) => fits(k + i, i)));
-    for (const k of this.#found) wanted.forEach((_, i) => this.#elements[k + i].classList.add("found"));
+    this.#found = words.map((_, k) => k).filter((k) => this.#elements[k] && wanted.every((_, i) => fits(k + i, i)));
+    for (const k of this.#found) wanted.forEach((_, i) => this.#elements[k + i]?.classList.add("found"));
     this.#at = -1;
     this.count.textContent = !wanted.length ? "" : this.#found.length ? `${this.#found.length} found` : "not found";
     if (this.#found.length) this.#step(1);

@@ -47,9 +47,13 @@ class ParleyPeople {
     name.append(parleyName(speaker.name));
     name.title = "Rename";
     name.dataset.person = speaker.name;
-    const dot = parleyElement("span", "dot");
-    dot.style.background = this.#color.get(speaker.name);
-    name.prepend(dot);
+    const color = Object.assign(parleyElement("input", "color"), { type: "color", value: this.#color.get(speaker.name), title: "Colour" });
+    color.setAttribute("aria-label", `Colour of ${speaker.name}`);
+    color.addEventListener("change", () => this.#result.paint(speaker.name, color.value));
+    const isHidden = this.#result.isHidden(speaker.name);
+    const hide = parleyButton(isHidden ? "Show" : "Hide", () => this.#result.hide(speaker.name, !isHidden), "hide");
+    hide.setAttribute("aria-label", `${hide.textContent} ${speaker.name}`);
+    item.classList.toggle("hidden-speaker", isHidden);
     const bar = parleyElement("span", "bar");
     const fill = parleyElement("i");
     fill.style.width = (100 * speaker.seconds / talk) + "%";
@@ -59,7 +63,7 @@ class ParleyPeople {
       ...speakers.filter((s) => s !== speaker).map((s) => [s.name, s.name])]);
     parleyOnChoice(merge, () => merge.value && this.#result.rename(speaker.name, merge.value));
     merge.disabled = speakers.length < 2;
-    item.append(name, bar, parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`), merge);
+    item.append(color, name, bar, parleyElement("span", "amount", `${parleyClock(speaker.seconds)}, ${Math.round(100 * speaker.seconds / talk)} %`), merge, hide);
     return item;
   }
 

@@ -103,7 +103,7 @@ class ParleyPlayer {
     this.stage.setAttribute("aria-label", "Player");
     this.stage.append(this.#controls(), this.silence, this.timeline.element, this.tools.element);
     const help = parleyElement("details", "hint");
-    help.append(parleyElement("summary", "", "Keys"), parleyKeys(this.#audio !== null));
+    help.append(parleyElement("summary", "", "Keys"), parleyKeys(this.#audio !== null, result.original.words.length > 0));
     this.help = help;
     new ResizeObserver(() => this.#root.style.setProperty("--stage", this.stage.offsetHeight + "px")).observe(this.stage);
     this.#root.append(parleyElement("h1", "", data.recording), this.about, this.stage, this.changes.element, this.people.element, this.#lists(), help, this.spoken);
@@ -375,7 +375,7 @@ class ParleyPlayer {
     const { result } = this;
     if (ctrlKey || metaKey) {
       if (key.toLowerCase() === "z") return () => (shiftKey ? result.redo() : result.undo());
-      return key === "y" ? () => result.redo() : undefined;
+      return { y: () => result.redo(), s: () => this.changes.saveAgain() }[key];
     }
     if ((key === " " || key === "Enter") && target.closest("button, summary, input")) return undefined; // which the browser presses
     if (target === this.timeline.slider && key in ParleyPlayer.SLIDES) return () => this.seek(Math.min(this.#position + ParleyPlayer.SLIDES[key], this.#duration));
@@ -393,7 +393,7 @@ class ParleyPlayer {
   };
 }
 
-function parleyKeys(plays) {
+function parleyKeys(plays, hasWords) {
   const table = parleyElement("dl");
   const rows = [
     ...(plays ? [["space", "play, pause"], ["< >", "slower, faster"], ["l", "repeat the chosen segment"]] : []),
@@ -401,7 +401,8 @@ function parleyKeys(plays) {
     ["n p", "next, previous segment; in the list ↑ ↓, space plays"], ["1 … 9", "give the chosen segments to a speaker"],
     ["shift 1 … 9", "a speaker's next segment"], ["a", "begin, end a new segment here; or drag over a lane with shift"], ["s enter", "split the segment here"],
     ["j", "join the chosen segments, or one with the next"], ["delete", "remove the chosen segments"],
-    ["ctrl click", "choose one more"], ["ctrl z, ctrl y", "undo, redo"], ["+ − 0", "zoom in, out, show all; so does the wheel with ctrl"], ["?", "this list"],
+    ["ctrl click", "choose one more"], ["ctrl z, ctrl y", "undo, redo"], ["ctrl s", "save, into the same file again where the browser can"], ["+ − 0", "zoom in, out, show all; so does the wheel with ctrl"], ["?", "this list"],
+    ...(hasWords ? [["double click", "correct a word; there, shift enter begins a paragraph before it, backspace at its beginning joins it with the one before"]] : []),
   ];
   for (const [keys, what] of rows) {
     const term = parleyElement("dt");

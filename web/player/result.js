@@ -21,6 +21,7 @@ class ParleyResult {
     for (const c of JSON.stringify([this.original.names, data.segments])) hash = (31 * hash + c.codePointAt(0)) | 0;
     this.#key = `parley:${data.recording}:${data.duration}:${hash}`;
     this.isKept = true; // by the browser
+    this.#takeView();
     this.#take();
   }
 
@@ -30,12 +31,44 @@ class ParleyResult {
     this.#listeners.add(listener);
   }
   #onStorage = ({ key }) => {
-    if ((key === this.#key || key === null) && this.#take()) this.#emit();
+    if (key === this.#key + ":view") this.#takeView();
+    if (key === this.#key + ":view" || ((key === this.#key || key === null) && this.#take())) this.#emit();
   };
 
   close() {
     removeEventListener("storage", this.#onStorage);
   }
+
+  // ---- How it is shown: colours of one's choice and who is hidden, which change nothing of the result
+
+  #view = { colors: {}, hidden: [] };
+
+  #takeView() {
+    try {
+      this.#view = { ...this.#view, ...JSON.parse(localStorage.getItem(this.#key + ":view") ?? "{}") };
+    } catch {
+      // a browser that keeps nothing, or what is no view
+    }
+  }
+
+  #showAs(view) {
+    this.#view = { ...this.#view, ...view };
+    try {
+      localStorage.setItem(this.#key + ":view", JSON.stringify(this.#view));
+    } catch {
+      // it lasts as long as the page then
+    }
+    this.#emit();
+  }
+
+  colorOf(name) { return this.#view.colors[name] ?? PARLEY_COLORS[Math.max(0, this.names.indexOf(name)) % PARLEY_COLORS.length]; }
+  paint(name, color) { this.#showAs({ colors: { ...this.#view.colors, [name]: color } }); }
+  isHidden(name) { return this.#view.hidden.includes(name); }
+  hide(name, hides) { this.#showAs({ hidden: [...this.#view.hidden.filter((n) => n !== name), ...(hides ? [name] : [])] }); }
+
+  // Names and the indices of segments that are not hidden.
+  get shownNames() { return this.names.filter((name) => !this.isHidden(name)); }
+  get shown() { return this.segments.map((_, i) => i).filter((i) => !this.isHidden(this.segments[i].speaker)); }
 
   get state() { return this.#states[this.#done]; }
   get names() { return this.state.names; }
@@ -163,7 +196,13 @@ class ParleyResult {
     this.#saved = this.#done;
   }
 
-  rename(from, to) { return this.change("rename", from, to.trim()); }
+  // Who has a colour of one's choice keeps it.
+  rename(from, to) {
+    const color = this.#view.colors[from], name = to.trim(), isNew = !this.names.includes(name);
+    const renames = this.change("rename", from, name);
+    if (renames && color && isNew) this.paint(name, color);
+    return renames;
+  }
   assign(indices, name) { return this.change("assign", [indices].flat(), name.trim()); }
   split(index, seconds) { return this.change("split", index, parleyMilliseconds(seconds)); }
   remove(indices) { return this.change("remove", [indices].flat()); }

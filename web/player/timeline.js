@@ -90,10 +90,10 @@ class ParleyTimeline {
 
   // After the result has changed.
   update() {
-    this.color = new Map(this.#result.names.map((name, i) => [name, PARLEY_COLORS[i % PARLEY_COLORS.length]]));
-    this.#lanes = new Map(this.#result.names.map((name) => [name, []]));
-    this.#result.segments.forEach((segment, index) => this.#lanes.get(segment.speaker).push({ segment, index }));
-    this.labels.replaceChildren(...this.#result.names.map((name) => {
+    this.color = new Map(this.#result.names.map((name) => [name, this.#result.colorOf(name)]));
+    this.#lanes = new Map(this.#result.shownNames.map((name) => [name, []]));
+    this.#result.segments.forEach((segment, index) => this.#lanes.get(segment.speaker)?.push({ segment, index }));
+    this.labels.replaceChildren(...this.#result.shownNames.map((name) => {
       const label = parleyElement("div", "label");
       const dot = parleyElement("span", "dot");
       dot.style.background = this.color.get(name);
@@ -276,7 +276,7 @@ class ParleyTimeline {
 
   // Whose lane lies below a pointer.
   #laneAt(event) {
-    return this.#result.names[Math.floor((event.clientY - this.plot.getBoundingClientRect().top) / ParleyTimeline.LANE)];
+    return this.#result.shownNames[Math.floor((event.clientY - this.plot.getBoundingClientRect().top) / ParleyTimeline.LANE)];
   }
 
   // The segment below a pointer, or -1.
@@ -292,7 +292,7 @@ class ParleyTimeline {
     if (!segment) return undefined;
     const box = this.plot.getBoundingClientRect(), x = event.clientX - box.left;
     const lane = Math.floor((event.clientY - box.top) / ParleyTimeline.LANE);
-    if (lane !== this.#result.names.indexOf(segment.speaker)) return undefined;
+    if (lane !== this.#result.shownNames.indexOf(segment.speaker)) return undefined;
     return ["start", "end"].find((side) => Math.abs(x - this.#x(segment[side])) <= ParleyTimeline.GRIP);
   }
 

@@ -6,19 +6,22 @@ const PARLEY_TRANSCRIPTS = {
   text: { label: "Text", extension: ".txt", write: (result) => parleyParagraphText(result, (name, time, text) => `${name} (${time}): ${text}\n`) },
   markdown: { label: "Markdown", extension: ".md", write: (result) => parleyParagraphText(result, (name, time, text) => `**${name}** ${time}  \n${text}\n`) },
   docx: { label: "Word", extension: ".docx", write: parleyDocx },
+  odt: { label: "LibreOffice", extension: ".odt", write: parleyOdt },
   srt: { label: "SRT", extension: ".srt", write: (result) => parleySubtitles(result, false) },
   vtt: { label: "WebVTT", extension: ".vtt", write: (result) => parleySubtitles(result, true) },
+  tei: { label: "TEI", extension: ".xml", write: parleyTei },
+  ctm: { label: "CTM", extension: ".ctm", write: parleyCtm },
+  stm: { label: "STM", extension: ".stm", write: parleyStm },
 };
 
-// What is read together: words of one speaker without a pause of five seconds.
 function parleyParagraphs({ words }) {
   const paragraphs = [];
   words.forEach((word, i) => {
-    const goesOn = i > 0 && word.speaker === words[i - 1].speaker && word.start - words[i - 1].end <= 5;
-    if (goesOn) paragraphs.at(-1).push(word);
-    else paragraphs.push([word]);
+    if (parleyBeginsParagraph(words, i)) paragraphs.push([word]);
+    else paragraphs.at(-1).push(word);
   });
-  return paragraphs.map((own) => ({ name: own[0].speaker || "somebody", time: parleyWholeClock(own[0].start), text: own.map((w) => w.text).join(" ") }));
+  return paragraphs.map((own) => ({ words: own, speaker: own[0].speaker, name: own[0].speaker || "somebody", time: parleyWholeClock(own[0].start),
+                                    text: own.map((w) => w.text).join(" ") }));
 }
 
 // 1:02:03, of the milliseconds' clock without them.
@@ -82,7 +85,52 @@ function parleySubtitles({ words }, vtt) {
   }).join("");
 }
 
-// ---- Office Open XML
+// ---- For programs and corpora
+
+function parleyCtm({ words, data }) {
+  return words.map((w) => `${parleyField(data.recording)} 1 ${w.start.toFixed(3)} ${(w.end - w.start).toFixed(3)} ${parleyField(w.text)} NA lex ` +
+    `${w.speaker ? parleyField(w.speaker) : "unknown"}\n`).join("");
+}
+
+function parleyStm(result) {
+  return parleyParagraphs(result).map(({ words, speaker, text }) => `${parleyField(result.data.recording)} 1 ${speaker ? parleyField(speaker) : "unknown"} ` +
+    `${words[0].start.toFixed(3)} ${words.at(-1).end.toFixed(3)} ${text}\n`).join("");
+}
+
+// Times are points of one timeline, to which words are tied by anchors (ISO 24624).
+function parleyTei(result) {
+  const people = new Map(), points = [];
+  const point = (seconds) => `T${points.push(`    <when xml:id="T${points.length + 1}" interval="${seconds.toFixed(3)}" since="#T0"/>\n`)}`;
+  const body = parleyParagraphs(result).map(({ words, speaker, name }) => {
+    if (!people.has(speaker)) people.set(speaker, [`P${people.size + 1}`, name]);
+    const start = point(words[0].start);
+    const text = words.map((w, i) => (i ? `<anchor synch="#${point(w.start)}"/>` : "") + `<w>${parleyXml(w.text)}</w>`).join("");
+    return `    <annotationBlock who="#${people.get(speaker)[0]}" start="#${start}" end="#${point(words.at(-1).end)}"><u>${text}</u></annotationBlock>\n`;
+  });
+  const persons = [...people.values()].map(([id, name]) => `    <person xml:id="${id}"><persName>${parleyXml(name)}</persName></person>\n`);
+  return `<?xml version="1.0" encoding="UTF-8"?>
+<TEI xmlns="http://www.tei-c.org/ns/1.0">
+<teiHeader>
+  <fileDesc>
+    <titleStmt><title>${parleyXml(result.data.recording)}</title></titleStmt>
+    <publicationStmt><p>Transcript with speakers.</p></publicationStmt>
+    <sourceDesc><p>A recording.</p></sourceDesc>
+  </fileDesc>
+  <profileDesc><particDesc>
+${persons.join("")}  </particDesc></profileDesc>
+</teiHeader>
+<text>
+  <timeline unit="s" origin="#T0">
+    <when xml:id="T0"/>
+${points.join("")}  </timeline>
+  <body>
+${body.join("")}  </body>
+</text>
+</TEI>
+`;
+}
+
+// ---- Documents: Office Open XML, OpenDocument
 
 function parleyDocx(result) {
   const run = (properties, text) => `<w:r><w:rPr>${properties}</w:rPr><w:t xml:space="preserve">${text}</w:t></w:r>`;
@@ -98,6 +146,28 @@ function parleyDocx(result) {
       'officeDocument/2006/relationships/officeDocument" Target="word/document.xml"/></Relationships>\n'],
     ["word/document.xml", `${xml}<w:document xmlns:w="${schemas}wordprocessingml/2006/main"><w:body>\n<w:p>` +
       `${run('<w:b/><w:sz w:val="32"/>', parleyXml(result.data.recording))}</w:p>\n${body}</w:body></w:document>\n`],
+  ]);
+}
+
+function parleyOdt(result) {
+  const xml = '<?xml version="1.0" encoding="UTF-8"?>\n', type = "application/vnd.oasis.opendocument.text";
+  const space = (prefix, name) => ` xmlns:${prefix}="urn:oasis:names:tc:opendocument:xmlns:${name}:1.0"`;
+  const entry = (name) => `<manifest:file-entry manifest:full-path="${name}" manifest:media-type="text/xml"/>`;
+  const style = (name, family, properties) => `<style:style style:name="${name}" style:family="${family}">${properties}</style:style>`;
+  const body = parleyParagraphs(result).map(({ name, time, text }) => `<text:p text:style-name="turn"><text:span text:style-name="name">${parleyXml(name)}` +
+    `</text:span><text:span text:style-name="time"><text:s text:c="2"/>${time}</text:span><text:line-break/>${parleyXml(text)}</text:p>\n`).join("");
+  return parleyZip([
+    ["mimetype", type],
+    ["META-INF/manifest.xml", `${xml}<manifest:manifest${space("manifest", "manifest")} manifest:version="1.2"><manifest:file-entry manifest:full-path="/" ` +
+      `manifest:media-type="${type}"/>${entry("content.xml")}${entry("styles.xml")}</manifest:manifest>\n`],
+    ["styles.xml", `${xml}<office:document-styles${space("office", "office")} office:version="1.2"/>\n`],
+    ["content.xml", `${xml}<office:document-content${space("office", "office")}${space("text", "text")}${space("style", "style")}` +
+      `${space("fo", "xsl-fo-compatible")} office:version="1.2"><office:automatic-styles>` +
+      style("turn", "paragraph", '<style:paragraph-properties fo:margin-bottom="0.3cm"/>') +
+      style("name", "text", '<style:text-properties fo:font-weight="bold"/>') +
+      style("time", "text", '<style:text-properties fo:color="#707070"/>') +
+      '</office:automatic-styles><office:body><office:text>\n<text:h text:outline-level="1">' +
+      `${parleyXml(result.data.recording)}</text:h>\n${body}</office:text></office:body></office:document-content>\n`],
   ]);
 }
 

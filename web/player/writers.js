@@ -35,21 +35,22 @@ function parleyNumber(value) {
   return Math.abs(value) < 1e-4 ? value.toExponential().replace(/(e[+-])(\d)$/, "$10$2") : String(value);
 }
 
+// A line a value, but for lists of numbers and words, which take one together.
+function parleyPrettyJson(value, indent = "") {
+  if (typeof value === "number") return parleyNumber(value);
+  if (typeof value !== "object") return JSON.stringify(value);
+  const inner = indent + " ", isList = Array.isArray(value);
+  if (isList && value.length && value.every((v) => typeof v !== "object")) return `[${value.map((v) => parleyPrettyJson(v, inner)).join(", ")}]`;
+  const parts = isList ? value.map((v) => parleyPrettyJson(v, inner))
+    : Object.entries(value).map(([k, v]) => `${JSON.stringify(k)}: ${parleyPrettyJson(v, inner)}`);
+  const [open, close] = isList ? "[]" : "{}";
+  return parts.length ? `${open}\n${inner}${parts.join(",\n" + inner)}\n${indent}${close}` : open + close;
+}
+
 function parleyJson(result) {
-  const { recording, path, duration, note, schema, model } = result.data;
-  const dump = (value, indent) => {
-    if (typeof value === "number") return parleyNumber(value);
-    if (typeof value !== "object") return JSON.stringify(value);
-    const inner = indent + " ", isList = Array.isArray(value);
-    if (isList && value.length && value.every((v) => typeof v !== "object")) return `[${value.map((v) => dump(v, inner)).join(", ")}]`;
-    const parts = isList ? value.map((v) => dump(v, inner))
-      : Object.entries(value).map(([k, v]) => `${JSON.stringify(k)}: ${dump(v, inner)}`);
-    const [open, close] = isList ? "[]" : "{}";
-    return parts.length ? `${open}\n${inner}${parts.join(",\n" + inner)}\n${indent}${close}` : open + close;
-  };
-  const { speakers, segments, words } = result;
-  return dump({ schema, recording, path, duration, ...(model ? { model } : {}), speakers, segments, ...(words.length ? { words } : {}),
-                ...(note ? { note } : {}) }, "") + "\n";
+  const { recording, path, duration, note, schema, model } = result.data, { speakers, segments, words } = result;
+  return parleyPrettyJson({ schema, recording, path, duration, ...(model ? { model } : {}), speakers, segments, ...(words.length ? { words } : {}),
+                            ...(note ? { note } : {}) }) + "\n";
 }
 
 function parleyCsv(result) {
