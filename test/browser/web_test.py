@@ -55,10 +55,10 @@ class Web(unittest.TestCase):
             self.assertLess(time.time(), end, script + ": " + self.browser.run("return document.getElementById('status').textContent"))
             time.sleep(0.05)
 
-    def choose(self, path):
+    def choose(self, *paths):
         found = self.browser.send("POST", self.browser.session + "/element", {"using": "css selector", "value": "#file"})
         element = next(iter(found.values()))
-        self.browser.send("POST", f"{self.browser.session}/element/{element}/value", {"text": str(Path(path).resolve())})
+        self.browser.send("POST", f"{self.browser.session}/element/{element}/value", {"text": "\n".join(str(Path(p).resolve()) for p in paths)})
 
     def test_a_file_gives_what_the_tool_gives(self):
         # How long the page's own thread was held up, and the progress shown.
@@ -167,6 +167,39 @@ class Web(unittest.TestCase):
         middle = (pinned["start"] + pinned["end"]) / 2
         self.assertEqual(run(f"return parleyShown.result.segments[parleyShown.result.at({middle})[0]].speaker"), "Dan")
         self.assertEqual(self.browser.complaints(), [])
+
+    def test_recordings_queue_up_and_their_results_stay(self):
+        run = self.browser.run
+        states = "return [...document.querySelectorAll('#queue li')].map((li) => [li.firstChild.textContent, li.children[1].textContent])"
+        with tempfile.TemporaryDirectory() as folder:
+            for name in ("a.wav", "b.wav", "c.wav"):
+                shutil.copy(AUDIO, Path(folder, name))
+            Path(folder, "no.wav").write_text("nothing")
+            self.choose(*(Path(folder, name) for name in ("a.wav", "no.wav", "b.wav", "c.wav")))
+            self.wait("return globalThis.parleyShown !== undefined")
+            run("parleyShown.result.rename('speaker 1', 'Ann')")
+            self.wait("return document.querySelectorAll('#queue li')[2].children[1].textContent === ''")
+            run("document.getElementById('cancel').click()")  # ends c alone
+            self.wait("return document.querySelectorAll('#queue li')[3].children[1].textContent === 'cancelled'")
+            found = run(states)
+            self.assertEqual([name for name, _ in found], ["a.wav", "no.wav", "b.wav", "c.wav"])
+            self.assertEqual([bool(state) for _, state in found], [False, True, False, True])
+            self.assertEqual(run("return parleyShown.result.data.recording"), "a")
+            run("document.querySelectorAll('#queue li button')[4].click()")
+            self.wait("return parleyShown?.result.data.recording === 'b'")
+            self.assertEqual(run("return parleyShown.result.segments"), self.expected["segments"])
+            run("document.querySelectorAll('#queue li button')[0].click()")  # back, with what was corrected
+            self.wait("return parleyShown?.result.data.recording === 'a'")
+            self.assertIn("Ann", run("return parleyShown.result.names"))
+            run("document.getElementById('number').value = 2; document.getElementById('find-again').click()")
+            self.wait("return document.getElementById('status').textContent === '2 speakers.'")
+            run("document.querySelector('[aria-label=\"Remove a.wav\"]').click()")
+            self.assertEqual(run("return [globalThis.parleyShown === undefined, document.querySelectorAll('#queue li').length]"), [True, 3])
+            voices = Path(folder, "people.json")
+            voices.write_text(json.dumps({"schema": "parley-voices-2", "model": "0", "people": []}))
+            self.choose(voices)
+            self.wait("return localStorage.getItem('parley-voices') !== null")
+            run("localStorage.clear()")
 
     def test_what_is_no_audio_is_said_and_the_next_file_works(self):
         self.choose(Path(WEB) / "app.css")

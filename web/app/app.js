@@ -4,11 +4,10 @@ import { Parley } from "./parley.js";
 
 const element = (id) => document.getElementById(id);
 const status = element("status"), progress = element("progress"), audio = element("audio");
-let engine; // a promise, made with the first file
-let texts = {}; // the result in every format that the engine writes, but as a page
-let heard; // the sound it is about, a Blob
-let latest; // the result, which knows the voices
-let running; // aborts the run that is under way
+// What was opened, in the order in which it is worked on: {name, state, label, sound (a Blob), engine, result, texts, shows, abort}. Each has an engine of
+// its own, so that ending one run leaves the results of the others. `state`: waiting, working, done, or what went wrong.
+let recordings = [];
+let shown; // the one of which the page shows the result
 let earlier; // a result of an earlier day, a File that waits for its recording
 
 function say(text, fraction) {
@@ -19,62 +18,132 @@ function say(text, fraction) {
 
 function clear() {
   globalThis.parleyShown?.close();
-  globalThis.parleyShown = undefined;
-  latest?.close();
-  latest = undefined;
-  element("voices").hidden = element("again").hidden = true;
+  globalThis.parleyShown = shown = undefined;
+  element("voices").hidden = element("find-again").hidden = true;
   element("player").replaceChildren();
 }
 
-function load() {
-  engine ??= Parley.load();
-  return engine.catch((error) => {
-    engine = undefined; // the next try begins again
-    throw error;
-  });
-}
-
-// Shows a result with the sound it is about.
-async function show(loaded, result, sound, fileName) {
-  latest = result;
+// Shows a recording's result with the sound it is about.
+async function show(recording) {
+  const { engine, result, name, sound } = recording;
+  clear();
+  shown = recording;
   const known = voices();
   if (known) await result.nameVoices(known).catch((error) => say(error.message));
-  texts = {};
-  for (const { name } of loaded.formats) if (name !== "html") texts[name] = await result.text(name);
-  const shown = JSON.parse(texts.json);
+  recording.texts = {};
+  for (const { name: format } of engine.formats) if (format !== "html") recording.texts[format] = await result.text(format);
+  const data = JSON.parse(recording.texts.json);
   if (audio.src) URL.revokeObjectURL(audio.src);
   audio.src = URL.createObjectURL(sound);
-  heard = sound;
-  audio.dataset.name = fileName;
-  const name = encodeURIComponent(fileName);
-  const media = { url: name, beside: "./" + name, type: sound.type || "application/octet-stream" };
-  globalThis.parleyShown = parleyPlayer(element("player"), { ...shown, media, waveform: [...result.waveform] }, audio);
+  audio.dataset.name = name;
+  const url = encodeURIComponent(name);
+  const media = { url, beside: "./" + url, type: sound.type || "application/octet-stream" };
+  globalThis.parleyShown = parleyPlayer(element("player"), { ...data, media, waveform: [...result.waveform] }, audio);
   globalThis.parleyShown.result.onChange(showVoices);
   showVoices();
-  element("again").hidden = false;
-  if (earlier) await takeEarlier(loaded);
-  return shown;
+  element("find-again").hidden = false;
+  list();
+  if (earlier) await takeEarlier();
+  return data;
 }
 
-// ---- Results of an earlier day, and the same recording again
+// ---- The recordings, one after the other
+
+function list() {
+  element("recordings").hidden = recordings.length < 2;
+  element("queue").replaceChildren(...recordings.map((recording) => {
+    const item = document.createElement("li"), isDone = recording.state === "done";
+    const open = parleyButton(recording.name, () => show(recording).catch((error) => say(error.message)));
+    open.disabled = !isDone;
+    open.setAttribute("aria-current", recording === shown);
+    recording.label = parleyElement("span", "state", isDone ? "" : recording.state);
+    const remove = parleyButton("Remove", () => dismiss(recording));
+    remove.setAttribute("aria-label", `Remove ${recording.name}`);
+    item.append(open, recording.label, remove);
+    return item;
+  }));
+}
+
+function dismiss(recording) {
+  if (globalThis.parleyShown?.result.isAtRisk && recording === shown && !confirm("Its corrections are kept nowhere. Remove it?")) return;
+  recording.abort?.abort();
+  recordings = recordings.filter((r) => r !== recording);
+  if (recording === shown) clear();
+  recording.engine?.close();
+  list();
+}
+
+// What is asked of every run.
+function asked() {
+  return { numSpeakers: element("number").value || undefined, sensitivity: Number(element("sensitivity").value), keepEmbeddings: true };
+}
+
+async function work() {
+  if (recordings.some((r) => r.state === "working")) return;
+  const recording = recordings.find((r) => r.state === "waiting");
+  if (!recording) return;
+  const { name, sound } = recording, { signal } = (recording.abort = new AbortController());
+  recording.state = "working";
+  list();
+  element("cancel").hidden = false;
+  try {
+    say("Reading " + name);
+    recording.engine = await Parley.load();
+    const begin = performance.now();
+    const onProgress = (fraction) => {
+      say(name, fraction);
+      recording.label.textContent = `${Math.round(100 * fraction)} %`;
+    };
+    recording.result = await recording.engine.diarize(sound, { name, ...asked(), onProgress, signal });
+    const elapsed = (performance.now() - begin) / 1000;
+    recording.state = "done";
+    const { duration } = recording.shows ? await show(recording) : recording.result;
+    say(`${recordings.length > 1 ? name + ": took" : "Took"} ${elapsed.toFixed(1)} s, ${Math.round(duration / elapsed)} times as fast as listening.`);
+  } catch (error) {
+    recording.engine?.close();
+    recording.state = signal.aborted ? "cancelled" : error.message || error.name;
+    say(signal.aborted ? `${name}: cancelled` : recording.state);
+  }
+  element("cancel").hidden = true;
+  list();
+  work();
+}
+element("cancel").addEventListener("click", () => recordings.find((r) => r.state === "working")?.abort.abort());
+
+// ---- Results of an earlier day, voices, and the same recording again
 
 const isResult = ({ name }) => /\.(json|rttm|csv|eaf|textgrid|srt|vtt)$/i.test(name);
 
 // What was saved earlier, here or by others, becomes what is shown; undo takes it back.
-async function takeEarlier(loaded) {
+async function takeEarlier() {
   const file = earlier;
   earlier = undefined;
-  const read = await loaded.read(await file.text(), file.name);
+  const read = await shown.engine.read(await file.text(), file.name);
   await globalThis.parleyShown.open(new File([await read.text("json")], file.name));
   read.close();
 }
 
+// A file of known voices, as this page or `parley voices` writes it. False if it is none.
+async function takeVoices(file) {
+  const text = /\.json$/i.test(file.name) ? await file.text() : "";
+  if (!/"schema":\s*"parley-voices/.test(text.slice(0, 1000))) return false;
+  localStorage.setItem(VOICES, text);
+  if (shown) await shown.result.nameVoices(text);
+  if (shown) await show(shown);
+  say(`This browser knows ${JSON.parse(text).people.map((p) => p.name).join(", ")}.`);
+  return true;
+}
+
 async function openFiles(files) {
-  earlier = files.find(isResult) ?? earlier;
-  const recording = files.find((file) => !isResult(file));
-  if (recording) return open(recording);
+  const sounds = files.filter((file) => !isResult(file)), others = [];
+  for (const file of files.filter(isResult)) if (!(await takeVoices(file))) others.push(file);
+  earlier = others.at(-1) ?? earlier;
+  recordings.push(...sounds.map((sound, i) => ({ name: sound.name, sound, state: "waiting", shows: i === 0 })));
+  list();
+  if (sounds.length) return work();
+  if (!earlier) return;
   if (!globalThis.parleyShown) return say(`${earlier.name}: now the recording, please.`);
-  await takeEarlier(await load()).catch((error) => say(error.message));
+  await takeEarlier();
 }
 
 // Names that somebody gave go to who speaks most of the time when they did; segments that were corrected by hand keep their speaker.
@@ -97,10 +166,10 @@ function carryOver(before, result) {
 element("find-again").addEventListener("click", async () => {
   try {
     const before = { names: globalThis.parleyShown.result.names, segments: globalThis.parleyShown.result.segments };
-    const found = await latest.again({ numSpeakers: element("number").value || undefined, sensitivity: element("sensitivity").value, keepEmbeddings: true });
-    const [sound, name] = [heard, audio.dataset.name], loaded = await load();
-    clear();
-    await show(loaded, found, sound, name);
+    const found = await shown.result.again(asked());
+    shown.result.close();
+    shown.result = found;
+    await show(shown);
     if (!globalThis.parleyShown.result.isChanged) carryOver(before, globalThis.parleyShown.result);
     say(`${found.speakers.length} speakers.`);
   } catch (error) {
@@ -134,7 +203,7 @@ function showVoices() {
     const samples = known.find((k) => k.name === name)?.samples.length ?? 0;
     return parleyButton(samples ? `Remember ${name} from this recording, too` : `Remember the voice of ${name}`, async ({ target }) => {
       try {
-        localStorage.setItem(VOICES, await latest.remember(name, index, voices()));
+        localStorage.setItem(VOICES, await shown.result.remember(name, index, voices()));
         target.disabled = true;
         showVoices();
       } catch (error) {
@@ -151,32 +220,6 @@ element("forget-voices").addEventListener("click", () => {
   localStorage.removeItem(VOICES);
   showVoices();
 });
-
-async function open(file) {
-  running?.abort();
-  const own = (running = new AbortController());
-  try {
-    clear();
-    say("Reading " + file.name);
-    element("cancel").hidden = false;
-    const loaded = await load();
-    const begin = performance.now();
-    const onProgress = (fraction) => say(file.name, fraction);
-    const result = await loaded.diarize(file, { name: file.name, keepEmbeddings: true, onProgress, signal: own.signal });
-    const elapsed = (performance.now() - begin) / 1000;
-    const shown = await show(loaded, result, file, file.name);
-    say(`Took ${elapsed.toFixed(1)} s, ${Math.round(shown.duration / elapsed)} times as fast as listening.`);
-  } catch (error) {
-    if (own.signal.aborted) engine = undefined; // its worker has ended
-    if (running === own) say(own.signal.aborted ? `${file.name}: cancelled` : error.message || error.name);
-  } finally {
-    if (running === own) {
-      running = undefined;
-      element("cancel").hidden = true;
-    }
-  }
-}
-element("cancel").addEventListener("click", () => running?.abort());
 
 // ---- The microphone
 
@@ -200,18 +243,18 @@ function wavOf(pieces, rate) {
 
 async function listen() {
   const button = element("listen"), meter = element("level");
-  let context, stream, session;
+  let context, stream, session, engine;
   try {
     clear();
     say("Waiting for the microphone");
     stream = await navigator.mediaDevices.getUserMedia({
       audio: { channelCount: 1, echoCancellation: false, noiseSuppression: false, autoGainControl: false } });
-    const loaded = await load();
+    engine = await Parley.load();
     context = new AudioContext();
     await context.audioWorklet.addModule("recorder.js");
     const recorder = new AudioWorkletNode(context, "recorder");
     const name = `microphone ${new Date().toISOString().slice(0, 16).replace(":", ".")}`;
-    session = await loaded.listen({ name, sampleRate: context.sampleRate, keepEmbeddings: true });
+    session = await engine.listen({ name, sampleRate: context.sampleRate, ...asked() });
     const pieces = [];
     recorder.port.onmessage = ({ data }) => {
       const piece = Int16Array.from(data, (x) => Math.max(-32768, Math.min(32767, Math.round(x * 32768))));
@@ -246,15 +289,18 @@ async function listen() {
     const failure = await ended;
     if (failure) throw failure;
     const sound = wavOf(pieces, context.sampleRate);
-    const shown = await show(loaded, await session.end(), sound, name + ".wav");
-    session = undefined;
-    say(`${parleyClock(shown.duration)} recorded; nothing of it has left this machine.`);
+    const recording = { name: name + ".wav", sound, state: "done", engine, result: await session.end() };
+    session = engine = undefined;
+    recordings.push(recording);
+    const { duration } = await show(recording);
+    say(`${parleyClock(duration)} recorded; nothing of it has left this machine.`);
   } catch (error) {
     const why = { NotAllowedError: "it is not allowed to listen", NotFoundError: "there is none" }[error.name];
     say(`Microphone: ${why ?? error.message}`);
   } finally {
     stop = undefined;
     session?.close();
+    engine?.close();
     stream?.getTracks().forEach((track) => track.stop());
     context?.close();
     button.textContent = "Listen to the microphone";
@@ -264,18 +310,18 @@ async function listen() {
 element("listen").addEventListener("click", () => (stop ? stop() : listen()));
 
 // For tests.
-globalThis.parleyFormats = () => texts;
-globalThis.parleySound = () => heard;
+globalThis.parleyFormats = () => shown.texts;
+globalThis.parleySound = () => shown.sound;
 
 element("file").addEventListener("change", ({ target }) => {
   const files = [...target.files];
   target.value = ""; // so that the same file can be chosen again
-  if (files.length) openFiles(files);
+  if (files.length) openFiles(files).catch((error) => say(error.message));
 });
 for (const name of ["dragenter", "dragover", "dragleave", "drop"]) {
   document.addEventListener(name, (event) => {
     event.preventDefault();
     element("drop").classList.toggle("over", name === "dragenter" || name === "dragover");
-    if (name === "drop" && event.dataTransfer.files.length) openFiles([...event.dataTransfer.files]);
+    if (name === "drop" && event.dataTransfer.files.length) openFiles([...event.dataTransfer.files]).catch((error) => say(error.message));
   });
 }
