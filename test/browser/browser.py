@@ -1,17 +1,32 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Headless Chromium driven through chromedriver: the WebDriver protocol is JSON over HTTP, so this needs no package."""
+"""Headless browsers without a package: Chromium through chromedriver (WebDriver is JSON over HTTP) and Firefox through Marionette, which takes
+the same commands over a socket. $PARLEY_BROWSER says which, chromium (the default) or firefox."""
 
 import base64
 import json
 import os
+import re
+import shutil
+import socket
 import subprocess
 import tempfile
+import time
 import urllib.request
+from pathlib import Path
 
 SKIPPED = 77  # CTest's status for a test that could not run
+IS_FIREFOX = os.environ.get("PARLEY_BROWSER") == "firefox"
 
 
-class Browser:
+def is_installed():
+    return shutil.which("firefox-esr" if IS_FIREFOX else "chromedriver") is not None
+
+
+def Browser(*arguments):
+    return Firefox(*arguments) if IS_FIREFOX else Chromium(*arguments)
+
+
+class Chromium:
     def __init__(self, shots=None, *more):
         self.shots = shots  # folder for screenshots
         self.profile = tempfile.TemporaryDirectory()
@@ -106,4 +121,67 @@ class Browser:
         self.driver.terminate()
         self.driver.wait()
         self.driver.stdout.close()
+        self.profile.cleanup()
+
+
+class Firefox(Chromium):
+    COMMANDS = {  # of Marionette, by WebDriver's methods and the ends of their paths
+        ("POST", "/url"): "Navigate", ("POST", "/execute/sync"): "ExecuteScript", ("POST", "/execute/async"): "ExecuteAsyncScript",
+        ("POST", "/actions"): "PerformActions", ("GET", "/window"): "GetWindowHandle", ("POST", "/window/new"): "NewWindow",
+        ("POST", "/window"): "SwitchToWindow", ("DELETE", "/window"): "CloseWindow", ("POST", "/window/rect"): "SetWindowRect",
+        ("GET", "/screenshot"): "TakeScreenshot", ("POST", "/element"): "FindElement", ("POST", "/value"): "ElementSendKeys"}
+    SETTINGS = {"marionette.port": 0, "media.autoplay.default": 0, "media.volume_scale": "0", "browser.shell.checkDefaultBrowser": False,
+                "datareporting.policy.dataSubmissionEnabled": False, "app.update.disabledForTesting": True, "browser.startup.page": 0,
+                "network.captive-portal-service.enabled": False, "toolkit.telemetry.reportingpolicy.firstRun": False,
+                "media.navigator.streams.fake": True, "media.navigator.permission.disabled": True}
+
+    def __init__(self, shots=None, *_):
+        self.shots = shots
+        self.profile = tempfile.TemporaryDirectory()
+        folder = Path(self.profile.name)
+        (folder / "user.js").write_text("".join(f'user_pref("{name}", {json.dumps(value)});\n' for name, value in self.SETTINGS.items()))
+        self.driver = subprocess.Popen(["firefox-esr", "--headless", "--marionette", "--no-remote", "--profile", folder],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env={**os.environ, "HOME": self.profile.name})
+        port = folder / "MarionetteActivePort"
+        end = time.time() + 60
+        while not port.exists() or not port.read_text():
+            if time.time() > end or self.driver.poll() is not None:
+                raise RuntimeError("Firefox does not begin")
+            time.sleep(0.05)
+        self.socket = socket.create_connection(("127.0.0.1", int(port.read_text())))
+        self.socket.settimeout(60)
+        self.reply()  # a greeting
+        self.number, self.session = 0, ""
+        self.command("NewSession", {"capabilities": {"alwaysMatch": {"timeouts": {"script": 60000}}}})
+
+    def reply(self):
+        """A message is its length, a colon and JSON."""
+        length = b""
+        while not length.endswith(b":"):
+            length += self.socket.recv(1)
+        text, size = b"", int(length[:-1])
+        while len(text) < size:
+            text += self.socket.recv(size - len(text))
+        return json.loads(text)
+
+    def command(self, name, parameters):
+        self.number += 1
+        message = json.dumps([0, self.number, f"WebDriver:{name}", parameters]).encode()
+        self.socket.sendall(b"%d:%s" % (len(message), message))
+        _, _, error, value = self.reply()
+        if error:
+            raise RuntimeError(f"{name}: {error['message']}")
+        return value["value"] if isinstance(value, dict) and "value" in value else value
+
+    def send(self, method, path, body=None):
+        element = re.fullmatch(r"/element/([^/]+)/value", path)
+        return self.command(self.COMMANDS[method, "/value" if element else path], {**(body or {}), **({"id": element[1]} if element else {})})
+
+    def complaints(self):
+        return []  # which Marionette does not tell
+
+    def close(self):
+        self.socket.close()
+        self.driver.terminate()
+        self.driver.wait()
         self.profile.cleanup()

@@ -14,7 +14,7 @@ import time
 import unittest
 from pathlib import Path
 
-from browser import SKIPPED, Browser
+from browser import SKIPPED, Browser, is_installed
 
 PARLEY, AUDIO = (str(Path(p).resolve()) for p in sys.argv[1:3])
 SHOTS = Path(sys.argv[3]) if len(sys.argv) > 3 else None
@@ -376,7 +376,7 @@ class Page(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if not shutil.which("chromedriver"):
-        print("chromedriver is not installed")
+    if not is_installed():
+        print("the browser is not installed")
         sys.exit(SKIPPED)
     unittest.main(argv=sys.argv[:1])
