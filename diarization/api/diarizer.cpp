@@ -288,7 +288,10 @@ void diarizer::read_audio(const std::string &path, const parley_options &options
         refuse(path + ": ends after " + seconds_of(samples.count) + ", before the last segment begins");
     result->path = path;
     result->file.clear();
+    const double told = result->duration;
     take_sound(samples, waveform, result);
+    if (std::abs(result->duration - told) < 0.001)
+        result->duration = told;  // as it was written, and is drawn
 }
 
 std::vector<spoken_word> diarizer::transcribe(const std::string &path, const diarization &result,

@@ -140,7 +140,7 @@ class Correcting(unittest.TestCase):
             written = self.do(f"const t = parleyShown.write('words-{name}'); return typeof t === 'string' ? t : [...t]")
             tool = subprocess.run([PARLEY, "convert", corrected, "-f", name], check=True, stdout=subprocess.PIPE).stdout
             self.assertEqual(written.encode() if isinstance(written, str) else bytes(written), tool, name)
-        for name in ("json", "rttm", "csv", "textgrid", "audacity", "eaf"):
+        for name in ("text", "json", "jsonl", "rttm", "csv", "vtt", "srt", "textgrid", "audacity", "eaf", "ctm", "uem", "svg"):
             tool = subprocess.run([PARLEY, "convert", corrected, "--without-words", "-f", name], check=True, stdout=subprocess.PIPE, cwd=self.folder).stdout.decode()
             written = self.do(f"return parleyShown.write('{name}')")
             if name == "eaf":
@@ -337,6 +337,10 @@ class Correcting(unittest.TestCase):
         self.assertEqual(self.do("return document.getElementById('audio').playbackRate"), 3)
         self.browser.key(" ")
         self.wait("return document.getElementById('audio').paused")
+        for key in "[[]kb":
+            self.browser.key(key)
+        self.assertAlmostEqual(self.do("return document.getElementById('audio').volume"), 0.9)
+        self.assertEqual(self.do("return [...document.querySelectorAll('.playing input[type=checkbox]')].map((b) => b.checked)"), [True, True, True, True])
         self.browser.key("?")
         self.assertTrue(self.do("return document.querySelector('details.hint').open"))
 

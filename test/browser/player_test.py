@@ -19,7 +19,7 @@ from browser import SKIPPED, Browser, is_installed
 PARLEY, AUDIO = (str(Path(p).resolve()) for p in sys.argv[1:3])
 SHOTS = Path(sys.argv[3]) if len(sys.argv) > 3 else None
 AXE = Path(__file__).resolve().parents[2] / "build/axe/node_modules/axe-core/axe.min.js"
-SAVED = ("rttm", "json", "csv", "vtt", "srt", "textgrid", "eaf", "audacity")
+SAVED = ("text", "rttm", "json", "jsonl", "csv", "vtt", "srt", "textgrid", "eaf", "audacity", "ctm", "uem")  # a drawing is of the time that JSON tells: correcting_test.py
 RIGHT, LEFT, DOWN, UP, HOME, END, DELETE, CONTROL, SHIFT = "\ue014", "\ue012", "\ue015", "\ue013", "\ue011", "\ue010", "\ue017", "\ue009", "\ue008"
 DATE = re.compile(r'DATE="[^"]*"')
 
@@ -183,9 +183,8 @@ class Page(unittest.TestCase):
 
     def test_what_is_saved_is_what_the_tool_writes(self):
         for name in SAVED:
-            tool = next(p for p in self.folder.iterdir() if p.name == Path(AUDIO).stem + {
-                "rttm": ".rttm", "json": ".json", "csv": ".csv", "vtt": ".vtt", "srt": ".srt", "textgrid": ".TextGrid", "eaf": ".eaf",
-                "audacity": ".labels.txt"}[name])
+            extension = {"textgrid": ".TextGrid", "audacity": ".labels.txt", "text": ".txt"}.get(name, f".{name}")
+            tool = self.folder / (Path(AUDIO).stem + extension)
             written = self.browser.run(f"return parleyShown.write('{name}')")
             self.assertEqual(DATE.sub("", written), DATE.sub("", tool.read_bytes().decode()), name)
 

@@ -141,6 +141,11 @@ class ParleyPlayer {
     this.loop = box("Repeat the segment", false);
     this.back = box("Two seconds back on pause", false);
     this.follow = box("Follow", true);
+    const volume = parleyElement("label", "follow", "Volume ");
+    this.volume = Object.assign(parleyElement("input"), { type: "range", min: 0, max: 1, step: 0.1, value: 1 });
+    this.volume.addEventListener("input", () => this.#louder(0));
+    volume.append(this.volume);
+    more.append(volume);
     return controls;
   }
 
@@ -315,6 +320,11 @@ class ParleyPlayer {
     if (this.#audio) this.#audio.playbackRate = Number(this.speed.value);
   }
 
+  #louder(by) {
+    this.volume.value = Number(this.volume.value) + by;
+    if (this.#audio) this.#audio.volume = Number(this.volume.value);
+  }
+
   #follow() {
     const audio = this.#audio;
     const tick = () => {
@@ -354,6 +364,10 @@ class ParleyPlayer {
     ".": () => this.seek(this.#position + 2),
     "<": () => this.#pace(-1),
     ">": () => this.#pace(1),
+    "[": () => this.#louder(-0.1),
+    "]": () => this.#louder(0.1),
+    k: () => { this.skip.checked = !this.skip.checked; },
+    b: () => { this.back.checked = !this.back.checked; },
     l: () => { this.loop.checked = !this.loop.checked; },
     n: () => this.#step(1),
     p: () => this.#step(-1),
@@ -396,7 +410,8 @@ class ParleyPlayer {
 function parleyKeys(plays, hasWords) {
   const table = parleyElement("dl");
   const rows = [
-    ...(plays ? [["space", "play, pause"], ["< >", "slower, faster"], ["l", "repeat the chosen segment"]] : []),
+    ...(plays ? [["space", "play, pause"], ["< >", "slower, faster"], ["[ ]", "softer, louder"], ["l", "repeat the chosen segment"], ["k", "skip silence"],
+               ["b", "two seconds back on a pause"]] : []),
     ["← →", "5 s back, on; on the waveform ↑ ↓, page up, page down, home and end as well"], [", .", "2 s back, on"],
     ["n p", "next, previous segment; in the list ↑ ↓, space plays"], ["1 … 9", "give the chosen segments to a speaker"],
     ["shift 1 … 9", "a speaker's next segment"], ["a", "begin, end a new segment here; or drag over a lane with shift"], ["s enter", "split the segment here"],

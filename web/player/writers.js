@@ -3,14 +3,19 @@
 "use strict";
 
 const PARLEY_WRITERS = {
+  text: { label: "Text", extension: ".txt", write: parleyText },
   rttm: { label: "RTTM", extension: ".rttm", write: parleyRttm },
   json: { label: "JSON", extension: ".json", write: parleyJson },
+  jsonl: { label: "JSON, one line", extension: ".jsonl", write: parleyJsonLine },
   csv: { label: "CSV", extension: ".csv", write: parleyCsv },
   vtt: { label: "WebVTT", extension: ".vtt", write: parleyVtt },
   srt: { label: "SRT", extension: ".srt", write: parleySrt },
   textgrid: { label: "Praat TextGrid", extension: ".TextGrid", write: parleyTextGrid },
   eaf: { label: "ELAN", extension: ".eaf", write: parleyEaf },
   audacity: { label: "Audacity labels", extension: ".labels.txt", write: parleyAudacity },
+  ctm: { label: "CTM", extension: ".ctm", write: parleySpeakerCtm },
+  uem: { label: "UEM", extension: ".uem", write: ({ data }) => `${parleyField(data.recording)} 1 0.000 ${data.duration.toFixed(3)}\n` },
+  svg: { label: "Drawing (SVG)", extension: ".svg", type: "image/svg+xml", write: parleySvg },
 };
 
 const parleyXml = (text) => text.replace(/[\0-\x08\x0b-\x1f]/g, "")
@@ -47,15 +52,70 @@ function parleyPrettyJson(value, indent = "") {
   return parts.length ? `${open}\n${inner}${parts.join(",\n" + inner)}\n${indent}${close}` : open + close;
 }
 
-function parleyJson(result) {
+function parleyEverything(result) {
   const { recording, path, duration, note, schema, model } = result.data, { speakers, segments, words } = result;
-  return parleyPrettyJson({ schema, recording, path, duration, ...(model ? { model } : {}), speakers, segments, ...(words.length ? { words } : {}),
-                            ...(note ? { note } : {}) }) + "\n";
+  return { schema, recording, path, duration, ...(model ? { model } : {}), speakers, segments, ...(words.length ? { words } : {}), ...(note ? { note } : {}) };
+}
+
+function parleyJson(result) {
+  return parleyPrettyJson(parleyEverything(result)) + "\n";
+}
+
+function parleyJsonLine(result) {
+  const dump = (value) => typeof value === "number" ? parleyNumber(value) : typeof value !== "object" ? JSON.stringify(value)
+    : Array.isArray(value) ? `[${value.map(dump)}]` : `{${Object.entries(value).map(([k, v]) => `${JSON.stringify(k)}:${dump(v)}`)}}`;
+  return dump(parleyEverything(result)) + "\n";
+}
+
+const parleyIsSure = (result) => result.segments.some((s) => s.confidence !== undefined);
+
+function parleyText(result) {
+  const isSure = parleyIsSure(result);
+  return result.segments.map((s) => `${s.start.toFixed(3).padStart(9)} ${s.end.toFixed(3).padStart(9)}  ${s.speaker}` +
+    `${isSure ? `  ${parleyFixed(s.confidence ?? 0, 2)}` : ""}\n`).join("");
+}
+
+function parleySpeakerCtm(result) {
+  const isSure = parleyIsSure(result);
+  return result.segments.map((s) => `${parleyField(result.data.recording)} 1 ${s.start.toFixed(3)} ${(s.end - s.start).toFixed(3)} ${parleyField(s.speaker)}` +
+    `${isSure ? ` ${parleyFixed(s.confidence ?? 0, 2)}` : ""}\n`).join("");
+}
+
+// As C rounds: what lies exactly in the middle goes to the even digit.
+function parleyFixed(value, digits) {
+  const exact = value.toFixed(60), cut = exact.length - 60 + digits - (digits ? 0 : 1);
+  const isMiddle = /^\.?50*$/.test(exact.slice(cut)), lower = exact.slice(0, cut);
+  return isMiddle && Number(lower.at(-1)) % 2 === 0 ? lower : value.toFixed(digits);
+}
+
+// The timeline as a drawing: text stays text, and what a reader of screens says is there. Points.
+function parleySvg({ data: { recording, duration }, names, segments }) {
+  const WIDTH = 1200, MARGIN = 16, LANE = 34, AXIS = 34, TITLE = 36, CHARACTER = 7.5, STEPS = [0.5, 1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 14400];
+  const height = TITLE + LANE * Math.max(1, names.length) + AXIS, bottom = height - AXIS, right = WIDTH - MARGIN, f = parleyFixed;
+  const left = Math.min(Math.max(60, ...names.map((name) => CHARACTER * parleyColumns(name))), WIDTH / 3) + 2 * MARGIN;
+  const xOf = (seconds) => left + (right - left) * seconds / Math.max(duration, 1e-3);
+  const textAt = (x, y, more, text) => `<text x="${f(x, 2)}" y="${f(y, 2)}"${more}>${parleyXml(text)}</text>\n`;
+  const tick = STEPS.find((step) => duration / step <= 12) ?? 28800;
+  let text = `<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 ${WIDTH} ${height}" font-family="sans-serif" font-size="13" role="img">\n` +
+    `<title>${parleyXml(recording)}</title>\n<desc>Who spoke when: ${names.length} speakers in ${parleyClock(duration, 3)}</desc>\n` +
+    `<rect width="100%" height="100%" fill="#ffffff"/>\n` + textAt(MARGIN, 24, ' font-size="15" fill="#222222"', `${recording}  ${parleyClock(duration, 3)}`);
+  for (let i = 0; i * tick <= duration; i++) {
+    const x = Math.round(xOf(i * tick)) + 0.5;
+    text += `<path d="M${f(x, 1)} ${TITLE}V${bottom + 4}" stroke="#dddddd"/>\n` + textAt(Math.min(x, right), bottom + 20,
+      ` text-anchor="${x > right - 40 ? "end" : "middle"}" fill="#555555"`, parleyClock(i * tick, 3).slice(0, tick < 1 ? -2 : -4));
+  }
+  names.forEach((name, k) => {
+    const top = TITLE + LANE * k;
+    text += textAt(MARGIN, top + LANE / 2 + 5, ' fill="#222222"', name) + `<g fill="${PARLEY_COLORS[k % PARLEY_COLORS.length]}">\n` +
+      segments.filter((s) => s.speaker === name).map((s) => `<rect x="${f(xOf(s.start), 2)}" y="${f(top + 5, 2)}" ` +
+        `width="${f(Math.max(0.5, xOf(s.end) - xOf(s.start)), 2)}" height="${LANE - 10}"/>\n`).join("") + "</g>\n";
+  });
+  return text + "</svg>\n";
 }
 
 function parleyCsv(result) {
   const quoted = (text) => (/[,"\r\n]/.test(text) ? '"' + text.replaceAll('"', '""') + '"' : text);
-  const isSure = result.segments.some((s) => s.confidence !== undefined);
+  const isSure = parleyIsSure(result);
   const row = (s) => [quoted(result.data.recording), s.start.toFixed(3), s.end.toFixed(3), (s.end - s.start).toFixed(3),
                       quoted(s.speaker), ...(isSure ? [(s.confidence ?? 0).toFixed(3)] : [])].join(",") + "\r\n";
   return `recording,start,end,duration,speaker${isSure ? ",confidence" : ""}\r\n` + result.segments.map(row).join("");
