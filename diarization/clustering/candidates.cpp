@@ -46,7 +46,7 @@ speech_windows windows_of(const frames &embeddings, const tags &labels, const fl
 
 distance_matrix distances_of(const speech_windows &windows) {
     const size_t n = windows.count();
-    distance_matrix result{n, std::vector<float>(n * n)};
+    distance_matrix result(n);
     std::vector<const float *> rows(n);
     for (size_t i = 0; i < n; i++) rows[i] = windows.at(i);
     const packed_vectors packed(rows, windows.size);
@@ -54,7 +54,7 @@ distance_matrix distances_of(const speech_windows &windows) {
     for (size_t i = 0; i < n; i++) {
         packed.multiply(windows.at(i), cosines.data());
         for (size_t j = 0; j < i; j++)
-            result.at(i, j) = result.at(j, i) = static_cast<float>(std::max(0.0, (1 - cosines[j]) / 2));
+            result.set(i, j, static_cast<float>(std::max(0.0, (1 - cosines[j]) / 2)));
     }
     return result;
 }

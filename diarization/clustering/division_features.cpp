@@ -18,21 +18,29 @@ double mean(const std::vector<double> &values) {
     return values.empty() ? 0 : sum / static_cast<double>(values.size());
 }
 
-// The value below which `share` of all are.
-double quantile(std::vector<double> values, double share) {
-    if (values.empty()) return 0;
-    const auto place = static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), values.begin() + place, values.end());
-    return values[static_cast<size_t>(place)];
+// The value below which `share` of all are, which are put into another order.
+template <class Value>
+double quantile(std::vector<Value> *values, double share) {
+    if (values->empty()) return 0;
+    const auto place = static_cast<std::ptrdiff_t>(share * static_cast<double>(values->size() - 1));
+    std::nth_element(values->begin(), values->begin() + place, values->end());
+    return static_cast<double>((*values)[static_cast<size_t>(place)]);
+}
+
+// The distances of two windows below which a fifth and four fifths of all are.
+std::pair<double, double> spread_of(const distance_matrix &distances) {
+    std::vector<float> apart = distances.values();
+    const double low = quantile(&apart, 0.2);
+    return {low, quantile(&apart, 0.8)};
 }
 
 // Every so manieth window, so that the graph stays small.
 distance_matrix thinned(const distance_matrix &distances) {
     const size_t n = std::min(distances.n, MAX_IN_GRAPH);
-    distance_matrix result{n, std::vector<float>(n * n)};
+    distance_matrix result(n);
     for (size_t i = 0; i < n; i++)
-        for (size_t j = 0; j < n; j++)
-            result.at(i, j) = distances.at(i * distances.n / n, j * distances.n / n);
+        for (size_t j = 0; j < i; j++)
+            result.set(i, j, distances.at(i * distances.n / n, j * distances.n / n));
     return result;
 }
 
@@ -116,7 +124,7 @@ void describe_windows(const speech_windows &windows, const division_means &means
     }
     d->spread = windows.count() > 0 ? spread / static_cast<double>(windows.count()) : 0;
     d->separation = mean(separations);
-    d->tenth_separation = quantile(separations, 0.1);
+    d->tenth_separation = quantile(&separations, 0.1);
     d->weakest_speaker = 1;
     for (size_t k = 0; k < means.number(); k++)
         d->weakest_speaker = std::min(d->weakest_speaker, counts[k] > 0 ? sums[k] / counts[k] : 0);
@@ -167,8 +175,8 @@ description describe(const frames &blocks, double block_seconds, const float *ba
     }
     d.furthest = apart.empty() ? 0 : *std::max_element(apart.begin(), apart.end());
     d.mean_apart = mean(apart);
-    d.nearest_background = quantile(from_background, 0);
     d.mean_background = mean(from_background);
+    d.nearest_background = quantile(&from_background, 0);
     describe_turns(turns, near_a, near_b, &d);
     if (near_a != SIZE_MAX) d.fewer_of_nearest = std::min(counts[near_a], counts[near_b]) * block_seconds;
     if (counts.empty()) return d;
@@ -259,10 +267,7 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                                                       const distance_matrix &distances,
                                                       const std::vector<candidate> &divisions) {
     const double groups = count_by_eigengap(thinned(distances));
-    std::vector<double> window_distances;
-    for (size_t i = 0; i < distances.n; i++)
-        for (size_t j = 0; j < i; j++) window_distances.push_back(double{distances.at(i, j)});
-    const double low = quantile(window_distances, 0.2), high = quantile(window_distances, 0.8);
+    const auto [low, high] = spread_of(distances);
     std::vector<description> descriptions;
     descriptions.reserve(divisions.size());
     for (const candidate &division : divisions)

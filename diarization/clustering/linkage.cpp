@@ -57,7 +57,7 @@ std::vector<merge> linkage_tree(distance_matrix distances, linkage how) {
             const float to_a = distances.at(a, k), to_b = distances.at(b, k);
             const float to_both =
                 distance_to_both(how, size[a], size[b], size[k], to_a, to_b, distances.at(a, b));
-            distances.at(a, k) = distances.at(k, a) = to_both;
+            distances.set(a, k, to_both);
         }
         size[a] += size[b];
     }

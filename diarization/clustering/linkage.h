@@ -4,17 +4,27 @@
 #ifndef PARLEY_LINKAGE_H
 #define PARLEY_LINKAGE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-// Symmetric distances of n points, row by row.
-struct distance_matrix {
-    size_t n = 0;
-    std::vector<float> values;
+// Symmetric distances of n points, of which each is kept once; that of a point to itself is 0.
+class distance_matrix {
+public:
+    explicit distance_matrix(size_t num_points)
+        : n(num_points), values_(num_points * (std::max<size_t>(num_points, 1) - 1) / 2) {}
 
-    float at(size_t i, size_t j) const { return values[i * n + j]; }
-    float &at(size_t i, size_t j) { return values[i * n + j]; }
+    float at(size_t i, size_t j) const { return i == j ? 0.0F : values_[place(i, j)]; }
+    void set(size_t i, size_t j, float distance) { values_[place(i, j)] = distance; }
+    const std::vector<float> &values() const { return values_; }
+
+    size_t n;
+
+private:
+    static size_t place(size_t i, size_t j) { return i > j ? i * (i - 1) / 2 + j : j * (j - 1) / 2 + i; }
+
+    std::vector<float> values_;
 };
 
 // The distance of two clusters: the largest of two of their points, the mean over all pairs, or by how much

@@ -26,10 +26,9 @@ distance_matrix distances_of_speakers(const frames &embeddings, const tags &labe
     for (size_t f = 0; f < labels.size(); f++)
         if (labels[f] != 0) means.add(labels[f] - 1, embeddings.at(static_cast<int32_t>(f)));
     means.scale();
-    distance_matrix result{number, std::vector<float>(number * number)};
+    distance_matrix result(number);
     for (size_t a = 0; a < number; a++)
-        for (size_t b = 0; b < a; b++)
-            result.at(a, b) = result.at(b, a) = static_cast<float>(means.distance(a, b));
+        for (size_t b = 0; b < a; b++) result.set(a, b, static_cast<float>(means.distance(a, b)));
     return result;
 }
 

@@ -19,11 +19,13 @@
 
 namespace {
 
-distance_matrix distances_of_points(const std::vector<double> &points) {
-    distance_matrix result{points.size(), std::vector<float>(points.size() * points.size())};
+distance_matrix distances_of_points(const std::vector<double> &points, bool are_squared = false) {
+    distance_matrix result(points.size());
     for (size_t i = 0; i < points.size(); i++)
-        for (size_t j = 0; j < points.size(); j++)
-            result.at(i, j) = static_cast<float>(std::abs(points[i] - points[j]));
+        for (size_t j = 0; j < i; j++) {
+            const auto d = static_cast<float>(std::abs(points[i] - points[j]));
+            result.set(i, j, are_squared ? d * d : d);
+        }
     return result;
 }
 
@@ -79,8 +81,7 @@ TEST(linkage, is_as_defined_however_it_is_cut) {
 
 // Ward's linkage looks at how many points a cluster has: a far point joins another one, not the group.
 TEST(linkage, ward_looks_at_sizes) {
-    distance_matrix squared = distances_of_points({0, 0.1, 0.2, 0.3, 1.2, 2.2});
-    for (float &d : squared.values) d *= d;
+    const distance_matrix squared = distances_of_points({0, 0.1, 0.2, 0.3, 1.2, 2.2}, true);
     EXPECT_EQ(cut_tree(linkage_tree(squared, linkage::ward), 6, 2), (std::vector<size_t>{0, 0, 0, 0, 1, 1}));
     EXPECT_EQ(cut_tree(linkage_tree(squared, linkage::ward), 6, 3), (std::vector<size_t>{0, 0, 0, 0, 1, 2}));
 }
@@ -109,11 +110,10 @@ TEST(spectrum, counts_groups) {
     std::mt19937 random(1);
     std::uniform_real_distribution<float> about_one(0.9F, 1.1F);
     for (const size_t groups : {2, 3, 5}) {
-        distance_matrix distances{60, std::vector<float>(3600)};
+        distance_matrix distances(60);
         for (size_t i = 0; i < 60; i++)
             for (size_t j = 0; j < i; j++)
-                distances.at(i, j) = distances.at(j, i) =
-                    about_one(random) * (i % groups == j % groups ? 1.0F : 3.0F);
+                distances.set(j, i, about_one(random) * (i % groups == j % groups ? 1.0F : 3.0F));
         EXPECT_EQ(count_by_eigengap(distances), static_cast<int>(groups));
     }
     EXPECT_EQ(count_by_eigengap(distances_of_points({1, 2, 3})), 1);
