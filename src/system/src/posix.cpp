@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #endif
 #if defined(__linux__)
+#include <malloc.h>
 #include <sys/auxv.h>
 #endif
 #if defined(__APPLE__)
@@ -182,6 +183,12 @@ int open_to_read(const std::string &path) {
 bool wait_for_bytes(int file, int milliseconds) {
     pollfd asked = {file, POLLIN, 0};
     return poll(&asked, 1, milliseconds) > 0;
+}
+
+void return_free_memory() {
+#if defined(__GLIBC__)
+    (void) malloc_trim(0);
+#endif
 }
 
 std::string library_path() {

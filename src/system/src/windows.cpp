@@ -239,6 +239,8 @@ bool wait_for_bytes(int file, int milliseconds) {
     }
 }
 
+void return_free_memory() {}
+
 std::string library_path() {
     HMODULE own = nullptr;
     const auto *address = reinterpret_cast<const wchar_t *>(&library_path);
