@@ -90,12 +90,13 @@ type Option struct {
 func WithProgress(progress func(done float64)) Option { return Option{progress: progress} }
 
 // record fills a record of options in C's memory, since the library keeps addresses of the texts in it.
-func record(asked []Option, kept *texts) (*C.parley_options, error) {
+func record(asked []Option, kept *texts, w *watch) (*C.parley_options, error) {
 	options := (*C.parley_options)(C.malloc(C.sizeof_parley_options))
 	*kept = append(*kept, unsafe.Pointer(options))
 	C.parley_options_init(options, C.sizeof_parley_options)
 	for _, o := range asked {
 		if o.progress != nil {
+			w.progress = o.progress
 			continue
 		}
 		if strings.ContainsRune(o.value, 0) {
@@ -160,9 +161,7 @@ func parleyReport(handle unsafe.Pointer, done C.double) C.int {
 	if w.ctx.Err() != nil {
 		return 0
 	}
-	if w.progress != nil {
-		w.progress(float64(done))
-	}
+	w.progress(float64(done))
 	return 1
 }
 
@@ -179,15 +178,10 @@ func (d *Diarizer) watched(ctx context.Context, asked []Option,
 	}
 	var kept texts
 	defer kept.free()
-	options, err := record(asked, &kept)
+	w := &watch{ctx, func(float64) {}}
+	options, err := record(asked, &kept, w)
 	if err != nil {
 		return err
-	}
-	w := &watch{ctx: ctx}
-	for _, o := range asked {
-		if o.progress != nil {
-			w.progress = o.progress
-		}
 	}
 	handle := cgo.NewHandle(w)
 	defer handle.Delete()

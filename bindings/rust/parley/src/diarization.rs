@@ -9,15 +9,6 @@ use parley_sys as sys;
 use crate::error::{c_text, check, taken, text, Error, Result};
 use crate::{Segment, Speaker, Voices, Word};
 
-/// Whose a word is that two speakers share.
-#[derive(Clone, Copy, Debug, PartialEq, Eq)]
-pub enum Rule {
-    /// The first and the last of a sentence go with it.
-    WholeSentences = 0,
-    /// Who speaks longer during it.
-    ByTime = 1,
-}
-
 type Writer = unsafe extern "C" fn(*const sys::parley_result, *const c_char, *mut *mut c_char, *mut usize) -> i32;
 
 /// Who spoke when in one recording.
@@ -103,16 +94,6 @@ impl Diarization {
         })
     }
 
-    /// The loudest sample, 0 to 1, of every 1 / rate seconds, and that rate.
-    pub fn waveform(&self) -> (&[f32], u32) {
-        let (mut count, mut rate) = (0, 0);
-        let peaks = unsafe { sys::parley_result_waveform(self.address(), &mut count, &mut rate) };
-        match count {
-            0 => (&[], rate as u32),
-            count => (unsafe { std::slice::from_raw_parts(peaks, count as usize) }, rate as u32),
-        }
-    }
-
     fn written(&self, format: &str, write: Writer) -> Result<Vec<u8>> {
         let (format, mut block, mut size) = (c_text(format)?, null_mut(), 0);
         check(unsafe { write(self.address(), format.as_ptr(), &mut block, &mut size) })?;
@@ -136,9 +117,9 @@ impl Diarization {
 
     /// Adds a transcript, each word with its speaker: JSON of recognizers, TSV, WebVTT, SRT or CTM. Words outside of all segments
     /// are the nearest's as far as `reach` seconds away.
-    pub fn add_words(&mut self, transcript: &str, reach: f64, rule: Rule) -> Result<()> {
-        let address = transcript.as_ptr() as *const c_char;
-        check(unsafe { sys::parley_result_add_words(self.address(), address, transcript.len(), reach, rule as i32) })
+    pub fn add_words(&mut self, transcript: &str, reach: f64) -> Result<()> {
+        let (address, rule) = (transcript.as_ptr() as *const c_char, sys::PARLEY_WORDS_WHOLE_SENTENCES);
+        check(unsafe { sys::parley_result_add_words(self.address(), address, transcript.len(), reach, rule) })
     }
 
     /// Gives speakers the names of known people who are near enough: a cosine above `threshold`, 0.8 for none.

@@ -8,9 +8,7 @@ use std::ptr::{null, null_mut, NonNull};
 
 use parley_sys as sys;
 
-use crate::diarization::c_path;
-use crate::error::{c_text, check, text, Error, Result};
-use crate::{Diarization, Options};
+use crate::{diarization::c_path, error::*, Diarization, Options};
 
 /// What is diarized.
 #[derive(Clone, Copy, Debug)]

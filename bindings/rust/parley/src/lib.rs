@@ -26,7 +26,7 @@ mod options;
 mod records;
 mod voices;
 
-pub use diarization::{Diarization, Rule};
+pub use diarization::Diarization;
 pub use diarizer::{Diarizer, Session, Source};
 pub use error::{Error, Result};
 pub use option_values::{Channels, ViaFfmpeg};

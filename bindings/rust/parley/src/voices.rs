@@ -35,20 +35,6 @@ impl Voices {
         let name = c_text(name)?;
         self.replaced(|before, after| unsafe { sys::parley_voices_remove(before, name.as_ptr(), after) })
     }
-
-    /// The people and how many samples there are of each.
-    pub fn people(&self) -> Result<Vec<(String, usize)>> {
-        let list = c_text(&self.0)?;
-        let mut people = Vec::new();
-        loop {
-            let (mut name, mut samples) = (null_mut(), 0);
-            check(unsafe { sys::parley_voices_at(list.as_ptr(), people.len() as i32, &mut name, &mut samples) })?;
-            if name.is_null() {
-                return Ok(people);
-            }
-            people.push((owned(name)?, samples as usize));
-        }
-    }
 }
 
 /// A text that the library handed out.

@@ -4,7 +4,7 @@ use std::path::{Path, PathBuf};
 use std::process::Command;
 use std::time::{Duration, Instant};
 
-use parley::{Channels, Diarization, Diarizer, Options, Rule, Source, Status, Voices};
+use parley::{Channels, Diarization, Diarizer, Options, Source, Status, Voices};
 
 fn source() -> PathBuf {
     std::env::var_os("PARLEY_SOURCE").expect("PARLEY_SOURCE names the sources").into()
@@ -59,8 +59,6 @@ fn a_result_tells_who_speaks_when() {
         heard[segment.speaker] += segment.end - segment.start;
     }
     assert!(heard.iter().zip(&speakers).all(|(sum, speaker)| (sum - speaker.seconds).abs() < 0.01));
-    let (peaks, rate) = result.waveform();
-    assert_eq!(peaks.len(), (result.duration() * f64::from(rate)).ceil() as usize);
 }
 
 #[test]
@@ -174,7 +172,6 @@ fn known_voices_get_their_names() {
     voices.add("Ann", &result, 0, None).unwrap();
     voices.add("Ben", &result, 1, None).unwrap();
     assert!(voices.add("Nobody", &result, 99, None).is_err());
-    assert_eq!(voices.people().unwrap(), [("Ann".into(), 1), ("Ben".into(), 1)]);
     voices.remove("Ben").unwrap();
     let kept = Voices(voices.0);
     let mut named = diarizer.diarize(&sample(), &Options::new()).unwrap();
@@ -188,7 +185,7 @@ fn known_voices_get_their_names() {
 fn words_have_speakers() {
     let (_, mut result) = diarize(&Options::new());
     let captions = "1\n00:00:01,000 --> 00:00:02,000\nHello\n\n2\n00:00:09,000 --> 00:00:10,000\nthere\n";
-    result.add_words(captions, 1.0, Rule::WholeSentences).unwrap();
+    result.add_words(captions, 1.0).unwrap();
     let words: Vec<_> = result.words().map(|w| (w.text.to_string(), w.speaker.to_string())).collect();
     assert_eq!(words, [("Hello".into(), "speaker 1".into()), ("there".into(), "speaker 2".into())]);
     assert!(String::from_utf8(result.transcript("srt").unwrap()).unwrap().contains("speaker 2: there"));
