@@ -56,10 +56,10 @@ std::string find_model() {
     if (const char *path = std::getenv("PARLEY_MODEL"); path && *path) return path;
     const std::filesystem::path library = path_of(library_path());
     for (const char *folder : {".", "../share/parley", "../../share/parley"}) {  // lib may have folders in it
-        const std::filesystem::path model = library.parent_path() / folder / "parley.zx";
-        std::error_code error;
-        if (!library.empty() && std::filesystem::exists(model, error))
-            return text_of(model.lexically_normal());
+        std::error_code error;  // not by names alone: /lib may be a link to /usr/lib
+        const std::filesystem::path model =
+            std::filesystem::canonical(library.parent_path() / folder / "parley.zx", error);
+        if (!library.empty() && !error) return text_of(model);
     }
     throw diarization_error(PARLEY_MISSING, "no model parley.zx is installed: name one, or set PARLEY_MODEL");
 }

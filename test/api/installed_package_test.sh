@@ -25,6 +25,9 @@ CMAKE
 "$cmake" --build "$tmp/examples" >/dev/null
 segments=$("$tmp/examples/diarize" "$source/examples/three-voices.wav")
 grep -q 'speaker 3$' <<<"$segments"
+ln -s usr/lib "$tmp/lib" # as where /lib is a link
+libraries=$(dirname "$(find "$tmp/usr" -name libparley-diarization.so.1)")
+[ "$(LD_LIBRARY_PATH=$tmp/${libraries#"$tmp/usr/"} "$tmp/examples/diarize" "$source/examples/three-voices.wav" 2>/dev/null)" = "$segments" ]
 shares=$(tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/talk_time")
 grep -q '^speaker 3: ' <<<"$shares"
 tail -c +45 "$source/examples/three-voices.wav" | "$tmp/examples/live" | tail -1 | grep -qx '3 speakers'
