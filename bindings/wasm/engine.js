@@ -116,10 +116,27 @@ function kept(result) {
   return { result: number, ...shown(result) };
 }
 
+// C's library reads a kilobyte at a time, and each read of a Blob goes through the browser: so four megabytes come at once.
+function readInBlocks(files) {
+  const BLOCK = 1 << 22;
+  let kept = { bytes: new Uint8Array(0) };
+  files.stream_ops.read = ({ node }, buffer, offset, length, position) => {
+    if (position >= node.size) return 0;
+    if (kept.node !== node || position < kept.from || position >= kept.from + kept.bytes.length) {
+      const from = position - (position % BLOCK), blob = node.contents.slice(from, Math.min(from + BLOCK, node.size));
+      kept = { node, from, bytes: new Uint8Array(files.reader.readAsArrayBuffer(blob)) };
+    }
+    const piece = kept.bytes.subarray(position - kept.from, position - kept.from + length);
+    buffer.set(piece, offset);
+    return piece.length;
+  };
+}
+
 // A file is read in pieces while it is decoded: nothing of it is held but samples at 16 kHz. `file`: what a File is, size and slice.
 function runFile({ file, name, options }) {
   const FOLDER = "/in", path = `${FOLDER}/recording`;
   if (!core.FS.analyzePath(FOLDER).exists) core.FS.mkdir(FOLDER);
+  readInBlocks(core.WORKERFS);
   core.FS.mount(core.WORKERFS, { blobs: [{ name: "recording", data: file }] }, FOLDER);
   try {
     return withOptions(name, options, (recording, record, out) => withTexts([path], (place) => {
