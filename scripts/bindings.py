@@ -41,7 +41,8 @@ def sentence(option):
     return purpose[0].upper() + purpose[1:] + "."
 
 
-def rust(options):
+def rust():
+    options = declared()
     kinds = {"whole": ("u32", "value"), "number": ("f64", "value"), "text": ("&str", "value"), "word": (None, "value.word()"),
              "numbers": ("[f64; 4]", "joined(&value)"), "texts": ("&[&str]", "joined(value)"), "flag": ("bool", "u8::from(value)")}
     text = "// SPDX-License-Identifier: Apache-2.0\n// Written by scripts/gen_options.\n"
@@ -62,7 +63,8 @@ def rust(options):
     return text.rstrip() + "\n}\n"
 
 
-def go(options):
+def go():
+    options = declared()
     kinds = {"whole": ("n int", "strconv.Itoa(n)"), "number": ("x float64", "number(x)"), "text": ("text string", "text"), "word": (None, "string(word)"),
              "numbers": ("offline, prune, segment, background float64", "numbers(offline, prune, segment, background)"),
              "texts": ("texts ...string", 'strings.Join(texts, ",")'), "flag": ("on bool", "flag(on)")}
@@ -101,7 +103,8 @@ func flag(on bool) string {
     return text
 
 
-def java(options):
+def java():
+    options = declared()
     kinds = {"whole": ("int value", "Integer.toString(value)"), "number": ("double value", "Double.toString(value)"), "text": ("String value", "value"),
              "word": (None, "value.word()"), "texts": ("String... values", 'String.join(",", values)'), "flag": ("boolean value", "value ? \"1\" : \"0\""),
              "numbers": ("double offline, double prune, double segment, double background",
@@ -160,7 +163,7 @@ def header():
     text = re.sub(r"/\*.*?\*/", "", text, flags=re.S)
     text = re.sub(r"\s+", " ", re.sub(r"^#.*(\\\n.*)*$", "", text, flags=re.M))
 
-    def declared(text):  # "const char *const *x, y[4]" -> (type, name, how many)
+    def declarations(text):  # "const char *const *x, y[4]" -> (type, name, how many)
         first, *rest = text.strip().split(",")
         kind, name, count = re.match(r"(.*?)(\w+)(?:\[(\d+)\])?$", first).groups()
         yield kind.strip(), name, count
@@ -168,10 +171,10 @@ def header():
             pointer, name, count = re.match(r" *(\**)(\w+)(?:\[(\d+)\])?$", other).groups()
             yield (kind.replace("*", "").strip() + " " + pointer).strip(), name, count
 
-    records = {name: [d for field in fields.split(";") if field.strip() for d in declared(field)]
+    records = {name: [d for field in fields.split(";") if field.strip() for d in declarations(field)]
                for fields, name in re.findall(r"typedef struct \{([^}]*)\} (\w+);", text)}
     functions = [(name, result.replace("PARLEY_CHECKED", "").strip(),
-                  [] if arguments == "void" else [next(declared(a)) for a in arguments.split(",")])
+                  [] if arguments == "void" else [next(declarations(a)) for a in arguments.split(",")])
                  for result, name, arguments in re.findall(r"PARLEY_API ([^;()]*?)(\w+)\(([^)]*)\);", text)]
     return C(re.findall(r"(PARLEY_\w+) = (\d+)", text), re.findall(r"typedef struct (\w+) \1;", text), records, functions)
 
@@ -189,7 +192,7 @@ def rust_type(kind):
     return result
 
 
-def rust_declarations(_):
+def rust_declarations():
     c = header()
     text = "// SPDX-License-Identifier: Apache-2.0\n// Written by scripts/gen_options.\n"
     text += "//! The C interface of Parley; its header, parley.h, says what each function does.\n"
@@ -222,7 +225,7 @@ def jna_type(kind, is_result):
     return "Pointer"  # to records and handles, and to what nobody looks at
 
 
-def java_declarations(_):
+def java_declarations():
     c = header()
     text = """// SPDX-License-Identifier: Apache-2.0
 // Written by scripts/gen_options.
@@ -276,7 +279,7 @@ interface CInterface extends Library {
     return text + "}\n"
 
 
-STATUSES = (("out of memory", "There is not enough memory."), ("unreadable", "A file cannot be opened or ends too early."),
+STATUSES = (("out-of-memory", "There is not enough memory."), ("unreadable", "A file cannot be opened or ends too early."),
             ("invalid", "An argument, an option, a model or a format that makes no sense."), ("cancelled", "The run was cancelled."),
             ("missing", "There is no such file."), ("failed", "Anything else."))
 RECORDS = {
@@ -293,40 +296,36 @@ RECORDS = {
         ("speaker", "text", 'A name; "" where nobody is known to speak.'))),
     "Format": ("In which a result or its words can be written.", (
         ("name", "text", '"rttm".'), ("extension", "text", 'Of files, ".rttm".'), ("purpose", "text", "A few words."),
-        ("media type", "text", '"text/plain".')))}
+        ("media-type", "text", '"text/plain".')))}
 
 
-def words_in(name):
-    return "".join(w.capitalize() for w in name.split())
-
-
-def rust_records(_):
+def rust_records():
     kinds = {"number": "f64", "index": "usize", "text": "&'a str", "vector": "&'a [f32]"}
     text = "// SPDX-License-Identifier: Apache-2.0\n// Written by scripts/gen_options.\n//! What results consist of.\nuse parley_sys as sys;\n\nuse crate::error::text;\n"
     for name, (purpose, fields) in RECORDS.items():
         text += f"\n/// {purpose}\n#[derive(Clone, Copy, Debug, PartialEq)]\npub struct {name}<'a> {{\n"
-        text += "".join(f"    /// {told}\n    pub {field.replace(' ', '_')}: {kinds[kind]},\n" for field, kind, told in fields) + "}\n"
-    fields = ", ".join(f"{f.replace(' ', '_')}: text(f.{f.replace(' ', '_')})" for f, _, _ in RECORDS["Format"][1])
+        text += "".join(f"    /// {told}\n    pub {field.replace('-', '_')}: {kinds[kind]},\n" for field, kind, told in fields) + "}\n"
+    fields = ", ".join(f"{f.replace('-', '_')}: text(f.{f.replace('-', '_')})" for f, _, _ in RECORDS["Format"][1])
     for name, table in (("formats", "parley_format_at"), ("transcript_formats", "parley_transcript_format_at")):
         text += f"\n/// Those of {'results' if name == 'formats' else 'their words'}.\npub fn {name}() -> impl Iterator<Item = Format<'static>> {{\n"
         text += "    // SAFETY: constants of the library's, null beyond the last.\n    (0..).map_while(|index| unsafe {\n"
         text += f"        sys::{table}(index).as_ref().map(|f| Format {{ {fields} }})\n    }})\n}}\n"
     text += "\n/// What kind of failure it is.\n#[derive(Clone, Copy, Debug, PartialEq, Eq)]\n#[non_exhaustive]\npub enum Status {\n"
-    text += "".join(f"    /// {told}\n    {words_in(name)},\n" for name, told in STATUSES)
+    text += "".join(f"    /// {told}\n    {pascal(name)},\n" for name, told in STATUSES)
     text += "}\n\nimpl Status {\n    pub(crate) fn of(status: sys::parley_status) -> Self {\n        match status {\n"
-    text += "".join(f"            sys::PARLEY_{name.upper().replace(' ', '_')} => Status::{words_in(name)},\n" for name, _ in STATUSES[:-1])
+    text += "".join(f"            sys::PARLEY_{name.upper().replace('-', '_')} => Status::{pascal(name)},\n" for name, _ in STATUSES[:-1])
     return text + "            _ => Status::Failed,\n        }\n    }\n}\n"
 
 
-def go_records(_):
+def go_records():
     kinds = {"number": "float64", "index": "int", "text": "string", "vector": "[]float32"}
     text = "// SPDX-License-Identifier: Apache-2.0\n// Code generated by scripts/gen_options. DO NOT EDIT.\n\npackage parley\n\n// #include <parley.h>\n"
     text += 'import "C"\n\n// Status is what kind of failure an Error is.\ntype Status int\n\n// The kinds of failures.\nconst (\n'
-    text += "".join(f"\t// {told}\n\t{words_in(name)} Status = C.PARLEY_{name.upper().replace(' ', '_')}\n" for name, told in STATUSES) + ")\n"
+    text += "".join(f"\t// {told}\n\t{pascal(name)} Status = C.PARLEY_{name.upper().replace('-', '_')}\n" for name, told in STATUSES) + ")\n"
     for name, (purpose, fields) in RECORDS.items():
         text += f"\n// {name}: {purpose[0].lower() + purpose[1:]}\ntype {name} struct {{\n"
-        text += "".join(f"\t// {told}\n\t{words_in(field)} {kinds[kind]}\n" for field, kind, told in fields) + "}\n"
-    fields = ", ".join(f"C.GoString(f.{f.replace(' ', '_')})" for f, _, _ in RECORDS["Format"][1])
+        text += "".join(f"\t// {told}\n\t{pascal(field)} {kinds[kind]}\n" for field, kind, told in fields) + "}\n"
+    fields = ", ".join(f"C.GoString(f.{f.replace('-', '_')})" for f, _, _ in RECORDS["Format"][1])
     for name, table in (("Formats", "parley_format_at"), ("TranscriptFormats", "parley_transcript_format_at")):
         text += f"\n// {name} are those of {'results' if name == 'Formats' else 'their words'}.\nfunc {name}() (all []Format) {{\n"
         text += f"\tfor f := C.{table}(0); f != nil; f = C.{table}(C.int32_t(len(all))) {{\n\t\tall = append(all, Format{{{fields}}})\n\t}}\n\treturn all\n}}\n"

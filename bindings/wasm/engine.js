@@ -48,6 +48,7 @@ function formats(table) {
 
 async function open(model, module, post) {
   core = await createCore({ ...module, print: () => {}, onProgress: (fraction) => post({ id: current, progress: fraction }) });
+  readInBlocks(core.WORKERFS);
   const bytes = core._malloc(model.length + 4);
   core.HEAPU8.set(model, bytes + 4);
   check(core._parley_open_memory(bytes + 4, model.length, bytes));
@@ -136,7 +137,6 @@ function readInBlocks(files) {
 function runFile({ file, name, options }) {
   const FOLDER = "/in", path = `${FOLDER}/recording`;
   if (!core.FS.analyzePath(FOLDER).exists) core.FS.mkdir(FOLDER);
-  readInBlocks(core.WORKERFS);
   core.FS.mount(core.WORKERFS, { blobs: [{ name: "recording", data: file }] }, FOLDER);
   try {
     return withOptions(name, options, (recording, record, out) => withTexts([path], (place) => {

@@ -156,9 +156,7 @@ parley_status parley_options_set(parley_options *options, const char *name, cons
         require(options && name && value, "an option, its name or its value is missing");
         parley_options changed = known_options(options);
         set_option(&changed, name, value);
-        const size_t size = options->size;
-        std::memcpy(static_cast<void *>(options), &changed, std::min(size, sizeof(changed)));
-        options->size = size;
+        put_record(changed, options->size, options);
     });
 }
 

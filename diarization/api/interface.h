@@ -28,13 +28,19 @@ struct parley_result {
 // Records that tell their size are longer in later versions than here, and shorter in earlier ones.
 inline constexpr size_t LARGEST_RECORD = 4096;  // bytes; what says more was never filled
 
-// Fills a caller's record of `size` bytes with defaults, of as many fields as it has.
+// Writes into a caller's record of `size` bytes, as many fields as it has.
+template <class Record>
+void put_record(const Record &values, size_t size, Record *record) {
+    std::memcpy(static_cast<void *>(record), &values, std::min(size, sizeof(values)));
+    record->size = size;
+}
+
+// The same of a new one; what it has beyond is zero.
 template <class Record>
 void fill_record(const Record &defaults, size_t size, Record *record) {
     if (!record || size < sizeof(defaults.size) || size > LARGEST_RECORD) return;
     std::memset(static_cast<void *>(record), 0, size);
-    std::memcpy(static_cast<void *>(record), &defaults, std::min(size, sizeof(defaults)));
-    record->size = size;
+    put_record(defaults, size, record);
 }
 
 // A caller's record as far as it goes, and defaults for the rest; null: defaults alone.

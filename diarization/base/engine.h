@@ -39,8 +39,8 @@ public:
     // Threads for embeddings; 0: one a core.
     void set_jobs(int32_t jobs);
 
-    // A file's features, computed and its waveform drawn as the samples come; of more than `most` samples
-    // their number alone.
+    // A file's features, computed and its waveform drawn as the samples come; of more than
+    // `max_samples` their number alone.
     zx_parley_samples_t read(const std::string &path, int64_t max_samples, const progress_function &progress,
                              waveform_drawer *waveform);
 

@@ -16,7 +16,7 @@ constexpr int32_t RATE = 16000;  // Hz, of everything that the engine takes
 
 // Every channel of a file as 16-bit samples at 16 kHz, all of one length; at least one sample. Reads what
 // libsndfile does (WAV, FLAC, Ogg, MP3 and more) at 8 kHz or any rate from 16 kHz up. Throws
-// diarization_error, also for more than `most` samples a channel.
+// diarization_error, also for more than `max_samples` samples a channel.
 std::vector<std::vector<int16_t>> read_channels(const std::string &path, int64_t max_samples);
 
 // The same mixed: the mean of all channels, rounded towards zero.

@@ -3,11 +3,6 @@
 # The tool as users call it: PARLEY SOURCE_DIR AUDIO_DIR, where the last holds the files of test/data/audio
 set -uo pipefail
 parley=$1 source=$2 audio=$3
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-unset PARLEY_MODEL
-sample=$source/examples/three-voices.wav
-
 # shellcheck source=test/cli/support.sh
 . "$source/test/cli/support.sh"
 

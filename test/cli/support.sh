@@ -1,6 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
-# What the tests of the tool share: $parley is run, $tmp is theirs, $failures counts.
+# What the tests of the tool share: $parley is run, on $sample of the folder $source, $tmp is theirs, $failures counts.
 # shellcheck shell=bash
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+unset PARLEY_MODEL
+sample=$source/examples/three-voices.wav
 failures=0
 
 # expect STATUS OUTPUT_PATTERN ERROR_PATTERN ARGUMENT...   patterns are extended regular expressions; '' means nothing

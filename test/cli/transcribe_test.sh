@@ -3,12 +3,8 @@
 # Speech recognizers as child processes, as users call the tool: PARLEY SOURCE_DIR [without]: without the recognizer of Debian's
 set -uo pipefail
 parley=$1 source=$2
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-unset PARLEY_MODEL
 # shellcheck source=test/cli/support.sh
 . "$source/test/cli/support.sh"
-sample=$source/examples/three-voices.wav
 export XDG_CONFIG_HOME=$tmp/settings
 "$parley" -q -f json -o "$tmp/talk.json" "$sample" || exit 1
 

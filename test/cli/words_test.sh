@@ -3,12 +3,9 @@
 # Words with names, and results that were written earlier, as users call the tool: PARLEY SOURCE_DIR
 set -uo pipefail
 parley=$1 source=$2
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-unset PARLEY_MODEL
 # shellcheck source=test/cli/support.sh
 . "$source/test/cli/support.sh"
-sample=$source/examples/three-voices.wav reference=$source/examples/three-voices.rttm
+reference=$source/examples/three-voices.rttm
 
 printf 'WEBVTT\n\n00:01.000 --> 00:02.000\nHello\n' >"$tmp/words.vtt"
 expect 0 '^<v Ann>Hello$' '' assign --words "$tmp/words.vtt" --names Ann "$sample"

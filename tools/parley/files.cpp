@@ -19,7 +19,7 @@ namespace parley {
 
 namespace {
 
-// Copies until the source ends. False, with errno, on failure: EFBIG beyond `most` bytes.
+// Copies until the source ends. False, with errno, on failure: EFBIG beyond `max_bytes` bytes.
 bool copy(int from, int to, uint64_t max_bytes) {
     char block[1 << 16];
     for (uint64_t copied = 0;;) {

@@ -26,7 +26,7 @@ void remove_parts_on_signals();
 bool is_stream(const std::string &path);
 
 // The rest of a stream as a file. Throws std::system_error, and std::runtime_error for one of more than
-// `most` bytes.
+// `max_bytes` bytes.
 class spooled_stream {
 public:
     spooled_stream(const std::string &path, uint64_t max_bytes);

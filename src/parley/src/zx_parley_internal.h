@@ -76,7 +76,7 @@ struct zx_parley_progress_t {
 // may be null, asked to stop.
 
 // Decodes a whole file. The reader's status when it cannot be opened, ZX_STATUS_IO_ERROR when it cannot be
-// read, ZX_STATUS_OUT_OF_MEMORY. Of a file that promises more than `most` samples nothing is decoded:
+// read, ZX_STATUS_OUT_OF_MEMORY. Of a file that promises more than `max_samples` samples nothing is decoded:
 // `samples` then holds that count alone.
 [[nodiscard]] zx_status_t zx_parley_internal_read(const char *audio_path, int64_t max_samples,
                                                   const zx_parley_progress_t *progress,
@@ -117,8 +117,8 @@ struct zx_parley_progress_t {
                                                       const zx_progress_t *progress = nullptr);
 
 // The features of a file, computed as its samples come, of which few are held; null where there is not a
-// whole frame. `listener`, which may be null, hears the samples. Of a file that promises more than `most`
-// nothing is decoded. The statuses of zx_parley_internal_read and zx_parley_internal_features.
+// whole frame. `listener`, which may be null, hears the samples. Of a file that promises more than
+// `max_samples` nothing is decoded. The statuses of zx_parley_internal_read and zx_parley_internal_features.
 [[nodiscard]] zx_status_t zx_parley_internal_read_features(zx_parley_t *object, const char *audio_path,
                                                            int64_t max_samples,
                                                            const zx_parley_progress_t *progress,
