@@ -56,9 +56,9 @@ class Chromium:
     def run(self, script, *arguments):
         return self.send("POST", self.session + "/execute/sync", {"script": script, "args": list(arguments)})
 
-    def run_async(self, script):
+    def run_async(self, script, *arguments):
         """The script calls its last argument with what it returns."""
-        return self.send("POST", self.session + "/execute/async", {"script": script, "args": []})
+        return self.send("POST", self.session + "/execute/async", {"script": script, "args": arguments})
 
     def act(self, kind, *actions):
         self.send("POST", self.session + "/actions", {"actions": [{"type": kind, "id": kind, "actions": actions}]})

@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Correcting a transcript as a person does, in a real browser: correcting_test.py PARLEY AUDIO"""
 
+import base64
 import json
 import shutil
 import subprocess
@@ -146,6 +147,27 @@ class Correcting(unittest.TestCase):
             if name == "eaf":
                 tool, written = (text.split("<TIME_ORDER>")[1] for text in (tool, written))
             self.assertEqual(written, tool, name)
+        # The picture is the tool's but for its letters.
+        tool = subprocess.run([PARLEY, "convert", corrected, "--without-words", "-f", "png"], check=True, stdout=subprocess.PIPE).stdout
+        sizes, other = self.browser.run_async("""const [tool, done] = arguments;
+            const pixels = async (url) => {
+                const image = Object.assign(new Image(), { src: url });
+                await image.decode();
+                const context = Object.assign(document.createElement("canvas"), { width: image.width, height: image.height }).getContext("2d");
+                context.drawImage(image, 0, 0);
+                return context.getImageData(0, 0, image.width, image.height);
+            };
+            (async () => {
+                const reader = new FileReader();
+                reader.readAsDataURL(await parleyShown.write("png"));
+                await new Promise((resolve) => { reader.onload = resolve; });
+                const [a, b] = [await pixels(reader.result), await pixels("data:image/png;base64," + tool)];
+                let other = 0;
+                for (let i = 0; i < a.data.length; i += 4) other += [0, 1, 2].some((k) => Math.abs(a.data[i + k] - b.data[i + k]) > 32);
+                return [[a.width, a.height, b.width, b.height], other / (a.width * a.height)];
+            })().then(done, (error) => done([String(error), 1]));""", base64.b64encode(tool).decode())
+        self.assertEqual(sizes[:2], sizes[2:], sizes)
+        self.assertLess(other, 0.02)
         # The page itself can be handed on.
         copy = self.folder / "copy.html"
         copy.write_text(self.do("return parleyShown.write('page')"))
@@ -269,9 +291,10 @@ class Correcting(unittest.TestCase):
         before, words = self.do(paragraphs), self.words()
 
         def edit(word, *keys):
-            x, y = self.do(f"const e = document.querySelector('[data-word=\"{word}\"]'); e.scrollIntoView({{block: 'center'}});"
-                           "const b = e.getBoundingClientRect(); return [b.left + 5, b.top + 5]")
-            time.sleep(0.6)  # so that these clicks do not count with those before
+            find = f"const e = document.querySelector('[data-word=\"{word}\"]');"
+            self.do(find + "e.scrollIntoView({block: 'center'})")
+            time.sleep(0.6)  # paragraphs get their heights when they are seen, and these clicks do not count with those before
+            x, y = self.do(find + "const b = e.getBoundingClientRect(); return [b.left + 5, b.top + 5]")
             self.browser.double_click(x, y)
             self.do("document.getElementById('audio').pause()")
             for key, *held in keys:

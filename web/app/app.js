@@ -4,7 +4,7 @@ import { Parley } from "./parley.js";
 
 const element = (id) => document.getElementById(id);
 const status = element("status"), progress = element("progress"), audio = element("audio");
-// What was opened, in the order in which it is worked on: {name, state, label, sound (a Blob), engine, result, texts, shows, abort}. Each has an engine of
+// What was opened, in the order in which it is worked on: {name, state, label, sound (a Blob), engine, result, shows, abort}. Each has an engine of
 // its own, so that ending one run leaves the results of the others. `state`: waiting, working, done, or what went wrong.
 let recordings = [];
 let shown; // the one of which the page shows the result
@@ -25,14 +25,12 @@ function clear() {
 
 // Shows a recording's result with the sound it is about.
 async function show(recording) {
-  const { engine, result, name, sound } = recording;
+  const { result, name, sound } = recording;
   clear();
   shown = recording;
   const known = voices();
   if (known) await result.nameVoices(known).catch((error) => say(error.message));
-  recording.texts = {};
-  for (const { name: format } of engine.formats) if (format !== "html") recording.texts[format] = await result.text(format);
-  const data = JSON.parse(recording.texts.json);
+  const data = JSON.parse(await result.text("json"));
   if (audio.src) URL.revokeObjectURL(audio.src);
   audio.src = URL.createObjectURL(sound);
   audio.dataset.name = name;
@@ -310,8 +308,7 @@ async function listen() {
 element("listen").addEventListener("click", () => (stop ? stop() : listen()));
 
 // For tests.
-globalThis.parleyFormats = () => shown.texts;
-globalThis.parleySound = () => shown.sound;
+globalThis.parleyRecording = () => shown;
 
 element("file").addEventListener("change", ({ target }) => {
   const files = [...target.files];

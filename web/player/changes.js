@@ -50,7 +50,7 @@ class ParleyChanges {
       : "Changed by hand. This browser keeps nothing: save a file before you leave.";
   }
 
-  // A text, or bytes.
+  // A text, or bytes, or a promise of them.
   write(name) {
     return this.#formats.get(name).write(this.#result);
   }
@@ -64,8 +64,12 @@ class ParleyChanges {
     } catch (error) {
       if (error.name === "AbortError") return; // nobody chose one
     }
-    parleySave(suggestedName, type, this.write(name));
-    this.#settle(name);
+    try {
+      parleySave(suggestedName, type, await this.write(name));
+      this.#settle(name);
+    } catch (error) {
+      this.#say(`${suggestedName}: ${error.message}`);
+    }
   }
 
   // Into the same file once more; the first time as save does.
@@ -76,7 +80,7 @@ class ParleyChanges {
 
   async #put(name, handle) {
     const file = await handle.createWritable();
-    await file.write(this.write(name));
+    await file.write(await this.write(name));
     await file.close();
     this.#file = { name, handle };
     this.again.textContent = `Save ${handle.name}`;

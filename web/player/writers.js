@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A corrected result as files: byte for byte what the tool writes of the same result (diarization/output-formats).
+// A corrected result as files: byte for byte what the tool writes of the same result (diarization/output-formats), but for the picture.
 "use strict";
 
 const PARLEY_WRITERS = {
@@ -16,6 +16,7 @@ const PARLEY_WRITERS = {
   ctm: { label: "CTM", extension: ".ctm", write: parleySpeakerCtm },
   uem: { label: "UEM", extension: ".uem", write: ({ data }) => `${parleyField(data.recording)} 1 0.000 ${data.duration.toFixed(3)}\n` },
   svg: { label: "Drawing (SVG)", extension: ".svg", type: "image/svg+xml", write: parleySvg },
+  png: { label: "Picture (PNG)", extension: ".png", type: "image/png", write: parleyPng },
 };
 
 const parleyXml = (text) => text.replace(/[\0-\x08\x0b-\x1f]/g, "")
@@ -111,6 +112,18 @@ function parleySvg({ data: { recording, duration }, names, segments }) {
         `width="${f(Math.max(0.5, xOf(s.end) - xOf(s.start)), 2)}" height="${LANE - 10}"/>\n`).join("") + "</g>\n";
   });
   return text + "</svg>\n";
+}
+
+// The same as a picture, of the tool's size and with the browser's letters: a promise of a Blob.
+async function parleyPng(result) {
+  const PIXELS = 2; // a point
+  const svg = parleySvg(result), [width, height] = /viewBox="0 0 (\d+) (\d+)"/.exec(svg).slice(1).map((points) => points * PIXELS);
+  const image = new Image(width, height); // browsers draw no image of a size that nobody states
+  image.src = "data:image/svg+xml," + encodeURIComponent(svg.replace("<svg ", `<svg width="${width}" height="${height}" `));
+  await image.decode();
+  const canvas = Object.assign(parleyElement("canvas"), { width, height });
+  canvas.getContext("2d").drawImage(image, 0, 0);
+  return new Promise((resolve, reject) => canvas.toBlob((blob) => (blob ? resolve(blob) : reject(new Error("is too large for a picture."))), "image/png"));
 }
 
 function parleyCsv(result) {
