@@ -291,14 +291,6 @@ class Page(unittest.TestCase):
             parleyShown.timeline.show(990, 1100); requestAnimationFrame(step);""")
         self.assertLess(took, 16, "ms for a frame while playing")
         print(f"five hours: {took:.1f} ms for nineteen of twenty frames")
-        if SHOTS:
-            for width, height in ((390, 844), (1366, 768), (3840, 2160)):
-                for theme in ("light", "dark"):
-                    self.browser.resize(width, height)
-                    run(f"document.documentElement.dataset.theme = '{theme}'; scrollTo(0, 0)")
-                    self.settle()
-                    self.browser.shot(f"long-{width}-{theme}.png")
-            run("delete document.documentElement.dataset.theme")
 
     def test_phone_and_dark(self):
         self.browser.run("document.documentElement.dataset.theme = 'dark'")
