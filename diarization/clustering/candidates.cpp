@@ -50,11 +50,13 @@ distance_matrix distances_of(const speech_windows &windows) {
     std::vector<const float *> rows(n);
     for (size_t i = 0; i < n; i++) rows[i] = windows.at(i);
     const packed_vectors packed(rows, windows.size);
-    std::vector<double> cosines(packed.width());
+    constexpr size_t AT_ONCE = 16;
+    std::vector<float> cosines(AT_ONCE * packed.width());
     for (size_t i = 0; i < n; i++) {
-        packed.multiply(windows.at(i), cosines.data());
+        const size_t row = i % AT_ONCE;
+        if (row == 0) packed.multiply({&rows[i], std::min(AT_ONCE, n - i)}, cosines.data());
         for (size_t j = 0; j < i; j++)
-            result.set(i, j, static_cast<float>(std::max(0.0, (1 - cosines[j]) / 2)));
+            result.set(i, j, std::max(0.0F, (1 - cosines[row * packed.width() + j]) / 2));
     }
     return result;
 }

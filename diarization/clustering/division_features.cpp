@@ -103,7 +103,8 @@ void describe_windows(const speech_windows &windows, const division_means &means
     std::vector<const float *> rows;
     for (size_t k = 0; k < means.number(); k++) rows.push_back(means.at(k));
     const packed_vectors packed(rows, windows.size);
-    std::vector<double> cosines(packed.width()), separations;
+    std::vector<float> cosines(packed.width());
+    std::vector<double> separations;
     std::vector<double> sums(means.number()), counts(means.number());
     double spread = 0;
     for (size_t i = 0; i < windows.count(); i++) {
@@ -113,8 +114,8 @@ void describe_windows(const speech_windows &windows, const division_means &means
             if (cosines[k] > cosines[own]) own = k;
         double next = -1;
         for (size_t k = 0; k < means.number(); k++)
-            if (k != own) next = std::max(next, cosines[k]);
-        const double near = (1 - cosines[own]) / 2, far = (1 - next) / 2;
+            if (k != own) next = std::max(next, double{cosines[k]});
+        const double near = (1 - double{cosines[own]}) / 2, far = (1 - next) / 2;
         spread += near;
         d->speaker_of.push_back(own);
         const double apart = means.number() > 1 ? (far - near) / std::max(far, 1e-6) : 0;

@@ -16,9 +16,10 @@ packed_vectors::packed_vectors(const std::vector<const float *> &vectors, int32_
     const auto dimensions = static_cast<size_t>(size);
     for (size_t k = 0; k < vectors.size(); k++)
         for (size_t d = 0; d < dimensions; d++)
-            values_[(k / GROUP * dimensions + d) * GROUP + k % GROUP] = double{vectors[k][d]};
+            values_[(k / GROUP * dimensions + d) * GROUP + k % GROUP] = vectors[k][d];
 }
 
-void packed_vectors::multiply(const float *x, double *products) const {
-    zx_kernels()->loops->products(size_, static_cast<int32_t>(width_ / GROUP), x, values_.data(), products);
+void packed_vectors::multiply(std::span<const float *const> rows, float *products) const {
+    zx_kernels()->loops->products(size_, static_cast<int32_t>(rows.size()), rows.data(),
+                                  static_cast<int32_t>(width_ / GROUP), values_.data(), products);
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 class packed_vectors {
@@ -14,14 +15,16 @@ public:
     // Products that `multiply` writes: the number of vectors, rounded up.
     size_t width() const { return width_; }
 
-    // x (size values) times each vector: double precision, sums in order of the dimensions.
-    void multiply(const float *x, double *products) const;
+    // Each row (size values) times each vector, `width` products a row, with sums in order of the
+    // dimensions. Several rows at once take less time each.
+    void multiply(std::span<const float *const> rows, float *products) const;
+    void multiply(const float *row, float *products) const { multiply({&row, 1}, products); }
 
 private:
     int32_t size_;
     size_t width_;
     // In groups of ZX_KERNELS_GROUP vectors whose values of one dimension are side by side.
-    std::vector<double> values_;
+    std::vector<float> values_;
 };
 
 #endif

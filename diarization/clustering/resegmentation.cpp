@@ -2,6 +2,7 @@
 #include "resegmentation.h"
 
 #include <algorithm>
+#include <array>
 
 #include "packed_vectors.h"
 #include "zx_parallel.h"
@@ -24,7 +25,7 @@ public:
           values_(static_cast<size_t>(std::min(num_rows_, embeddings.count)) * means_.width()) {}
 
     // Of a frame; rising from 0.
-    double *of(int32_t frame, int num_threads) {
+    const float *of(int32_t frame, int num_threads) {
         if (frame % num_rows_ == 0) {
             first_ = frame;
             const int32_t num_parts = (std::min(num_rows_, all_.count - frame) - 1) / PART + 1;
@@ -35,23 +36,41 @@ public:
 
 private:
     static constexpr int32_t PART = 1024;           // frames that a thread does at once
+    static constexpr int32_t AT_ONCE = 16;          // that are multiplied at once
     static constexpr int32_t MAX_VALUES = 1 << 20;  // that are held
 
     static zx_status_t compute_part(void *context, int32_t, int32_t part) {
         auto *self = static_cast<products *>(context);
         const int32_t end = std::min((part + 1) * PART, self->all_.count - self->first_);
-        for (int32_t row = part * PART; row < end; row++)
-            self->means_.multiply(self->all_.at(self->first_ + row),
+        std::array<const float *, AT_ONCE> rows;
+        for (int32_t row = part * PART; row < end; row += AT_ONCE) {
+            const auto count = static_cast<size_t>(std::min(AT_ONCE, end - row));
+            for (size_t r = 0; r < count; r++)
+                rows[r] = self->all_.at(self->first_ + row + static_cast<int32_t>(r));
+            self->means_.multiply({rows.data(), count},
                                   &self->values_[static_cast<size_t>(row) * self->means_.width()]);
+        }
         return ZX_STATUS_SUCCESS;
     }
 
     const frames &all_;
     packed_vectors means_;
     int32_t num_rows_;  // that are held, from first_ on
-    std::vector<double> values_;
+    std::vector<float> values_;
     int32_t first_ = 0;
 };
+
+// The index of the highest, of the first of equals. Each of four maxima waits for itself alone.
+size_t index_of_highest(const std::vector<double> &values) {
+    std::array<double, 4> highest;
+    highest.fill(values[0]);
+    size_t i = 0;
+    for (; i + highest.size() <= values.size(); i += highest.size())
+        for (size_t k = 0; k < highest.size(); k++) highest[k] = std::max(highest[k], values[i + k]);
+    for (; i < values.size(); i++) highest[0] = std::max(highest[0], values[i]);
+    const double value = *std::max_element(highest.begin(), highest.end());
+    return static_cast<size_t>(std::find(values.begin(), values.end(), value) - values.begin());
+}
 
 // The best path: for each frame the index of its state, whose centroids are the rows of `means`,
 // nobody's first.
@@ -61,26 +80,28 @@ std::vector<uint16_t> best_path(const frames &embeddings, const std::vector<cons
     products cosines(embeddings, means);
     const auto count = static_cast<size_t>(embeddings.count);
     std::vector<double> best(num_states);
-    std::vector<uint16_t> from(count);  // the best state before each frame
-    // Whether a state is better reached from there than from itself.
-    std::vector<uint8_t> changed(count * num_states);
+    // The best state before each frame, where its stretch began, and where each state's stretch began.
+    std::vector<uint16_t> from(count);
+    std::vector<int64_t> first_of_from(count), first(num_states);
     for (size_t t = 0; t < count; t++) {
-        double *scores = cosines.of(static_cast<int32_t>(t), options.num_threads);
-        scores[0] -= options.speech_bias;
-        const auto before = std::max_element(best.begin(), best.end());
-        const double moved = t > 0 ? *before - CHANGE_COST / options.frames_a_row : -1;
-        from[t] = static_cast<uint16_t>(before - best.begin());
-        uint8_t *flags = &changed[t * num_states];
+        const float *scores = cosines.of(static_cast<int32_t>(t), options.num_threads);
+        const size_t before = index_of_highest(best);
+        const double moved = t > 0 ? best[before] - CHANGE_COST / options.frames_a_row : -1;
+        from[t] = static_cast<uint16_t>(before);
+        first_of_from[t] = first[before];
         for (size_t k = 0; k < num_states; k++) {
-            flags[k] = moved > best[k];
-            best[k] = std::max(best[k], moved) + scores[k];
+            first[k] = moved > best[k] ? static_cast<int64_t>(t) : first[k];
+            best[k] = std::max(best[k], moved) + double{scores[k]};
         }
+        best[0] -= options.speech_bias;
     }
     std::vector<uint16_t> path(count);
-    auto state = static_cast<size_t>(std::max_element(best.begin(), best.end()) - best.begin());
-    for (size_t t = count; t-- > 0;) {
-        path[t] = static_cast<uint16_t>(state);
-        if (changed[t * num_states + state] != 0) state = from[t];
+    auto state = static_cast<uint16_t>(index_of_highest(best));
+    for (int64_t end = embeddings.count, start = first[state]; end > 0;) {
+        std::fill(path.begin() + start, path.begin() + end, state);
+        state = from[static_cast<size_t>(start)];
+        end = start;
+        start = first_of_from[static_cast<size_t>(start)];
     }
     return path;
 }

@@ -326,15 +326,20 @@ const subject SUBJECTS[] = {
     {"products",
      [](random_numbers &random, bool as_engine) -> std::vector<trial> {
          const int32_t size = as_engine ? 64 : between(random, 1, 100),
-                       groups = as_engine ? 2 : between(random, 0, 5);
-         const auto x = inputs<float>(random, size);
-         const auto centroids = inputs<double>(random, int64_t{size} * groups * ZX_KERNELS_GROUP);
-         return {on_output<double>(std::to_string(groups) + " groups of " + std::to_string(size),
-                                   groups * ZX_KERNELS_GROUP, "centroid",
-                                   values<double>(random, groups * ZX_KERNELS_GROUP),
-                                   [=](const zx_kernels_t &variant, double *y) {
-                                       variant.loops->products(size, groups, x->data(), centroids->data(), y);
-                                   })};
+                       num_rows = as_engine ? 8 : between(random, 0, 9),
+                       groups = as_engine ? 1 : between(random, 0, 5);
+         const int32_t count = num_rows * groups * ZX_KERNELS_GROUP;
+         const auto x = inputs<float>(random, int64_t{size} * num_rows);
+         const auto centroids = inputs<float>(random, int64_t{size} * groups * ZX_KERNELS_GROUP);
+         std::vector<const float *> rows;
+         for (int32_t r = 0; r < num_rows; r++) rows.push_back(x->data() + int64_t{size} * r);
+         return {on_output<float>(std::to_string(num_rows) + " by " + std::to_string(groups) + " groups of " +
+                                      std::to_string(size),
+                                  count, "product", values<float>(random, count),
+                                  [=, keeps = x](const zx_kernels_t &variant, float *y) {
+                                      variant.loops->products(size, num_rows, rows.data(), groups,
+                                                              centroids->data(), y);
+                                  })};
      }},
     {"filter",
      [](random_numbers &random, bool as_engine) -> std::vector<trial> {

@@ -51,9 +51,10 @@ struct zx_loops_t {
     // (1 - x c) / 2 for each centroid c. These lie in groups of ZX_KERNELS_GROUP.
     void (*distances)(int32_t dimension, int32_t num_groups, const float *x, const float *centroids,
                       float *y);
-    // x c for each centroid, lying as above, in double precision: sums and products are rounded each.
-    void (*products)(int32_t dimension, int32_t num_groups, const float *x, const double *centroids,
-                     double *y);
+    // x c for each row x and each centroid c, lying as above: no fused multiply-add, sums and products are
+    // rounded each. Row by row.
+    void (*products)(int32_t dimension, int32_t num_rows, const float *const *rows, int32_t num_groups,
+                     const float *centroids, float *y);
 
     // y[j] = sum_k x[2 order + j - k] taps[k], k = 0 .. 2 order, truncated to 16 bits with saturation.
     void (*filter)(int32_t num_outputs, int32_t order, const int16_t *x, const float *taps, int16_t *y);

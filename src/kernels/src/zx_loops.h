@@ -122,15 +122,44 @@ void distances(int32_t dimension, int32_t num_groups, const float *x, const floa
     }
 }
 
-void products(int32_t dimension, int32_t num_groups, const float *x, const double *centroids, double *y) {
+void products_of_row(int32_t dimension, const float *x, int32_t num_groups, const float *centroids,
+                     float *y) {
     for (int32_t g = 0; g < num_groups; g++, y += GROUP) {
-        double sums[GROUP] = {};
+        float sums[GROUP] = {};
         for (int32_t d = 0; d < dimension; d++, centroids += GROUP) {
-            const double value = x[d];
-            for (int32_t k = 0; k < GROUP; k++) sums[k] += value * centroids[k];
+            for (int32_t k = 0; k < GROUP; k++) sums[k] += x[d] * centroids[k];
         }
         for (int32_t k = 0; k < GROUP; k++) y[k] = sums[k];
     }
+}
+
+// Four rows at once: a sum waits for the one before, so that several have to be on the way.
+void products(int32_t dimension, int32_t num_rows, const float *const *rows, int32_t num_groups,
+              const float *centroids, float *y) {
+    const int32_t width = num_groups * GROUP;
+    for (; num_rows >= 4; num_rows -= 4, rows += 4, y += 4 * width) {
+        const float *x0 = rows[0], *x1 = rows[1], *x2 = rows[2], *x3 = rows[3], *c = centroids;
+        for (int32_t g = 0; g < num_groups; g++) {
+            float sums0[GROUP] = {}, sums1[GROUP] = {}, sums2[GROUP] = {}, sums3[GROUP] = {};
+            for (int32_t d = 0; d < dimension; d++, c += GROUP) {
+                for (int32_t k = 0; k < GROUP; k++) {
+                    sums0[k] += x0[d] * c[k];
+                    sums1[k] += x1[d] * c[k];
+                    sums2[k] += x2[d] * c[k];
+                    sums3[k] += x3[d] * c[k];
+                }
+            }
+            float *to = y + g * GROUP;
+            for (int32_t k = 0; k < GROUP; k++) {
+                to[k] = sums0[k];
+                to[width + k] = sums1[k];
+                to[2 * width + k] = sums2[k];
+                to[3 * width + k] = sums3[k];
+            }
+        }
+    }
+    for (; num_rows > 0; num_rows--, rows++, y += width)
+        products_of_row(dimension, *rows, num_groups, centroids, y);
 }
 
 int16_t truncate(float x) {
