@@ -18,7 +18,9 @@ void scale_to_unit_length(std::vector<float> *values) {
 }
 
 void add(const float *row, std::vector<float> *sum) {
-    for (size_t i = 0; i < sum->size(); i++) (*sum)[i] += row[i];
+    float *sums = sum->data();
+    const size_t size = sum->size();
+    for (size_t i = 0; i < size; i++) sums[i] += row[i];
 }
 
 }  // namespace
@@ -32,10 +34,10 @@ std::vector<float> mean_of(const frames &embeddings, int32_t first, int32_t end)
 
 centroids centroids_of(const frames &embeddings, const tags &labels) {
     centroids result;
-    for (int32_t f = 0; f < embeddings.count; f++) {
-        if (const uint32_t tag = labels[static_cast<size_t>(f)]; tag != 0)
-            add(embeddings.at(f),
-                &result.try_emplace(tag, static_cast<size_t>(embeddings.size)).first->second);
+    for (const auto &[start, end, tag] : runs_of(labels)) {
+        std::vector<float> *sum =
+            &result.try_emplace(tag, static_cast<size_t>(embeddings.size)).first->second;
+        for (int32_t f = start; f < end; f++) add(embeddings.at(f), sum);
     }
     for (auto &[tag, mean] : result) scale_to_unit_length(&mean);
     return result;
