@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "channels.h"
+#include "embeddings_file.h"
 #include "errors.h"
 #include "options.h"
 #include "readers.h"
@@ -224,6 +225,29 @@ diarization diarizer::recluster(const diarization &before, const parley_options 
     result.with_embeddings = options.embeddings != 0;
     find_again(before.kept.get(), options, nullptr, &result);
     return result;
+}
+
+diarization diarizer::recluster_file(std::string_view bytes, const std::string &path,
+                                     const parley_options &options) {
+    recording_embeddings read = read_embeddings(bytes, path);
+    diarization result;
+    result.path = path;
+    result.recording = stem_of(path);
+    result.model = read.model;
+    result.duration = static_cast<double>(read.num_samples) / RATE;
+    result.waveform = std::move(read.waveform);
+    const bool fits =
+        read.model != engine_.id() || (read.rows.size == engine_.embedding_size() &&
+                                       read.rows.count == read.num_samples / ZX_PARLEY_FRAME_LENGTH);
+    if (!fits) refuse(path + ": the embeddings are damaged");
+    result.kept = std::make_shared<kept_embeddings>(std::move(read.rows));
+    return recluster(result, options);
+}
+
+std::string embeddings_of(const diarization &result) {
+    if (!result.kept) refuse(NOTHING_KEPT);
+    return write_embeddings(result.model, std::llround(result.duration * RATE), result.waveform,
+                            result.kept->rows.view());
 }
 
 voice_sample sample_of(const diarization &result, int number, double start, double end) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine.h"
@@ -48,6 +49,10 @@ public:
     // kept.
     diarization recluster(const diarization &before, const parley_options &options);
 
+    // The same of what was kept in a file, which `path` names for messages and the recording.
+    diarization recluster_file(std::string_view bytes, const std::string &path,
+                               const parley_options &options);
+
     // Who speaks in which frame.
     clustering_result find(const frames &embeddings, const parley_options &options,
                            const progress_function &progress);
@@ -80,6 +85,9 @@ private:
 // the end is not behind the start. Throws diarization_error where there is no such speaker, and for a stretch
 // of a result that has not kept its embeddings.
 voice_sample sample_of(const diarization &result, int number, double start, double end);
+
+// What recluster_file takes. Throws diarization_error for a result that has not kept its embeddings.
+std::string embeddings_of(const diarization &result);
 
 // Who of the speakers a stretch sounds like most; null if the result has not kept its embeddings, in which
 // case nobody can tell. Lives as long as the result.

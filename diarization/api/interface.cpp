@@ -293,6 +293,26 @@ parley_status parley_recluster(parley_diarizer *diarizer, const parley_result *r
     });
 }
 
+parley_status parley_write_embeddings(const parley_result *result, char **bytes, size_t *size) {
+    return guarded([&] {
+        require(result && bytes && size, "a result or the place for its embeddings is missing");
+        *bytes = nullptr;
+        hand_out(embeddings_of(result->inner), bytes, size);
+    });
+}
+
+parley_status parley_read_embeddings(parley_diarizer *diarizer, const char *bytes, size_t size,
+                                     const char *path, const parley_options *options,
+                                     parley_result **result) {
+    return guarded([&] {
+        require(diarizer && bytes && path && result,
+                "a diarizer, embeddings, a path or the place for the result is missing");
+        *result = nullptr;
+        *result =
+            new parley_result{diarizer->inner.recluster_file({bytes, size}, path, known_options(options))};
+    });
+}
+
 void parley_result_delete(parley_result *result) {
     delete result;
 }

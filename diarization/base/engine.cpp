@@ -131,7 +131,7 @@ embedding_table engine::embed(zx_parley_samples_t *samples, const std::string &s
     if (!samples->feature) kind_ = source_kind::samples;
     embedding_table table;
     table.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
-    table.size = object_->param->classifier->embedding->output_dimension;
+    table.size = embedding_size();
     check_engine(
         zx_parley_internal_embed(object_.get(), samples, reporter(progress, kind_).get(), &table.values),
         subject);
@@ -149,6 +149,10 @@ tags engine::cluster(const frames &embeddings, const thresholds &values, const p
         "clustering");
     zx_parley_internal_reset(object_.get());
     return result;
+}
+
+int32_t engine::embedding_size() const {
+    return object_->param->classifier->embedding->output_dimension;
 }
 
 thresholds engine::own_thresholds() const {

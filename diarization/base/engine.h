@@ -58,6 +58,8 @@ public:
 
     // Of the model.
     thresholds own_thresholds() const;
+
+    int32_t embedding_size() const;  // values
     const float *background() const { return object_->param->cluster->reference_centroid; }
 
     const model_parameters &parameters() const { return parameters_; }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "parameters.h"
 
+#include "byte_reader.h"
 #include "errors.h"
-#include "zx_integer.h"
 
 namespace {
 
@@ -19,45 +19,6 @@ struct footer {
     uint32_t version;
 };
 constexpr size_t FOOTER_SIZE = sizeof(footer) + MAGIC.size();
-
-// Takes little-endian integers from the front of bytes, which may end too early.
-class byte_reader {
-public:
-    byte_reader(std::string_view bytes, const std::string &name) : bytes_(bytes), name_(name) {}
-
-    template <class T>
-    T take() {
-        if (bytes_.size() < sizeof(T)) refuse();
-        uint64_t value = 0;
-        for (size_t i = 0; i < sizeof(T); i++)
-            value |= uint64_t{static_cast<unsigned char>(bytes_[i])} << (8 * i);
-        bytes_.remove_prefix(sizeof(T));
-        return static_cast<T>(value);
-    }
-
-    float take_float() { return zx_bits_as<float>(take<uint32_t>()); }
-
-    void take_floats(uint64_t count, std::vector<float> *values) {
-        if (count > bytes_.size() / sizeof(float)) refuse();
-        values->resize(static_cast<size_t>(count));
-        for (float &value : *values) value = take_float();
-    }
-
-    // A number of things of so many bytes each that are still to come.
-    size_t take_count(size_t bytes_each) {
-        const auto count = take<int32_t>();
-        if (count < 0 || static_cast<size_t>(count) > bytes_.size() / bytes_each) refuse();
-        return static_cast<size_t>(count);
-    }
-
-    [[noreturn]] void refuse() const {
-        throw diarization_error(PARLEY_INVALID, name_ + ": its clustering parameters are damaged");
-    }
-
-private:
-    std::string_view bytes_;
-    const std::string &name_;
-};
 
 void read_speech_network(byte_reader *from, speech_network *network) {
     network->dimension = from->take<int32_t>();
@@ -111,7 +72,8 @@ uint64_t hash_of(std::string_view bytes) {
 model_sections read_model_sections(std::string_view file, const std::string &name) {
     model_sections result{file, {}};
     if (file.size() < FOOTER_SIZE || file.substr(file.size() - MAGIC.size()) != MAGIC) return result;
-    byte_reader end(file.substr(file.size() - FOOTER_SIZE), name);
+    const std::string damaged = name + ": its clustering parameters are damaged";
+    byte_reader end(file.substr(file.size() - FOOTER_SIZE), damaged);
     footer last;
     last.network_hash = end.take<uint64_t>();
     last.size = end.take<uint32_t>();
@@ -127,7 +89,7 @@ model_sections read_model_sections(std::string_view file, const std::string &nam
         throw diarization_error(PARLEY_INVALID,
                                 name + ": its clustering parameters were made for another network");
     }
-    byte_reader from(file.substr(result.network.size(), last.size), name);
+    byte_reader from(file.substr(result.network.size(), last.size), damaged);
     read_speech_network(&from, &result.parameters.speech);
     read_trees(&from, NUM_CANDIDATE_FEATURES, &result.parameters.candidate_costs);
     read_trees(&from, NUM_SEGMENT_FEATURES, &result.parameters.segment_confidence);

@@ -361,7 +361,7 @@ spoken_caption take_apart(const caption_text &caption) {
 }
 
 // Where no caption has a name in front, what they say is names.
-diarization read_captions(const std::string &text) {
+diarization result_of_captions(const std::string &text) {
     content given;
     std::vector<spoken_word> words;
     const std::vector<caption_text> captions = captions_of(text);
@@ -390,7 +390,7 @@ diarization recognize(const std::string &text, const std::string &name) {
     if (field.starts_with("{") || field.starts_with("[")) return read_json(text);
     if (field.starts_with("<")) return result_of(read_eaf(text));
     if (first.starts_with("File type")) return result_of(read_textgrid(text));
-    if (text.find("-->") != std::string::npos) return read_captions(text);
+    if (text.find("-->") != std::string::npos) return result_of_captions(text);
     if (first.find("start,end") != std::string::npos) return result_of(read_csv(text));
     if (first.find('\t') != std::string::npos && number_of_text(field)) return result_of(read_audacity(text));
     if (text.find("SPEAKER ") == std::string::npos) throw std::runtime_error(UNKNOWN);

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "diarizer.h"
+#include "embeddings_file.h"
 #include "errors.h"
 #include "formats.h"
 #include "options.h"
@@ -58,6 +59,44 @@ TEST_F(asking_again, finds_what_diarizing_with_these_options_finds) {
         EXPECT_EQ(text_of(owner_.recluster(kept, options)), text_of(run(samples_, options))) << i;
     }
     EXPECT_EQ(text_of(kept), before);
+}
+
+TEST_F(asking_again, a_file_of_embeddings_takes_the_recordings_place) {
+    options_.keep_embeddings = 1;
+    const diarization kept = run(samples_, options_);
+    const std::string bytes = embeddings_of(kept);
+    options_.max_speakers = 2;
+    const diarization found = owner_.recluster_file(bytes, "x", options_);
+    EXPECT_EQ(text_of(found), text_of(run(samples_, options_)));
+    EXPECT_EQ(found.waveform, kept.waveform);
+    EXPECT_EQ(embeddings_of(found), bytes);
+
+    const auto is_refused = [&](const std::string &damaged) {
+        try {
+            owner_.recluster_file(damaged, "x", options_);
+        } catch (const diarization_error &error) {
+            return std::string(error.what()).starts_with("x: ");
+        }
+        return false;
+    };
+    for (const size_t length : {size_t{0}, size_t{5}, size_t{27}, size_t{60}, bytes.size() - 1})
+        EXPECT_TRUE(is_refused(bytes.substr(0, length))) << length;
+    EXPECT_TRUE(is_refused(bytes + "x"));
+    for (size_t at = 0; at < bytes.size(); at += at < 64 ? 1 : bytes.size() / 50) {
+        std::string other = bytes;
+        other[at] ^= 0x40;
+        EXPECT_TRUE(is_refused(other)) << at;
+    }
+    // Files of a program that means harm have the right sum.
+    const auto made = [&](int64_t num_samples, int32_t count, int32_t size, float value) {
+        std::vector<float> values(static_cast<size_t>(count) * static_cast<size_t>(size), value);
+        return write_embeddings(kept.model, num_samples, {}, {values.data(), count, size});
+    };
+    for (const std::string &harmful :
+         {made(512, 1, 32, 0.1F), made(512, 2, 64, 0.1F), made(-512, 1, 64, 0.1F), made(512, 1, 64, NAN),
+          made(512, 1, 64, 3e38F), made(0, 0, 64, 0)})
+        EXPECT_TRUE(is_refused(harmful));
+    EXPECT_EQ(owner_.recluster_file(made(512, 1, 64, 0.125F), "x", options_).duration, 0.032);
 }
 
 TEST_F(asking_again, as_many_speakers_are_found_as_are_asked_for) {

@@ -246,6 +246,18 @@ PARLEY_API PARLEY_CHECKED parley_status parley_recluster(parley_diarizer *diariz
                                                          const parley_options *options,
                                                          parley_result **again);
 
+/* What that takes, as bytes for a file, in a new block that parley_free releases: 8 kB a second.
+ * PARLEY_INVALID: the result has not kept its embeddings. */
+PARLEY_API PARLEY_CHECKED parley_status parley_write_embeddings(const parley_result *result, char **bytes,
+                                                                size_t *size);
+
+/* parley_recluster from such bytes. `path` names the recording, which is not read. PARLEY_INVALID as there,
+ * and for bytes that are none or damaged. */
+PARLEY_API PARLEY_CHECKED parley_status parley_read_embeddings(parley_diarizer *diarizer, const char *bytes,
+                                                               size_t size, const char *path,
+                                                               const parley_options *options,
+                                                               parley_result **result);
+
 PARLEY_API void parley_result_delete(parley_result *result);           /* null is accepted */
 PARLEY_API double parley_result_duration(const parley_result *result); /* seconds */
 PARLEY_API int32_t parley_result_num_segments(const parley_result *result);

@@ -42,6 +42,7 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
     parley_turn *turns = NULL;
     parley_score score;
     char *text = NULL;
+    size_t size = 0;
     int32_t count = 0, rate = 0;
     double cosine = 0;
     parley_diarizer *own = (parley_diarizer *) (uintptr_t) diarizer;
@@ -71,6 +72,14 @@ static void without_handles(const parley_diarizer *diarizer, const parley_result
         parley_recluster(NULL, result, NULL, &made),
         parley_recluster(own, NULL, NULL, &made),
         parley_recluster(own, result, NULL, &made), /* which has kept nothing */
+        parley_write_embeddings(NULL, &text, &size),
+        parley_write_embeddings(result, &text, &size), /* which has kept nothing */
+        parley_write_embeddings(result, NULL, &size),
+        parley_read_embeddings(NULL, "x", 1, "x", NULL, &made),
+        parley_read_embeddings(own, NULL, 1, "x", NULL, &made),
+        parley_read_embeddings(own, "x", 1, NULL, NULL, &made),
+        parley_read_embeddings(own, "x", 1, "x", NULL, &made),
+        parley_read_embeddings(own, "x", 1, "x", NULL, NULL),
         parley_options_set(NULL, "speakers", "1"),
         parley_options_set(NULL, NULL, NULL),
         parley_result_rename(NULL, "x"),

@@ -62,6 +62,9 @@ done <<'MISTAKES'
 2|four numbers|--threshold 0.1,0.2 "$sample"
 2|several formats need --output-dir|--format rttm,json "$sample"
 2|--resume needs|--resume "$sample"
+2|--keep and --again go without --channels split|--keep "$tmp/kept" --channels split "$sample"
+2|--again takes recordings that are files|--again "$tmp/kept" -
+1|second.wav: nothing was kept of it: there is no .*second.embeddings|--again "$tmp/kept" "$tmp/second.wav"
 2|unknown format tabel: did you mean table|-f tabel "$sample"
 2|diarise is no file and no command: did you mean diarize|diarise
 2|did you mean add|voices ad Ann
@@ -287,6 +290,19 @@ touch -d 2001-01-01 "$tmp/in/deep/3.wav"
 resumed 2
 resumed 16 --pad 0.1
 resumed 0 --pad 0.1 -j 1
+
+# What was kept of a recording finds its speakers again, as the recording itself does; not once that has changed.
+again=("$tmp/in/deep/1.wav" "$tmp/second.wav")
+expect 0 '' '' -q --keep "$tmp/kept" -f json -o "$tmp/first" "${again[@]}"
+for options in "-n 2" "--sensitivity 0.8 --confidence" "--no-refine"; do
+    # shellcheck disable=SC2086
+    expect 0 '' '' -q --again "$tmp/kept" -f json,html -o "$tmp/again" $options "${again[@]}"
+    # shellcheck disable=SC2086
+    expect 0 '' '' -q -f json,html -o "$tmp/anew" $options "${again[@]}"
+    diff -r "$tmp/again" "$tmp/anew" >/dev/null || { echo "--again $options: another result"; failures=$((failures + 1)); }
+done
+touch "${again[0]}"
+expect 1 'speaker 1' '1.wav: has changed since .*1.embeddings was kept' --again "$tmp/kept" "${again[@]}"
 (cd "$tmp" && "$parley" -q -o new.rttm "$sample") && cmp "$tmp/new.rttm" "$tmp/hypothesis.rttm" || failures=$((failures + 1))
 # A run that is killed leaves whole files under their names
 "$parley" -f html -o "$tmp/killed" "$tmp/in/deep" &

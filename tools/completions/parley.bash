@@ -11,11 +11,11 @@ _parley() {
     --audio) COMPREPLY=($(compgen -W "auto embed link copy none" -- "$current")); return ;;
     --color) COMPREPLY=($(compgen -W "auto always never" -- "$current")); return ;;
     --via-ffmpeg) COMPREPLY=($(compgen -W "auto never always" -- "$current")); return ;;
-    --output-dir | -o) COMPREPLY=($(compgen -d -- "$current")); return ;;
+    --again | --keep | --output-dir | -o) COMPREPLY=($(compgen -d -- "$current")); return ;;
     --manifest | --model | --output | --recording | --result | --uem | --voices | --words | -m | -o) COMPREPLY=($(compgen -f -- "$current")); compopt -o filenames; return ;;
     esac
     if [[ $current == -* ]]; then
-        local options="--version --help --format --output-dir --speakers --min-speakers --max-speakers --sensitivity --names --jobs --voices --model --quiet --help-all --manifest --audio --resume --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --max-input --color --verbose"
+        local options="--version --help --format --output-dir --speakers --min-speakers --max-speakers --sensitivity --names --jobs --voices --model --quiet --help-all --manifest --audio --resume --keep --again --threshold --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --max-input --color --verbose"
         case $command in
         transcribe) options="--help --help-all --with --result --by-turn --time-limit --quiet --format --output --reach --by-time --speakers --names --voices --model --audio --min-speakers --max-speakers --threshold --sensitivity --channels --no-refine --merge-gap --min-duration --pad --speaker-prefix --confidence --embeddings --max-duration --via-ffmpeg --jobs" ;;
         convert) options="--help --help-all --format --output --recording --audio --without-words --model" ;;

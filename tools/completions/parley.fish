@@ -23,6 +23,8 @@ complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign 
 complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l manifest -r -d 'file that lists recordings, one per line'
 complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l audio -x -a 'auto embed link copy none' -d 'audio of HTML pages: embed, link, copy (beside them), none'
 complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l resume -d 'skip recordings whose results are up to date'
+complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l keep -x -a '(__fish_complete_directories)' -d 'keep embeddings there for --again, 8 kB a second'
+complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l again -x -a '(__fish_complete_directories)' -d 'find speakers again from what --keep kept there'
 complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l threshold -x -d 'thresholds: offline (merging), prune, segment, background'
 complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l channels -x -a 'mix split loudest' -d 'mix them (default), split (each is a speaker), loudest'
 complete -c parley -n 'not __fish_seen_subcommand_from transcribe listen assign convert score voices match' -l no-refine -d 'leave out resegmentation'

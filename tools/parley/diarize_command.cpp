@@ -35,7 +35,7 @@ namespace {
 struct arguments {
     std::vector<std::string> files, manifests, formats;
     std::string output_file;  // where the result of one recording has a name of its own
-    std::string model, voices, output_dir, audio = "auto", color = "auto";
+    std::string model, voices, output_dir, keep, again, audio = "auto", color = "auto";
     uint64_t max_input = uint64_t{8} << 30;
     bool resume = false, verbose = false, quiet = false;
     command_options options;
@@ -57,6 +57,12 @@ void define(CLI::App *app, arguments *a) {
         ->type_name("DIR");
     define_audio(app, &a->audio)->group(MORE_OPTIONS);
     app->add_flag("--resume", a->resume, "skip recordings whose results are up to date")->group(MORE_OPTIONS);
+    app->add_option("--keep", a->keep, "keep embeddings there for --again, 8 kB a second")
+        ->type_name("DIR")
+        ->group(MORE_OPTIONS);
+    app->add_option("--again", a->again, "find speakers again from what --keep kept there")
+        ->type_name("DIR")
+        ->group(MORE_OPTIONS);
     a->options.define(app, {"speakers", "min-speakers", "max-speakers", "names", "sensitivity", "jobs"});
     app->add_option("--max-input", a->max_input, "limit on standard input and pipes (8G)")
         ->transform(CLI::AsSizeValue(false).description(""))
@@ -95,6 +101,10 @@ std::string file_of(const arguments &a, const recording_file &recording, const p
     return text_of(path_of(a.output_dir) / path_of(recording.output + format.extension));
 }
 
+std::string kept_file_of(const std::string &folder, const recording_file &recording) {
+    return text_of(path_of(folder) / path_of(recording.output + ".embeddings"));
+}
+
 size_t num_threads(const parley_options &options) {
     return options.jobs > 0 ? static_cast<size_t>(options.jobs)
                             : std::clamp(std::thread::hardware_concurrency(), 1u, unsigned{PARLEY_MAX_JOBS});
@@ -115,6 +125,7 @@ public:
           shows_progress_(!a.quiet && is_terminal(stderr) && !is_dumb_terminal()),
           progress_(recordings_.size(), num_workers_, shows_progress_) {
         options_.jobs = static_cast<int32_t>(num_threads(options_) / num_workers_);
+        options_.keep_embeddings = !a.keep.empty();
     }
 
     // The number of recordings that failed.
@@ -186,10 +197,8 @@ private:
                });
     }
 
-    // What goes to standard output; nothing with an output folder.
-    std::string diarize(size_t worker, const recording_file &recording) {
-        std::optional<spooled_stream> stream;
-        if (is_stream(recording.path)) stream.emplace(recording.path, a_.max_input);
+    // With what can be read only once as a file.
+    result_ptr hear(size_t worker, const recording_file &recording, const spooled_stream *stream) {
         struct worker_progress {
             progress_line *line;
             size_t worker;
@@ -203,7 +212,7 @@ private:
         const parley_status status = parley_diarize_file(
             diarizers_[worker].get(), stream ? stream->path().c_str() : recording.path.c_str(), &options_,
             report, &reported, &made);
-        const result_ptr result(made);
+        result_ptr result(made);
         if (status != PARLEY_OK && stream) {  // whose place in the system nobody knows
             parley_error failure(status);
             const std::string name = recording.path == "-" ? "standard input" : recording.path;
@@ -212,6 +221,42 @@ private:
         }
         check(status);
         if (stream) check(parley_result_rename(result.get(), recording.path.c_str()));
+        return result;
+    }
+
+    // From what an earlier run kept, if that was of the recording as it is now.
+    result_ptr find_again(size_t worker, const recording_file &recording) {
+        const std::string file = kept_file_of(a_.again, recording);
+        std::error_code ignored;
+        if (!fs::exists(path_of(file), ignored))
+            throw std::runtime_error(recording.path + ": nothing was kept of it: there is no " + file);
+        if (fs::last_write_time(path_of(recording.path), ignored) >
+            fs::last_write_time(path_of(file), ignored))
+            throw std::runtime_error(recording.path + ": has changed since " + file + " was kept");
+        const std::string bytes = read_text(file);
+        parley_result *made = nullptr;
+        check(parley_read_embeddings(diarizers_[worker].get(), bytes.data(), bytes.size(),
+                                     recording.path.c_str(), &options_, &made));
+        return result_ptr(made);
+    }
+
+    void keep(const parley_result *result, const recording_file &recording) const {
+        char *bytes = nullptr;
+        size_t size = 0;
+        check(parley_write_embeddings(result, &bytes, &size));
+        const text_ptr owned(bytes);
+        const std::string path = kept_file_of(a_.keep, recording);
+        fs::create_directories(fs::absolute(path_of(path)).parent_path());
+        write_atomically(path, {bytes, size});
+    }
+
+    // What goes to standard output; nothing with an output folder.
+    std::string diarize(size_t worker, const recording_file &recording) {
+        std::optional<spooled_stream> stream;  // pages take the sound from there
+        if (is_stream(recording.path)) stream.emplace(recording.path, a_.max_input);
+        const result_ptr result = a_.again.empty() ? hear(worker, recording, stream ? &*stream : nullptr)
+                                                   : find_again(worker, recording);
+        if (!a_.keep.empty()) keep(result.get(), recording);
         name_known(result.get(), voices_, 0);
         {
             const std::lock_guard lock(mutex_);
@@ -286,6 +331,11 @@ std::vector<const parley_format *> check_arguments(const CLI::App &app, const ar
     const std::vector<const parley_format *> formats = formats_named(a.formats);
     if (a.output_dir.empty() && formats.size() > 1)
         throw CLI::ValidationError("several formats need --output-dir");
+    constexpr int32_t SPLIT = 1;
+    if (a.options.get()->channels == SPLIT && !(a.keep.empty() && a.again.empty()))
+        throw CLI::ValidationError("--keep and --again go without --channels split");
+    if (!a.again.empty() && std::ranges::any_of(a.files, is_stream))
+        throw CLI::ValidationError("--again takes recordings that are files");
     if (a.output_dir.empty() && a.resume) throw CLI::ValidationError("--resume needs --output-dir");
     return formats;
 }
@@ -319,7 +369,7 @@ int run(const CLI::App &app, arguments *a) {
         throw CLI::ValidationError(std::string("several recordings cannot be one ") + formats.front()->name +
                                    ": -o DIR writes a file for each");
     }
-    if (!a->output_dir.empty()) check_outputs(recordings);
+    if (!(a->output_dir.empty() && a->keep.empty() && a->again.empty())) check_outputs(recordings);
     if (!a->output_dir.empty()) settle_output_file(recordings.size(), a, &formats);
     if (a->model.empty()) a->model = find_model();
     std::FILE *out = take_standard_output();

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 #include <system_error>
 
 namespace parley {
@@ -85,9 +86,10 @@ std::string read_text(const std::string &path) {
     if (path == "-") return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
     std::ifstream file(file_at(path), std::ios::binary);
     if (!file) throw std::runtime_error(path + ": cannot be opened");
-    std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream text;
+    text << file.rdbuf();
     if (file.bad()) throw std::runtime_error(path + ": cannot be read");
-    return text;
+    return std::move(text).str();
 }
 
 void write_atomically(const std::string &path, const std::string &content) {
