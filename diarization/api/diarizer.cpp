@@ -362,7 +362,6 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
     }
     take_sound(samples, waveform, &result);
     result.kept = std::make_shared<kept_embeddings>(engine_.embed(&samples, path, progress));
-    return_free_memory();
     find_again(result.kept.get(), options, progress, &result);
     if (options.keep_embeddings == 0) result.kept.reset();
     return result;

@@ -68,6 +68,7 @@ int run_command(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     try {
+        return_large_blocks();
         prepare_streams();
         parley::remove_parts_on_signals();
         return parley::run_command(argc, argv);

@@ -185,9 +185,9 @@ bool wait_for_bytes(int file, int milliseconds) {
     return poll(&asked, 1, milliseconds) > 0;
 }
 
-void return_free_memory() {
+void return_large_blocks() {
 #if defined(__GLIBC__)
-    (void) malloc_trim(0);
+    (void) mallopt(M_MMAP_THRESHOLD, 1 << 18);  // which stays there, once it is said
 #endif
 }
 

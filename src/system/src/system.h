@@ -109,8 +109,9 @@ bool write_all(int file, const void *data, size_t size);
 // Whether there is something to read, or an end, within so many milliseconds (-1: as long as it takes).
 bool wait_for_bytes(int file, int milliseconds);
 
-// Hands memory that is free to the system where its allocator would keep it for later.
-void return_free_memory();
+// From now on the allocator gives large blocks back to the system as soon as they are free, where it would
+// keep them for later. It holds for the whole program.
+void return_large_blocks();
 
 // The file that this code was loaded from: a dynamic library, or the program; "" where nobody knows.
 std::string library_path();

@@ -239,7 +239,7 @@ bool wait_for_bytes(int file, int milliseconds) {
     }
 }
 
-void return_free_memory() {}
+void return_large_blocks() {}
 
 std::string library_path() {
     HMODULE own = nullptr;
