@@ -15,29 +15,30 @@ constexpr double CHANGE_COST = 3;  // in cosines of frames
 constexpr int32_t SHORTEST_SPEAKER = 31, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
 constexpr int32_t SHORT_SPEECH = 12;                                      // frames, 0.4 s
 
-// Products of frames with every state's centroid, for as many frames at once as memory should hold.
+// Products of frames with every state's centroid, of as many frames at once as caches hold and threads want.
 class products {
 public:
-    products(const frames &embeddings, const std::vector<const float *> &means)
+    products(const frames &embeddings, const std::vector<const float *> &means, int num_threads)
         : all_(embeddings),
           means_(means, embeddings.size),
-          num_rows_(std::max(PART, MAX_VALUES / static_cast<int32_t>(means_.width()) / PART * PART)),
+          num_threads_(num_threads),
+          num_rows_(num_threads > 1 ? num_threads * PARTS_A_THREAD * PART : PART),
           values_(static_cast<size_t>(std::min(num_rows_, embeddings.count)) * means_.width()) {}
 
     // Of a frame; rising from 0.
-    const float *of(int32_t frame, int num_threads) {
+    const float *of(int32_t frame) {
         if (frame % num_rows_ == 0) {
             first_ = frame;
             const int32_t num_parts = (std::min(num_rows_, all_.count - frame) - 1) / PART + 1;
-            (void) zx_parallel_run(num_threads, num_parts, {compute_part, this}, nullptr);
+            (void) zx_parallel_run(num_threads_, num_parts, {compute_part, this}, nullptr);
         }
         return &values_[static_cast<size_t>(frame - first_) * means_.width()];
     }
 
 private:
-    static constexpr int32_t PART = 1024;           // frames that a thread does at once
-    static constexpr int32_t AT_ONCE = 16;          // that are multiplied at once
-    static constexpr int32_t MAX_VALUES = 1 << 20;  // that are held
+    static constexpr int32_t PART = 1024;         // frames that a thread does at once
+    static constexpr int32_t PARTS_A_THREAD = 4;  // before all wait for each other
+    static constexpr int32_t AT_ONCE = 16;        // frames that are multiplied at once
 
     static zx_status_t compute_part(void *context, int32_t, int32_t part) {
         auto *self = static_cast<products *>(context);
@@ -55,6 +56,7 @@ private:
 
     const frames &all_;
     packed_vectors means_;
+    int num_threads_;
     int32_t num_rows_;  // that are held, from first_ on
     std::vector<float> values_;
     int32_t first_ = 0;
@@ -77,14 +79,14 @@ size_t index_of_highest(const std::vector<double> &values) {
 std::vector<uint16_t> best_path(const frames &embeddings, const std::vector<const float *> &means,
                                 const resegmentation_options &options) {
     const size_t num_states = means.size();
-    products cosines(embeddings, means);
+    products cosines(embeddings, means, options.num_threads);
     const auto count = static_cast<size_t>(embeddings.count);
     std::vector<double> best(num_states);
     // The best state before each frame, where its stretch began, and where each state's stretch began.
     std::vector<uint16_t> from(count);
     std::vector<int64_t> first_of_from(count), first(num_states);
     for (size_t t = 0; t < count; t++) {
-        const float *scores = cosines.of(static_cast<int32_t>(t), options.num_threads);
+        const float *scores = cosines.of(static_cast<int32_t>(t));
         const size_t before = index_of_highest(best);
         const double moved = t > 0 ? best[before] - CHANGE_COST / options.frames_a_row : -1;
         from[t] = static_cast<uint16_t>(before);
