@@ -71,7 +71,9 @@ size_t index_of_highest(const std::vector<double> &values) {
         for (size_t k = 0; k < highest.size(); k++) highest[k] = std::max(highest[k], values[i + k]);
     for (; i < values.size(); i++) highest[0] = std::max(highest[0], values[i]);
     const double value = *std::max_element(highest.begin(), highest.end());
-    return static_cast<size_t>(std::find(values.begin(), values.end(), value) - values.begin());
+    const auto place =
+        std::find(values.begin(), values.end() - 1, value);  // the last, where none is a number
+    return static_cast<size_t>(place - values.begin());
 }
 
 // The best path: for each frame the index of its state, whose centroids are the rows of `means`,
