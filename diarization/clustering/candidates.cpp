@@ -50,7 +50,7 @@ distance_matrix distances_of(const speech_windows &windows) {
     std::vector<const float *> rows(n);
     for (size_t i = 0; i < n; i++) rows[i] = windows.at(i);
     const packed_vectors packed(rows, windows.size);
-    constexpr size_t AT_ONCE = 16;
+    constexpr size_t AT_ONCE = packed_vectors::AT_ONCE;
     std::vector<float> cosines(AT_ONCE * packed.width());
     for (size_t i = 0; i < n; i++) {
         const size_t row = i % AT_ONCE;

@@ -16,7 +16,8 @@ public:
     size_t width() const { return width_; }
 
     // Each row (size values) times each vector, `width` products a row, with sums in order of the
-    // dimensions. Several rows at once take less time each.
+    // dimensions. Several rows at once take less time each, up to AT_ONCE.
+    static constexpr int32_t AT_ONCE = 16;
     void multiply(std::span<const float *const> rows, float *products) const;
     void multiply(const float *row, float *products) const { multiply({&row, 1}, products); }
 

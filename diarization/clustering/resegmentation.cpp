@@ -38,7 +38,7 @@ public:
 private:
     static constexpr int32_t PART = 1024;         // frames that a thread does at once
     static constexpr int32_t PARTS_A_THREAD = 4;  // before all wait for each other
-    static constexpr int32_t AT_ONCE = 16;        // frames that are multiplied at once
+    static constexpr int32_t AT_ONCE = packed_vectors::AT_ONCE;
 
     static zx_status_t compute_part(void *context, int32_t, int32_t part) {
         auto *self = static_cast<products *>(context);

@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr int32_t PART = 1024;              // frames that a thread does at once
-constexpr int32_t HOP = 4;                  // frames for which one stands
-constexpr size_t AT_ONCE = 16;              // of these, that are computed at once
+constexpr int32_t PART = 1024;  // frames that a thread does at once
+constexpr int32_t HOP = 4;      // frames for which one stands
+constexpr size_t AT_ONCE = packed_vectors::AT_ONCE;
 constexpr double SPEECH_CHANGE_COST = 150;  // log odds
 // Log odds from which a frame counts ten-fold, so that one word is heard in minutes of silence.
 constexpr double EVIDENT = 3.5, EVIDENT_WEIGHT = 10;

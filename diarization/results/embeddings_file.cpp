@@ -26,18 +26,20 @@ void put_floats(const float *values, size_t count, std::string *bytes) {
 std::string write_embeddings(const std::string &model, int64_t num_samples,
                              const std::vector<float> &waveform, const frames &rows) {
     const auto size = static_cast<size_t>(rows.size);
-    std::string body;
-    body.reserve(64 + model.size() +
-                 sizeof(float) * (waveform.size() + size * static_cast<size_t>(rows.count)));
-    put(static_cast<uint64_t>(num_samples), &body);
-    for (const size_t count : {model.size(), waveform.size(), static_cast<size_t>(rows.count), size})
-        put(static_cast<uint32_t>(count), &body);
-    body += model;
-    put_floats(waveform.data(), waveform.size(), &body);
-    for (int32_t f = 0; f < rows.count; f++) put_floats(rows.at(f), size, &body);
     std::string bytes(FORMAT);
-    put(hash_of(body), &bytes);
-    return bytes + body;
+    bytes.reserve(64 + model.size() +
+                  sizeof(float) * (waveform.size() + size * static_cast<size_t>(rows.count)));
+    put(uint64_t{0}, &bytes);  // the hash of what follows
+    const size_t begin = bytes.size();
+    put(static_cast<uint64_t>(num_samples), &bytes);
+    for (const size_t count : {model.size(), waveform.size(), static_cast<size_t>(rows.count), size})
+        put(static_cast<uint32_t>(count), &bytes);
+    bytes += model;
+    put_floats(waveform.data(), waveform.size(), &bytes);
+    for (int32_t f = 0; f < rows.count; f++) put_floats(rows.at(f), size, &bytes);
+    std::string hash;
+    put(hash_of(std::string_view(bytes).substr(begin)), &hash);
+    return bytes.replace(FORMAT.size(), hash.size(), hash);
 }
 
 recording_embeddings read_embeddings(std::string_view bytes, const std::string &name) {

@@ -101,6 +101,10 @@ std::string file_of(const arguments &a, const recording_file &recording, const p
     return text_of(path_of(a.output_dir) / path_of(recording.output + format.extension));
 }
 
+void make_folder_of(const std::string &file) {
+    fs::create_directories(fs::absolute(path_of(file)).parent_path());
+}
+
 std::string kept_file_of(const std::string &folder, const recording_file &recording) {
     return text_of(path_of(folder) / path_of(recording.output + ".embeddings"));
 }
@@ -246,7 +250,7 @@ private:
         check(parley_write_embeddings(result, &bytes, &size));
         const text_ptr owned(bytes);
         const std::string path = kept_file_of(a_.keep, recording);
-        fs::create_directories(fs::absolute(path_of(path)).parent_path());
+        make_folder_of(path);
         write_atomically(path, {bytes, size});
     }
 
@@ -274,7 +278,7 @@ private:
         }
         for (const parley_format *format : formats_) {
             const std::string path = file_of(a_, recording, *format);
-            fs::create_directories(fs::absolute(path_of(path)).parent_path());
+            make_folder_of(path);
             if (refers_to_audio(*format))
                 link_audio(is_page(*format) ? a_.audio : "link", recording.path, path, result.get());
             write_atomically(path, write(result.get(), format->name, {0, 0}));

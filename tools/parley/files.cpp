@@ -92,7 +92,7 @@ std::string read_text(const std::string &path) {
     return std::move(text).str();
 }
 
-void write_atomically(const std::string &path, const std::string &content) {
+void write_atomically(const std::string &path, std::string_view content) {
     const std::filesystem::path target = path_of(path);
     static std::atomic<int> number = 0;  // names of 255 bytes leave no room for more
     const std::filesystem::path part =

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "system.h"
 
@@ -17,7 +18,7 @@ namespace parley {
 std::string read_text(const std::string &path);
 
 // Writes a file so that it is there whole or not at all. Throws std::system_error.
-void write_atomically(const std::string &path, const std::string &content);
+void write_atomically(const std::string &path, std::string_view content);
 
 // From now on a signal that ends the program takes files with it that are only half there.
 void remove_parts_on_signals();
