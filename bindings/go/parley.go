@@ -65,12 +65,18 @@ func call(function func() C.parley_status) error {
 // Version is the library's, such as "1.0.0".
 func Version() string { return C.GoString(C.parley_version()) }
 
-// texts are copies of strings for C, and their release.
+// texts are copies of strings and bytes for C, and their release.
 type texts []unsafe.Pointer
 
 func (t *texts) add(text string) *C.char {
 	copied := C.CString(text)
 	*t = append(*t, unsafe.Pointer(copied))
+	return copied
+}
+
+func (t *texts) addBytes(bytes []byte) unsafe.Pointer {
+	copied := C.CBytes(bytes)
+	*t = append(*t, copied)
 	return copied
 }
 
@@ -209,9 +215,7 @@ func (d *Diarizer) Diarize(ctx context.Context, file io.Reader, name string, opt
 	}
 	var made *C.parley_result
 	err = d.watched(ctx, options, func(kept *texts, o *C.parley_options, context unsafe.Pointer) C.parley_status {
-		bytes := C.CBytes(content)
-		*kept = append(*kept, bytes)
-		return C.parley_diarize_memory(d.handle, bytes, C.size_t(len(content)), kept.add(name), o, report, context, &made)
+		return C.parley_diarize_memory(d.handle, kept.addBytes(content), C.size_t(len(content)), kept.add(name), o, report, context, &made)
 	})
 	return taken(made, err)
 }
@@ -252,6 +256,16 @@ func (d *Diarizer) Recluster(result *Result, options ...Option) (*Result, error)
 		return C.parley_recluster(d.handle, result.handle, o, &made)
 	})
 	runtime.KeepAlive(result)
+	return taken(made, err)
+}
+
+// ReadEmbeddings is Recluster of what Result.WriteEmbeddings gave; name is the recording's.
+func (d *Diarizer) ReadEmbeddings(embeddings []byte, name string, options ...Option) (*Result, error) {
+	var made *C.parley_result
+	err := d.watched(context.Background(), options, func(kept *texts, o *C.parley_options, _ unsafe.Pointer) C.parley_status {
+		bytes := (*C.char)(kept.addBytes(embeddings))
+		return C.parley_read_embeddings(d.handle, bytes, C.size_t(len(embeddings)), kept.add(name), o, &made)
+	})
 	return taken(made, err)
 }
 

@@ -224,6 +224,7 @@ func TestAnotherNumberOfSpeakersTakesNoOtherPass(t *testing.T) {
 	d := open(t)
 	r := diarize(t, d, WithKeepEmbeddings(true))
 	two, err := d.Recluster(r, WithSpeakers(2))
+	kept, _ := r.WriteEmbeddings()
 	r.Close() // what both share stays
 	if err != nil || len(two.Speakers) != 2 {
 		t.Fatal(err)
@@ -231,6 +232,11 @@ func TestAnotherNumberOfSpeakersTakesNoOtherPass(t *testing.T) {
 	if again, err := d.Recluster(two); err != nil || len(again.Speakers) != 3 {
 		t.Error(err)
 	}
+	if again, err := d.ReadEmbeddings(kept, "three-voices.wav", WithSpeakers(2)); err != nil || !reflect.DeepEqual(again.Segments, two.Segments) {
+		t.Error(err)
+	}
+	_, err = d.ReadEmbeddings(nil, "")
+	expectStatus(t, err, Invalid)
 }
 
 func TestKnownVoicesGetTheirNames(t *testing.T) {

@@ -91,26 +91,34 @@ func (r *Result) run(function func(*texts) C.parley_status) error {
 	return withTexts(function)
 }
 
-// Write returns the result in one of Formats, byte for byte what the command line tool writes.
-func (r *Result) Write(format string) ([]byte, error) {
+// The bytes of the block that a call makes.
+func (r *Result) bytes(write func(kept *texts, block **C.char, size *C.size_t) C.parley_status) ([]byte, error) {
 	var block *C.char
 	var size C.size_t
-	err := r.run(func(kept *texts) C.parley_status {
-		return C.parley_write_text(r.handle, kept.add(format), &block, &size)
-	})
+	err := r.run(func(kept *texts) C.parley_status { return write(kept, &block, &size) })
 	defer C.parley_free(unsafe.Pointer(block))
 	return C.GoBytes(unsafe.Pointer(block), C.int(size)), err
 }
 
+// Write returns the result in one of Formats, byte for byte what the command line tool writes.
+func (r *Result) Write(format string) ([]byte, error) {
+	return r.bytes(func(kept *texts, block **C.char, size *C.size_t) C.parley_status {
+		return C.parley_write_text(r.handle, kept.add(format), block, size)
+	})
+}
+
 // WriteWords returns the words in one of TranscriptFormats.
 func (r *Result) WriteWords(format string) ([]byte, error) {
-	var block *C.char
-	var size C.size_t
-	err := r.run(func(kept *texts) C.parley_status {
-		return C.parley_write_words(r.handle, kept.add(format), &block, &size)
+	return r.bytes(func(kept *texts, block **C.char, size *C.size_t) C.parley_status {
+		return C.parley_write_words(r.handle, kept.add(format), block, size)
 	})
-	defer C.parley_free(unsafe.Pointer(block))
-	return C.GoBytes(unsafe.Pointer(block), C.int(size)), err
+}
+
+// WriteEmbeddings returns what Diarizer.ReadEmbeddings takes, of a result that has kept its embeddings: 8 kB for each second.
+func (r *Result) WriteEmbeddings() ([]byte, error) {
+	return r.bytes(func(_ *texts, block **C.char, size *C.size_t) C.parley_status {
+		return C.parley_write_embeddings(r.handle, block, size)
+	})
 }
 
 // AddWords adds a transcript, each word with its speaker: JSON of recognizers, TSV, WebVTT, SRT or CTM. Words outside of all segments are

@@ -75,6 +75,11 @@ class Result {
     return new Result(this.#parley, await this.#parley.ask({ again: optionsOf(options), result: this.#number }));
   }
 
+  // What parley.readEmbeddings takes, 8 kB for each second, of a result made with keepEmbeddings.
+  async writeEmbeddings() {
+    return (await this.#parley.ask({ keep: true, result: this.#number })).bytes;
+  }
+
   // Releases what the worker keeps of it.
   close() {
     this.#parley.send({ release: this.#number });
@@ -211,6 +216,11 @@ export class Client {
   // the text of its file.
   async read(text, name = "result") {
     return new Result(this, await this.ask({ read: text, name }));
+  }
+
+  // The recording of which a result wrote its embeddings, with other options (numSpeakers, sensitivity, names ...), without another pass.
+  async readEmbeddings(embeddings, { name = "recording", voices, ...options } = {}) {
+    return named(new Result(this, await this.ask({ embeddings, name, options: optionsOf(options) })), voices);
   }
 
   // Begins to listen to samples that will come.

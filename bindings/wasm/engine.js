@@ -2,7 +2,7 @@
 // The engine behind messages, in a thread of its own, so that pages stay responsive. Messages in: {open: bytes of the model},
 // {id, samples: Int16Array, channels, rate, name, options: [[name, text]]}, {id, file: File, name, options},
 // {id, write: format, result}, {id, again: options, result}, {release: result}; {id, words: {transcript, reach, byTime}, result},
-// {id, transcript: format, result}, {id, read: text, name};
+// {id, transcript: format, result}, {id, read: text, name}; {id, keep: true, result}, {id, embeddings: Uint8Array, name, options};
 // while it is recorded {id, listen: {channels, rate, name, options}}, {id, feed: Int16Array, session}, {id, update: share, session},
 // {id, end: session}, {leave: session}; known voices {id, name: voices, result}, {id, remember: {voices, name, speaker}, result}.
 // Messages out: {opened: formats, transcripts: formats}, {id, progress}, {id, result, ...}, {id, result: 0} for nothing new, {id, session}, {id, bytes},
@@ -168,6 +168,21 @@ function again({ result, again: options }) {
   });
 }
 
+// The same from what a result has kept, as bytes.
+function readEmbeddings({ embeddings, name, options }) {
+  const bytes = core._malloc(embeddings.length + 1);
+  if (!bytes) throw new Error("there is not enough memory");
+  try {
+    core.HEAPU8.set(embeddings, bytes);
+    return withOptions(name, options, (recording, record, out) => {
+      check(core._parley_read_embeddings(diarizer, bytes, embeddings.length, recording, record, out));
+      return kept(core.HEAP32[out >> 2]);
+    });
+  } finally {
+    core._free(bytes);
+  }
+}
+
 // ---- While it is recorded
 
 function listen({ channels, rate, name, options }) {
@@ -202,12 +217,12 @@ function leave(number) {
   sessions.delete(number);
 }
 
-// `call`: parley_write_text or parley_write_words.
-function write(call, number, format) {
+// The bytes that `call` writes of a result.
+function written(number, call) {
   const result = resultOf(number);
   const out = core._malloc(8);
   try {
-    withTexts([format], (name) => check(call(result, name, out, out + 4)));
+    check(call(result, out, out + 4));
     const [address, size] = core.HEAPU32.subarray(out >> 2, (out >> 2) + 2);
     const bytes = core.HEAPU8.slice(address, address + size);
     core._parley_free(address);
@@ -215,6 +230,11 @@ function write(call, number, format) {
   } finally {
     core._free(out);
   }
+}
+
+// `call`: parley_write_text or parley_write_words.
+function formatted(number, call, format) {
+  return withTexts([format], (name) => written(number, (result, block, size) => call(result, name, block, size)));
 }
 
 function addWords(number, { transcript, reach, byTime }) {
@@ -283,9 +303,13 @@ export async function serve(data, post, module = {}) {
       post({ id: data.id, ...again(data) });
     } else if (data.remember) {
       post({ id: data.id, ...remember(data.result, data.remember) });
-    } else if (data.write || data.transcript) {
-      const bytes = data.write ? write(core._parley_write_text, data.result, data.write) : write(core._parley_write_words, data.result, data.transcript);
+    } else if (data.write || data.transcript || data.keep) {
+      const bytes = data.keep ? written(data.result, core._parley_write_embeddings)
+        : data.write ? formatted(data.result, core._parley_write_text, data.write)
+        : formatted(data.result, core._parley_write_words, data.transcript);
       post({ id: data.id, bytes }, [bytes.buffer]);
+    } else if (data.embeddings) {
+      post({ id: data.id, ...readEmbeddings(data) });
     } else if (data.words) {
       post({ id: data.id, ...addWords(data.result, data.words) });
     } else if (data.read !== undefined) {

@@ -102,6 +102,8 @@ export interface Result {
   transcript(format?: string): Promise<Uint8Array>;
   /** The same recording with other options, without another pass; the result was made with keepEmbeddings. */
   again(options?: Options): Promise<Result>;
+  /** What readEmbeddings takes, 8 kB for each second; the result was made with keepEmbeddings. */
+  writeEmbeddings(): Promise<Uint8Array>;
   /** Gives known people their names; the text of a file of voices, as `parley voices` and remember write it. */
   nameVoices(voices: string): Promise<void>;
   /** The voices with a sample of that name added: the speaker of that index, between two times, in seconds, of a result made with
@@ -141,6 +143,8 @@ export declare class Parley {
   transcribe(path: string, command: string[], options?: Options & WordOptions): Promise<Result>;
   /** A result that was written earlier, and maybe corrected: JSON, RTTM, CSV, EAF, TextGrid, SRT, WebVTT with voices, Audacity labels. */
   read(text: string, name?: string): Promise<Result>;
+  /** The recording of which a result wrote its embeddings, with other options, without another pass. */
+  readEmbeddings(embeddings: Uint8Array, options?: Options): Promise<Result>;
   /** Begins to listen to samples that will come. */
   listen(options?: Options): Promise<Session>;
   /** Ends the worker. */

@@ -120,8 +120,9 @@ const refusals = ["missing.wav", "main.js"].map((path) => parley.diarize(path).c
 console.error((await Promise.all(refusals)).join("\\n"));
 const kept = await parley.diarize("recording.wav", { keepEmbeddings: true });
 const two = await kept.again({ numSpeakers: 2 });
+const later = await parley.readEmbeddings(await kept.writeEmbeddings(), { name: "recording.wav", numSpeakers: 2 });
 const asked = await parley.diarize("recording.wav", { numSpeakers: 2 });
-console.error(two.speakers.length, await two.text("rttm") === await asked.text("rttm"));
+console.error(two.speakers.length, await two.text("rttm") === await asked.text("rttm"), await later.text("rttm") === await asked.text("rttm"));
 let voices = await kept.remember("Ann", 1);
 const first = kept.segments[0];
 voices = await kept.remember("Bob", 0, voices, first);
@@ -141,7 +142,7 @@ parley.close();
                              check=True, env={**os.environ, "PATH": "/nonexistent"})
         self.assertEqual(ran.stdout, self.expected)
         missing, unread, again, remembered, known, spoken, refused = ran.stderr.strip().splitlines()
-        self.assertEqual(again, "2 true")
+        self.assertEqual(again, "2 true true")
         self.assertRegex(remembered, r"^Ann [0-9.]+,Bob ([0-9.]+) \1$")
         self.assertTrue(known.startswith("Bob,Ann,"), known)
         self.assertEqual(spoken, "1 rding.wav Ann,1 rding.wav Ann recording 1 Ann 1.000 2.000 rding.wav")

@@ -53,15 +53,20 @@ def test_segments_are_those_of_the_tool(expected):
     assert [names.index(s["speaker"]) + 1 for s in segments] == [s.speaker for s in expected]
 
 
-def test_another_number_without_another_pass(diarizer, expected):
+def test_another_number_without_another_pass(diarizer, expected, tmp_path):
     kept = diarizer.diarize(RECORDING, keep_embeddings=True)
     assert kept == expected
     for number in (2, 4):
         assert diarizer.recluster(kept, num_speakers=number) == diarizer.diarize(RECORDING, num_speakers=number)
+    kept.write_embeddings(tmp_path / "kept")
+    again = diarizer.read_embeddings(tmp_path / "kept", RECORDING, num_speakers=2)
+    assert again.to_rttm() == diarizer.diarize(RECORDING, num_speakers=2).to_rttm()
     renamed = diarizer.recluster(kept, names=["Ann", "Ben"])
     assert renamed == expected and [renamed.names[1], renamed.names[2]] == ["Ann", "Ben"]
     with pytest.raises(parley.ParleyError, match="kept"):
         diarizer.recluster(expected, num_speakers=2)
+    with pytest.raises(parley.ParleyError, match="kept"):
+        expected.write_embeddings(tmp_path / "none")
 
 
 @pytest.mark.parametrize("rate", [0, -1, -44100])

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import os
+import pathlib
 import threading
 from ctypes import POINTER, byref, c_char_p, c_int16, c_void_p, sizeof
 from typing import IO, Any, Callable, Dict, Iterable, Iterator, Optional, Sequence, Tuple, Union
@@ -74,6 +75,10 @@ class _Options:
                 value = ",".join(map(str, value))
             self.texts.append(str(value).encode())
             check(library.parley_options_set(self.record, name.encode(), self.texts[-1]))
+
+
+def _asked_again(num_speakers: Optional[int], options: Dict[str, Any]) -> _Options:
+    return _Options({"speakers": num_speakers, **{name.replace("_", "-"): value for name, value in options.items()}})
 
 
 class Diarizer:
@@ -160,12 +165,19 @@ class Diarizer:
         result: of diarize(..., keep_embeddings=True), by a diarizer with the same model.
         num_speakers, voices and options: min_speakers, max_speakers, names, sensitivity and so on, as of diarize.
         """
-        asked = _Options({"speakers": num_speakers, **{name.replace("_", "-"): value for name, value in options.items()}})
-        again = c_void_p()
-        with self._lock:
-            self._check_open()
-            check(library.parley_recluster(self._object, result._address(), asked.record, byref(again)))
-        return Diarization._take(again, voices)
+        asked = _asked_again(num_speakers, options)
+        return self._ask(voices, library.parley_recluster, self._object, result._address(), asked.record)
+
+    def read_embeddings(self, path: Union[str, "os.PathLike[str]"], recording: Union[str, "os.PathLike[str]"] = "", *,
+                        num_speakers: Optional[int] = None, voices: Optional[Voices] = None, **options: Any) -> Diarization:
+        """recluster() of a file that Diarization.write_embeddings wrote.
+
+        recording: the path of the audio, which is not read: formats name it.
+        num_speakers, voices and options: as of recluster.
+        """
+        data = pathlib.Path(path).read_bytes()
+        name, asked = os.fsencode(os.fspath(recording)), _asked_again(num_speakers, options)
+        return self._ask(voices, library.parley_read_embeddings, self._object, data, len(data), name, asked.record)
 
     def transcribe(self, path: Union[str, "os.PathLike[str]"], recognizer: str = "pocketsphinx", arguments: Sequence[str] = (), *,
                    result: Optional[Diarization] = None, time_limit: float = 0, by_turn: bool = False, by_time: bool = False,

@@ -97,6 +97,8 @@ def _load() -> ctypes.CDLL:
         ("parley_session_end", c_int32, [c_void_p, handle]),
         ("parley_session_delete", None, [c_void_p]),
         ("parley_recluster", c_int32, [c_void_p, c_void_p, c_void_p, handle]),
+        ("parley_write_embeddings", c_int32, [c_void_p, text, size]),
+        ("parley_read_embeddings", c_int32, [c_void_p, c_char_p, c_size_t, c_char_p, c_void_p, handle]),
         ("parley_result_delete", None, [c_void_p]),
         ("parley_result_duration", c_double, [c_void_p]),
         ("parley_result_num_segments", c_int32, [c_void_p]),

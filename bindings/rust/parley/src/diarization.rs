@@ -115,6 +115,14 @@ impl Diarization {
         self.written(format, sys::parley_write_words)
     }
 
+    /// What [`Diarizer::read_embeddings`](crate::Diarizer::read_embeddings) takes, of a result that has kept its embeddings: 8 kB for
+    /// each second.
+    pub fn write_embeddings(&self) -> Result<Vec<u8>> {
+        let (mut block, mut size) = (null_mut(), 0);
+        check(unsafe { sys::parley_write_embeddings(self.address(), &mut block, &mut size) })?;
+        Ok(unsafe { taken(block, size) })
+    }
+
     /// Adds a transcript, each word with its speaker: JSON of recognizers, TSV, WebVTT, SRT or CTM. Words outside of all segments
     /// are the nearest's as far as `reach` seconds away.
     pub fn add_words(&mut self, transcript: &str, reach: f64) -> Result<()> {

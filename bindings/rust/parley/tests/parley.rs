@@ -160,7 +160,12 @@ fn samples_are_heard_as_they_come() {
 #[test]
 fn another_number_of_speakers_takes_no_other_pass() {
     let (mut diarizer, result) = diarize(&Options::new().keep_embeddings(true));
-    let again = diarizer.recluster(&result, &Options::new().speakers(2)).unwrap();
+    let two = Options::new().speakers(2);
+    let again = diarizer.recluster(&result, &two).unwrap();
+    let kept = result.write_embeddings().unwrap();
+    let from_bytes = diarizer.read_embeddings(&kept, "three-voices.wav", &two).unwrap();
+    assert_eq!(from_bytes.text("csv").unwrap(), again.text("csv").unwrap());
+    assert!(diarizer.read_embeddings(&kept[1..], "", &two).is_err());
     drop(result); // what both share stays
     assert_eq!(diarizer.recluster(&again, &Options::new()).unwrap().speakers().len(), 3);
 }

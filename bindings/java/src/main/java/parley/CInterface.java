@@ -90,7 +90,7 @@ interface CInterface extends Library {
     void parley_session_delete(Pointer session);
     int parley_recluster(Pointer diarizer, Pointer result, Pointer options, PointerByReference again);
     int parley_write_embeddings(Pointer result, PointerByReference bytes, Pointer size);
-    int parley_read_embeddings(Pointer diarizer, String bytes, SizeT size, String path, Pointer options, PointerByReference result);
+    int parley_read_embeddings(Pointer diarizer, byte[] bytes, SizeT size, String path, Pointer options, PointerByReference result);
     void parley_result_delete(Pointer result);
     double parley_result_duration(Pointer result);
     int parley_result_num_segments(Pointer result);

@@ -160,6 +160,21 @@ public final class Diarizer extends Parley.Handle {
     }
 
     /**
+     * Gives a recording of which {@link Result#writeEmbeddings} was kept with other options: without another pass.
+     *
+     * @param embeddings what was kept
+     * @param name the recording's, which is not read
+     * @param options what is asked for
+     * @return another result
+     */
+    public Result readEmbeddings(byte[] embeddings, String name, Options options) {
+        Parley.Record record = new Parley.Record(options);
+        CInterface.SizeT size = new CInterface.SizeT(embeddings.length);
+        return new Result(with(d -> record.with(
+                o -> Parley.made(made -> Parley.C.parley_read_embeddings(d, embeddings, size, name, o, made)))));
+    }
+
+    /**
      * Begins to listen to samples that will come.
      *
      * @param channels of the samples

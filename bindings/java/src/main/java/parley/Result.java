@@ -92,13 +92,13 @@ public final class Result extends Parley.Handle {
     }
 
     private interface Writer {
-        int write(Pointer result, String format, PointerByReference text, Pointer size);
+        int write(Pointer result, PointerByReference block, Pointer size);
     }
 
-    private byte[] written(String format, Writer writer) {
+    private byte[] written(Writer writer) {
         return with(r -> {
             Memory size = new Memory(Native.SIZE_T_SIZE);
-            Pointer block = Parley.made(made -> writer.write(r, format, made, size));
+            Pointer block = Parley.made(made -> writer.write(r, made, size));
             try {
                 return block.getByteArray(0, (int) (Native.SIZE_T_SIZE == 8 ? size.getLong(0) : size.getInt(0)));
             } finally {
@@ -114,7 +114,7 @@ public final class Result extends Parley.Handle {
      * @return what a file of that format holds
      */
     public byte[] write(String format) {
-        return written(format, Parley.C::parley_write_text);
+        return written((r, block, size) -> Parley.C.parley_write_text(r, format, block, size));
     }
 
     /**
@@ -124,7 +124,16 @@ public final class Result extends Parley.Handle {
      * @return what a file of that format holds
      */
     public byte[] writeWords(String format) {
-        return written(format, Parley.C::parley_write_words);
+        return written((r, block, size) -> Parley.C.parley_write_words(r, format, block, size));
+    }
+
+    /**
+     * Gives what {@link Diarizer#readEmbeddings} takes, of a result that has kept its embeddings.
+     *
+     * @return 8 kB for each second
+     */
+    public byte[] writeEmbeddings() {
+        return written(Parley.C::parley_write_embeddings);
     }
 
     /**

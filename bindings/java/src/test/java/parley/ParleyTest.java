@@ -204,9 +204,13 @@ class ParleyTest {
         try (Diarizer diarizer = new Diarizer()) {
             Result result = diarize(diarizer, new Options().keepEmbeddings(true));
             Result two = diarizer.recluster(result, new Options().speakers(2));
+            byte[] kept = result.writeEmbeddings();
             result.close(); // what both share stays
             assertEquals(2, two.speakers().size());
             assertEquals(3, diarizer.recluster(two, new Options()).speakers().size());
+            Options asked = new Options().speakers(2);
+            assertEquals(two.segments(), diarizer.readEmbeddings(kept, "three-voices.wav", asked).segments());
+            fails(ParleyException.Status.INVALID, () -> diarizer.readEmbeddings(new byte[9], "", asked));
         }
     }
 
