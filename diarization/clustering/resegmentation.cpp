@@ -102,7 +102,7 @@ std::vector<uint16_t> best_path(const frames &embeddings, const std::vector<cons
     std::vector<uint16_t> path(count);
     auto state = static_cast<uint16_t>(index_of_highest(best));
     for (int64_t end = embeddings.count, start = first[state]; end > 0;) {
-        std::fill(path.begin() + start, path.begin() + end, state);
+        std::fill(path.data() + start, path.data() + end, state);
         state = from[static_cast<size_t>(start)];
         end = start;
         start = first_of_from[static_cast<size_t>(start)];

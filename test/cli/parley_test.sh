@@ -290,6 +290,8 @@ touch -d 2001-01-01 "$tmp/in/deep/3.wav"
 resumed 2
 resumed 16 --pad 0.1
 resumed 0 --pad 0.1 -j 1
+resumed 16 --pad 0.1 --keep "$tmp/resumed" # results are there, embeddings are not
+resumed 0 --pad 0.1 --keep "$tmp/resumed"
 
 # What was kept of a recording finds its speakers again, as the recording itself does; not once that has changed.
 again=("$tmp/in/deep/1.wav" "$tmp/second.wav")

@@ -109,6 +109,15 @@ std::string kept_file_of(const std::string &folder, const recording_file &record
     return text_of(path_of(folder) / path_of(recording.output + ".embeddings"));
 }
 
+// What keeps an earlier run's file from being about the recording as it is now, or "".
+std::string fault_of_kept(const std::string &file, const recording_file &recording) {
+    std::error_code ignored;
+    if (!fs::exists(path_of(file), ignored)) return "nothing was kept of it: there is no " + file;
+    if (fs::last_write_time(path_of(recording.path), ignored) > fs::last_write_time(path_of(file), ignored))
+        return "has changed since " + file + " was kept";
+    return "";
+}
+
 size_t num_threads(const parley_options &options) {
     return options.jobs > 0 ? static_cast<size_t>(options.jobs)
                             : std::clamp(std::thread::hardware_concurrency(), 1u, unsigned{PARLEY_MAX_JOBS});
@@ -195,7 +204,9 @@ private:
     }
 
     bool is_there(const recording_file &recording) const {
-        return a_.resume && std::ranges::all_of(formats_, [&](const parley_format *format) {
+        return a_.resume &&
+               (a_.keep.empty() || fault_of_kept(kept_file_of(a_.keep, recording), recording).empty()) &&
+               std::ranges::all_of(formats_, [&](const parley_format *format) {
                    return fs::exists(path_of(file_of(a_, recording, *format))) &&
                           log_.is_current(recording.output + format->extension, recording.path);
                });
@@ -228,15 +239,11 @@ private:
         return result;
     }
 
-    // From what an earlier run kept, if that was of the recording as it is now.
+    // From what an earlier run kept.
     result_ptr find_again(size_t worker, const recording_file &recording) {
         const std::string file = kept_file_of(a_.again, recording);
-        std::error_code ignored;
-        if (!fs::exists(path_of(file), ignored))
-            throw std::runtime_error(recording.path + ": nothing was kept of it: there is no " + file);
-        if (fs::last_write_time(path_of(recording.path), ignored) >
-            fs::last_write_time(path_of(file), ignored))
-            throw std::runtime_error(recording.path + ": has changed since " + file + " was kept");
+        if (const std::string fault = fault_of_kept(file, recording); !fault.empty())
+            throw std::runtime_error(recording.path + ": " + fault);
         const std::string bytes = read_text(file);
         parley_result *made = nullptr;
         check(parley_read_embeddings(diarizers_[worker].get(), bytes.data(), bytes.size(),
