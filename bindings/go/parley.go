@@ -263,7 +263,7 @@ func (d *Diarizer) Recluster(result *Result, options ...Option) (*Result, error)
 func (d *Diarizer) ReadEmbeddings(embeddings []byte, name string, options ...Option) (*Result, error) {
 	var made *C.parley_result
 	err := d.watched(context.Background(), options, func(kept *texts, o *C.parley_options, _ unsafe.Pointer) C.parley_status {
-		bytes := (*C.char)(kept.addBytes(embeddings))
+		bytes := kept.addBytes(embeddings)
 		return C.parley_read_embeddings(d.handle, bytes, C.size_t(len(embeddings)), kept.add(name), o, &made)
 	})
 	return taken(made, err)

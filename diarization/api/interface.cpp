@@ -301,15 +301,15 @@ parley_status parley_write_embeddings(const parley_result *result, char **bytes,
     });
 }
 
-parley_status parley_read_embeddings(parley_diarizer *diarizer, const char *bytes, size_t size,
+parley_status parley_read_embeddings(parley_diarizer *diarizer, const void *bytes, size_t size,
                                      const char *path, const parley_options *options,
                                      parley_result **result) {
     return guarded([&] {
         require(diarizer && bytes && path && result,
                 "a diarizer, embeddings, a path or the place for the result is missing");
         *result = nullptr;
-        *result =
-            new parley_result{diarizer->inner.recluster_file({bytes, size}, path, known_options(options))};
+        *result = new parley_result{diarizer->inner.recluster_file({static_cast<const char *>(bytes), size},
+                                                                   path, known_options(options))};
     });
 }
 

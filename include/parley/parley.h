@@ -253,7 +253,7 @@ PARLEY_API PARLEY_CHECKED parley_status parley_write_embeddings(const parley_res
 
 /* parley_recluster from such bytes. `path` names the recording, which is not read. PARLEY_INVALID as there,
  * and for bytes that are none or damaged. */
-PARLEY_API PARLEY_CHECKED parley_status parley_read_embeddings(parley_diarizer *diarizer, const char *bytes,
+PARLEY_API PARLEY_CHECKED parley_status parley_read_embeddings(parley_diarizer *diarizer, const void *bytes,
                                                                size_t size, const char *path,
                                                                const parley_options *options,
                                                                parley_result **result);

@@ -178,7 +178,7 @@ extern "C" {
     pub fn parley_session_delete(session: *mut parley_session);
     pub fn parley_recluster(diarizer: *mut parley_diarizer, result: *const parley_result, options: *const parley_options, again: *mut *mut parley_result) -> parley_status;
     pub fn parley_write_embeddings(result: *const parley_result, bytes: *mut *mut c_char, size: *mut usize) -> parley_status;
-    pub fn parley_read_embeddings(diarizer: *mut parley_diarizer, bytes: *const c_char, size: usize, path: *const c_char, options: *const parley_options, result: *mut *mut parley_result) -> parley_status;
+    pub fn parley_read_embeddings(diarizer: *mut parley_diarizer, bytes: *const c_void, size: usize, path: *const c_char, options: *const parley_options, result: *mut *mut parley_result) -> parley_status;
     pub fn parley_result_delete(result: *mut parley_result);
     pub fn parley_result_duration(result: *const parley_result) -> f64;
     pub fn parley_result_num_segments(result: *const parley_result) -> i32;

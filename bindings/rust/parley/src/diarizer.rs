@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //! A model at work: on recordings, and on what is still recorded.
 use std::any::Any;
-use std::os::raw::{c_char, c_int, c_void};
+use std::os::raw::{c_int, c_void};
 use std::panic::{catch_unwind, resume_unwind, AssertUnwindSafe};
 use std::path::Path;
 use std::ptr::{null, null_mut, NonNull};
@@ -122,7 +122,7 @@ impl Diarizer {
 
     /// The same from what [`Diarization::write_embeddings`] gave; `name` is the recording's.
     pub fn read_embeddings(&mut self, bytes: &[u8], name: &str, options: &Options) -> Result<Diarization> {
-        let (record, name, start) = (options.record()?, c_text(name)?, bytes.as_ptr() as *const c_char);
+        let (record, name, start) = (options.record()?, c_text(name)?, bytes.as_ptr() as *const c_void);
         let own = self.handle.as_ptr();
         Diarization::made(|made| unsafe {
             sys::parley_read_embeddings(own, start, bytes.len(), name.as_ptr(), record.address(), made)
