@@ -100,14 +100,15 @@ function withOptions(name, options, work) {
   }
 }
 
-function withSamples(samples, work) {
-  const pcm = core._malloc(samples.length * 2 + 2);
-  if (!pcm) throw new Error("there is not enough memory");
+// Calls `work` with the address of a copy of an Int16Array or a Uint8Array.
+function withCopy(values, work) {
+  const copy = core._malloc(values.byteLength + 1);
+  if (!copy) throw new Error("there is not enough memory");
   try {
-    core.HEAP16.set(samples, pcm >> 1);
-    return work(pcm);
+    core.HEAPU8.set(new Uint8Array(values.buffer, values.byteOffset, values.byteLength), copy);
+    return work(copy);
   } finally {
-    core._free(pcm);
+    core._free(copy);
   }
 }
 
@@ -154,7 +155,7 @@ function runFile({ file, name, options }) {
 }
 
 function run({ samples, channels, rate, name, options }) {
-  return withSamples(samples, (pcm) => withOptions(name, options, (recording, record, out) => {
+  return withCopy(samples, (pcm) => withOptions(name, options, (recording, record, out) => {
     check(core._parley_run(diarizer, pcm, samples.length / channels, channels, rate, recording, record, out));
     return kept(core.HEAP32[out >> 2]);
   }));
@@ -170,17 +171,10 @@ function again({ result, again: options }) {
 
 // The same from what a result has kept, as bytes.
 function readEmbeddings({ embeddings, name, options }) {
-  const bytes = core._malloc(embeddings.length + 1);
-  if (!bytes) throw new Error("there is not enough memory");
-  try {
-    core.HEAPU8.set(embeddings, bytes);
-    return withOptions(name, options, (recording, record, out) => {
-      check(core._parley_read_embeddings(diarizer, bytes, embeddings.length, recording, record, out));
-      return kept(core.HEAP32[out >> 2]);
-    });
-  } finally {
-    core._free(bytes);
-  }
+  return withCopy(embeddings, (bytes) => withOptions(name, options, (recording, record, out) => {
+    check(core._parley_read_embeddings(diarizer, bytes, embeddings.length, recording, record, out));
+    return kept(core.HEAP32[out >> 2]);
+  }));
 }
 
 // ---- While it is recorded
@@ -288,7 +282,7 @@ export async function serve(data, post, module = {}) {
       post({ id: data.id, ...listen(data.listen) });
     } else if (data.feed) {
       const { address, channels } = session(data.session);
-      withSamples(data.feed, (pcm) => check(core._parley_session_feed(address, pcm, data.feed.length / channels)));
+      withCopy(data.feed, (pcm) => check(core._parley_session_feed(address, pcm, data.feed.length / channels)));
       post({ id: data.id });
     } else if (data.update !== undefined) {
       post({ id: data.id, ...made((out) => core._parley_session_update(session(data.session).address, data.update, out)) });

@@ -77,7 +77,8 @@ class _Options:
             check(library.parley_options_set(self.record, name.encode(), self.texts[-1]))
 
 
-def _asked_again(num_speakers: Optional[int], options: Dict[str, Any]) -> _Options:
+def _asked(options: Dict[str, Any], num_speakers: Optional[int] = None) -> _Options:
+    """Of keywords as diarize has them."""
     return _Options({"speakers": num_speakers, **{name.replace("_", "-"): value for name, value in options.items()}})
 
 
@@ -165,7 +166,7 @@ class Diarizer:
         result: of diarize(..., keep_embeddings=True), by a diarizer with the same model.
         num_speakers, voices and options: min_speakers, max_speakers, names, sensitivity and so on, as of diarize.
         """
-        asked = _asked_again(num_speakers, options)
+        asked = _asked(options, num_speakers)
         return self._ask(voices, library.parley_recluster, self._object, result._address(), asked.record)
 
     def read_embeddings(self, path: Union[str, "os.PathLike[str]"], recording: Union[str, "os.PathLike[str]"] = "", *,
@@ -176,7 +177,7 @@ class Diarizer:
         num_speakers, voices and options: as of recluster.
         """
         data = pathlib.Path(path).read_bytes()
-        name, asked = os.fsencode(os.fspath(recording)), _asked_again(num_speakers, options)
+        name, asked = os.fsencode(os.fspath(recording)), _asked(options, num_speakers)
         return self._ask(voices, library.parley_read_embeddings, self._object, data, len(data), name, asked.record)
 
     def transcribe(self, path: Union[str, "os.PathLike[str]"], recognizer: str = "pocketsphinx", arguments: Sequence[str] = (), *,
@@ -219,7 +220,7 @@ class Diarizer:
 
         Yields what is known so far, with speakers who keep their number, and in the end what diarize would return of all samples.
         """
-        asked = _Options({name.replace("_", "-"): value for name, value in options.items()})
+        asked = _asked(options)
         session = c_void_p()
         heard = reported = 0
         try:

@@ -95,9 +95,8 @@ impl Diarization {
     }
 
     fn written(&self, format: &str, write: Writer) -> Result<Vec<u8>> {
-        let (format, mut block, mut size) = (c_text(format)?, null_mut(), 0);
-        check(unsafe { write(self.address(), format.as_ptr(), &mut block, &mut size) })?;
-        Ok(unsafe { taken(block, size) })
+        let format = c_text(format)?;
+        handed_out(|block, size| unsafe { write(self.address(), format.as_ptr(), block, size) })
     }
 
     /// The result in one of [`formats`](crate::formats), byte for byte what the command line tool writes.
@@ -118,9 +117,7 @@ impl Diarization {
     /// What [`Diarizer::read_embeddings`](crate::Diarizer::read_embeddings) takes, of a result that has kept its embeddings: 8 kB for
     /// each second.
     pub fn write_embeddings(&self) -> Result<Vec<u8>> {
-        let (mut block, mut size) = (null_mut(), 0);
-        check(unsafe { sys::parley_write_embeddings(self.address(), &mut block, &mut size) })?;
-        Ok(unsafe { taken(block, size) })
+        handed_out(|block, size| unsafe { sys::parley_write_embeddings(self.address(), block, size) })
     }
 
     /// Adds a transcript, each word with its speaker: JSON of recognizers, TSV, WebVTT, SRT or CTM. Words outside of all segments
@@ -135,6 +132,13 @@ impl Diarization {
         let list = c_text(&voices.0)?;
         check(unsafe { sys::parley_result_name_voices(self.address(), list.as_ptr(), threshold.unwrap_or(0.0)) })
     }
+}
+
+/// The bytes of the block that a call makes.
+fn handed_out(call: impl FnOnce(*mut *mut c_char, *mut usize) -> sys::parley_status) -> Result<Vec<u8>> {
+    let (mut block, mut size) = (null_mut(), 0);
+    check(call(&mut block, &mut size))?;
+    Ok(unsafe { taken(block, size) })
 }
 
 /// A path as the library takes it, which is UTF-8 on Windows and the system's own bytes elsewhere.
