@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "best_stretches.h"
 #include "packed_vectors.h"
 #include "zx_parallel.h"
 
@@ -128,23 +129,14 @@ std::vector<float> speech_log_odds(const frames &embeddings, const speech_networ
 std::vector<int32_t> rows_of_speech(const frames &embeddings, const speech_network &network, double bias,
                                     int num_threads) {
     const std::vector<float> log_odds = speech_log_odds(embeddings, network, num_threads);
-    double silent = 0, speaking = 0;                                   // the best sums of ways that end so
-    std::vector<bool> begins(log_odds.size()), ends(log_odds.size());  // there, if the state is to be better
-    for (size_t f = 0; f < log_odds.size(); f++) {
-        begins[f] = silent - SPEECH_CHANGE_COST > speaking;
-        ends[f] = speaking - SPEECH_CHANGE_COST > silent;
-        const double before = silent;
-        if (ends[f]) silent = speaking - SPEECH_CHANGE_COST;
-        if (begins[f]) speaking = before - SPEECH_CHANGE_COST;
+    std::vector<double> scores(log_odds.size());
+    for (size_t f = 0; f < scores.size(); f++) {
         const double odds = bias + double{log_odds[f]};
-        speaking += odds > EVIDENT ? EVIDENT_WEIGHT * odds : odds;
+        scores[f] = odds > EVIDENT ? EVIDENT_WEIGHT * odds : odds;
     }
+    const std::vector<bool> is_speech = best_stretches(scores, SPEECH_CHANGE_COST);
     std::vector<int32_t> rows;
-    bool is_speech = speaking > silent;
-    for (auto f = static_cast<int32_t>(log_odds.size()); f-- > 0;) {
-        if (is_speech) rows.push_back(f);
-        if (is_speech ? begins[static_cast<size_t>(f)] : ends[static_cast<size_t>(f)]) is_speech = !is_speech;
-    }
-    std::reverse(rows.begin(), rows.end());
+    for (size_t f = 0; f < is_speech.size(); f++)
+        if (is_speech[f]) rows.push_back(static_cast<int32_t>(f));
     return rows;
 }
