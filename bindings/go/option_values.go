@@ -116,6 +116,11 @@ func WithEmbeddings(on bool) Option {
 	return option("embeddings", flag(on))
 }
 
+// WithOverlap: add the second speaker where two speak at once.
+func WithOverlap(on bool) Option {
+	return option("overlap", flag(on))
+}
+
 // WithMaxDuration: refuse longer recordings.
 func WithMaxDuration(x float64) Option {
 	return option("max-duration", number(x))

@@ -70,6 +70,8 @@ export interface Options {
   /** Whether formats tell these. */
   confidence?: boolean;
   embeddings?: boolean;
+  /** Where two speak at once the second has a segment, too. */
+  overlap?: boolean;
   /** How much is taken for speech, 0 to 1 (0.5). */
   sensitivity?: number;
   maxDuration?: number;

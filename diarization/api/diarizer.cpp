@@ -12,6 +12,7 @@
 #include "embeddings_file.h"
 #include "errors.h"
 #include "options.h"
+#include "overlap_detection.h"
 #include "readers.h"
 #include "segments.h"
 #include "system.h"
@@ -89,6 +90,20 @@ double speech_bias_of(const parley_options &options) {
 
 segment_rules rules_of(const parley_options &options) {
     return {options.merge_gap, options.min_duration, options.pad};
+}
+
+// A segment for each stretch of a second speaker that is long enough. Its confidence is the probability that
+// two speak.
+void add_overlaps(const tags &labels, const std::vector<float> &log_odds, double min_duration,
+                  std::vector<segment> *segments) {
+    for (const run &r : runs_of(second_speakers(labels, log_odds))) {
+        segment s = {r.start * FRAME_SECONDS, r.end * FRAME_SECONDS, static_cast<int>(r.tag),
+                     overlap_probability(log_odds, r)};
+        s.is_overlap = true;
+        if (s.end - s.start >= min_duration) segments->push_back(s);
+    }
+    std::stable_sort(segments->begin(), segments->end(),
+                     [](const segment &a, const segment &b) { return a.start < b.start; });
 }
 
 [[noreturn]] void refuse(const std::string &message) {
@@ -199,6 +214,12 @@ clustering_result diarizer::find(const frames &embeddings, const parley_options 
     return search.find(&engine_, options.min_speakers, options.max_speakers);
 }
 
+void diarizer::check(const parley_options &options) const {
+    check_options(options);
+    if (options.overlap != 0 && engine_.parameters().overlap.is_empty())
+        refuse("the model cannot hear two speakers at once");
+}
+
 // With the search that was kept, where it asks for the same.
 void diarizer::find_again(kept_embeddings *kept, const parley_options &options,
                           const progress_function &progress, diarization *result) {
@@ -212,7 +233,7 @@ void diarizer::find_again(kept_embeddings *kept, const parley_options &options,
 }
 
 diarization diarizer::recluster(const diarization &before, const parley_options &options) {
-    check_options(options);
+    check(options);
     if (!before.kept) throw diarization_error(PARLEY_INVALID, NOTHING_KEPT);
     if (before.model != engine_.id())
         throw diarization_error(PARLEY_INVALID, "the result is another model's");
@@ -268,7 +289,7 @@ voice_sample sample_of(const diarization &result, int number, double start, doub
     sample.seconds = 0;
     for (const segment &s : result.segments) {
         const double from = std::max(s.start, start), to = std::min(s.end, end);
-        if (s.speaker != number || to <= from) continue;
+        if (s.speaker != number || s.is_overlap || to <= from) continue;
         sample.seconds += to - from;
         const auto first = static_cast<size_t>(from / FRAME_SECONDS);
         const auto last = std::min(static_cast<size_t>(to / FRAME_SECONDS), labels.size());
@@ -335,7 +356,7 @@ std::vector<spoken_word> diarizer::transcribe(const std::string &path, const dia
 
 diarization diarizer::run(const std::string &path, const given_samples *given, const parley_options &options,
                           const progress_function &progress) {
-    check_options(options);
+    check(options);
     engine_.set_jobs(options.jobs);
     diarization result;
     result.path = path;
@@ -374,6 +395,11 @@ void diarizer::fill(const frames &embeddings, const tags &labels, const division
                                    engine_.parameters().segment_confidence);
     for (segment &s : result->segments) s.end = std::min(s.end, result->duration);
     tidy_segments(&result->segments, result->duration, rules_of(options));
+    if (options.overlap != 0) {
+        const std::vector<float> log_odds =
+            overlap_log_odds(embeddings, engine_.parameters().overlap, engine_.get()->num_workers);
+        add_overlaps(labels, log_odds, options.min_duration, &result->segments);
+    }
     number_speakers(options, means, by_tag, result);
 }
 

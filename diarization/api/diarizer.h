@@ -73,6 +73,9 @@ public:
 
     engine *own_engine() { return &engine_; }
 
+    // check_options, and that the model can do what is asked for.
+    void check(const parley_options &options) const;
+
 private:
     void find_again(kept_embeddings *kept, const parley_options &options, const progress_function &progress,
                     diarization *result);

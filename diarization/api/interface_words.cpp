@@ -21,7 +21,8 @@ constexpr double AFTER_LAST_TURN = 60;  // seconds in which others than those of
 speakers_over_time speakers_of(const diarization &result, double reach) {
     std::vector<turn> turns;
     for (const segment &s : result.segments)
-        turns.push_back({s.start, s.end, result.speakers[static_cast<size_t>(s.speaker)].name});
+        if (!s.is_overlap)
+            turns.push_back({s.start, s.end, result.speakers[static_cast<size_t>(s.speaker)].name});
     return {std::move(turns), reach, voice_of(result)};
 }
 

@@ -52,6 +52,11 @@ PARLEY_API PARLEY_CHECKED parley_status parley_stages_speech_log_odds(parley_sta
                                                                       const float *embeddings,
                                                                       int32_t num_frames, float *log_odds);
 
+/* The same of two speaking at once (overlap_detection.h). */
+PARLEY_API PARLEY_CHECKED parley_status parley_stages_overlap_log_odds(parley_stages *stages,
+                                                                       const float *embeddings,
+                                                                       int32_t num_frames, float *log_odds);
+
 /* Embeddings to segments as a result has them, with four thresholds instead of the model's: `times` takes up
  * to num_frames pairs of seconds, `speakers` as many tags. */
 PARLEY_API PARLEY_CHECKED parley_status parley_stages_segments(parley_stages *stages, const float *embeddings,

@@ -20,7 +20,7 @@ session::session(diarizer *owner, const std::string &name, const parley_options 
       options_(options),
       num_channels_(num_channels),
       converter_(rate, RATE) {
-    check_options(options);
+    owner->check(options);
     if (options.channels != 0)
         throw diarization_error(PARLEY_INVALID, "channels are mixed while the recording goes on");
     options_.speaker_prefix = prefix_.c_str();
@@ -173,7 +173,9 @@ bool session::update(double share, diarization *state) {
         extend();
     }
     *state = empty_result();
-    owner_->fill(embeddings(), labels_, evidence_, options_, true, state);
+    parley_options options = options_;
+    options.overlap = 0;  // only once the recording is whole
+    owner_->fill(embeddings(), labels_, evidence_, options, true, state);
     return true;
 }
 

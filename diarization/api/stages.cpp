@@ -12,6 +12,7 @@
 #include "channels.h"
 #include "diarizer.h"
 #include "guarded.h"
+#include "overlap_detection.h"
 #include "parley_stages.h"
 #include "score.h"
 #include "speech_detection.h"
@@ -136,6 +137,17 @@ parley_status parley_stages_speech_log_odds(parley_stages *stages, const float *
         if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect speech");
         const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
         const std::vector<float> found = speech_log_odds(view, network, 1);
+        std::copy(found.begin(), found.end(), log_odds);
+    });
+}
+
+parley_status parley_stages_overlap_log_odds(parley_stages *stages, const float *embeddings,
+                                             int32_t num_frames, float *log_odds) {
+    return guarded([&] {
+        const overlap_network &network = stages->own.parameters().overlap;
+        if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect overlap");
+        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
+        const std::vector<float> found = overlap_log_odds(view, network, 1);
         std::copy(found.begin(), found.end(), log_odds);
     });
 }

@@ -75,6 +75,10 @@ engine::engine(const std::string &model_path) {
         parameters_.speech.dimension != classifier->embedding->output_dimension)
         throw diarization_error(PARLEY_INVALID,
                                 model_path + ": its speech detection is of another dimension");
+    if (!parameters_.overlap.is_empty() &&
+        parameters_.overlap.layers.front().num_inputs != classifier->embedding->output_dimension)
+        throw diarization_error(PARLEY_INVALID,
+                                model_path + ": its overlap detection is of another dimension");
     if (3 * int64_t{classifier->warmup_length_frames} >= classifier->chunk_length_frames)
         throw diarization_error(PARLEY_INVALID,
                                 model_path + ": its chunks are not longer than three warm-ups");

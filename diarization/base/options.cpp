@@ -106,6 +106,8 @@ constexpr entry ENTRIES[] = {
      [](parley_options *o, const O &x, const char *v) { o->confidence = flag(x, v); }},
     {{"embeddings", nullptr, "write speakers' embeddings (JSON)", 0, 0},
      [](parley_options *o, const O &x, const char *v) { o->embeddings = flag(x, v); }},
+    {{"overlap", nullptr, "add the second speaker where two speak at once", 0, 0},
+     [](parley_options *o, const O &x, const char *v) { o->overlap = flag(x, v); }},
     {{"max-duration", "SECONDS", "refuse longer recordings", 0, 1e9},
      [](parley_options *o, const O &x, const char *v) { o->max_duration = number(x, v); }},
     {{"via-ffmpeg", "WHEN", "when ffmpeg reads: auto (what nothing else can), never, always", 0, 0},

@@ -11,6 +11,8 @@ constexpr uint32_t VERSION = 2;
 constexpr size_t MAX_CONTEXTS = 16;
 constexpr int32_t LONGEST_CONTEXT = 1001;  // frames
 constexpr int32_t LARGEST_DIMENSION = 4096;
+constexpr size_t MOST_LAYERS = 64, SMALLEST_LAYER = 4 * sizeof(int32_t);
+constexpr int32_t MOST_TAPS = 15;
 
 // The end of a file with parameters.
 struct footer {
@@ -61,6 +63,42 @@ void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees
     }
 }
 
+// Weights are whole numbers of 8 bits and a scale for each output.
+void read_convolution(byte_reader *from, convolution *layer) {
+    layer->num_inputs = from->take<int32_t>();
+    const size_t num_outputs = from->take_count(2 * sizeof(float));
+    layer->taps = from->take<int32_t>();
+    layer->dilation = from->take<int32_t>();
+    const bool is_possible = layer->num_inputs > 0 && layer->num_inputs <= LARGEST_DIMENSION &&
+                             layer->taps > 0 && layer->taps <= MOST_TAPS && layer->taps % 2 == 1 &&
+                             layer->dilation > 0 && layer->dilation <= LONGEST_CONTEXT;
+    if (!is_possible) from->refuse();
+    std::vector<float> scales;
+    from->take_floats(num_outputs, &scales);
+    from->take_floats(num_outputs, &layer->biases);
+    const size_t width = static_cast<size_t>(layer->num_inputs) * static_cast<size_t>(layer->taps);
+    const std::string_view weights = from->take_bytes(width * num_outputs);
+    layer->weights.resize(weights.size());
+    for (size_t i = 0; i < weights.size(); i++)
+        layer->weights[i] = scales[i / width] * static_cast<float>(static_cast<int8_t>(weights[i]));
+}
+
+// The first layer, pairs of which the second gives what the first takes, and the last.
+void read_overlap_network(byte_reader *from, overlap_network *network) {
+    network->layers.resize(from->take_count(SMALLEST_LAYER));
+    const size_t count = network->layers.size();
+    if (count % 2 != 0 || count > MOST_LAYERS) from->refuse();
+    for (size_t l = 0; l < count; l++) {
+        convolution &layer = network->layers[l];
+        read_convolution(from, &layer);
+        const bool fits =
+            l == 0 || network->layers[l - 1].biases.size() == static_cast<size_t>(layer.num_inputs);
+        const bool adds = l > 0 && l + 1 < count && l % 2 == 0;
+        if (!fits || (adds && layer.biases.size() != network->layers[0].biases.size())) from->refuse();
+    }
+    if (count > 0 && network->layers.back().biases.size() != 3) from->refuse();
+}
+
 }  // namespace
 
 uint64_t hash_of(std::string_view bytes) {
@@ -93,5 +131,6 @@ model_sections read_model_sections(std::string_view file, const std::string &nam
     read_speech_network(&from, &result.parameters.speech);
     read_trees(&from, NUM_CANDIDATE_FEATURES, &result.parameters.candidate_costs);
     read_trees(&from, NUM_SEGMENT_FEATURES, &result.parameters.segment_confidence);
+    if (from.bytes_left() > 0) read_overlap_network(&from, &result.parameters.overlap);
     return result;
 }

@@ -30,10 +30,30 @@ struct speech_network {
     bool is_empty() const { return biases.empty(); }
 };
 
+// A layer of a network over time: an output of frame f is its bias and the sum over taps t and inputs of
+// weight times the input of frame f + (t - taps / 2) dilation.
+struct convolution {
+    int32_t num_inputs = 0;
+    int32_t taps = 0;  // an odd number
+    int32_t dilation = 0;
+    std::vector<float> weights;  // for each output a row of taps * num_inputs
+    std::vector<float> biases;
+};
+
+// Hears whether two speak at once (clustering/overlap_detection.h). Behind the first layer and behind every
+// second one negative values become 0; the second of each pair between the first and the last layer adds to
+// what the pair takes in; the last has three outputs: nobody speaks, one, more.
+struct overlap_network {
+    std::vector<convolution> layers;
+
+    bool is_empty() const { return layers.empty(); }
+};
+
 struct model_parameters {
     speech_network speech;
     regression_trees candidate_costs;     // what choosing a candidate would cost: log(share of speech + 0.02)
     regression_trees segment_confidence;  // the share of a segment in which its speaker speaks
+    overlap_network overlap;
 };
 
 struct model_sections {

@@ -19,6 +19,8 @@ struct segment {
     double confidence;
     bool edited = false;    // by hand
     std::string comment{};  // somebody's note
+    // Of a second speaker, beside another's segment. Captions and words leave these out.
+    bool is_overlap = false;
 };
 
 struct speaker {

@@ -36,6 +36,7 @@ nlohmann::ordered_json to_json(const diarization &result) {
                                         {"end", rounded(s.end, 1000)},
                                         {"speaker", result.speakers[static_cast<size_t>(s.speaker)].name}};
         if (result.with_confidence) entry["confidence"] = rounded(s.confidence, 1000);
+        if (s.is_overlap) entry["overlap"] = true;
         if (s.edited) entry["edited"] = true;
         if (!s.comment.empty()) entry["comment"] = s.comment;
         json["segments"].push_back(std::move(entry));

@@ -123,6 +123,7 @@ diarization read_json(const std::string &text) {
             result.with_confidence = true;
         }
         s.edited = entry.value("edited", json()) == true;
+        s.is_overlap = entry.value("overlap", json()) == true;
         result.segments.push_back(s);
     }
     for (const json &entry : list_in(object, "words")) {

@@ -27,6 +27,7 @@ std::vector<span> speech_of(const diarization &result, bool by_turn) {
     std::vector<span> spoken;
     int last = -1;
     for (const segment &s : result.segments) {
+        if (s.is_overlap) continue;
         const bool goes_on = !spoken.empty() && s.start - spoken.back().end < SHORTEST_PAUSE;
         if (goes_on && (!by_turn || s.speaker == last || s.start < spoken.back().end)) {
             spoken.back().end = std::max(spoken.back().end, s.end);

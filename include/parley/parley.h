@@ -112,6 +112,8 @@ typedef struct {
     int32_t via_ffmpeg; /* ffmpeg reads, if it is there, what nothing else does: 0; never: 1; all: 2 (0) */
     int32_t jobs;       /* threads for a recording, which change no bit; 0: one a core (1) */
     int32_t keep_embeddings; /* the result keeps what parley_recluster takes, 8 kB a second: 1; not: 0 (0) */
+    int32_t overlap;         /* where two speak at once the second has a segment, too; captions and words
+                                stay with the first (0) */
 } parley_options;
 
 /* `size`: sizeof(parley_options), or that of a larger block, of which nothing else is written. */

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "candidates.h"
+#include "overlap_detection.h"
 #include "parameters.h"
 #include "resegmentation.h"
 #include "segments.h"
@@ -129,6 +130,8 @@ bool print_divisions(const char *path, const char *audio) {
     if (zx_parley_internal_embed(object, &samples, nullptr, &rows) != ZX_STATUS_SUCCESS) return false;
     const frames all = {rows.get(), num_frames, object->param->classifier->embedding->output_dimension};
     print("log odds of speech", speech_log_odds(all, parameters.speech, 1));
+    if (!parameters.overlap.is_empty())
+        print("log odds of overlap", overlap_log_odds(all, parameters.overlap, 1));
     const zx_parley_cluster_param_t *model = object->param->cluster;
 
     clustering_input input;

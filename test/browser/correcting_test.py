@@ -28,6 +28,10 @@ class Correcting(unittest.TestCase):
         shutil.copy(AUDIO, cls.audio)
         subprocess.run([PARLEY, "-q", "-f", "json", "-o", cls.folder, "--names", "Ann,Bob,Cem", cls.audio], check=True)
         cls.data = json.loads((cls.folder / "talk.json").read_text())
+        last = cls.data["segments"][-1]  # in the midst of which a second is heard
+        second = next(s["name"] for s in cls.data["speakers"] if s["name"] != last["speaker"])
+        cls.data["segments"].append({"start": last["start"] + 0.5, "end": last["start"] + 1.75, "speaker": second, "overlap": True})
+        (cls.folder / "talk.json").write_text(json.dumps(cls.data))
         # Words all over, of those between the segments, too.
         words = [{"start": t / 2 + 0.1, "end": t / 2 + 0.5, "word": f"w{t}" + ("." if t % 9 == 8 else "")} for t in range(2, 136)]
         (cls.folder / "words.json").write_text(json.dumps(words))
@@ -258,6 +262,13 @@ class Correcting(unittest.TestCase):
         self.assertIn("Noise", self.do("return parleyShown.result.names"))
         self.press("give to neighbours")
         self.assertNotIn("Noise", self.do("return parleyShown.result.names"))
+
+    def test_words_stay_with_the_first_of_two_at_once(self):
+        before, last = self.words(), len(self.data["segments"]) - 1
+        self.do("parleyShown.result.assign([arguments[0]], 'Dan')", last)
+        self.assertEqual(self.words(), before)
+        self.do("parleyShown.result.change('join', [arguments[0], arguments[1]])", last - 1, last)
+        self.assertEqual((self.words(), [s for s in self.segments() if "overlap" in s]), (before, []))
 
     def test_words_are_edited_in_their_place(self):
         x, y = self.do("const b = document.querySelector('[data-word=\"3\"]').getBoundingClientRect(); return [b.left + 5, b.top + 5]")

@@ -5,13 +5,15 @@
 
 const PARLEY_SHORTEST = 0.05; // seconds: of a segment
 
-// Words take the speaker of the segment in which their middle lies, those of a stretch that was changed alone.
+// Words take the speaker of the segment in which their middle lies, those of a stretch that was changed alone. Where a second speaker was
+// found they are the first's.
 function parleyGiveWords(words, segments, stretches, preferred) {
   return words.map((word) => {
     const middle = (word.start + word.end) / 2;
     const covers = (s) => s.start <= middle && middle < s.end;
     if (!stretches.some(covers)) return word;
-    const own = segments.filter(covers);
+    const there = segments.filter(covers), first = there.filter((s) => !s.overlap);
+    const own = first.length ? first : there;
     const speaker = (own.find((s) => s.speaker === preferred) ?? own[0])?.speaker ?? "";
     return speaker === word.speaker ? word : { ...word, speaker };
   });
@@ -77,8 +79,9 @@ const PARLEY_EDITS = {
     const joined = indices.map((i) => state.segments[i]).filter(Boolean).sort((a, b) => a.start - b.start);
     if (joined.length < 2) return null;
     const comment = joined.map((s) => s.comment).filter(Boolean).join("; ");
-    const { confidence, ...first } = joined[0];
-    return parleyReplaced(state, indices, [{ ...first, end: Math.max(...joined.map((s) => s.end)), edited: true, ...(comment ? { comment } : {}) }]);
+    const { confidence, overlap, ...first } = joined[0];
+    const end = Math.max(...joined.map((s) => s.end)), isOverlap = joined.every((s) => s.overlap);
+    return parleyReplaced(state, indices, [{ ...first, end, ...(isOverlap ? { overlap } : {}), edited: true, ...(comment ? { comment } : {}) }]);
   },
 
   // Everybody with less than so many seconds goes to whoever speaks nearest.

@@ -134,15 +134,18 @@ function parleyCsv(result) {
   return `recording,start,end,duration,speaker${isSure ? ",confidence" : ""}\r\n` + result.segments.map(row).join("");
 }
 
+// Without second speakers, whom captions leave out.
+const parleyExclusive = (result) => result.segments.filter((s) => !s.overlap);
+
 function parleyVtt(result) {
-  return "WEBVTT\n" + result.segments.map((s) => {
+  return "WEBVTT\n" + parleyExclusive(result).map((s) => {
     const name = parleyXml(parleyOneLine(s.speaker));
     return `\n${parleyCaptionTime(s.start, ".")} --> ${parleyCaptionTime(s.end, ".")}\n<v ${name}>${name}\n`;
   }).join("");
 }
 
 function parleySrt(result) {
-  return result.segments.map((s, i) => `${i + 1}\n${parleyCaptionTime(s.start, ",")} --> ${parleyCaptionTime(s.end, ",")}\n` +
+  return parleyExclusive(result).map((s, i) => `${i + 1}\n${parleyCaptionTime(s.start, ",")} --> ${parleyCaptionTime(s.end, ",")}\n` +
     `${parleyOneLine(s.speaker)}\n\n`).join("");
 }
 

@@ -104,7 +104,7 @@ class Diarizer:
                 thresholds: Optional[Tuple[float, float, float, float]] = None, merge_gap: Optional[float] = None,
                 min_duration: Optional[float] = None, pad: Optional[float] = None,
                 names: Optional[Sequence[str]] = None, speaker_prefix: Optional[str] = None, channels: str = "mix",
-                refine: bool = True, confidence: bool = False, embeddings: bool = False,
+                refine: bool = True, confidence: bool = False, embeddings: bool = False, overlap: bool = False,
                 sensitivity: Optional[float] = None, max_duration: Optional[float] = None, via_ffmpeg: Optional[str] = None,
                 jobs: Optional[int] = None, keep_embeddings: bool = False, voices: Optional[Voices] = None,
                 progress: Optional[Callable[[float], Optional[bool]]] = None) -> Diarization:
@@ -122,6 +122,7 @@ class Diarizer:
         channels: "mix", "split", where each is a speaker, or "loudest", where that one alone is heard.
         refine: frames go, once more, to the nearest of the speakers found.
         confidence, embeddings: whether formats tell these; the result has them anyway.
+        overlap: where two speak at once the second has a segment, too.
         sensitivity: how much is taken for speech, from 0 to 1 (0.5).
         max_duration: seconds; longer recordings are refused before they are read.
         via_ffmpeg: "auto", "never" or "always": whether ffmpeg reads what nothing else here does.
@@ -135,7 +136,7 @@ class Diarizer:
         options = _Options({"speakers": num_speakers, "min-speakers": min_speakers, "max-speakers": max_speakers,
                             "threshold": thresholds, "channels": channels, "no-refine": not refine, "merge-gap": merge_gap,
                             "min-duration": min_duration, "pad": pad, "speaker-prefix": speaker_prefix, "names": names,
-                            "confidence": confidence, "embeddings": embeddings, "sensitivity": sensitivity, "max-duration": max_duration,
+                            "confidence": confidence, "embeddings": embeddings, "overlap": overlap, "sensitivity": sensitivity, "max-duration": max_duration,
                             "via-ffmpeg": via_ffmpeg, "jobs": jobs, "keep-embeddings": keep_embeddings})
         if isinstance(source, (str, os.PathLike)) or hasattr(source, "read"):
             if sample_rate is not None:

@@ -55,6 +55,7 @@ pub struct parley_options {
     pub via_ffmpeg: i32,
     pub jobs: i32,
     pub keep_embeddings: i32,
+    pub overlap: i32,
 }
 
 #[repr(C)]

@@ -28,7 +28,7 @@ fn records_are_those_of_c() {
         ("parley_speaker", "similarity", size_of::<parley_speaker>(), offset!(parley_speaker, similarity)),
         ("parley_word", "speaker", size_of::<parley_word>(), offset!(parley_word, speaker)),
         ("parley_format", "media_type", size_of::<parley_format>(), offset!(parley_format, media_type)),
-        ("parley_options", "keep_embeddings", size_of::<parley_options>(), offset!(parley_options, keep_embeddings)),
+        ("parley_options", "overlap", size_of::<parley_options>(), offset!(parley_options, overlap)),
         ("parley_transcription", "reach", size_of::<parley_transcription>(), offset!(parley_transcription, reach)),
         ("parley_score", "num_found", size_of::<parley_score>(), offset!(parley_score, num_found)),
     ];

@@ -120,6 +120,11 @@ impl Options {
         self.set("embeddings", u8::from(value))
     }
 
+    /// Add the second speaker where two speak at once.
+    pub fn overlap(self, value: bool) -> Self {
+        self.set("overlap", u8::from(value))
+    }
+
     /// Refuse longer recordings.
     pub fn max_duration(self, value: f64) -> Self {
         self.set("max-duration", value)

@@ -197,6 +197,16 @@ public final class Options {
     }
 
     /**
+     * Add the second speaker where two speak at once.
+     *
+     * @param value what it is set to
+     * @return these options
+     */
+    public Options overlap(boolean value) {
+        return set("overlap", value ? "1" : "0");
+    }
+
+    /**
      * Refuse longer recordings.
      *
      * @param value what it is set to
