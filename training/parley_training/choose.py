@@ -382,13 +382,14 @@ def main():
     if not options.out:
         return
     model = Path(options.model).read_bytes()
-    network, speech = model_file.network_of(model), model_file.speech_of(model)
+    network, speech, overlap = model_file.network_of(model), model_file.speech_of(model), model_file.overlap_of(model)
     costs = (*flattened(fit(cases)), cases[0].features.shape[1])
     # Confidence is about what is chosen: its trees come second.
-    model_file.write_parameters(options.out, network, speech, costs, model_file.NO_TREES[1])
+    model_file.write_parameters(options.out, network, speech, (costs, model_file.NO_TREES[1]), overlap)
     found = over_recordings(segments_case, options.out, options)
     print("Confidence, each domain with trees trained on the others:\n\n" + calibration_table(found, domains) + "\n")
-    model_file.write_parameters(options.out, network, speech, costs, (*flattened(fit_confidence(found)), found[0].features.shape[1]))
+    confidence = *flattened(fit_confidence(found)), found[0].features.shape[1]
+    model_file.write_parameters(options.out, network, speech, (costs, confidence), overlap)
     print(options.out)
 
 

@@ -135,10 +135,10 @@ def fit(cases, seed=0):
     return [p.detach().numpy() for p in (first.weight, first.bias, last.weight[0], last.bias)]
 
 
-def write(path, network, fitted, favour):
+def write(path, network, overlap, fitted, favour):
     weights, biases, output_weights, output_bias = fitted
     speech = model_file.speech_bytes(CONTEXTS, weights, biases, output_weights, output_bias + np.float32(favour))
-    model_file.write_parameters(path, network, speech, *model_file.NO_TREES)
+    model_file.write_parameters(path, network, speech, model_file.NO_TREES, overlap)
 
 
 def part_of(case, parts):
@@ -171,7 +171,7 @@ def left_out(cases, options):
             if fitted is None:
                 path.write_bytes(network)
             else:
-                write(path, network, fitted, options.favour)
+                write(path, network, b"", fitted, options.favour)
             engines.append(native.Engine(path))
         for c in filter(is_out, cases):
             found = [engine.segments(c.embeddings, thresholds) for engine in engines]
@@ -218,7 +218,8 @@ def main():
     print(f"{len(cases)} recordings, {sum(len(c.label) for c in cases) * SECONDS / 3600:.1f} hours\n", flush=True)
     print("\nEach domain of recordings and each part of the background with what was trained on the others:\n\n"
           + tables(*left_out(cases, options)) + "\n", flush=True)
-    write(options.out, Path(options.model).read_bytes(), fit(cases), options.favour)
+    model = Path(options.model).read_bytes()
+    write(options.out, model, model_file.overlap_of(model), fit(cases), options.favour)
     print(options.out)
 
 

@@ -153,15 +153,54 @@ def speech_of(data):
     return data[len(network):len(network) + size]
 
 
-def write_parameters(path, data, speech, *all_trees):
-    """A model with what detects speech (see speech_bytes), the trees that choose among divisions and those of confidence: `roots`,
-    `nodes` (feature, distance, value) and number of features each."""
-    network, parameters = network_of(data), speech
+def _size_of_trees(data, at):
+    _, roots, nodes = struct.unpack_from("<3i", data, at)
+    return 12 + 4 * roots + 8 * nodes
+
+
+def overlap_bytes(layers):
+    """What hears two at once: (weight (outputs, inputs, taps), bias, dilation) of each layer; weights become 8 bits and a scale for
+    each output."""
+    parts = [_count(len(layers))]
+    for weight, bias, dilation in layers:
+        outputs, inputs, taps = weight.shape
+        rows = weight.detach().permute(0, 2, 1).reshape(outputs, -1).numpy()
+        scales = np.maximum(np.abs(rows).max(1), 1e-9).astype("<f4") / np.float32(127)
+        parts += [_count(inputs, outputs, taps, dilation), scales.tobytes(), bias.detach().numpy().astype("<f4").tobytes(),
+                  np.clip(np.round(rows / scales[:, None]), -127, 127).astype(np.int8).tobytes()]
+    return b"".join(parts)
+
+
+def overlap_of(data):
+    """The bytes of what hears two at once in a file, b"" where there is nothing of it."""
+    network = network_of(data)
+    if len(network) == len(data):
+        return b""
+    at = len(network) + len(speech_of(data))
+    for _ in range(2):
+        at += _size_of_trees(data, at)
+    return data[at:-FOOTER.size]
+
+
+def _write(path, network, parameters):
+    Path(path).write_bytes(network + parameters + FOOTER.pack(hash_of(network), len(parameters), PARAMETERS_VERSION,
+                                                              PARAMETERS_MAGIC))
+
+
+def write_parameters(path, data, speech, all_trees, overlap):
+    """A model with what detects speech (see speech_bytes), the trees that choose among divisions and those of confidence (`roots`,
+    `nodes`: feature, distance, value, and number of features each), and what hears two at once."""
+    parameters = speech
     for roots, nodes, num_features in all_trees:
         parameters += _count(num_features, len(roots), len(nodes)) + np.asarray(roots, "<i4").tobytes()
         parameters += b"".join(struct.pack("<hhf", *node) for node in nodes)
-    Path(path).write_bytes(network + parameters + FOOTER.pack(hash_of(network), len(parameters), PARAMETERS_VERSION,
-                                                              PARAMETERS_MAGIC))
+    _write(path, network_of(data), parameters + overlap)
+
+
+def write_overlap(path, data, overlap):
+    """A model that has parameters, with something else that hears two at once."""
+    network, before = network_of(data), overlap_of(data)
+    _write(path, network, data[len(network):len(data) - FOOTER.size - len(before)] + overlap)
 
 
 def read(path):

@@ -33,6 +33,7 @@ _SIGNATURES = {
     "parley_stages_set_chunks": (None, [_pointer, _i32, _i32]),
     "parley_stages_embed": (_i32, [_pointer, _int16, _i32, _float32]),
     "parley_stages_speech_log_odds": (_i32, [_pointer, _float32, _i32, _float32]),
+    "parley_stages_overlap_log_odds": (_i32, [_pointer, _float32, _i32, _float32]),
     "parley_stages_segments": (_i32, [_pointer, _float32, _i32, _float64, _i32, _float64, _int32, ctypes.POINTER(_i32)]),
     "parley_stages_num_features": (_i32, []),
     "parley_stages_candidates": (_i32, [_pointer, _float32, _i32, _float64, _i32, ctypes.POINTER(_i32), _float64, _int32]),
@@ -141,6 +142,12 @@ class Engine:
         """Of somebody speaking, in each frame: float32 (frames,)."""
         log_odds = np.empty(len(embeddings), np.float32)
         _check(library.parley_stages_speech_log_odds(self._engine, embeddings, len(embeddings), log_odds))
+        return log_odds
+
+    def overlap_log_odds(self, embeddings):
+        """Of two speaking at once, likewise."""
+        log_odds = np.empty(len(embeddings), np.float32)
+        _check(library.parley_stages_overlap_log_odds(self._engine, embeddings, len(embeddings), log_odds))
         return log_odds
 
     def segments(self, embeddings, thresholds, refine=True):

@@ -11,7 +11,8 @@ import numpy as np
 import torch
 import torch.nn.functional as F
 
-from parley_training import choose, detect, losses, model_file, native, network, prepare, recordings, simulate, train, tune
+from parley_training import (choose, detect, losses, mixtures, model_file, native, network, overlap, prepare, recordings, simulate, train,
+                             tune)
 
 SAMPLE = native.ROOT / "examples/three-voices.wav"
 SAMPLE_RTTM = SAMPLE.with_suffix(".rttm")
@@ -325,7 +326,7 @@ class Detecting(Workspace):
         cases = [detect.Case("a", "telephone", "", speech, np.ones(len(speech), np.int8)),
                  detect.Case("b 1", "_noise", "", silence, np.zeros(len(silence), np.int8))]
         fitted = detect.fit(cases)
-        detect.write(self.folder / "model.zx", model, fitted, 0.0)
+        detect.write(self.folder / "model.zx", model, b"", fitted, 0.0)
         both = np.concatenate([speech, silence])
         with native.Engine(self.folder / "model.zx") as engine:
             found = engine.speech_log_odds(both)
@@ -341,6 +342,76 @@ class Detecting(Workspace):
         label = np.array([0] * 50 + [1] * 20 + [0] * 10 + [1] * 5 + [0] * 30, np.int8)
         expected = np.array([0] * 34 + [-1] * 16 + [1] * 20 + [-1] * 10 + [1] * 5 + [-1] * 16 + [0] * 14)
         np.testing.assert_array_equal(detect.without_pauses(label), expected)
+
+
+class Overlap(Workspace):
+    def voices(self):
+        found = mixtures.Voices([self.folder / "corpus"], [], 1)
+        found.people = {"sample": {str(i): mixtures.clips_of(sorted((self.folder / f"corpus/sample/{i}").rglob("*.wav"))) for i in (1, 2, 3)}}
+        return found
+
+    def test_two_that_are_mixed_are_heard_where_both_speak(self):
+        voices = self.voices()
+        people = [voices.people["sample"][k] for k in ("1", "2")]
+        shares = []
+        for seed in range(6):
+            rng = np.random.default_rng(seed)
+            samples, heard = mixtures.conversation(people, voices.background, rng)
+            self.assertEqual((len(samples), len(heard)), (mixtures.SAMPLES, mixtures.ROWS // 2))
+            shares.append((heard == 2).mean())
+            self.assertTrue(set(np.unique(heard)) <= {-1, 0, 1, 2})
+            _, alone = mixtures.conversation(people[:1], voices.background, rng)
+            self.assertFalse((alone == 2).any())
+        self.assertGreater(max(shares), 0.1)
+        energy, active = np.ones((2, 400), np.float32), np.zeros((2, 400), bool)
+        active[0, :300], active[1, 100:] = True, True
+        energy[1, 200:] = 0.005  # too quiet to count, too loud not to
+        self.assertEqual([int(n) for n in mixtures.number_heard(energy, active)[[25, 75, 120, 180]]], [1, 2, -1, 1])
+
+    def test_the_library_hears_what_was_trained(self):
+        torch.manual_seed(3)
+        model = model_file.read(native.ROOT / "models/parley.zx")
+        reader = overlap.Reader(64)
+        for _ in range(20):  # statistics of its own
+            reader(overlap.unit(torch.randn(50, 4, 64)))
+        reader.eval()
+        data = (native.ROOT / "models/parley.zx").read_bytes()
+        blob = model_file.overlap_bytes(reader.layers(-0.5))
+        path = self.folder / "overlap.zx"
+        model_file.write_overlap(path, data, blob)
+        self.assertEqual(model_file.overlap_of(path.read_bytes()), blob)
+        model_file.write_overlap(path, path.read_bytes(), model_file.overlap_of(data))
+        self.assertEqual(path.read_bytes(), data)
+        model_file.write_parameters(path, data, model_file.speech_of(data), model_file.NO_TREES, blob)
+        with native.Engine(path) as engine:
+            embeddings = engine.embed(native.features(native.read_audio(SAMPLE)))
+            found = engine.overlap_log_odds(embeddings)
+        with torch.no_grad():
+            z = reader(overlap.unit(torch.from_numpy(embeddings)[:, None]))[:, 0].numpy()
+        expected = z[:, 2] - 0.5 - np.maximum(z[:, 0], z[:, 1])
+        # Weights are rounded to 8 bits.
+        self.assertLess(np.abs(found - expected).mean(), 0.05 * expected.std())
+        self.assertEqual(model["sizes"]["embedding"], 64)
+
+    def test_a_step_learns_and_a_stopped_run_goes_on(self):
+        voices, folder = self.voices(), self.folder / "run"
+        folder.mkdir()
+        model = model_file.read(native.ROOT / "models/parley.zx")
+        samples, heard = mixtures.conversation(list(voices.people["sample"].values()), voices.background, np.random.default_rng(1))
+        table = overlap.features_of(np.pad(samples, (0, 8 * native.HOP)), model)[:len(heard)]
+        parts = [(np.stack([table] * (overlap.HELD_OUT + 1)), np.stack([heard] * (overlap.HELD_OUT + 1)))]
+        options = argparse.Namespace(out=folder, seed=1, rate=6e-4, reader_rate=3e-3)
+        run = overlap.Run(options, model)
+        batch = [t[:, :2] for t in overlap.batch_of(parts, [], np.random.default_rng(2))]
+        first = run.one_step(*batch, 100)[0]
+        for _ in range(10):
+            last = run.one_step(*batch, 100)
+        self.assertLess(last[0], first)
+        self.assertLess(last[1], 0.05)
+        run.save()
+        again = overlap.Run(options, model)
+        self.assertEqual(again.step, 11)
+        np.testing.assert_allclose(again.one_step(*batch, 100), run.one_step(*batch, 100), rtol=1e-4)
 
 
 class Choosing(Workspace):
@@ -367,8 +438,8 @@ class Choosing(Workspace):
         for wanted in (1.0, 2.0, 3.0):
             # Two trees: dear from the number on, and dear below it.
             nodes = [(0, 2, wanted), (-1, 0, 0.0), (-1, 0, 1.0), (0, 2, wanted - 0.5), (-1, 0, 1.0), (-1, 0, 0.0)]
-            model_file.write_parameters(self.folder / "model.zx", network, speech, ([0, 3], nodes, features.shape[1]),
-                                        model_file.NO_TREES[1])
+            model_file.write_parameters(self.folder / "model.zx", network, speech, (([0, 3], nodes, features.shape[1]),
+                                        model_file.NO_TREES[1]), b"")
             with native.Engine(self.folder / "model.zx") as engine:
                 _, tags, _ = engine.described_segments(embeddings)
             self.assertEqual(len(set(tags)), wanted)
