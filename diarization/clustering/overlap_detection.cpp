@@ -13,7 +13,7 @@
 namespace {
 
 constexpr int32_t FRAMES_AT_ONCE = 1024;   // of a thread
-constexpr double OVERLAP_CHANGE_COST = 8;  // log odds
+constexpr double OVERLAP_CHANGE_COST = 4;  // log odds
 
 enum class activation { none, rectified };
 

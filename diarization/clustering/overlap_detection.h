@@ -16,7 +16,7 @@ std::vector<float> overlap_log_odds(const frames &embeddings, const overlap_netw
                                     int num_threads);
 
 // The second speaker of each frame, 0 where there is none. Of all ways to call the frames in which somebody
-// speaks overlapped or not, the one with the largest sum of log odds over the overlapped frames, less 8 a
+// speaks overlapped or not, the one with the largest sum of log odds over the overlapped frames, less 4 a
 // change. A stretch's second speaker is the one, other than its first, who speaks nearest to it.
 tags second_speakers(const tags &labels, const std::vector<float> &log_odds);
 

@@ -107,7 +107,7 @@ TEST(overlap_detection, the_second_is_who_speaks_nearest) {
         {"of one alone there is none", {{50, 1, -1}, {30, 1, 1}, {50, 0, -1}}, {{130, 0}}},
         {"where nobody speaks there is none", {{50, 1, -1}, {30, 0, 5}, {50, 2, -1}}, {{130, 0}}},
         {"what is short counts if it is evident",
-         {{50, 1, -1}, {5, 1, 3}, {50, 1, -1}, {5, 1, 4}, {50, 2, -1}},
+         {{50, 1, -1}, {5, 1, 1.5F}, {50, 1, -1}, {5, 1, 2}, {50, 2, -1}},
          {{105, 0}, {5, 2}, {50, 0}}},
         {"nothing at all", {}, {}},
     };

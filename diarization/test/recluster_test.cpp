@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -12,6 +13,7 @@
 #include "formats.h"
 #include "options.h"
 #include "parley_stages.h"
+#include "reading.h"
 #include "support.h"
 
 namespace {
@@ -59,6 +61,37 @@ TEST_F(asking_again, finds_what_diarizing_with_these_options_finds) {
         EXPECT_EQ(text_of(owner_.recluster(kept, options)), text_of(run(samples_, options))) << i;
     }
     EXPECT_EQ(text_of(kept), before);
+}
+
+// Of the example's three people the first speaks from 0.8 to 7.9 s, the second from 7.9 to 14.4 s.
+TEST_F(asking_again, tells_who_else_speaks_where_two_speak_at_once) {
+    const size_t first = 24000, second = 129600;  // six seconds of the second's words, above the first's, too
+    for (size_t i = 0; i < size_t{6} * 16000; i++) {
+        int16_t *sample = &samples_[first + i];
+        *sample = static_cast<int16_t>(std::clamp(*sample + samples_[second + i], -32768, 32767));
+    }
+    options_.keep_embeddings = 1;
+    const diarization alone = run(samples_, options_);
+    options_.overlap = 1;
+    const diarization both = run(samples_, options_);
+    double seconds = 0;
+    for (const segment &s : both.segments) {
+        if (!s.is_overlap) continue;
+        EXPECT_LT(s.speaker, 2);
+        EXPECT_GT(s.start, 0.8);
+        EXPECT_LT(s.end, 8);
+        seconds += s.end - s.start;
+        for (const segment &other : both.segments) {
+            const bool beside = &other != &s && other.start < s.end && other.end > s.start;
+            EXPECT_FALSE(beside && other.speaker == s.speaker) << s.start;
+        }
+    }
+    EXPECT_GT(seconds, 4);
+    EXPECT_EQ(write_format(both, "srt", {}), write_format(alone, "srt", {}));
+    EXPECT_EQ(text_of(owner_.recluster(alone, options_)), text_of(both));
+    EXPECT_EQ(text_of(read_result(write_format(both, "json", {}), "x.json")), text_of(both));
+    EXPECT_EQ(write_format(read_result(write_format(both, "json", {}), "x.json"), "vtt", {}),
+              write_format(alone, "vtt", {}));
 }
 
 TEST_F(asking_again, a_file_of_embeddings_takes_the_recordings_place) {

@@ -233,7 +233,7 @@ def main():
     parser.add_argument("--steps", type=int, default=8000)
     parser.add_argument("--rate", type=float, default=6e-4, help="largest learning rate of the network; 0: it stays as it is")
     parser.add_argument("--reader-rate", type=float, default=3e-3, help="of what reads the embeddings")
-    parser.add_argument("--favour", type=float, default=-1.5, help="added to the log odds of two at once: hearing two where one speaks is worse")
+    parser.add_argument("--favour", type=float, default=-2.0, help="added to the log odds of two at once: hearing two where one speaks is worse")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--workers", type=int, default=multiprocessing.cpu_count())
     options = parser.parse_args()

@@ -69,6 +69,10 @@ def test_another_number_without_another_pass(diarizer, expected, tmp_path):
         expected.write_embeddings(tmp_path / "none")
 
 
+def test_where_one_speaks_at_a_time_there_is_no_second_speaker(diarizer, expected):
+    assert diarizer.diarize(RECORDING, overlap=True) == expected
+
+
 @pytest.mark.parametrize("rate", [0, -1, -44100])
 def test_rates_that_are_none_are_refused(diarizer, samples, rate):
     with pytest.raises(parley.ParleyError, match="rate"):
