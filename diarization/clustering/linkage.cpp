@@ -2,17 +2,21 @@
 #include "linkage.h"
 
 #include <algorithm>
+#include <limits>
 #include <numeric>
 
 namespace {
 
 // The nearest of the other clusters that are left; `before` where it is as near as any.
-size_t nearest_of(const distance_matrix &distances, const std::vector<bool> &is_left, size_t cluster,
+size_t nearest_of(const distance_matrix &distances, const std::vector<size_t> &left, size_t cluster,
                   size_t before) {
     size_t nearest = before;
-    for (size_t k = 0; k < distances.n; k++) {
-        if (k == cluster || !is_left[k]) continue;
-        if (nearest == distances.n || distances.at(cluster, k) < distances.at(cluster, nearest)) nearest = k;
+    float least = distances.at(cluster, before == distances.n ? cluster : before);
+    for (const size_t k : left) {
+        const float away = distances.at(cluster, k);
+        if (k == cluster || (nearest != distances.n && !(away < least))) continue;
+        nearest = k;
+        least = away;
     }
     return nearest;
 }
@@ -35,25 +39,23 @@ float distance_to_both(linkage how, float a, float b, float k, float to_a, float
 std::vector<merge> linkage_tree(distance_matrix distances, linkage how) {
     const size_t n = distances.n;
     std::vector<merge> tree;
-    std::vector<bool> is_left(n, true);
+    std::vector<size_t> left(n), chain;
+    std::iota(left.begin(), left.end(), size_t{0});
     std::vector<float> size(n, 1.0F);
-    std::vector<size_t> chain;
     while (tree.size() + 1 < n) {
-        if (chain.empty())
-            chain.push_back(
-                static_cast<size_t>(std::find(is_left.begin(), is_left.end(), true) - is_left.begin()));
+        if (chain.empty()) chain.push_back(left.front());
         for (;;) {
             const size_t before = chain.size() > 1 ? chain[chain.size() - 2] : n;
-            const size_t next = nearest_of(distances, is_left, chain.back(), before);
+            const size_t next = nearest_of(distances, left, chain.back(), before);
             if (next == before) break;
             chain.push_back(next);
         }
         const size_t b = chain.back(), a = chain[chain.size() - 2];
         chain.resize(chain.size() - 2);
         tree.push_back({a, b, distances.at(a, b)});
-        is_left[b] = false;
-        for (size_t k = 0; k < n; k++) {
-            if (k == a || !is_left[k]) continue;
+        left.erase(std::lower_bound(left.begin(), left.end(), b));
+        for (const size_t k : left) {
+            if (k == a) continue;
             const float to_a = distances.at(a, k), to_b = distances.at(b, k);
             const float to_both =
                 distance_to_both(how, size[a], size[b], size[k], to_a, to_b, distances.at(a, b));

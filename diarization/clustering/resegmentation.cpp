@@ -157,11 +157,15 @@ void resegment(const frames &embeddings, const float *background, const resegmen
             take_out(names[static_cast<size_t>(fewest - frames_of.begin())]);
             continue;
         }
-        for (size_t t = 0; t < path.size(); t++) (*labels)[t] = names[path[t]];
+        bool is_new = false;
+        for (size_t t = 0; t < path.size(); t++) {
+            is_new = is_new || (*labels)[t] != names[path[t]];
+            (*labels)[t] = names[path[t]];
+        }
         if (may_lose_one && options.merge_threshold >= 0 &&
             join_nearest(embeddings, options.merge_threshold, options.frames_a_row, labels))
             continue;
-        if (rounds_left-- <= 0) return;
+        if (!is_new || rounds_left-- <= 0) return;  // the same labels would come again
     }
 }
 
