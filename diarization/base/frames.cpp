@@ -57,8 +57,7 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
     return distance(a.data(), b.data(), a.size());
 }
 
-bool join_nearest(const frames &embeddings, double limit, int32_t frames_a_row, tags *labels) {
-    const centroids speakers = centroids_of(embeddings, *labels);
+bool join_nearest(const centroids &speakers, double limit, int32_t frames_a_row, tags *labels) {
     std::map<uint32_t, double> heard;  // frames
     for (const uint32_t tag : *labels) heard[tag] += frames_a_row;
     double nearest = std::numeric_limits<double>::max();

@@ -55,10 +55,10 @@ struct run {
 // The longest stretches of equal tags, but those of tag 0.
 std::vector<run> runs_of(const tags &labels);
 
-// The nearest two speakers become one, unless their means are farther apart than `limit`, what chance may
+// The nearest two speakers of labels become one, unless they are farther apart than `limit`, what chance may
 // add to the distance of few frames taken off; a row is the mean of so many frames. False if nothing was
 // joined.
-bool join_nearest(const frames &embeddings, double limit, int32_t frames_a_row, tags *labels);
+bool join_nearest(const centroids &speakers, double limit, int32_t frames_a_row, tags *labels);
 
 // Different tags but 0.
 int count_speakers(const tags &labels);

@@ -132,10 +132,12 @@ void resegment(const frames &embeddings, const float *background, const resegmen
                                    ? options.min_frames
                                    : std::clamp(num_frames / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
     const int32_t shortest = std::max(1, min_frames / options.frames_a_row);
-    const auto take_out = [labels](uint32_t tag) { std::replace(labels->begin(), labels->end(), tag, 0u); };
-    for (int rounds_left = options.rounds;;) {
-        const centroids speakers = centroids_of(embeddings, *labels);
-        if (speakers.empty()) return;
+    centroids speakers = centroids_of(embeddings, *labels);
+    const auto take_out = [&](uint32_t tag) {
+        std::replace(labels->begin(), labels->end(), tag, 0u);
+        speakers.erase(tag);
+    };
+    for (int rounds_left = options.rounds; !speakers.empty();) {
         const bool may_lose_one = static_cast<int>(speakers.size()) > std::max(1, options.min_speakers);
         const uint32_t like_background =
             speaker_like_background(speakers, background, options.min_background_distance);
@@ -162,10 +164,16 @@ void resegment(const frames &embeddings, const float *background, const resegmen
             is_new = is_new || (*labels)[t] != names[path[t]];
             (*labels)[t] = names[path[t]];
         }
-        if (may_lose_one && options.merge_threshold >= 0 &&
-            join_nearest(embeddings, options.merge_threshold, options.frames_a_row, labels))
-            continue;
-        if (!is_new || rounds_left-- <= 0) return;  // the same labels would come again
+        const bool may_join = may_lose_one && options.merge_threshold >= 0;
+        const bool is_last = !is_new || rounds_left == 0;  // the same labels would come again
+        if (is_last && !may_join) return;
+        speakers = centroids_of(embeddings, *labels);
+        if (may_join && join_nearest(speakers, options.merge_threshold, options.frames_a_row, labels))
+            speakers = centroids_of(embeddings, *labels);
+        else if (is_last)
+            return;
+        else
+            rounds_left--;
     }
 }
 
