@@ -40,6 +40,17 @@ std::vector<turn> turns_of(int32_t count, const double *times, const int32_t *sp
     return result;
 }
 
+// The log odds that one of the model's networks gives.
+template <typename network_type>
+void detect(const parley_stages &stages, const network_type &network, const std::string &what,
+            std::vector<float> (*log_odds)(const frames &, const network_type &, int),
+            const float *embeddings, int32_t num_frames, float *result) {
+    if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect " + what);
+    const frames view = {embeddings, num_frames, parley_stages_dimension(&stages)};
+    const std::vector<float> found = log_odds(view, network, 1);
+    std::copy(found.begin(), found.end(), result);
+}
+
 }  // namespace
 
 extern "C" {
@@ -133,22 +144,16 @@ parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows, in
 parley_status parley_stages_speech_log_odds(parley_stages *stages, const float *embeddings,
                                             int32_t num_frames, float *log_odds) {
     return guarded([&] {
-        const speech_network &network = stages->own.parameters().speech;
-        if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect speech");
-        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
-        const std::vector<float> found = speech_log_odds(view, network, 1);
-        std::copy(found.begin(), found.end(), log_odds);
+        detect(*stages, stages->own.parameters().speech, "speech", speech_log_odds, embeddings, num_frames,
+               log_odds);
     });
 }
 
 parley_status parley_stages_overlap_log_odds(parley_stages *stages, const float *embeddings,
                                              int32_t num_frames, float *log_odds) {
     return guarded([&] {
-        const overlap_network &network = stages->own.parameters().overlap;
-        if (network.is_empty()) throw diarization_error(PARLEY_INVALID, "the model does not detect overlap");
-        const frames view = {embeddings, num_frames, parley_stages_dimension(stages)};
-        const std::vector<float> found = overlap_log_odds(view, network, 1);
-        std::copy(found.begin(), found.end(), log_odds);
+        detect(*stages, stages->own.parameters().overlap, "overlap", overlap_log_odds, embeddings, num_frames,
+               log_odds);
     });
 }
 
