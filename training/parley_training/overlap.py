@@ -151,9 +151,9 @@ def batch_of(parts, real, rng):
 
 def average_precision(scores, heard):
     """Of calling frames in which somebody speaks overlapped, from the highest score on."""
+    from sklearn.metrics import average_precision_score
     counts = heard >= 1
-    is_two = heard[counts][np.argsort(-scores[counts])] == 2
-    return float((np.cumsum(is_two) / np.arange(1, len(is_two) + 1))[is_two].mean()) if is_two.any() else float("nan")
+    return average_precision_score(heard[counts] == 2, scores[counts]) if (heard == 2).any() else float("nan")
 
 
 class Run:
