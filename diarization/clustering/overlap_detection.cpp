@@ -6,9 +6,9 @@
 #include <cmath>
 
 #include "best_stretches.h"
+#include "for_each_part.h"
 #include "packed_vectors.h"
 #include "zx_math.h"
-#include "zx_parallel.h"
 
 namespace {
 
@@ -86,19 +86,14 @@ public:
     }
 
     std::vector<float> run() {
-        (void) zx_parallel_run(static_cast<int32_t>(workers_.size()),
-                               (all_.count + FRAMES_AT_ONCE - 1) / FRAMES_AT_ONCE, {run_part, this}, nullptr);
+        for_each_part(static_cast<int32_t>(workers_.size()), all_.count, FRAMES_AT_ONCE,
+                      [this](int32_t number, int32_t first, int32_t end) {
+                          compute(first, end, &workers_[static_cast<size_t>(number)]);
+                      });
         return std::move(log_odds_);
     }
 
 private:
-    static zx_status_t run_part(void *context, int32_t worker, int32_t part) {
-        auto *self = static_cast<overlap_detection *>(context);
-        self->compute(part * FRAMES_AT_ONCE, std::min((part + 1) * FRAMES_AT_ONCE, self->all_.count),
-                      &self->workers_[static_cast<size_t>(worker)]);
-        return ZX_STATUS_SUCCESS;
-    }
-
     // With as many frames on both sides as the layers reach, so that parts do not matter.
     void compute(int32_t first, int32_t end, std::vector<layer> *layers) {
         const int32_t begin = std::max(0, first - reach_);

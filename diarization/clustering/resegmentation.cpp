@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <array>
 
+#include "for_each_part.h"
 #include "packed_vectors.h"
-#include "zx_parallel.h"
 
 namespace {
 
@@ -29,8 +29,8 @@ public:
     const float *of(int32_t frame) {
         if (frame % num_rows_ == 0) {
             first_ = frame;
-            const int32_t num_parts = (std::min(num_rows_, all_.count - frame) - 1) / PART + 1;
-            (void) zx_parallel_run(num_threads_, num_parts, {compute_part, this}, nullptr);
+            for_each_part(num_threads_, std::min(num_rows_, all_.count - frame), PART,
+                          [this](int32_t, int32_t begin, int32_t end) { compute(begin, end); });
         }
         return &values_[static_cast<size_t>(frame - first_) * means_.width()];
     }
@@ -40,18 +40,14 @@ private:
     static constexpr int32_t PARTS_A_THREAD = 4;  // before all wait for each other
     static constexpr int32_t AT_ONCE = packed_vectors::AT_ONCE;
 
-    static zx_status_t compute_part(void *context, int32_t, int32_t part) {
-        auto *self = static_cast<products *>(context);
-        const int32_t end = std::min((part + 1) * PART, self->all_.count - self->first_);
+    // Of the rows [begin, end) of those that are held.
+    void compute(int32_t begin, int32_t end) {
         std::array<const float *, AT_ONCE> rows;
-        for (int32_t row = part * PART; row < end; row += AT_ONCE) {
+        for (int32_t row = begin; row < end; row += AT_ONCE) {
             const auto count = static_cast<size_t>(std::min(AT_ONCE, end - row));
-            for (size_t r = 0; r < count; r++)
-                rows[r] = self->all_.at(self->first_ + row + static_cast<int32_t>(r));
-            self->means_.multiply({rows.data(), count},
-                                  &self->values_[static_cast<size_t>(row) * self->means_.width()]);
+            for (size_t r = 0; r < count; r++) rows[r] = all_.at(first_ + row + static_cast<int32_t>(r));
+            means_.multiply({rows.data(), count}, &values_[static_cast<size_t>(row) * means_.width()]);
         }
-        return ZX_STATUS_SUCCESS;
     }
 
     const frames &all_;

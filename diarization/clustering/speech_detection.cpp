@@ -5,8 +5,8 @@
 #include <array>
 
 #include "best_stretches.h"
+#include "for_each_part.h"
 #include "packed_vectors.h"
-#include "zx_parallel.h"
 
 namespace {
 
@@ -68,8 +68,10 @@ public:
     }
 
     std::vector<float> run() {
-        const auto num_workers = static_cast<int32_t>(workers_.size());
-        (void) zx_parallel_run(num_workers, (all_.count + PART - 1) / PART, {run_part, this}, nullptr);
+        for_each_part(static_cast<int32_t>(workers_.size()), all_.count, PART,
+                      [this](int32_t number, int32_t first, int32_t end) {
+                          compute(first, end, &workers_[static_cast<size_t>(number)]);
+                      });
         return std::move(log_odds_);
     }
 
@@ -79,13 +81,6 @@ private:
         std::vector<float> inputs;
         std::vector<float> units;
     };
-
-    static zx_status_t run_part(void *context, int32_t worker, int32_t part) {
-        auto *self = static_cast<detection *>(context);
-        self->compute(part * PART, std::min((part + 1) * PART, self->all_.count),
-                      &self->workers_[static_cast<size_t>(worker)]);
-        return ZX_STATUS_SUCCESS;
-    }
 
     void compute(int32_t first, int32_t end, worker *w) {
         for (moving_mean &mean : w->means) mean.begin(first);

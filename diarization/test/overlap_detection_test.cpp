@@ -4,7 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <random>
+
+#include "for_each_part.h"
 
 namespace {
 
@@ -79,6 +82,14 @@ TEST(overlap_detection, layers_are_computed_part_by_part_as_at_once) {
     for (size_t f = 0; f < found.size(); f++)
         ASSERT_NEAR(double{found[f]}, last[f][2] - std::max(last[f][0], last[f][1]), 1e-3) << f;
     EXPECT_EQ(found, overlap_log_odds(view, network, 3));
+}
+
+TEST(overlap_detection, memory_that_a_thread_lacks_is_an_exception_of_the_caller) {
+    const auto fail_late = [](int32_t, int32_t first, int32_t) {
+        if (first == 3000) throw std::bad_alloc();
+    };
+    for (const int32_t num_workers : {1, 3})
+        EXPECT_THROW(for_each_part(num_workers, 5000, 1000, fail_late), std::bad_alloc) << num_workers;
 }
 
 // Labels and log odds of so many frames each.
