@@ -2,10 +2,13 @@
 #include "frames.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iterator>
 #include <limits>
 #include <set>
+
+#include "zx_kernels.h"
 
 namespace {
 
@@ -17,17 +20,22 @@ void scale_to_unit_length(std::vector<float> *values) {
         for (float &v : *values) v = static_cast<float>(double{v} / length);
 }
 
-void add(const float *row, std::vector<float> *sum) {
-    float *sums = sum->data();
-    const size_t size = sum->size();
-    for (size_t i = 0; i < size; i++) sums[i] += row[i];
+// The frames [first, end) to `sums`.
+void add(const frames &embeddings, int32_t first, int32_t end, std::vector<float> *sums) {
+    std::array<const float *, 64> rows;
+    while (first < end) {
+        int32_t count = 0;
+        for (; count < static_cast<int32_t>(rows.size()) && first < end; count++, first++)
+            rows[static_cast<size_t>(count)] = embeddings.at(first);
+        zx_kernels()->loops->sum_up(embeddings.size, count, rows.data(), sums->data());
+    }
 }
 
 }  // namespace
 
 std::vector<float> mean_of(const frames &embeddings, int32_t first, int32_t end) {
     std::vector<float> mean(static_cast<size_t>(embeddings.size));
-    for (int32_t f = first; f < end; f++) add(embeddings.at(f), &mean);
+    add(embeddings, first, end, &mean);
     scale_to_unit_length(&mean);
     return mean;
 }
@@ -37,7 +45,7 @@ centroids centroids_of(const frames &embeddings, const tags &labels) {
     for (const auto &[start, end, tag] : runs_of(labels)) {
         std::vector<float> *sum =
             &result.try_emplace(tag, static_cast<size_t>(embeddings.size)).first->second;
-        for (int32_t f = start; f < end; f++) add(embeddings.at(f), sum);
+        add(embeddings, start, end, sum);
     }
     for (auto &[tag, mean] : result) scale_to_unit_length(&mean);
     return result;

@@ -160,6 +160,12 @@ struct subject {
     std::vector<trial> (*make)(random_numbers &random, bool as_engine);
 };
 
+std::vector<const float *> rows_of(const values<float> &x, int32_t size, int32_t num_rows) {
+    std::vector<const float *> rows;
+    for (int32_t r = 0; r < num_rows; r++) rows.push_back(x.data() + int64_t{size} * r);
+    return rows;
+}
+
 using unary = void (*)(int32_t, const int16_t *, int16_t *);
 
 // A function from int16 values to as many, sometimes in place.
@@ -310,6 +316,18 @@ const subject SUBJECTS[] = {
                                                              other_weight);
                                   })};
      }},
+    {"sum_up",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t size = as_engine ? 64 : between(random, 0, 300),
+                       num_rows = as_engine ? 16 : between(random, 0, 9);
+         const auto x = inputs<float>(random, int64_t{size} * num_rows);
+         const auto rows = rows_of(*x, size, num_rows);
+         return {on_output<float>(std::to_string(num_rows) + " x " + std::to_string(size), size * num_rows,
+                                  "value", values<float>(random, size),
+                                  [=, keeps = x](const zx_kernels_t &variant, float *sums) {
+                                      variant.loops->sum_up(size, num_rows, rows.data(), sums);
+                                  })};
+     }},
     {"distances",
      [](random_numbers &random, bool as_engine) -> std::vector<trial> {
          const int32_t size = as_engine ? 64 : between(random, 1, 100),
@@ -331,8 +349,7 @@ const subject SUBJECTS[] = {
          const int32_t count = num_rows * groups * ZX_KERNELS_GROUP;
          const auto x = inputs<float>(random, int64_t{size} * num_rows);
          const auto centroids = inputs<float>(random, int64_t{size} * groups * ZX_KERNELS_GROUP);
-         std::vector<const float *> rows;
-         for (int32_t r = 0; r < num_rows; r++) rows.push_back(x->data() + int64_t{size} * r);
+         const auto rows = rows_of(*x, size, num_rows);
          return {on_output<float>(std::to_string(num_rows) + " by " + std::to_string(groups) + " groups of " +
                                       std::to_string(size),
                                   count, "product", values<float>(random, count),

@@ -48,6 +48,8 @@ struct zx_loops_t {
     float (*dot_float)(int32_t count, const float *x, const float *y);
     // c = (c w + o v) / (w + v), of a centroid of weight w and another of weight v.
     void (*average)(int32_t count, float *centroid, float weight, const float *other, float other_weight);
+    // sums += x for each row x in turn.
+    void (*sum_up)(int32_t dimension, int32_t num_rows, const float *const *rows, float *sums);
     // (1 - x c) / 2 for each centroid c. These lie in groups of ZX_KERNELS_GROUP.
     void (*distances)(int32_t dimension, int32_t num_groups, const float *x, const float *centroids,
                       float *y);
