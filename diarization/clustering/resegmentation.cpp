@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include "for_each_part.h"
 #include "packed_vectors.h"
@@ -15,19 +16,22 @@ constexpr double CHANGE_COST = 3;  // in cosines of frames
 constexpr int32_t SHORTEST_SPEAKER = 31, SHORTEST_SPEAKER_OF_LONG = 110;  // frames
 constexpr int32_t SHORT_SPEECH = 12;                                      // frames, 0.4 s
 
-// Products of frames with every state's centroid, of as many frames at once as caches hold and threads want.
+// Products of frames with every state's centroid: of all frames, or of as many at once as caches hold and
+// threads want.
 class products {
 public:
     products(const frames &embeddings, const std::vector<const float *> &means, int num_threads)
         : all_(embeddings),
           means_(means, embeddings.size),
           num_threads_(num_threads),
-          num_rows_(num_threads > 1 ? num_threads * PARTS_A_THREAD * PART : PART),
+          num_rows_(embeddings.count <= MAX_HELD ? embeddings.count
+                    : num_threads > 1            ? num_threads * PARTS_A_THREAD * PART
+                                                 : PART),
           values_(static_cast<size_t>(std::min(num_rows_, embeddings.count)) * means_.width()) {}
 
     // Of a frame; rising from 0.
     const float *of(int32_t frame) {
-        if (frame % num_rows_ == 0) {
+        if (frame % num_rows_ == 0 && first_ != frame) {
             first_ = frame;
             for_each_part(num_threads_, std::min(num_rows_, all_.count - frame), PART,
                           [this](int32_t, int32_t begin, int32_t end) { compute(begin, end); });
@@ -35,7 +39,14 @@ public:
         return &values_[static_cast<size_t>(frame - first_) * means_.width()];
     }
 
+    // From now on a state is worse than any other.
+    void take_out(size_t state) {
+        taken_out_.push_back(state);
+        if (first_ >= 0) spoil(state, 0, std::min(num_rows_, all_.count - first_));
+    }
+
 private:
+    static constexpr int32_t MAX_HELD = 8192;     // frames of which all products are held
     static constexpr int32_t PART = 1024;         // frames that a thread does at once
     static constexpr int32_t PARTS_A_THREAD = 4;  // before all wait for each other
     static constexpr int32_t AT_ONCE = packed_vectors::AT_ONCE;
@@ -48,6 +59,13 @@ private:
             for (size_t r = 0; r < count; r++) rows[r] = all_.at(first_ + row + static_cast<int32_t>(r));
             means_.multiply({rows.data(), count}, &values_[static_cast<size_t>(row) * means_.width()]);
         }
+        for (const size_t state : taken_out_) spoil(state, begin, end);
+    }
+
+    void spoil(size_t state, int32_t begin, int32_t end) {
+        for (int32_t row = begin; row < end; row++)
+            values_[static_cast<size_t>(row) * means_.width() + state] =
+                -std::numeric_limits<float>::infinity();
     }
 
     const frames &all_;
@@ -55,7 +73,8 @@ private:
     int num_threads_;
     int32_t num_rows_;  // that are held, from first_ on
     std::vector<float> values_;
-    int32_t first_ = 0;
+    std::vector<size_t> taken_out_;
+    int32_t first_ = -1;
 };
 
 // The index of the highest, of the first of equals. Each of four maxima waits for itself alone.
@@ -72,19 +91,16 @@ size_t index_of_highest(const std::vector<double> &values) {
     return static_cast<size_t>(place - values.begin());
 }
 
-// The best path: for each frame the index of its state, whose centroids are the rows of `means`,
-// nobody's first.
-std::vector<uint16_t> best_path(const frames &embeddings, const std::vector<const float *> &means,
+// The best path: for each frame the index of its state, nobody's being the first.
+std::vector<uint16_t> best_path(products *cosines, size_t num_states, int32_t num_frames,
                                 const resegmentation_options &options) {
-    const size_t num_states = means.size();
-    products cosines(embeddings, means, options.num_threads);
-    const auto count = static_cast<size_t>(embeddings.count);
+    const auto count = static_cast<size_t>(num_frames);
     std::vector<double> best(num_states);
     // The best state before each frame, where its stretch began, and where each state's stretch began.
     std::vector<uint16_t> from(count);
     std::vector<int64_t> first_of_from(count), first(num_states);
     for (size_t t = 0; t < count; t++) {
-        const float *scores = cosines.of(static_cast<int32_t>(t));
+        const float *scores = cosines->of(static_cast<int32_t>(t));
         const size_t before = index_of_highest(best);
         const double moved = t > 0 ? best[before] - CHANGE_COST / options.frames_a_row : -1;
         from[t] = static_cast<uint16_t>(before);
@@ -97,7 +113,7 @@ std::vector<uint16_t> best_path(const frames &embeddings, const std::vector<cons
     }
     std::vector<uint16_t> path(count);
     auto state = static_cast<uint16_t>(index_of_highest(best));
-    for (int64_t end = embeddings.count, start = first[state]; end > 0;) {
+    for (int64_t end = num_frames, start = first[state]; end > 0;) {
         std::fill(path.data() + start, path.data() + end, state);
         state = from[static_cast<size_t>(start)];
         end = start;
@@ -119,6 +135,20 @@ uint32_t speaker_like_background(const centroids &speakers, const float *backgro
     return nearest;
 }
 
+// The speaker who has least of a path through states of these names, if that is less than `shortest`; else 0.
+uint32_t speaker_with_less(const centroids &speakers, const tags &names, const std::vector<uint16_t> &path,
+                           int32_t shortest) {
+    std::vector<int32_t> frames_of(names.size());
+    for (const uint16_t state : path) frames_of[state]++;
+    uint32_t found = 0;
+    for (size_t i = 1; i < names.size(); i++) {
+        if (frames_of[i] >= shortest || speakers.count(names[i]) == 0) continue;
+        shortest = frames_of[i];
+        found = names[i];
+    }
+    return found;
+}
+
 }  // namespace
 
 void resegment(const frames &embeddings, const float *background, const resegmentation_options &options,
@@ -129,38 +159,37 @@ void resegment(const frames &embeddings, const float *background, const resegmen
                                    : std::clamp(num_frames / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
     const int32_t shortest = std::max(1, min_frames / options.frames_a_row);
     centroids speakers = centroids_of(embeddings, *labels);
-    const auto take_out = [&](uint32_t tag) {
-        std::replace(labels->begin(), labels->end(), tag, 0u);
-        speakers.erase(tag);
+    const auto may_lose_one = [&] {
+        return static_cast<int>(speakers.size()) > std::max(1, options.min_speakers);
     };
     for (int rounds_left = options.rounds; !speakers.empty();) {
-        const bool may_lose_one = static_cast<int>(speakers.size()) > std::max(1, options.min_speakers);
-        const uint32_t like_background =
-            speaker_like_background(speakers, background, options.min_background_distance);
-        if (like_background != 0 && may_lose_one) {
-            take_out(like_background);
-            continue;
-        }
         std::vector<const float *> means = {background};
         tags names = {0};
         for (const auto &[tag, mean] : speakers) {
             means.push_back(mean.data());
             names.push_back(tag);
         }
-        const std::vector<uint16_t> path = best_path(embeddings, means, options);
-        std::vector<int32_t> frames_of(names.size());
-        for (const uint16_t state : path) frames_of[state]++;
-        const auto fewest = std::min_element(frames_of.begin() + 1, frames_of.end());
-        if (*fewest < shortest && may_lose_one) {
-            take_out(names[static_cast<size_t>(fewest - frames_of.begin())]);
-            continue;
+        products cosines(embeddings, means, options.num_threads);
+        std::vector<uint16_t> path;
+        for (;;) {
+            uint32_t out = may_lose_one() ? speaker_like_background(speakers, background,
+                                                                    options.min_background_distance)
+                                          : 0;
+            if (out == 0) {
+                path = best_path(&cosines, names.size(), embeddings.count, options);
+                if (may_lose_one()) out = speaker_with_less(speakers, names, path, shortest);
+            }
+            if (out == 0) break;
+            std::replace(labels->begin(), labels->end(), out, 0u);
+            cosines.take_out(static_cast<size_t>(std::find(names.begin(), names.end(), out) - names.begin()));
+            speakers.erase(out);
         }
         bool is_new = false;
         for (size_t t = 0; t < path.size(); t++) {
             is_new = is_new || (*labels)[t] != names[path[t]];
             (*labels)[t] = names[path[t]];
         }
-        const bool may_join = may_lose_one && options.merge_threshold >= 0;
+        const bool may_join = may_lose_one() && options.merge_threshold >= 0;
         const bool is_last = !is_new || rounds_left == 0;  // the same labels would come again
         if (is_last && !may_join) return;
         speakers = centroids_of(embeddings, *labels);

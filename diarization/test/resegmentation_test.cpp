@@ -64,6 +64,22 @@ TEST(resegmentation, who_says_too_little_for_the_recording_goes_to_others_unless
     }
 }
 
+// Whether a recording's products are held as a whole or not.
+TEST(resegmentation, one_after_the_other_goes_who_says_too_little) {
+    for (const int length : {4000, 20000}) {
+        const auto voices = stretches({{1, length}, {3, 40}, {1, length}, {0, 300}, {3, 60}});
+        const auto first_labels = stretches({{1, length}, {2, 40}, {1, length}, {0, 300}, {3, 60}});
+        const std::vector<float> rows = rows_of(voices);
+        for (const int num_threads : {1, 3}) {
+            tags labels(first_labels.begin(), first_labels.end());
+            resegment({rows.data(), static_cast<int32_t>(voices.size()), 3}, BACKGROUND,
+                      {.min_frames = 110, .num_threads = num_threads}, &labels);
+            EXPECT_EQ(labels, expected(stretches({{1, 2 * length + 40}, {0, 300}, {1, 60}})))
+                << length << " frames, " << num_threads << " threads";
+        }
+    }
+}
+
 TEST(resegmentation, speakers_nearer_than_clusters_merge_become_one) {
     const auto voices = stretches({{1, 100}, {3, 100}, {2, 100}});  // 1 and 3 are 0.1 apart
     EXPECT_EQ(resegmented(voices, voices, 0.05), expected(voices));
