@@ -14,6 +14,7 @@ namespace {
 
 constexpr int32_t FRAMES_AT_ONCE = 1024;   // of a thread
 constexpr double OVERLAP_CHANGE_COST = 4;  // log odds
+constexpr size_t SHORTEST_SECOND = 3;      // frames, 0.1 s
 
 enum class activation { none, rectified };
 
@@ -152,7 +153,8 @@ tags second_speakers(const tags &labels, const std::vector<float> &log_odds) {
         for (end = start + 1;
              end < labels.size() && is_overlap[end] == is_overlap[start] && labels[end] == labels[start];)
             end++;
-        if (is_overlap[start])
+        // What a change of speakers cuts off may be a frame or two.
+        if (is_overlap[start] && end - start >= SHORTEST_SECOND)
             std::fill(second.begin() + static_cast<std::ptrdiff_t>(start),
                       second.begin() + static_cast<std::ptrdiff_t>(end), nearest_other(labels, start, end));
     }

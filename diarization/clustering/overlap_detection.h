@@ -17,7 +17,8 @@ std::vector<float> overlap_log_odds(const frames &embeddings, const overlap_netw
 
 // The second speaker of each frame, 0 where there is none. Of all ways to call the frames in which somebody
 // speaks overlapped or not, the one with the largest sum of log odds over the overlapped frames, less 4 a
-// change. A stretch's second speaker is the one, other than its first, who speaks nearest to it.
+// change. A stretch's second speaker is the one, other than its first, who speaks nearest to it; what a
+// change of speakers leaves of a stretch counts from 0.1 s on.
 tags second_speakers(const tags &labels, const std::vector<float> &log_odds);
 
 // The probability that two speak during a stretch, by its mean log odds.
