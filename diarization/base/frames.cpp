@@ -20,22 +20,21 @@ void scale_to_unit_length(std::vector<float> *values) {
         for (float &v : *values) v = static_cast<float>(double{v} / length);
 }
 
-// The frames [first, end) to `sums`.
-void add(const frames &embeddings, int32_t first, int32_t end, std::vector<float> *sums) {
+}  // namespace
+
+void add_frames(const frames &embeddings, int32_t first, int32_t end, float *sums) {
     std::array<const float *, 64> rows;
     while (first < end) {
         int32_t count = 0;
         for (; count < static_cast<int32_t>(rows.size()) && first < end; count++, first++)
             rows[static_cast<size_t>(count)] = embeddings.at(first);
-        zx_kernels()->loops->sum_up(embeddings.size, count, rows.data(), sums->data());
+        zx_kernels()->loops->sum_up(embeddings.size, count, rows.data(), sums);
     }
 }
 
-}  // namespace
-
 std::vector<float> mean_of(const frames &embeddings, int32_t first, int32_t end) {
     std::vector<float> mean(static_cast<size_t>(embeddings.size));
-    add(embeddings, first, end, &mean);
+    add_frames(embeddings, first, end, mean.data());
     scale_to_unit_length(&mean);
     return mean;
 }
@@ -45,7 +44,7 @@ centroids centroids_of(const frames &embeddings, const tags &labels) {
     for (const auto &[start, end, tag] : runs_of(labels)) {
         std::vector<float> *sum =
             &result.try_emplace(tag, static_cast<size_t>(embeddings.size)).first->second;
-        add(embeddings, start, end, sum);
+        add_frames(embeddings, start, end, sum->data());
     }
     for (auto &[tag, mean] : result) scale_to_unit_length(&mean);
     return result;

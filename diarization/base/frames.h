@@ -29,6 +29,9 @@ struct frames {
 using tags = std::vector<uint32_t>;  // a frame's speaker, from 1 on; 0 where nobody speaks
 using centroids = std::map<uint32_t, std::vector<float>>;  // of unit length, by tag
 
+// The frames [first, end) are added to `sums`, a value for each dimension, one after the other.
+void add_frames(const frames &embeddings, int32_t first, int32_t end, float *sums);
+
 // The mean of the frames [first, end), scaled to unit length; zeros stay zeros.
 std::vector<float> mean_of(const frames &embeddings, int32_t first, int32_t end);
 

@@ -18,8 +18,7 @@ frame_blocks::frame_blocks(const frames &embeddings)
     for (int32_t b = 0; b < count_; b++) {
         float *mean = &values_[static_cast<size_t>(b) * static_cast<size_t>(size_)];
         const int32_t end = std::min((b + 1) * block_size_, embeddings.count);
-        for (int32_t f = b * block_size_; f < end; f++)
-            for (int32_t d = 0; d < size_; d++) mean[d] += embeddings.at(f)[d];
+        add_frames(embeddings, b * block_size_, end, mean);
         const auto length = static_cast<float>(end - b * block_size_);
         for (int32_t d = 0; d < size_; d++) mean[d] /= length;
     }

@@ -29,7 +29,7 @@ public:
                                                  : PART),
           values_(static_cast<size_t>(std::min(num_rows_, embeddings.count)) * means_.width()) {}
 
-    // Of a frame; rising from 0.
+    // Of a frame; rising from 0, as often as one likes.
     const float *of(int32_t frame) {
         if (frame % num_rows_ == 0 && first_ != frame) {
             first_ = frame;
