@@ -2,6 +2,7 @@
 #include "division_features.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <map>
 
@@ -103,12 +104,19 @@ void describe_windows(const speech_windows &windows, const division_means &means
     std::vector<const float *> rows;
     for (size_t k = 0; k < means.number(); k++) rows.push_back(means.at(k));
     const packed_vectors packed(rows, windows.size);
-    std::vector<float> cosines(packed.width());
+    constexpr size_t AT_ONCE = packed_vectors::AT_ONCE;
+    std::array<const float *, AT_ONCE> some;
+    std::vector<float> products(AT_ONCE * packed.width());
     std::vector<double> separations;
     std::vector<double> sums(means.number()), counts(means.number());
     double spread = 0;
     for (size_t i = 0; i < windows.count(); i++) {
-        packed.multiply(windows.at(i), cosines.data());
+        if (i % AT_ONCE == 0) {
+            const size_t count = std::min(AT_ONCE, windows.count() - i);
+            for (size_t k = 0; k < count; k++) some[k] = windows.at(i + k);
+            packed.multiply({some.data(), count}, products.data());
+        }
+        const float *cosines = &products[i % AT_ONCE * packed.width()];
         size_t own = 0;
         for (size_t k = 1; k < means.number(); k++)
             if (cosines[k] > cosines[own]) own = k;

@@ -19,7 +19,6 @@ public:
     // dimensions. Several rows at once take less time each, up to AT_ONCE.
     static constexpr int32_t AT_ONCE = 16;
     void multiply(std::span<const float *const> rows, float *products) const;
-    void multiply(const float *row, float *products) const { multiply({&row, 1}, products); }
 
 private:
     int32_t size_;

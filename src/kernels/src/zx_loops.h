@@ -133,23 +133,15 @@ void distances(int32_t dimension, int32_t num_groups, const float *x, const floa
     }
 }
 
-void products_of_row(int32_t dimension, const float *x, int32_t num_groups, const float *centroids,
-                     float *y) {
-    for (int32_t g = 0; g < num_groups; g++, y += GROUP) {
-        float sums[GROUP] = {};
-        for (int32_t d = 0; d < dimension; d++, centroids += GROUP) {
-            for (int32_t k = 0; k < GROUP; k++) sums[k] += x[d] * centroids[k];
-        }
-        for (int32_t k = 0; k < GROUP; k++) y[k] = sums[k];
-    }
-}
-
-// Four rows at once: a sum waits for the one before, so that several have to be on the way.
+// Four rows at once: a sum waits for the one before, so that several have to be on the way. Where fewer are
+// left, the last of them is computed more than once.
 void products(int32_t dimension, int32_t num_rows, const float *const *rows, int32_t num_groups,
               const float *centroids, float *y) {
     const int32_t width = num_groups * GROUP;
-    for (; num_rows >= 4; num_rows -= 4, rows += 4, y += 4 * width) {
-        const float *x0 = rows[0], *x1 = rows[1], *x2 = rows[2], *x3 = rows[3], *c = centroids;
+    for (; num_rows > 0; num_rows -= 4, rows += 4, y += 4 * width) {
+        const int32_t second = num_rows > 1 ? 1 : 0, third = num_rows > 2 ? 2 : second,
+                      fourth = num_rows > 3 ? 3 : third;
+        const float *x0 = rows[0], *x1 = rows[second], *x2 = rows[third], *x3 = rows[fourth], *c = centroids;
         for (int32_t g = 0; g < num_groups; g++) {
             float sums0[GROUP] = {}, sums1[GROUP] = {}, sums2[GROUP] = {}, sums3[GROUP] = {};
             for (int32_t d = 0; d < dimension; d++, c += GROUP) {
@@ -163,14 +155,12 @@ void products(int32_t dimension, int32_t num_rows, const float *const *rows, int
             float *to = y + g * GROUP;
             for (int32_t k = 0; k < GROUP; k++) {
                 to[k] = sums0[k];
-                to[width + k] = sums1[k];
-                to[2 * width + k] = sums2[k];
-                to[3 * width + k] = sums3[k];
+                to[second * width + k] = sums1[k];
+                to[third * width + k] = sums2[k];
+                to[fourth * width + k] = sums3[k];
             }
         }
     }
-    for (; num_rows > 0; num_rows--, rows++, y += width)
-        products_of_row(dimension, *rows, num_groups, centroids, y);
 }
 
 int16_t truncate(float x) {
