@@ -22,6 +22,12 @@ constexpr std::array SAME_IN_PIECES = {0.11F, 0.14F, 0.17F, 0.2F, 0.23F};
 
 }  // namespace
 
+std::vector<const float *> speech_windows::rows() const {
+    std::vector<const float *> result(count());
+    for (size_t i = 0; i < result.size(); i++) result[i] = at(i);
+    return result;
+}
+
 speech_windows windows_of(const frames &embeddings, const tags &labels, const float *background,
                           double min_background_distance) {
     tags speech(labels.size());
@@ -47,8 +53,7 @@ speech_windows windows_of(const frames &embeddings, const tags &labels, const fl
 distance_matrix distances_of(const speech_windows &windows) {
     const size_t n = windows.count();
     distance_matrix result(n);
-    std::vector<const float *> rows(n);
-    for (size_t i = 0; i < n; i++) rows[i] = windows.at(i);
+    const std::vector<const float *> rows = windows.rows();
     const packed_vectors packed(rows, windows.size);
     constexpr size_t AT_ONCE = packed_vectors::AT_ONCE;
     std::vector<float> cosines(AT_ONCE * packed.width());

@@ -22,6 +22,7 @@ struct speech_windows {
 
     size_t count() const { return spans.size(); }
     const float *at(size_t window) const { return &values[window * static_cast<size_t>(size)]; }
+    std::vector<const float *> rows() const;
 };
 
 // Of the frames with a label but 0. Windows nearer to the background than `min_background_distance` are left

@@ -2,7 +2,6 @@
 #include "division_features.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <map>
 
@@ -101,21 +100,18 @@ std::map<uint32_t, size_t> number_tags(const tags &labels) {
 }
 
 void describe_windows(const speech_windows &windows, const division_means &means, description *d) {
-    std::vector<const float *> rows;
-    for (size_t k = 0; k < means.number(); k++) rows.push_back(means.at(k));
-    const packed_vectors packed(rows, windows.size);
+    std::vector<const float *> speakers;
+    for (size_t k = 0; k < means.number(); k++) speakers.push_back(means.at(k));
+    const packed_vectors packed(speakers, windows.size);
     constexpr size_t AT_ONCE = packed_vectors::AT_ONCE;
-    std::array<const float *, AT_ONCE> some;
+    const std::vector<const float *> rows = windows.rows();
     std::vector<float> products(AT_ONCE * packed.width());
     std::vector<double> separations;
     std::vector<double> sums(means.number()), counts(means.number());
     double spread = 0;
     for (size_t i = 0; i < windows.count(); i++) {
-        if (i % AT_ONCE == 0) {
-            const size_t count = std::min(AT_ONCE, windows.count() - i);
-            for (size_t k = 0; k < count; k++) some[k] = windows.at(i + k);
-            packed.multiply({some.data(), count}, products.data());
-        }
+        if (i % AT_ONCE == 0)
+            packed.multiply({&rows[i], std::min(AT_ONCE, rows.size() - i)}, products.data());
         const float *cosines = &products[i % AT_ONCE * packed.width()];
         size_t own = 0;
         for (size_t k = 1; k < means.number(); k++)
