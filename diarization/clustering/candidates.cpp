@@ -15,10 +15,23 @@ constexpr int32_t WINDOW = 47, WINDOW_HOP = 16;  // frames: 1.5 s every 0.5 s
 constexpr size_t MAX_WINDOWS = 800;
 constexpr int32_t LARGE_BLOCK = 4;        // frames
 constexpr int32_t SHORTEST_SPEAKER = 16;  // frames, 0.5 s
-constexpr int FEW = 12;                   // up to which every number of speakers is tried
+constexpr int FEW = 12;                   // up to which every number of speakers may be tried
+constexpr int MANY = 16;                  // from which on average linkage alone does
 constexpr double MIN_SHARE = 0.02;        // of the windows that a cluster needs to count as one
 // Up to which distances speakers of pieces become one.
 constexpr std::array SAME_IN_PIECES = {0.11F, 0.14F, 0.17F, 0.2F, 0.23F};
+
+// Numbers of speakers to try where the engine found so many.
+std::vector<int> likely_numbers(int found) {
+    std::vector<int> numbers;
+    for (int number = std::max(2, found / 3); number <= std::min(2 * found + 2, FEW); number++)
+        numbers.push_back(number);
+    for (const int tenths : {7, 9, 10, 11, 13, 16})
+        if (const int number = found * tenths / 10;
+            number > std::max(FEW, numbers.empty() ? 0 : numbers.back()))
+            numbers.push_back(number);
+    return numbers;
+}
 
 }  // namespace
 
@@ -69,33 +82,24 @@ distance_matrix distances_of(const speech_windows &windows) {
 candidate_set::candidate_set(const clustering_input &input, const frame_blocks &blocks)
     : input_(input),
       blocks_(blocks),
-      windows_(windows_of(*input.embeddings, input.engine_labels, input.background.data(),
+      windows_(windows_of(*input.embeddings, blocks.to_frames(input.engine_labels), input.background.data(),
                           input.min_background_distance)),
       distances_(distances_of(windows_)) {
-    const tags own = blocks_.from_frames(input.engine_labels);
-    candidates_.push_back({division_method::engine, own, count_speakers(own)});
+    const int found = count_speakers(input.engine_labels);
+    candidates_.push_back({division_method::engine, input.engine_labels, found});
     if (windows_.count() < 2) return;
-    complete_ = linkage_tree(distances_, linkage::complete);
-    average_ = linkage_tree(distances_, linkage::average);
-    ward_ = linkage_tree(distances_, linkage::ward);
     add(division_method::engine_short, blocks_.from_frames(input.first_labels), 1, 0);
     for (const tags &labels : input.other_labels)
         add(division_method::engine_other, blocks_.from_frames(labels), 1, 0);
-    tags one = own;
+    tags one = input.engine_labels;
     std::replace_if(
         one.begin(), one.end(), [](uint32_t tag) { return tag != 0; }, 1U);
     candidates_.push_back({division_method::one, one, 1});
-    std::vector<size_t> numbers(FEW - 1);
-    std::iota(numbers.begin(), numbers.end(), size_t{2});
-    const int found = count_speakers(input.engine_labels);
-    for (const int tenths : {7, 9, 10, 11, 13, 16})
-        if (found * tenths / 10 > static_cast<int>(numbers.back()))
-            numbers.push_back(static_cast<size_t>(found * tenths / 10));
-    for (const size_t number : numbers) {
-        add_linkage(division_method::average, number, 1);
-        if (number > FEW) continue;
-        add_linkage(division_method::complete, number, 1);
-        add_linkage(division_method::ward, number, 1);
+    for (const int number : likely_numbers(found)) {
+        add_linkage(division_method::average, static_cast<size_t>(number), 1);
+        if (found >= MANY || number > FEW) continue;
+        add_linkage(division_method::complete, static_cast<size_t>(number), 1);
+        add_linkage(division_method::ward, static_cast<size_t>(number), 1);
     }
     size_t before = 0;
     for (const float height : SAME_IN_PIECES) {
@@ -134,17 +138,23 @@ void candidate_set::add(division_method method, tags labels, int min_speakers, i
 
 void candidate_set::add_pieces(size_t number) {
     if (number > input_.pieces.num_speakers) return;
-    candidates_.push_back({division_method::pieces, blocks_.from_frames(join_pieces(input_.pieces, number)),
-                           static_cast<int>(number)});
+    candidates_.push_back(
+        {division_method::pieces, join_pieces(input_.pieces, number), static_cast<int>(number)});
 }
 
 void candidate_set::add_linkage(division_method method, size_t number, int min_speakers) {
     if (number >= windows_.count()) return;
     const bool is_asked_for = min_speakers > 1;
-    const std::vector<merge> &tree = method == division_method::complete  ? complete_
-                                     : method == division_method::average ? average_
-                                                                          : ward_;
-    add(method, cut(tree, number), min_speakers, is_asked_for ? 0 : static_cast<int>(number));
+    const linkage how = method == division_method::complete  ? linkage::complete
+                        : method == division_method::average ? linkage::average
+                                                             : linkage::ward;
+    add(method, cut(tree_of(how), number), min_speakers, is_asked_for ? 0 : static_cast<int>(number));
+}
+
+const std::vector<merge> &candidate_set::tree_of(linkage how) {
+    std::vector<merge> &tree = trees_[static_cast<size_t>(how)];
+    if (tree.empty()) tree = linkage_tree(distances_, how);
+    return tree;
 }
 
 // The tree cut where so many clusters have their share of the windows, which all go to the nearest of these;
@@ -193,17 +203,19 @@ std::vector<candidate_features> candidate_set::features() const {
 }
 
 tags candidate_set::labels_of_frames(size_t candidate, int min_speakers) const {
-    const auto &[method, of_blocks, num_speakers] = candidates_[candidate];
-    if (method == division_method::engine) return input_.engine_labels;
-    if (method == division_method::pieces)
-        return join_pieces(input_.pieces, static_cast<size_t>(num_speakers));
-    tags labels = blocks_.to_frames(of_blocks);
-    resegment(*input_.embeddings, input_.background.data(),
-              {.speech_bias = input_.speech_bias,
+    return at_full_resolution(input_, blocks_, candidates_[candidate].labels, min_speakers);
+}
+
+tags at_full_resolution(const clustering_input &input, const frame_blocks &blocks, const tags &labels,
+                        int min_speakers) {
+    if (blocks.block_size() == 1) return labels;
+    tags of_frames = blocks.to_frames(labels);
+    resegment(*input.embeddings, input.background.data(),
+              {.speech_bias = input.speech_bias,
                .min_frames = SHORTEST_SPEAKER,
                .min_speakers = std::max(min_speakers, 1),
                .rounds = 0,
-               .num_threads = input_.num_threads},
-              &labels);
-    return labels;
+               .num_threads = input.num_threads},
+              &of_frames);
+    return of_frames;
 }

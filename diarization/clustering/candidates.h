@@ -49,15 +49,19 @@ struct clustering_input {
     double speech_bias = 0;
     double min_background_distance = 0;  // of a speaker
     int num_threads = 1;
-    tags engine_labels;              // of frames: as the engine's clustering and its resegmentation have them
-    tags first_labels;               // the same before resegmentation
-    std::vector<tags> other_labels;  // the same by other merge thresholds
+    tags engine_labels;              // of blocks: as the engine's clustering and its resegmentation have them
+    tags first_labels;               // of frames: the same before resegmentation
+    std::vector<tags> other_labels;  // of frames: the same by other merge thresholds
     divided_pieces pieces;
 };
 
+// Labels of frames from those of blocks: borders are sought again where a block is more than a frame.
+tags at_full_resolution(const clustering_input &input, const frame_blocks &blocks, const tags &labels,
+                        int min_speakers);
+
 class candidate_set {
 public:
-    // Divisions into 1 to 12 speakers and, where the engine found many, about that many. Nothing but the
+    // Divisions into one speaker and into about as many as the engine found. Nothing but the
     // engine's own where there is too little speech.
     candidate_set(const clustering_input &input, const frame_blocks &blocks);
 
@@ -69,20 +73,21 @@ public:
     // A row for each candidate.
     std::vector<candidate_features> features() const;
 
-    // Labels of frames: resegmented at full resolution.
+    // Labels of frames.
     tags labels_of_frames(size_t candidate, int min_speakers) const;
 
 private:
     void add(division_method method, tags labels, int min_speakers, int wanted);
     void add_pieces(size_t number);
     void add_linkage(division_method method, size_t number, int min_speakers);
+    const std::vector<merge> &tree_of(linkage how);
     tags cut(const std::vector<merge> &tree, size_t number) const;
 
     const clustering_input &input_;
     const frame_blocks &blocks_;
     speech_windows windows_;
     distance_matrix distances_;
-    std::vector<merge> complete_, average_, ward_;
+    std::array<std::vector<merge>, 3> trees_;  // by linkage, once they have been asked for
     std::vector<candidate> candidates_;
 };
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t MAX_IN_GRAPH = 100;
+constexpr size_t MAX_IN_SAMPLE = 100;
 
 double mean(const std::vector<double> &values) {
     double sum = 0;
@@ -34,9 +34,9 @@ std::pair<double, double> spread_of(const distance_matrix &distances) {
     return {low, quantile(&apart, 0.8)};
 }
 
-// Every so manieth window, so that the graph stays small.
+// Every so manieth window, which are enough for what is said of a recording as a whole.
 distance_matrix thinned(const distance_matrix &distances) {
-    const size_t n = std::min(distances.n, MAX_IN_GRAPH);
+    const size_t n = std::min(distances.n, MAX_IN_SAMPLE);
     distance_matrix result(n);
     for (size_t i = 0; i < n; i++)
         for (size_t j = 0; j < i; j++)
@@ -271,8 +271,9 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                                                       const float *background, const speech_windows &windows,
                                                       const distance_matrix &distances,
                                                       const std::vector<candidate> &divisions) {
-    const double groups = count_by_eigengap(thinned(distances));
-    const auto [low, high] = spread_of(distances);
+    const distance_matrix sample = thinned(distances);
+    const double groups = count_by_eigengap(sample);
+    const auto [low, high] = spread_of(sample);
     std::vector<description> descriptions;
     descriptions.reserve(divisions.size());
     for (const candidate &division : divisions)

@@ -16,33 +16,29 @@ constexpr double LIKE_BACKGROUND = 0.8;
 constexpr double SPEECH_BIAS = 10;                   // log odds for one unit of cosine
 constexpr int32_t LONGEST_TO_CLUSTER_AGAIN = 20000;  // frames, 10 minutes
 
-resegmentation_options options_for_engine(engine *own, const clustering_policy &policy) {
-    return {.speech_bias = policy.speech_bias,
-            .merge_threshold = policy.values[0],
-            .num_threads = own->get()->num_workers};
+// A division of the engine's into labels of blocks, resegmented: all of them, or those from `first` on.
+tags resegmented(engine *own, const frame_blocks &blocks, int32_t first, const clustering_policy &policy,
+                 const tags &labels_of_frames) {
+    tags labels = blocks.from_frames(labels_of_frames);
+    resegment(blocks.view().part(first, first + static_cast<int32_t>(labels.size())), own->background(),
+              {.speech_bias = policy.speech_bias,
+               .merge_threshold = policy.values[0],
+               .frames_a_row = blocks.block_size(),
+               .num_threads = own->get()->num_workers},
+              &labels);
+    return labels;
 }
 
-// The engine's division, resegmented. The clustering drops who has less than about a second: where that
-// leaves nobody, short speech may still be there, at last somewhat nearer to the background: nobody at all is
-// the rarer result.
-tags resegmented(engine *own, const frames &embeddings, const frame_blocks &blocks,
-                 const clustering_policy &policy, tags labels, std::string *note) {
-    resegmentation_options options = options_for_engine(own, policy);
-    if (blocks.block_size() > 1) {  // who stays is decided by blocks, which borders they have by frames
-        options.frames_a_row = blocks.block_size();
-        tags of_blocks = blocks.from_frames(labels);
-        resegment(blocks.view(), own->background(), options, &of_blocks);
-        labels = blocks.to_frames(of_blocks);
-        options = {.speech_bias = policy.speech_bias, .min_frames = 1, .num_threads = options.num_threads};
-    }
-    resegment(embeddings, own->background(), options, &labels);
+// The clustering drops who has less than about a second. Where that leaves nobody, short speech may still be
+// there, at last somewhat nearer to the background: nobody at all is the rarer result.
+tags short_speech(engine *own, const frames &embeddings, const clustering_policy &policy) {
     for (const double nearness : {1.0, 0.9}) {
-        if (count_speakers(labels) > 0) return labels;
+        tags labels(static_cast<size_t>(embeddings.count));
         find_short_speech(embeddings, own->background(), policy.speech_bias, nearness * policy.values[3],
                           &labels);
+        if (count_speakers(labels) > 0) return labels;
     }
-    if (count_speakers(labels) > 0) *note = "a few words only: too little to tell speakers apart";
-    return labels;
+    return {};
 }
 
 // The cheapest by the model's trees of those with an allowed number of speakers; of none allowed, of those
@@ -96,20 +92,29 @@ speaker_search::speaker_search(engine *own, const frames &recording, const clust
     input_.num_threads = own->get()->num_workers;
     input_.first_labels = own->cluster(all_, policy.values, progress);
     input_.engine_labels = policy.with_resegmentation
-                               ? resegmented(own, all_, blocks_, policy, input_.first_labels, &note_)
-                               : input_.first_labels;
+                               ? resegmented(own, blocks_, 0, policy, input_.first_labels)
+                               : blocks_.from_frames(input_.first_labels);
+    if (policy.with_resegmentation && count_speakers(input_.engine_labels) == 0)
+        few_words_ = short_speech(own, all_, policy);
 }
 
 clustering_result speaker_search::find(engine *own, int min_speakers, int max_speakers) {
-    clustering_result result = {labels_of_recording(input_.engine_labels), note_, {}};
+    if (!few_words_.empty())
+        return {labels_of_recording(few_words_), "a few words only: too little to tell speakers apart", {}};
     const int most = max_speakers > 0 ? max_speakers : std::numeric_limits<int>::max();
     const int fewest = std::min(min_speakers, most);
-    const int count = count_speakers(result.labels);
+    const int count = count_speakers(input_.engine_labels);
     const bool is_allowed = count >= fewest && count <= most;
     const regression_trees &trees = own->parameters().candidate_costs;
     const bool is_settled = is_allowed && (trees.is_empty() || !policy_.with_resegmentation);
-    if (count == 0 || !note_.empty() || is_settled) return result;
+    if (count == 0 || is_settled)
+        return {labels_of_recording(policy_.with_resegmentation
+                                        ? at_full_resolution(input_, blocks_, input_.engine_labels, fewest)
+                                        : input_.first_labels),
+                "",
+                {}};
 
+    clustering_result result;
     if (min_speakers > 0) candidates(own)->add_number(fewest);
     if (max_speakers > 0) candidates(own)->add_number(most);
     const size_t chosen = choose(*candidates(own), trees, fewest, most, &result.evidence);
@@ -121,7 +126,7 @@ clustering_result speaker_search::find(engine *own, int min_speakers, int max_sp
 
 void speaker_search::describe(engine *own, std::vector<candidate_features> *features,
                               std::vector<tags> *labels) {
-    if (count_speakers(input_.engine_labels) == 0 || !note_.empty()) return;
+    if (count_speakers(input_.engine_labels) == 0) return;
     *features = candidates(own)->features();
     for (size_t i = 0; i < features->size(); i++)
         labels->push_back(labels_of_recording(candidates_->labels_of_frames(i, 1)));
@@ -143,10 +148,10 @@ candidate_set *speaker_search::candidates(engine *own) {
         values[0] *= factor;
         input_.other_labels.push_back(own->cluster(all_, values, nullptr));
     }
-    input_.pieces = divide_pieces(all_, [&](const frames &piece) {
-        tags labels = own->cluster(piece, policy_.values, nullptr);
-        resegment(piece, own->background(), options_for_engine(own, policy_), &labels);
-        return labels;
+    const int32_t size = blocks_.block_size();
+    input_.pieces = divide_pieces(blocks_.view(), size, [&](int32_t first, int32_t end) {
+        const frames piece = all_.part(first * size, std::min(end * size, all_.count));
+        return resegmented(own, blocks_, first, policy_, own->cluster(piece, policy_.values, nullptr));
     });
     candidates_ = std::make_unique<candidate_set>(input_, blocks_);
     return candidates_.get();

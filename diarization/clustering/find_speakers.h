@@ -59,7 +59,7 @@ private:
     frames all_;
     frame_blocks blocks_;
     clustering_input input_;
-    std::string note_;
+    tags few_words_;  // of frames: where speech is too short for clusters
     std::unique_ptr<candidate_set> candidates_;
 };
 

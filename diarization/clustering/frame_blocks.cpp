@@ -25,10 +25,11 @@ frame_blocks::frame_blocks(const frames &embeddings)
 }
 
 tags frame_blocks::from_frames(const tags &labels) const {
-    tags result(static_cast<size_t>(count_));
+    const auto size = static_cast<size_t>(block_size_);
+    tags result((labels.size() + size - 1) / size);
     for (size_t b = 0; b < result.size(); b++) {
-        const size_t first = b * static_cast<size_t>(block_size_);
-        const size_t end = std::min(first + static_cast<size_t>(block_size_), labels.size());
+        const size_t first = b * size;
+        const size_t end = std::min(first + size, labels.size());
         std::ptrdiff_t highest = 0;
         for (size_t f = first; f < end; f++) {
             const auto same = std::count(&labels[first], labels.data() + end, labels[f]);

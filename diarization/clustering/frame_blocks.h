@@ -17,7 +17,8 @@ public:
     frames view() const { return {values_.data(), count_, size_}; }
     int32_t block_size() const { return block_size_; }
 
-    // Labels of frames to labels of blocks (most of a block's frames have it), and the way back.
+    // Labels of frames, of all or of those from a block's first on, to labels of blocks (most of a block's
+    // frames have it), and the way back.
     tags from_frames(const tags &labels) const;
     tags to_frames(const tags &labels) const;
 

@@ -21,10 +21,10 @@ size_t number_from(size_t first, tags *labels) {
     return known.size();
 }
 
-distance_matrix distances_of_speakers(const frames &embeddings, const tags &labels, size_t number) {
-    division_means means(number, static_cast<size_t>(embeddings.size));
-    for (size_t f = 0; f < labels.size(); f++)
-        if (labels[f] != 0) means.add(labels[f] - 1, embeddings.at(static_cast<int32_t>(f)));
+distance_matrix distances_of_speakers(const frames &blocks, const tags &labels, size_t number) {
+    division_means means(number, static_cast<size_t>(blocks.size));
+    for (size_t b = 0; b < labels.size(); b++)
+        if (labels[b] != 0) means.add(labels[b] - 1, blocks.at(static_cast<int32_t>(b)));
     means.scale();
     distance_matrix result(number);
     for (size_t a = 0; a < number; a++)
@@ -34,19 +34,20 @@ distance_matrix distances_of_speakers(const frames &embeddings, const tags &labe
 
 }  // namespace
 
-divided_pieces divide_pieces(const frames &embeddings, const std::function<tags(const frames &)> &divide) {
+divided_pieces divide_pieces(const frames &blocks, int32_t block_size,
+                             const std::function<tags(int32_t first, int32_t end)> &divide) {
     divided_pieces result;
-    const int32_t num_pieces = std::min((2 * embeddings.count + PIECE) / (2 * PIECE), MAX_PIECES);
+    const int32_t num_pieces = std::min((2 * blocks.count * block_size + PIECE) / (2 * PIECE), MAX_PIECES);
     if (num_pieces < 2) return result;
     for (int32_t p = 0; p < num_pieces; p++) {
-        const auto first = static_cast<int32_t>(int64_t{p} * embeddings.count / num_pieces);
-        const auto end = static_cast<int32_t>((int64_t{p} + 1) * embeddings.count / num_pieces);
-        tags labels = divide(embeddings.part(first, end));
+        const auto first = static_cast<int32_t>(int64_t{p} * blocks.count / num_pieces);
+        const auto end = static_cast<int32_t>((int64_t{p} + 1) * blocks.count / num_pieces);
+        tags labels = divide(first, end);
         result.num_speakers += number_from(result.num_speakers + 1, &labels);
         result.labels.insert(result.labels.end(), labels.begin(), labels.end());
     }
     result.tree =
-        linkage_tree(distances_of_speakers(embeddings, result.labels, result.num_speakers), linkage::average);
+        linkage_tree(distances_of_speakers(blocks, result.labels, result.num_speakers), linkage::average);
     return result;
 }
 

@@ -11,15 +11,17 @@
 
 // A recording divided piece by piece.
 struct divided_pieces {
-    tags labels;  // of frames, from 1 on; no speaker is in two pieces
+    tags labels;  // of blocks, from 1 on; no speaker is in two pieces
     size_t num_speakers = 0;
     std::vector<merge> tree;  // of the speakers (tag t is point t - 1), by the distances of their means
 };
 
-// What `divide` makes of every minute. Recordings too short for two pieces have no speakers here.
-divided_pieces divide_pieces(const frames &embeddings, const std::function<tags(const frames &)> &divide);
+// What `divide` makes of every minute, the blocks [first, end), which have so many frames each. Recordings
+// too short for two pieces have no speakers here.
+divided_pieces divide_pieces(const frames &blocks, int32_t block_size,
+                             const std::function<tags(int32_t first, int32_t end)> &divide);
 
-// Labels of frames: the pieces' speakers, the nearest of them joined until `number` are left.
+// Labels of blocks: the pieces' speakers, the nearest of them joined until `number` are left.
 tags join_pieces(const divided_pieces &pieces, size_t number);
 
 #endif

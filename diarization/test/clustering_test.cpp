@@ -136,13 +136,14 @@ TEST(pieces, the_same_people_are_found_in_several) {
     }
     const frames all = {values.data(), static_cast<int32_t>(expected.size()), SIZE};
     int32_t num_heard = 0;
-    const divided_pieces pieces = divide_pieces(all, [&](const frames &piece) {
-        tags labels(static_cast<size_t>(piece.count));
+    const divided_pieces pieces = divide_pieces(all, 1, [&](int32_t first, int32_t end) {
+        tags labels(static_cast<size_t>(end - first));
         for (size_t f = 0; f < labels.size(); f++) {
             const uint32_t who = expected[static_cast<size_t>(num_heard) + f];
             labels[f] = who == 0 ? 0 : 100 - who;
         }
-        num_heard += piece.count;
+        EXPECT_EQ(first, num_heard);
+        num_heard = end;
         return labels;
     });
     EXPECT_EQ(num_heard, all.count);
@@ -152,7 +153,7 @@ TEST(pieces, the_same_people_are_found_in_several) {
     for (size_t f = 0; f < joined.size(); f++) pairs.insert({expected[f], joined[f]});
     EXPECT_EQ(pairs.size(), 7U);  // one for each, and nobody
     EXPECT_EQ(count_speakers(join_pieces(pieces, 1)), 1);
-    EXPECT_EQ(divide_pieces({values.data(), MINUTE, SIZE}, nullptr).num_speakers, 0U);
+    EXPECT_EQ(divide_pieces({values.data(), MINUTE, SIZE}, 1, nullptr).num_speakers, 0U);
 }
 
 TEST(segments, merges_then_drops_then_pads) {
