@@ -51,13 +51,13 @@ void read_trees(byte_reader *from, int32_t num_features, regression_trees *trees
     }
     // Every step leads onwards and within the nodes, so that evaluating ends.
     const size_t count = trees->nodes.size();
-    if (features_here != num_features) from->refuse();
+    if (features_here > num_features) from->refuse();  // fewer are the first of those that there are
     for (const int32_t root : trees->roots)
         if (root < 0 || static_cast<size_t>(root) >= count) from->refuse();
     for (size_t i = 0; i < count; i++) {
         const tree_node &node = trees->nodes[i];
         if (node.feature < 0) continue;
-        if (node.feature >= num_features || node.distance < 2 ||
+        if (node.feature >= features_here || node.distance < 2 ||
             i + static_cast<size_t>(node.distance) >= count)
             from->refuse();
     }

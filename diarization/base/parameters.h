@@ -11,8 +11,8 @@
 
 #include "regression_trees.h"
 
-// Features of a candidate (clustering/candidates.h).
-inline constexpr int32_t NUM_CANDIDATE_FEATURES = 44;
+// Features of a candidate (clustering/candidates.h). More come at the end, so that former models' trees stay.
+inline constexpr int32_t NUM_CANDIDATE_FEATURES = 48;
 // Features of a segment (clustering/segments.h).
 inline constexpr int32_t NUM_SEGMENT_FEATURES = 10;
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 
 #include "packed_vectors.h"
@@ -234,6 +235,41 @@ const description &neighbour(const std::vector<candidate> &divisions,
     return descriptions[index];
 }
 
+constexpr double COST_OF_SPEAKER = 6;  // windows of 1.5 s
+
+// The spreads of the tightest divisions into each number of speakers.
+class tightest_divisions {
+public:
+    tightest_divisions(const std::vector<description> &descriptions, double num_windows)
+        : num_windows_(std::max(num_windows, 2.0)) {
+        for (const description &d : descriptions) {
+            const auto [place, is_new] = spreads_.try_emplace(d.num_speakers, d.spread);
+            if (!is_new) place->second = std::min(place->second, d.spread);
+            least_penalized_ = std::min(least_penalized_, penalized(d));
+        }
+    }
+
+    // Of the tightest division into the number of speakers of `d` and so many more; 0 if there is none.
+    double spread(const description &d, int more) const {
+        const auto place = spreads_.find(d.num_speakers + more);
+        return place == spreads_.end() ? 0 : place->second;
+    }
+
+    // Every speaker more makes a division tighter, and costs something therefore, as in the Bayesian
+    // information criterion: spread (1 + COST_OF_SPEAKER speakers / windows), divided by the least there is.
+    double relative_to_least(const description &d) const {
+        return penalized(d) / std::max(least_penalized_, 1e-6);
+    }
+
+private:
+    double penalized(const description &d) const {
+        return d.spread * (1 + COST_OF_SPEAKER * d.num_speakers / num_windows_);
+    }
+
+    std::map<double, double> spreads_;
+    double num_windows_, least_penalized_ = std::numeric_limits<double>::max();
+};
+
 }  // namespace
 
 void division_means::add(size_t group, const float *vector) {
@@ -284,6 +320,7 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
         tightest = std::min(tightest, d.spread);
     }
     const description &engine = descriptions.front();
+    const tightest_divisions tightest_of(descriptions, engine.seconds / 1.5);
     std::vector<candidate_features> rows;
     for (size_t i = 0; i < descriptions.size(); i++) {
         const description &d = descriptions[i];
@@ -296,6 +333,7 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                 alike.push_back(agreement(d, descriptions[k]));
                 num_alike += alike.back() > 0.9 ? 1 : 0;
             }
+        const double less_spread = tightest_of.spread(d, -1), more_spread = tightest_of.spread(d, 1);
         const double is_engine = divisions[i].method == division_method::engine ? 1 : 0;
         rows.push_back({d.num_speakers,
                         d.separation,
@@ -340,7 +378,11 @@ std::vector<candidate_features> features_of_divisions(const frames &blocks, int3
                         d.fewer_of_nearest,
                         d.without_pause,
                         d.nearest_background - engine.nearest_background,
-                        static_cast<double>(num_alike)});
+                        static_cast<double>(num_alike),
+                        less_spread > 0 ? less_spread / (d.spread + 1e-6) : 1,
+                        more_spread > 0 ? d.spread / (more_spread + 1e-6) : 1,
+                        d.spread / (tightest_of.spread(d, 0) + 1e-6),
+                        tightest_of.relative_to_least(d)});
     }
     return rows;
 }

@@ -252,7 +252,9 @@ TEST(parameters, damaged_foreign_and_newer_ones_are_refused) {
     EXPECT_EQ(refused([](trees_file *f) { f->contexts[1] = 4; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->contexts[0] = -1; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->num_units = 1 << 30; }), damaged);
-    EXPECT_EQ(refused([](trees_file *f) { f->num_features--; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->num_features = 3; }), "taken");  // a former model's
+    EXPECT_EQ(refused([](trees_file *f) { f->num_features = 2; }), damaged);
+    EXPECT_EQ(refused([](trees_file *f) { f->num_features++; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->cut = 3; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->roots[1] = 4; }), damaged);
     EXPECT_EQ(refused([](trees_file *f) { f->roots[1] = -1; }), damaged);
