@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 #include "for_each_part.h"
 #include "packed_vectors.h"
@@ -149,6 +150,44 @@ uint32_t speaker_with_less(const centroids &speakers, const tags &names, const s
     return found;
 }
 
+bool may_lose_one(const centroids &speakers, const resegmentation_options &options) {
+    return static_cast<int>(speakers.size()) > std::max(1, options.min_speakers);
+}
+
+// The best path through states of nobody and of the speakers, as tags, without those who are too near to the
+// background or have less than `shortest` of it: these are taken out of speakers and labels, one at a time.
+tags path_of_those_who_stay(const frames &embeddings, const float *background, int32_t shortest,
+                            const resegmentation_options &options, centroids *speakers, tags *labels) {
+    std::vector<const float *> means = {background};
+    tags names = {0};
+    for (const auto &[tag, mean] : *speakers) {
+        means.push_back(mean.data());
+        names.push_back(tag);
+    }
+    products cosines(embeddings, means, options.num_threads);
+    const auto take_out = [&](uint32_t tag) {
+        std::replace(labels->begin(), labels->end(), tag, 0u);
+        cosines.take_out(static_cast<size_t>(std::find(names.begin(), names.end(), tag) - names.begin()));
+        speakers->erase(tag);
+    };
+    while (may_lose_one(*speakers, options)) {
+        const uint32_t tag = speaker_like_background(*speakers, background, options.min_background_distance);
+        if (tag == 0) break;
+        take_out(tag);
+    }
+    for (;;) {
+        const std::vector<uint16_t> path = best_path(&cosines, names.size(), embeddings.count, options);
+        const uint32_t tag =
+            may_lose_one(*speakers, options) ? speaker_with_less(*speakers, names, path, shortest) : 0;
+        if (tag == 0) {
+            tags result(path.size());
+            for (size_t t = 0; t < path.size(); t++) result[t] = names[path[t]];
+            return result;
+        }
+        take_out(tag);
+    }
+}
+
 }  // namespace
 
 void resegment(const frames &embeddings, const float *background, const resegmentation_options &options,
@@ -159,37 +198,11 @@ void resegment(const frames &embeddings, const float *background, const resegmen
                                    : std::clamp(num_frames / 25, SHORTEST_SPEAKER, SHORTEST_SPEAKER_OF_LONG);
     const int32_t shortest = std::max(1, min_frames / options.frames_a_row);
     centroids speakers = centroids_of(embeddings, *labels);
-    const auto may_lose_one = [&] {
-        return static_cast<int>(speakers.size()) > std::max(1, options.min_speakers);
-    };
     for (int rounds_left = options.rounds; !speakers.empty();) {
-        std::vector<const float *> means = {background};
-        tags names = {0};
-        for (const auto &[tag, mean] : speakers) {
-            means.push_back(mean.data());
-            names.push_back(tag);
-        }
-        products cosines(embeddings, means, options.num_threads);
-        std::vector<uint16_t> path;
-        for (;;) {
-            uint32_t out = may_lose_one() ? speaker_like_background(speakers, background,
-                                                                    options.min_background_distance)
-                                          : 0;
-            if (out == 0) {
-                path = best_path(&cosines, names.size(), embeddings.count, options);
-                if (may_lose_one()) out = speaker_with_less(speakers, names, path, shortest);
-            }
-            if (out == 0) break;
-            std::replace(labels->begin(), labels->end(), out, 0u);
-            cosines.take_out(static_cast<size_t>(std::find(names.begin(), names.end(), out) - names.begin()));
-            speakers.erase(out);
-        }
-        bool is_new = false;
-        for (size_t t = 0; t < path.size(); t++) {
-            is_new = is_new || (*labels)[t] != names[path[t]];
-            (*labels)[t] = names[path[t]];
-        }
-        const bool may_join = may_lose_one() && options.merge_threshold >= 0;
+        tags path = path_of_those_who_stay(embeddings, background, shortest, options, &speakers, labels);
+        const bool is_new = path != *labels;
+        *labels = std::move(path);
+        const bool may_join = may_lose_one(speakers, options) && options.merge_threshold >= 0;
         const bool is_last = !is_new || rounds_left == 0;  // the same labels would come again
         if (is_last && !may_join) return;
         speakers = centroids_of(embeddings, *labels);
