@@ -365,6 +365,7 @@ def main():
     parser.add_argument("--crops", type=int, default=800)
     parser.add_argument("--joined", type=int, default=300)
     parser.add_argument("--simulated", type=int, default=2000)
+    parser.add_argument("--num-features", type=int, metavar="N", help="trees see the first N features alone")
     parser.add_argument("--cases", help="file to keep the recordings' divisions in, or to take them from if it is there")
     parser.add_argument("--out", help="where the model with the trees goes; otherwise only the tables are printed")
     options = parser.parse_args()
@@ -374,6 +375,8 @@ def main():
         cases = over_recordings(case_of, options.model, options)
         if options.cases:
             Path(options.cases).write_bytes(pickle.dumps(cases))
+    for case in cases:
+        case.features = case.features[:, :options.num_features]
     domains = tune.read_domains(options.domains)
     print(f"{len(cases)} recordings, {sum(len(c.features) for c in cases)} divisions\n")
     print("Each domain with trees trained on the others:\n\n" + table(cases, left_out(cases, domains), domains) + "\n", flush=True)
