@@ -341,6 +341,18 @@ const subject SUBJECTS[] = {
                                       variant.loops->distances(size, groups, x->data(), centroids->data(), y);
                                   })};
      }},
+    {"distances_of_rows",
+     [](random_numbers &random, bool as_engine) -> std::vector<trial> {
+         const int32_t size = as_engine ? 64 : between(random, 1, 100),
+                       num_rows = as_engine ? 4 : between(random, 1, 9);
+         const auto rows = inputs<float>(random, int64_t{size} * num_rows),
+                    centroid = inputs<float>(random, size);
+         return {on_output<float>(
+             std::to_string(num_rows) + " x " + std::to_string(size), size * num_rows, "row",
+             values<float>(random, num_rows), [=](const zx_kernels_t &variant, float *y) {
+                 variant.loops->distances_of_rows(size, num_rows, rows->data(), centroid->data(), y);
+             })};
+     }},
     {"products",
      [](random_numbers &random, bool as_engine) -> std::vector<trial> {
          const int32_t size = as_engine ? 64 : between(random, 1, 100),

@@ -53,6 +53,9 @@ struct zx_loops_t {
     // (1 - x c) / 2 for each centroid c. These lie in groups of ZX_KERNELS_GROUP.
     void (*distances)(int32_t dimension, int32_t num_groups, const float *x, const float *centroids,
                       float *y);
+    // The same of one centroid and num_rows > 0 rows, one after the other.
+    void (*distances_of_rows)(int32_t dimension, int32_t num_rows, const float *rows, const float *centroid,
+                              float *y);
     // x c for each row x and each centroid c, lying as above: no fused multiply-add, sums and products are
     // rounded each. Row by row.
     void (*products)(int32_t dimension, int32_t num_rows, const float *const *rows, int32_t num_groups,

@@ -133,6 +133,19 @@ void distances(int32_t dimension, int32_t num_groups, const float *x, const floa
     }
 }
 
+// Four rows at once, as below.
+void distances_of_rows(int32_t dimension, int32_t num_rows, const float *rows, const float *centroid,
+                       float *y) {
+    for (int32_t row = 0; row < num_rows; row += 4) {
+        const float *x[4];
+        for (int32_t k = 0; k < 4; k++) x[k] = rows + ptrdiff_t{std::min(row + k, num_rows - 1)} * dimension;
+        float sums[4] = {};
+        for (int32_t d = 0; d < dimension; d++)
+            for (int32_t k = 0; k < 4; k++) sums[k] = zx_fma(x[k][d], centroid[d], sums[k]);
+        for (int32_t k = 0; k < std::min(4, num_rows - row); k++) y[row + k] = (1.0f - sums[k]) / 2.0f;
+    }
+}
+
 // Four rows at once: a sum waits for the one before, so that several have to be on the way. Where fewer are
 // left, the last of them is computed more than once.
 void products(int32_t dimension, int32_t num_rows, const float *const *rows, int32_t num_groups,
@@ -203,8 +216,9 @@ void mix_float(int32_t count, const float *left, const float *right, float *y) {
 }
 
 constexpr zx_loops_t LOOPS = {
-    update_cell, gate_output, add,    normalize_rows, preemphasize, separate_pairs, power, weigh_bands, dot,
-    dot_float,   average,     sum_up, distances,      products,     filter,         mix,   mix_float};
+    update_cell, gate_output,       add,      normalize_rows, preemphasize, separate_pairs,
+    power,       weigh_bands,       dot,      dot_float,      average,      sum_up,
+    distances,   distances_of_rows, products, filter,         mix,          mix_float};
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zx_parley_cluster.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <memory>
@@ -9,12 +10,14 @@
 #include "zx_check_status.h"
 #include "zx_file.h"
 #include "zx_heap.h"
+#include "zx_kernels.h"
 #include "zx_math.h"
 
 namespace {
 
 constexpr int32_t INITIAL_FRAMES = 100;      // capacity of a new cluster's frame vector
 constexpr float MIN_SEGMENT_FRAMES = 15.0f;  // shorter clusters do not survive the first prune
+constexpr int32_t ROWS_AT_ONCE = 4;          // whose distances from the background are computed together
 
 using zx_vector_ptr = zx_owned<zx_parley_vector_t, zx_parley_vector_delete>;
 
@@ -177,9 +180,17 @@ zx_status_t zx_parley_cluster_segmentation_take(zx_parley_cluster_t *object, con
     zx_parley_list_t *clusters = object->clusters;
     zx_parley_cluster_node_t *background = clusters->tail;
     zx_status_t status = ZX_STATUS_SUCCESS;
-    for (int32_t i = first; i < first + num_input; i++, input += dimension) {
-        if (zx_parley_cluster_cosine_distance(dimension, background->centroid, input) <
-            param->background_threshold) {
+    float from_background[ROWS_AT_ONCE];
+    int32_t known = 0, row = 0;  // of these, and the frame's place among them
+    for (int32_t i = first; i < first + num_input; i++, row++, input += dimension) {
+        if (row == known) {
+            // Before the first speaker the background moves from frame to frame.
+            known = clusters->head == background ? 1 : std::min(ROWS_AT_ONCE, first + num_input - i);
+            row = 0;
+            zx_kernels()->loops->distances_of_rows(dimension, known, input, background->centroid,
+                                                   from_background);
+        }
+        if (from_background[row] < param->background_threshold) {
             background->weight += 1.0f;  // the centroid stays
             status = zx_parley_vector_insert(background->frames, static_cast<uint32_t>(i));
         } else if (zx_parley_cluster_cosine_distance(dimension, clusters->head->centroid, input) <
