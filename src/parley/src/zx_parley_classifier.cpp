@@ -148,10 +148,29 @@ namespace {
 constexpr int32_t MAX_SIDE_BY_SIDE = 8;
 constexpr int32_t MAX_SIDE_BY_SIDE_OF_MANY = 6;  // where there are several workers, of 2 MB a chunk each
 
+// What a layer reads and what it writes, kept from one group of chunks to the next: memory that is new to a
+// process costs a page fault every 4 kB.
+struct layer_buffers {
+    zx_heap_ptr<int16_t> x, y;
+    size_t size = 0;  // of each
+
+    [[nodiscard]] bool make_room(size_t wanted) {
+        if (wanted <= size) return true;
+        size = 0;
+        for (zx_heap_ptr<int16_t> *buffer : {&x, &y}) {
+            buffer->reset();
+            buffer->reset(static_cast<int16_t *>(std::malloc(wanted * sizeof(int16_t))));
+            if (!*buffer) return false;
+        }
+        size = wanted;
+        return true;
+    }
+};
+
 // Runs chunks, in falling order of length, through the network. Row 0 of d_vector is that of frame first_row.
 zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *feature,
-                           const zx_parley_chunk_t *chunks, int32_t num_chunks, float *d_vector,
-                           int32_t first_row) {
+                           const zx_parley_chunk_t *chunks, int32_t num_chunks, layer_buffers *buffers,
+                           float *d_vector, int32_t first_row) {
     const zx_parley_classifier_param_t *param = object->param;
     const size_t frame_size = static_cast<size_t>(param->forward[0]->input_projection->input_dimension);
     const auto hidden_size = [param](int32_t layer) {
@@ -160,18 +179,16 @@ zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *
     size_t num_frames = 0;
     for (int32_t c = 0; c < num_chunks; c++) num_frames += static_cast<size_t>(chunks[c].length);
 
-    // What a layer reads and what it writes; the first layer reads the features. It is the widest of all.
-    zx_heap_ptr<int16_t> x, y;
+    // The first layer reads the features. It is the widest of all.
+    if (!buffers->make_room(num_frames * hidden_size(0))) return ZX_STATUS_OUT_OF_MEMORY;
     size_t x_size = frame_size;
     zx_rnn_sequence_t sequences[MAX_SIDE_BY_SIDE];
     for (int32_t l = 0; l < param->num_layers; l++) {
-        if (!y) y.reset(static_cast<int16_t *>(std::malloc(num_frames * hidden_size(0) * sizeof(int16_t))));
-        if (!y) return ZX_STATUS_OUT_OF_MEMORY;
         size_t done = 0;
         for (int32_t c = 0; c < num_chunks; c++) {
             sequences[c] = {l == 0 ? feature + static_cast<size_t>(chunks[c].start) * frame_size
-                                   : x.get() + done * x_size,
-                            y.get() + done * hidden_size(l), chunks[c].length};
+                                   : buffers->x.get() + done * x_size,
+                            buffers->y.get() + done * hidden_size(l), chunks[c].length};
             done += static_cast<size_t>(chunks[c].length);
         }
         zx_status_t status =
@@ -180,7 +197,7 @@ zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *
         status =
             zx_rnn_process_sequences(object->backward[l], zx_rnn_direction::backward, num_chunks, sequences);
         if (status != ZX_STATUS_SUCCESS) return status;
-        std::swap(x, y);
+        std::swap(buffers->x, buffers->y);
         x_size = hidden_size(l);
     }
 
@@ -190,7 +207,7 @@ zx_status_t process_chunks(const zx_parley_classifier_t *object, const int16_t *
     const zx_heap_ptr<int16_t> embeddings(
         static_cast<int16_t *>(std::malloc(BATCH * row_size * sizeof(int16_t))));
     if (!embeddings) return ZX_STATUS_OUT_OF_MEMORY;
-    const int16_t *chunk_rows = x.get();
+    const int16_t *chunk_rows = buffers->x.get();
     for (int32_t c = 0; c < num_chunks; c++) {
         for (int32_t t = chunks[c].first_kept; t < chunks[c].end_kept; t += BATCH) {
             const int32_t count = zx_min_int32(BATCH, chunks[c].end_kept - t);
@@ -214,7 +231,8 @@ struct chunk_run {
         : object(object_),
           feature(feature_),
           layout{num_frames, object->param->chunk_length_frames, object->param->warmup_length_frames},
-          num_chunks(layout.num_chunks()) {
+          num_chunks(layout.num_chunks()),
+          is_alone(num_workers == 1) {
         // As many groups for each worker; what a group takes of memory grows with its chunks.
         const int32_t limit = num_workers > 1 ? MAX_SIDE_BY_SIDE_OF_MANY : MAX_SIDE_BY_SIDE;
         num_groups = divide_up(divide_up(num_chunks, limit), num_workers) * num_workers;
@@ -234,16 +252,18 @@ struct chunk_run {
         return layout.at(first_of_group(group + 1) - 1).end_kept - first_row_of(group);
     }
 
-    zx_status_t process(int32_t group, float *rows, int32_t first_row) const {
+    zx_status_t process(int32_t group, layer_buffers *own, float *rows, int32_t first_row) const {
         zx_parley_chunk_t chunks[MAX_SIDE_BY_SIDE];
         const int32_t first = first_of_group(group), end = first_of_group(group + 1);
         for (int32_t c = first; c < end; c++) chunks[c - first] = layout.at(c);
-        return process_chunks(object, feature, chunks, end - first, rows, first_row);
+        return process_chunks(object, feature, chunks, end - first, own, rows, first_row);
     }
 
     static zx_status_t process_group(void *context, int32_t, int32_t group) {
-        const auto *self = static_cast<const chunk_run *>(context);
-        return self->process(self->first_group + group, self->d_vector, 0);
+        auto *self = static_cast<chunk_run *>(context);
+        layer_buffers own;
+        return self->process(self->first_group + group, self->is_alone ? &self->buffers : &own,
+                             self->d_vector, 0);
     }
 
     const zx_parley_classifier_t *object;
@@ -252,6 +272,8 @@ struct chunk_run {
     int32_t num_chunks, num_groups;
     int32_t first_group = 0;    // of those that are under way
     float *d_vector = nullptr;  // the rows of all frames, where they are kept
+    bool is_alone;              // one worker keeps its buffers; several would hold too much at a time
+    layer_buffers buffers;
 };
 
 }  // namespace
@@ -274,7 +296,7 @@ zx_status_t zx_parley_classifier_process(const zx_parley_classifier_t *object, c
     for (int32_t group = 0; group < run.num_groups; group++) {
         if (!zx_progress_report(progress, group, run.num_groups)) return ZX_STATUS_STOP_ITERATION;
         const int32_t first = run.first_row_of(group);
-        zx_status_t status = run.process(group, d_vector, first);
+        zx_status_t status = run.process(group, &run.buffers, d_vector, first);
         if (status == ZX_STATUS_SUCCESS)
             status = sink->take(sink->context, d_vector, first, run.num_rows_of(group));
         if (status != ZX_STATUS_SUCCESS) return status;
@@ -337,5 +359,6 @@ zx_status_t zx_parley_classifier_internal_process_chunk(zx_parley_classifier_t *
     ZX_ASSERT(feature);
     ZX_ASSERT(d_vector);
     const zx_parley_chunk_t whole = {0, num_frames, 0, num_frames};
-    return process_chunks(object, feature, &whole, 1, d_vector, 0);
+    layer_buffers buffers;
+    return process_chunks(object, feature, &whole, 1, &buffers, d_vector, 0);
 }
