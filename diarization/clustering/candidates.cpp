@@ -15,21 +15,23 @@ constexpr int32_t WINDOW = 47, WINDOW_HOP = 16;  // frames: 1.5 s every 0.5 s
 constexpr size_t MAX_WINDOWS = 800;
 constexpr int32_t LARGE_BLOCK = 4;        // frames
 constexpr int32_t SHORTEST_SPEAKER = 16;  // frames, 0.5 s
-constexpr int FEW = 12;                   // up to which every number of speakers may be tried
-constexpr int MANY = 16;                  // from which on average linkage alone does
+constexpr size_t FEW = 12;                // up to which every number of speakers may be tried
+constexpr size_t MANY = 16;               // from which on average linkage alone does
 constexpr double MIN_SHARE = 0.02;        // of the windows that a cluster needs to count as one
 // Up to which distances speakers of pieces become one.
 constexpr std::array SAME_IN_PIECES = {0.11F, 0.14F, 0.17F, 0.2F, 0.23F};
 
 // Numbers of speakers to try where the engine found so many.
-std::vector<int> likely_numbers(int found) {
-    std::vector<int> numbers;
-    for (int number = std::max(2, found / 3); number <= std::min(2 * found + 2, FEW); number++)
+std::vector<size_t> likely_numbers(size_t found) {
+    std::vector<size_t> numbers;
+    for (size_t number = std::max<size_t>(2, found / 3); number <= std::min(2 * found + 2, FEW); number++)
         numbers.push_back(number);
-    for (const int tenths : {7, 9, 10, 11, 13, 16})
-        if (const int number = found * tenths / 10;
-            number > std::max(FEW, numbers.empty() ? 0 : numbers.back()))
-            numbers.push_back(number);
+    size_t before = FEW;
+    for (const size_t tenths : {7, 9, 10, 11, 13, 16}) {
+        const size_t number = found * tenths / 10;
+        if (number > before) numbers.push_back(number);
+        before = std::max(before, number);
+    }
     return numbers;
 }
 
@@ -85,8 +87,8 @@ candidate_set::candidate_set(const clustering_input &input, const frame_blocks &
       windows_(windows_of(*input.embeddings, blocks.to_frames(input.engine_labels), input.background.data(),
                           input.min_background_distance)),
       distances_(distances_of(windows_)) {
-    const int found = count_speakers(input.engine_labels);
-    candidates_.push_back({division_method::engine, input.engine_labels, found});
+    const int num_found = count_speakers(input.engine_labels);
+    candidates_.push_back({division_method::engine, input.engine_labels, num_found});
     if (windows_.count() < 2) return;
     add(division_method::engine_short, blocks_.from_frames(input.first_labels), 1, 0);
     for (const tags &labels : input.other_labels)
@@ -95,11 +97,12 @@ candidate_set::candidate_set(const clustering_input &input, const frame_blocks &
     std::replace_if(
         one.begin(), one.end(), [](uint32_t tag) { return tag != 0; }, 1U);
     candidates_.push_back({division_method::one, one, 1});
-    for (const int number : likely_numbers(found)) {
-        add_linkage(division_method::average, static_cast<size_t>(number), 1);
+    const auto found = static_cast<size_t>(num_found);
+    for (const size_t number : likely_numbers(found)) {
+        add_linkage(division_method::average, number, 1);
         if (found >= MANY || number > FEW) continue;
-        add_linkage(division_method::complete, static_cast<size_t>(number), 1);
-        add_linkage(division_method::ward, static_cast<size_t>(number), 1);
+        add_linkage(division_method::complete, number, 1);
+        add_linkage(division_method::ward, number, 1);
     }
     size_t before = 0;
     for (const float height : SAME_IN_PIECES) {

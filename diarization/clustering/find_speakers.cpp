@@ -107,13 +107,12 @@ clustering_result speaker_search::find(engine *own, int min_speakers, int max_sp
     const bool is_allowed = count >= fewest && count <= most;
     const regression_trees &trees = own->parameters().candidate_costs;
     const bool is_settled = is_allowed && (trees.is_empty() || !policy_.with_resegmentation);
-    if (count == 0 || is_settled)
-        return {labels_of_recording(policy_.with_resegmentation
-                                        ? at_full_resolution(input_, blocks_, input_.engine_labels, fewest)
-                                        : input_.first_labels),
-                "",
-                {}};
-
+    if (count == 0 || is_settled) {
+        const tags labels = policy_.with_resegmentation
+                                ? at_full_resolution(input_, blocks_, input_.engine_labels, fewest)
+                                : input_.first_labels;
+        return {labels_of_recording(labels), "", {}};
+    }
     clustering_result result;
     if (min_speakers > 0) candidates(own)->add_number(fewest);
     if (max_speakers > 0) candidates(own)->add_number(most);

@@ -188,7 +188,7 @@ bool wait_for_bytes(int file, int milliseconds) {
 void return_large_blocks() {
 #if defined(__GLIBC__)
     (void) mallopt(M_MMAP_THRESHOLD, 4 << 20);  // which stays there, once it is said
-    (void) mallopt(M_TRIM_THRESHOLD, 2 << 20);  // smaller ends come and go too often
+    (void) mallopt(M_TRIM_THRESHOLD, 2 << 20);  // smaller free ends of the heap come and go
 #endif
 }
 

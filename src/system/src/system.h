@@ -109,8 +109,8 @@ bool write_all(int file, const void *data, size_t size);
 // Whether there is something to read, or an end, within so many milliseconds (-1: as long as it takes).
 bool wait_for_bytes(int file, int milliseconds);
 
-// From now on the allocator gives large blocks back to the system as soon as they are free, where it would
-// keep them for later. It holds for the whole program.
+// From now on the allocator gives blocks of 4 MB and more back to the system as soon as they are free, where
+// it would keep them for later, and keeps up to 2 MB behind smaller ones. It holds for the whole program.
 void return_large_blocks();
 
 // The file that this code was loaded from: a dynamic library, or the program; "" where nobody knows.
