@@ -4,8 +4,9 @@ predict what choosing it would cost in diarization errors (its logarithm).
 
 The library's own code makes the divisions and their features. Recordings come from three sources: real and simulated ones with
 references, as they are and changed (scripts/robustness --write); crops and concatenations of these, so that there are short
-ones and ones with many people; and conversations out of a corpus (simulate.py), whose voices are moved so that the network
-has not been trained on them. The figures to believe are those of domains left out: for each domain (domains.tsv) the
+ones and ones with many people, and others in the same rooms and over the same lines, with fewer people, with other voices
+(played faster or slower) or with twice as many; and conversations out of a corpus (simulate.py), whose voices are moved so that
+the network has not been trained on them. The figures to believe are those of domains left out: for each domain (domains.tsv) the
 trees are trained without any recording of it, crops and concatenations included."""
 
 import argparse
@@ -22,6 +23,7 @@ from . import model_file, native, prepare, recordings, simulate, tune
 
 SECONDS = native.HOP * 2 / native.RATE  # a frame
 COLLAR = 0.25
+SPEEDS = 0.85, 0.9, 0.95, 1.05, 1.1, 1.18  # at which voices of recordings become others
 MAX_REGRET = 0.6  # what an error of choice counts at most
 SPEECH, MISSED, CONFUSION, THERE, FOUND = 0, 1, 3, 4, 5  # of scores
 
@@ -31,7 +33,7 @@ class Case:
     """A recording with its divisions: features (n, features), scores (n, 6) as native.score gives them."""
 
     name: str
-    version: str  # the change that it has gone through; "crop", "joined" or "corpus"
+    version: str  # the change that it has gone through; "crop", "joined", "varied", "corpus" or "long"
     sources: tuple  # names of the recordings that it is made of
     features: np.ndarray
     scores: np.ndarray
@@ -42,7 +44,7 @@ class Case:
     def regret(self):
         """What choosing each costs: errors more than the best one has, and a little for a wrong number of speakers."""
         wrong = np.abs(self.scores[:, FOUND] - self.scores[:, THERE]) / np.maximum(self.scores[:, THERE], 2)
-        cost = self.errors() + 0.05 * np.minimum(wrong, 1)
+        cost = self.errors() + 0.1 * np.minimum(wrong, 1)
         return np.minimum(cost - cost.min(), MAX_REGRET)
 
 
@@ -53,10 +55,25 @@ def segments_of(labels):
 
 
 def clipped(reference, start, end):
-    """A reference between two times, from 0 on, its speakers counted anew."""
+    """A reference between two times, from 0 on."""
     times = np.clip(reference[0], start, end) - start
     kept = times[:, 1] - times[:, 0] > 0.01
-    return times[kept], (np.unique(reference[1][kept], return_inverse=True)[1] + 1).astype(np.int32)
+    return times[kept], reference[1][kept]
+
+
+def numbered(reference):
+    """A reference whose speakers are counted from 1 on."""
+    times, speakers = reference
+    return times, (np.unique(speakers, return_inverse=True)[1] + 1).astype(np.int32)
+
+
+def seconds_of(rows):
+    return len(rows) * native.HOP / native.RATE
+
+
+def even(seconds):
+    """Rows in so much time, in whole frames."""
+    return int(seconds * native.RATE / native.HOP) // 2 * 2
 
 
 # How far thresholds are from the best ones, in recordings on which they have not been chosen: deviation of the logarithm, of the
@@ -85,17 +102,76 @@ def case_of(engine, name, version, sources, rows, reference):
 
 def crop(rng, rows, reference):
     """A stretch of 15 to 90 s, where somebody speaks."""
-    length = len(rows) * native.HOP / native.RATE
+    length = seconds_of(rows)
     for _ in range(10):
         wanted = rng.uniform(15, 90)
         if wanted > 0.9 * length:
             continue
         start = rng.uniform(0, length - wanted)
-        found = clipped(reference, start, start + wanted)
+        found = numbered(clipped(reference, start, start + wanted))
         if len(found[1]) and (found[0][:, 1] - found[0][:, 0]).sum() > 5:
-            first = int(start * native.RATE / native.HOP) // 2 * 2
-            return rows[first:first + int(wanted * native.RATE / native.HOP) // 2 * 2], found
+            return rows[even(start):even(start) + even(wanted)], found
     return None
+
+
+def with_few(rng, rows, reference):
+    """A recording of some of its people: where one of the others speaks, it is cut."""
+    times, speakers = reference
+    people = np.unique(speakers)
+    if len(people) < 2:
+        return None
+    stay = np.isin(speakers, rng.permutation(people)[:rng.integers(1, len(people))])
+    rows = rows[:len(rows) // 2 * 2]
+    kept = np.ones(len(rows), bool)
+    for start, end in times[~stay]:
+        kept[even(start):even(end) + 2] = False
+    # Where each row comes to lie.
+    place = np.concatenate([[0], np.cumsum(kept)])
+    times = place[np.clip(np.round(times[stay] * native.RATE / native.HOP).astype(int), 0, len(rows))] * native.HOP / native.RATE
+    heard = times[:, 1] > times[:, 0]
+    return rows[kept], numbered((times[heard], speakers[stay][heard]))
+
+
+def at_speed(audio, reference, speed):
+    """A recording (rows, reference) that is played faster: its voices become others."""
+    times, speakers = recordings.read_rttm(reference)
+    return recordings.features_of(audio, speed), (times / speed, speakers)
+
+
+def with_other_voices(rng, audio, reference, people):
+    """A part of joined recordings, played at one of some speeds; at another speed everybody is another person."""
+    speed = rng.choice(SPEEDS)
+    return *at_speed(audio, reference, speed), [f"{p} {speed}" for p in people]
+
+
+def at_two_speeds(rng, audio, reference):
+    """A recording in which everybody has two voices: stretches of 2 to 15 s now at one speed and now at another."""
+    speeds = rng.choice([0.85, 1.0, 1.15], 2, replace=False)
+    versions = [at_speed(audio, reference, speed) for speed in speeds]
+    parts, begin, end, which = [], 0.0, seconds_of(versions[0][0]) * speeds[0], 0
+    while begin < end - 0.5:
+        until = min(begin + np.exp(rng.uniform(np.log(2), np.log(15))), end)
+        rows, found = versions[which]
+        start, stop = begin / speeds[which], until / speeds[which]
+        people = [f"{p} {which}" for p in range(1, found[1].max() + 1)]
+        parts.append((rows[even(start):even(stop)], clipped(found, start, stop), people))
+        begin, which = until, which ^ (rng.random() < 0.8)
+    rows, found = joined(parts)
+    return rows, numbered(found)
+
+
+def varied(rng, audio, reference):
+    """Another recording in the same room, over the same line: with fewer people, with other voices, or with twice as many."""
+    kind = rng.choice(["few", "others", "twice"])
+    if kind == "twice":
+        made = at_two_speeds(rng, audio, reference)
+    else:
+        made = at_speed(audio, reference, rng.choice(SPEEDS))
+        if kind == "few":
+            made = with_few(rng, *made)
+    if made and rng.random() < 0.4:
+        made = crop(rng, *made) or made
+    return made if made and len(made[1][1]) and seconds_of(made[0]) > 4 else None
 
 
 def joined(parts):
@@ -107,7 +183,7 @@ def joined(parts):
         rows.append(part)
         times.append(reference[0] + begin)
         speakers.append(number[reference[1]])
-        begin += len(part) * native.HOP / native.RATE
+        begin += seconds_of(part)
     return np.concatenate(rows), (np.concatenate(times), np.concatenate(speakers))
 
 
@@ -120,26 +196,36 @@ def turns_of(active):
         times += zip(edges[::2], edges[1::2])
         speakers += [k + 1] * (len(edges) // 2)
     times = np.array(times, float).reshape(-1, 2) * native.HOP / native.RATE
-    return times, (np.unique(speakers, return_inverse=True)[1] + 1).astype(np.int32)
+    return numbered((times, np.array(speakers, int)))
 
 
-def simulated(rng, speech, recipe):
-    """A conversation of 1 to 30 people, half a minute to a quarter of an hour, of voices that nobody has."""
-    people = int(rng.choice([1, 2, 3, 4, 5, 6, 8, 12, 20, 30], p=[0.05, 0.32, 0.22, 0.14, 0.08, 0.06, 0.05, 0.04, 0.02, 0.02]))
-    length = np.exp(rng.uniform(np.log(30), np.log(240 if people < 8 else 900)))
-    recipe = dataclasses.replace(recipe, nobody=0.0, own_voices=0.12)
-    x, *_, active, _ = simulate.mixed_conversation(speech, simulate.seconds(length) // 2 * 2, people, recipe, rng)
+def simulated(rng, speech, people, seconds):
+    """A conversation of voices that nobody has."""
+    recipe = dataclasses.replace(simulate.Recipe(), nobody=0.0, own_voices=0.12)
+    x, *_, active, _ = simulate.mixed_conversation(speech, simulate.seconds(seconds) // 2 * 2, people, recipe, rng)
     return np.clip(np.round(1024 * x), -32768, 32767).astype(np.int16), turns_of(active)
+
+
+def simulated_short(rng, speech):
+    """1 to 30 people, half a minute to a quarter of an hour."""
+    people = int(rng.choice([1, 2, 3, 4, 5, 6, 8, 10, 12, 16, 20, 25, 30],
+                            p=[0.04, 0.23, 0.16, 0.10, 0.09, 0.07, 0.07, 0.03, 0.06, 0.03, 0.04, 0.03, 0.05]))
+    return simulated(rng, speech, people, np.exp(rng.uniform(np.log(30), np.log(240 if people < 8 else 900))))
+
+
+def simulated_long(rng, speech):
+    """2 to 30 people, a quarter of an hour to an hour."""
+    people = int(rng.choice([2, 3, 4, 5, 6, 7, 8, 10, 12, 15, 20, 25, 30]))
+    return simulated(rng, speech, people, np.exp(rng.uniform(np.log(800), np.log(3600))))
 
 
 def recordings_of(options, worker):
     """(name, version, sources, rows, reference) of recordings as they are, then of what is made of them, by `worker` of
     `options.workers`."""
     speech = simulate.Speech(options.features) if options.features else None
-    loaded = []
-    for version, name, audio, reference in recordings.find_versions(options):
-        loaded.append((name, version, native.features(native.read_audio(audio)), recordings.read_rttm(reference),
-                       recordings.people_of(reference, name)))
+    loaded, files = [], list(recordings.find_versions(options))
+    for version, name, audio, reference in files:
+        loaded.append((name, version, *at_speed(audio, reference, 1), recordings.people_of(reference, name)))
     for name, version, rows, reference, _ in loaded[worker::options.workers]:
         yield name, version, (name,), rows, reference
     for i in range(worker, options.crops, options.workers):
@@ -151,12 +237,19 @@ def recordings_of(options, worker):
     for i in range(worker, options.joined, options.workers):
         rng = np.random.default_rng([options.seed, 2, i])
         version = loaded[rng.integers(len(loaded))][1]
-        pool = [r for r in loaded if r[1] == version]
-        chosen = [pool[k] for k in rng.permutation(len(pool))[:rng.integers(2, 11)]]
-        yield f"joined {i}", "joined", tuple(r[0] for r in chosen), *joined([r[2:] for r in chosen])
-    for i in range(worker, options.simulated if speech else 0, options.workers):
-        rng = np.random.default_rng([options.seed, 3, i])
-        yield f"simulated {i}", "corpus", (), *simulated(rng, speech, simulate.Recipe())
+        pool = [k for k, r in enumerate(loaded) if r[1] == version]
+        chosen = rng.permutation(pool)[:rng.integers(2, 11)]
+        parts = [loaded[k][2:] if i % 2 == 0 else with_other_voices(rng, *files[k][2:], loaded[k][4]) for k in chosen]
+        yield f"joined {i}", "joined", tuple(loaded[k][0] for k in chosen), *joined(parts)
+    for i in range(worker, options.varied, options.workers):
+        rng = np.random.default_rng([options.seed, 4, i])
+        _, name, audio, reference = files[rng.integers(len(files))]
+        made = varied(rng, audio, reference)
+        if made:
+            yield f"{name} {i}", "varied", (name,), *made
+    for version, number, make, seed in (("corpus", options.simulated, simulated_short, 3), ("long", options.long, simulated_long, 5)):
+        for i in range(worker, number if speech else 0, options.workers):
+            yield f"{version} {i}", version, (), *make(np.random.default_rng([options.seed, seed, i]), speech)
 
 
 def _work(job):
@@ -178,7 +271,7 @@ def domain_of(name, domains):
 
 def weight_of(case):
     """Real recordings are few and weigh more than crops of them, these more than simulated ones."""
-    return {"": 4.0, "crop": 1.0, "joined": 1.0, "corpus": 0.25}.get(case.version, 1.5)
+    return {"": 4.0, "crop": 1.0, "joined": 1.0, "varied": 0.5, "corpus": 0.3}.get(case.version, 1.5)
 
 
 def fit(cases, seed=0):
@@ -363,8 +456,10 @@ def main():
     recordings.add_arguments(parser, ", whose network, thresholds and detection of speech are settled")
     parser.add_argument("--features", help="what prepare wrote, for simulated conversations")
     parser.add_argument("--crops", type=int, default=800)
-    parser.add_argument("--joined", type=int, default=300)
-    parser.add_argument("--simulated", type=int, default=2000)
+    parser.add_argument("--joined", type=int, default=1050, help="every second one at other speeds")
+    parser.add_argument("--varied", type=int, default=6500, help="the same rooms with fewer people, other voices or twice as many")
+    parser.add_argument("--simulated", type=int, default=3000)
+    parser.add_argument("--long", type=int, default=300, help="simulated conversations of up to an hour")
     parser.add_argument("--num-features", type=int, metavar="N", help="trees see the first N features alone")
     parser.add_argument("--cases", help="file to keep the recordings' divisions in, or to take them from if it is there")
     parser.add_argument("--out", help="where the model with the trees goes; otherwise only the tables are printed")

@@ -73,7 +73,7 @@ def cases_of(options, worker):
         found = []
         for number, (version, name, audio, path) in enumerate(recordings.find_versions(options), 1):
             if number % options.workers == worker:
-                rows, reference = native.features(native.read_audio(audio)), recordings.read_rttm(path)
+                rows, reference = recordings.features_of(audio), recordings.read_rttm(path)
                 found.append(case(name, tune.domain_of(name, domains)[0], version, rows,
                                   labels_of(reference, len(rows) // 2), reference))
         for i in range(worker, options.simulated, options.workers):

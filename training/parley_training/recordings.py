@@ -52,11 +52,16 @@ def find(folders, without=(), only=None):
     return found
 
 
+def features_of(audio, speed=1.0):
+    """Band energies of a recording, played at a speed."""
+    samples = native.read_audio(audio)
+    return native.features(samples if speed == 1 else native.change_speed(samples, speed))
+
+
 def labelled_rows(audio, reference, speed=1.0):
     """Band energies of a recording, the speaker of every row (-1 none; the last to begin where several speak), and where
     several speak."""
-    samples = native.read_audio(audio)
-    rows = native.features(samples if speed == 1 else native.change_speed(samples, speed))
+    rows = features_of(audio, speed)
     times, speakers = read_rttm(reference)
     label, count = np.full(len(rows), -1), np.zeros(len(rows), int)
     for order in np.argsort(times[:, 0], kind="stable"):

@@ -32,7 +32,7 @@ class Recording:
     def __init__(self, name, version, audio, reference, domains):
         self.name, self.version = name, version
         self.domain, self.kind = domain_of(name, domains)
-        self.rows = native.features(native.read_audio(audio))
+        self.rows = recordings.features_of(audio)
         self.reference = recordings.read_rttm(reference)
 
 

@@ -456,6 +456,33 @@ class Choosing(Workspace):
         self.assertLessEqual(times.max(), len(part) * native.HOP / native.RATE + 0.1)
         self.assertEqual(sorted(set(speakers)), list(range(1, speakers.max() + 1)))
 
+    def test_varied_recordings_keep_their_references(self):
+        # Every row tells its time and who speaks there, by the reference.
+        reference = recordings.read_rttm(SAMPLE_RTTM)
+        rows = np.zeros((choose.even(reference[0].max() + 1), 2), np.int16)
+        rows[:, 0] = np.arange(len(rows))
+        for (start, end), speaker in zip(*reference):
+            rows[choose.even(start):choose.even(end) + 2, 1] |= 1 << speaker
+        people = set(reference[1])
+        numbers = set()
+        for seed in range(8):
+            part, (times, speakers) = choose.with_few(np.random.default_rng(seed), rows, reference)
+            heard = set()
+            for speaker in range(1, speakers.max() + 1):
+                inside = [part[choose.even(a) + 2:choose.even(b) - 2, 1] for a, b in times[speakers == speaker]]
+                heard |= set(np.unique(np.concatenate(inside)))
+                self.assertEqual(len(np.unique(np.concatenate(inside))), 1)
+            numbers.add(len(heard))
+            self.assertLessEqual(set(np.unique(part[:, 1])) - {0}, heard)
+            kept = [reference[1] == int(np.log2(h)) for h in heard]
+            self.assertAlmostEqual((times[:, 1] - times[:, 0]).sum(), sum(np.diff(reference[0][k]).sum() for k in kept), delta=0.5)
+        self.assertEqual(numbers, set(range(1, len(people))))
+        length = choose.seconds_of(recordings.features_of(SAMPLE))
+        part, (times, speakers) = choose.at_two_speeds(np.random.default_rng(1), SAMPLE, SAMPLE_RTTM)
+        self.assertEqual(len(set(speakers)), 2 * len(people))
+        self.assertLess(abs(times.max() / choose.seconds_of(part) - reference[0].max() / length), 0.03)
+        self.assertTrue(0.85 * length < choose.seconds_of(part) < length / 0.85)
+
     def test_people_are_the_same_where_corpora_name_them(self):
         with tempfile.NamedTemporaryFile("w", suffix=".rttm") as file:
             file.write("".join(f"SPEAKER x 1 0 1 <NA> <NA> {n} <NA> <NA>\n" for n in ("MÉO069", "A", "lsto_12", "speaker1", "A")))
