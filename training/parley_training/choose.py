@@ -271,7 +271,7 @@ def domain_of(name, domains):
 
 def weight_of(case):
     """Real recordings are few and weigh more than crops of them, these more than simulated ones."""
-    return {"": 4.0, "crop": 1.0, "joined": 1.0, "varied": 0.5, "corpus": 0.3}.get(case.version, 1.5)
+    return {"": 4.0, "crop": 1.0, "joined": 1.0, "varied": 0.5, "corpus": 0.3, "long": 2.5}.get(case.version, 1.5)
 
 
 def fit(cases, seed=0):
@@ -459,7 +459,7 @@ def main():
     parser.add_argument("--joined", type=int, default=1050, help="every second one at other speeds")
     parser.add_argument("--varied", type=int, default=6500, help="the same rooms with fewer people, other voices or twice as many")
     parser.add_argument("--simulated", type=int, default=3000)
-    parser.add_argument("--long", type=int, default=300, help="simulated conversations of up to an hour")
+    parser.add_argument("--long", type=int, default=1000, help="simulated conversations of up to an hour")
     parser.add_argument("--num-features", type=int, metavar="N", help="trees see the first N features alone")
     parser.add_argument("--cases", help="file to keep the recordings' divisions in, or to take them from if it is there")
     parser.add_argument("--out", help="where the model with the trees goes; otherwise only the tables are printed")
