@@ -19,7 +19,7 @@ constexpr size_t FEW = 12;                // up to which every number of speaker
 constexpr size_t MANY = 16;               // from which on average linkage alone does
 constexpr double MIN_SHARE = 0.02;        // of the windows that a cluster needs to count as one
 // Up to which distances speakers of pieces become one.
-constexpr std::array SAME_IN_PIECES = {0.11F, 0.14F, 0.17F, 0.2F, 0.23F};
+constexpr std::array SAME_IN_PIECES = {0.05F, 0.08F, 0.11F, 0.14F, 0.17F, 0.2F};
 
 // Numbers of speakers to try where the engine found so many.
 std::vector<size_t> likely_numbers(size_t found) {

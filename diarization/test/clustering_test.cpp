@@ -156,6 +156,29 @@ TEST(pieces, the_same_people_are_found_in_several) {
     EXPECT_EQ(divide_pieces({values.data(), MINUTE, SIZE}, 1, nullptr).num_speakers, 0U);
 }
 
+// A second of a voice is farther from the rest of it than two voices that are alike are from each other, and
+// yet the same one.
+TEST(pieces, few_words_do_not_make_one_more) {
+    constexpr int32_t MINUTE = 1875, SIZE = 5, A_FEW = 30;
+    const float voices[][SIZE] = {
+        {1, 0, 0, 0, 0}, {0, 1, 0, 0, 0}, {0, 0, 1, 0, 0}, {0, 0, 0.8F, 0.6F, 0}, {0, 0.7F, 0, 0, 0.714F}};
+    std::vector<float> values;
+    tags labels;
+    for (int32_t f = 0; f < 2 * MINUTE; f++) {
+        const int32_t who = f < MINUTE ? f * 4 / MINUTE : f < 2 * MINUTE - A_FEW ? 0 : 4;
+        values.insert(values.end(), std::begin(voices[who]), std::end(voices[who]));
+        labels.push_back(static_cast<uint32_t>(who + 1));
+    }
+    const divided_pieces pieces = divide_pieces(
+        {values.data(), 2 * MINUTE, SIZE}, 1,
+        [&](int32_t first, int32_t end) { return tags(labels.begin() + first, labels.begin() + end); });
+    EXPECT_EQ(pieces.num_speakers, 6U);
+    const tags joined = join_pieces(pieces, 4);
+    EXPECT_EQ(joined[0], joined[MINUTE]);
+    EXPECT_EQ(joined[MINUTE / 3], joined.back());
+    EXPECT_NE(joined[MINUTE * 5 / 8], joined[MINUTE * 7 / 8]);
+}
+
 TEST(segments, merges_then_drops_then_pads) {
     std::vector<segment> segments = {
         {1, 2, 0, 1}, {2.2, 3.2, 0, 0.5}, {3.4, 3.5, 1, 1}, {4, 5, 0, 1}, {9.5, 9.9, 1, 1}};
