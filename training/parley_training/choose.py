@@ -271,7 +271,7 @@ def domain_of(name, domains):
 
 def weight_of(case):
     """Real recordings are few and weigh more than crops of them, these more than simulated ones."""
-    return {"": 4.0, "crop": 1.0, "joined": 1.0, "varied": 0.5, "corpus": 0.3, "long": 2.5}.get(case.version, 1.5)
+    return {"": 4.0, "crop": 1.0, "joined": 1.0, "varied": 0.5, "corpus": 0.3, "long": 1.5}.get(case.version, 1.5)
 
 
 def fit(cases, seed=0):
@@ -411,12 +411,12 @@ def left_out(cases, domains):
     return chosen
 
 
-def joined_left_out(cases):
-    """By the place of each joined recording: what is chosen by trees that have not been trained on it, but on the recordings in
-    it, and on the other half of the joined ones."""
+def many_left_out(cases):
+    """By the place of each joined recording and each long conversation: what is chosen by trees that have not been trained on it,
+    but on the recordings in it, and on the other half of these."""
     chosen = {}
-    joined_ones = [i for i, c in enumerate(cases) if c.version == "joined"]
-    for half in (joined_ones[0::2], joined_ones[1::2]):
+    ones = [i for i, c in enumerate(cases) if c.version in ("joined", "long")]
+    for half in (ones[0::2], ones[1::2]):
         trees = fit([c for i, c in enumerate(cases) if i not in half])
         chosen |= {i: int(trees.predict(cases[i].features.astype(np.float32)).argmin()) for i in half}
     return chosen
@@ -443,10 +443,11 @@ def table(cases, chosen, domains):
     return rows_of(groups, cases, chosen)
 
 
-def table_of_joined(cases):
-    chosen = joined_left_out(cases)
-    groups = [(f"{first} to {last} people", lambda c, a=first, b=last: a <= c.scores[0, THERE] <= b)
-              for first, last in ((1, 7), (8, 14), (15, 22), (23, 50))]
+def table_of_many(cases):
+    chosen = many_left_out(cases)
+    groups = [(f"{version}, {first} to {last} people",
+               lambda c, v=version, a=first, b=last: c.version == v and a <= c.scores[0, THERE] <= b)
+              for version in ("joined", "long") for first, last in ((1, 7), (8, 14), (15, 22), (23, 50))]
     found, there = (sum(cases[i].scores[k, what] for i, k in chosen.items()) for what in (FOUND, THERE))
     return rows_of(groups, cases, chosen) + f"\n\n{found:.0f} people found of {there:.0f}"
 
@@ -475,8 +476,9 @@ def main():
     domains = tune.read_domains(options.domains)
     print(f"{len(cases)} recordings, {sum(len(c.features) for c in cases)} divisions\n")
     print("Each domain with trees trained on the others:\n\n" + table(cases, left_out(cases, domains), domains) + "\n", flush=True)
-    if any(c.version == "joined" for c in cases):
-        print("Joined recordings, each by trees that have not been trained on it:\n\n" + table_of_joined(cases) + "\n", flush=True)
+    if any(c.version in ("joined", "long") for c in cases):
+        print("Joined recordings and long conversations, each by trees that have not been trained on it:\n\n" + table_of_many(cases) + "\n",
+              flush=True)
     if not options.out:
         return
     model = Path(options.model).read_bytes()
@@ -484,6 +486,8 @@ def main():
     costs = (*flattened(fit(cases)), cases[0].features.shape[1])
     # Confidence is about what is chosen: its trees come second.
     model_file.write_parameters(options.out, network, speech, (costs, model_file.NO_TREES[1]), overlap)
+    # Every recording has many segments: the shorter ones are enough, and a part of those that are varied.
+    options.varied, options.long = options.varied // 4, 0
     found = over_recordings(segments_case, options.out, options)
     print("Confidence, each domain with trees trained on the others:\n\n" + calibration_table(found, domains) + "\n")
     confidence = *flattened(fit_confidence(found)), found[0].features.shape[1]
