@@ -443,6 +443,14 @@ def table(cases, chosen, domains):
     return rows_of(groups, cases, chosen)
 
 
+def unchanged(cases, chosen):
+    """Of changed recordings: how many have the number of speakers that the recording has as it is, and how many there are."""
+    as_it_is = {cases[i].name: cases[i].scores[k, FOUND] for i, k in chosen.items() if cases[i].version == ""}
+    same = [cases[i].scores[k, FOUND] == as_it_is[cases[i].name] for i, k in chosen.items()
+            if cases[i].version and cases[i].name in as_it_is]
+    return sum(same), len(same)
+
+
 def table_of_many(cases):
     chosen = many_left_out(cases)
     groups = [(f"{version}, {first} to {last} people",
@@ -475,7 +483,9 @@ def main():
         case.features = case.features[:, :options.num_features]
     domains = tune.read_domains(options.domains)
     print(f"{len(cases)} recordings, {sum(len(c.features) for c in cases)} divisions\n")
-    print("Each domain with trees trained on the others:\n\n" + table(cases, left_out(cases, domains), domains) + "\n", flush=True)
+    chosen = left_out(cases, domains)
+    print("Each domain with trees trained on the others:\n\n" + table(cases, chosen, domains) + "\n", flush=True)
+    print("The number of speakers is that of the unchanged recording in {} of {}.\n".format(*unchanged(cases, chosen)), flush=True)
     if any(c.version in ("joined", "long") for c in cases):
         print("Joined recordings and long conversations, each by trees that have not been trained on it:\n\n" + table_of_many(cases) + "\n",
               flush=True)
