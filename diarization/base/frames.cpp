@@ -64,6 +64,10 @@ double distance(const std::vector<float> &a, const std::vector<float> &b) {
     return distance(a.data(), b.data(), a.size());
 }
 
+double distance_by_chance(double frames_a, double frames_b) {
+    return 2 * (1 / frames_a + 1 / frames_b);
+}
+
 bool join_nearest(const centroids &speakers, double limit, int32_t frames_a_row, tags *labels) {
     std::map<uint32_t, double> heard;  // frames
     for (const uint32_t tag : *labels) heard[tag] += frames_a_row;
@@ -71,8 +75,8 @@ bool join_nearest(const centroids &speakers, double limit, int32_t frames_a_row,
     uint32_t keep = 0, drop = 0;
     for (auto a = speakers.begin(); a != speakers.end(); ++a) {
         for (auto b = std::next(a); b != speakers.end(); ++b) {
-            const double d = distance(a->second, b->second) -
-                             DISTANCE_BY_CHANCE * (1 / heard[a->first] + 1 / heard[b->first]);
+            const double d =
+                distance(a->second, b->second) - distance_by_chance(heard[a->first], heard[b->first]);
             if (d < nearest) {
                 nearest = d;
                 keep = a->first;

@@ -45,9 +45,10 @@ double cosine(const float *a, const float *b, size_t size);
 double distance(const float *a, const float *b, size_t size);
 double distance(const std::vector<float> &a, const std::vector<float> &b);
 
-// What is said in a few seconds is not all that a voice is: the mean of n frames lies about this / n away
-// from the speaker's own. Of one speaker, two stretches of 3 s seem to be 0.04 apart for that alone.
-inline constexpr double DISTANCE_BY_CHANCE = 2;
+// How far apart the means of so many frames of one speaker seem to be: what is said in a few seconds is not
+// all that a voice is, and the mean of n frames lies about 2 / n away from the speaker's own. Two stretches
+// of 3 s are 0.04 apart for that alone.
+double distance_by_chance(double frames_a, double frames_b);
 
 // Frames [start, end) of one tag.
 struct run {

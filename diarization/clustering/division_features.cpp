@@ -168,7 +168,7 @@ description describe(const frames &blocks, double block_seconds, const float *ba
         from_background.push_back(distance(means.at(a), background, size));
         for (size_t b = 0; b < a; b++) {
             apart.push_back(means.distance(a, b));
-            const double chance = DISTANCE_BY_CHANCE / frames_a_block * (1 / counts[a] + 1 / counts[b]);
+            const double chance = distance_by_chance(frames_a_block * counts[a], frames_a_block * counts[b]);
             if (apart.back() - chance >= d.min_apart) continue;
             d.min_apart = apart.back() - chance;
             near_a = a;

@@ -8,9 +8,9 @@
 namespace {
 
 constexpr int32_t PIECE = 1875, MAX_PIECES = 120;  // frames; a minute
-// In a minute a voice has one tone of all that it has in a recording: the mean of n frames lies four times as
-// far away from the speaker's own as where these come from everywhere.
-constexpr double CHANCE_IN_PIECES = 4 * DISTANCE_BY_CHANCE;
+// In a minute a voice has one tone of all that it has in a recording: the mean of n frames lies this many
+// times as far away from the speaker's own as where these come from everywhere.
+constexpr double CHANCE_IN_PIECES = 4;
 
 // Tags become numbers from `first` on, in the order in which they come. How many there are.
 size_t number_from(size_t first, tags *labels) {
@@ -39,7 +39,7 @@ distance_matrix distances_of_speakers(const frames &blocks, int32_t block_size, 
     distance_matrix result(number);
     for (size_t a = 0; a < number; a++) {
         for (size_t b = 0; b < a; b++) {
-            const double chance = CHANCE_IN_PIECES * (1 / counts[a] + 1 / counts[b]);
+            const double chance = CHANCE_IN_PIECES * distance_by_chance(counts[a], counts[b]);
             result.set(a, b, static_cast<float>(std::max(0.0, means.distance(a, b) - chance)));
         }
     }

@@ -13,8 +13,7 @@
 struct divided_pieces {
     tags labels;  // of blocks, from 1 on; no speaker is in two pieces
     size_t num_speakers = 0;
-    std::vector<merge>
-        tree;  // of the speakers (tag t is point t - 1), by distances of means, chance taken off
+    std::vector<merge> tree;  // of the speakers: tag t is point t - 1
 };
 
 // What `divide` makes of every minute, the blocks [first, end), which have so many frames each. Recordings
