@@ -284,6 +284,10 @@ def fit(cases, seed=0):
     return trees.fit(x, y, sample_weight=weights * len(y) / weights.sum())
 
 
+def choice(trees, case):
+    return int(trees.predict(case.features.astype(np.float32)).argmin())
+
+
 def flattened(trees):
     """(roots, nodes) as the library evaluates them: nodes are (feature, distance to the node for values above, value)."""
     roots, nodes = [], []
@@ -407,7 +411,7 @@ def left_out(cases, domains):
         trees = fit([c for c in cases if all(domain_of(s, domains) != d for s in c.sources)])
         for i, c in enumerate(cases):
             if c.sources and all(domain_of(s, domains) == d for s in c.sources):
-                chosen[i] = int(trees.predict(c.features.astype(np.float32)).argmin())
+                chosen[i] = choice(trees, c)
     return chosen
 
 
@@ -416,9 +420,9 @@ def many_left_out(cases):
     but on the recordings in it, and on the other half of these."""
     chosen = {}
     ones = [i for i, c in enumerate(cases) if c.version in ("joined", "long")]
-    for half in (ones[0::2], ones[1::2]):
+    for half in (set(ones[0::2]), set(ones[1::2])):
         trees = fit([c for i, c in enumerate(cases) if i not in half])
-        chosen |= {i: int(trees.predict(cases[i].features.astype(np.float32)).argmin()) for i in half}
+        chosen |= {i: choice(trees, cases[i]) for i in half}
     return chosen
 
 
