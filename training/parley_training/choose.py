@@ -43,8 +43,8 @@ class Case:
 
     def regret(self):
         """What choosing each costs: errors more than the best one has, and a little for a wrong number of speakers."""
-        wrong = np.abs(self.scores[:, FOUND] - self.scores[:, THERE]) / np.maximum(self.scores[:, THERE], 2)
-        cost = self.errors() + 0.1 * np.minimum(wrong, 1)
+        wrong = np.abs(self.scores[:, FOUND] - self.scores[:, THERE])
+        cost = self.errors() + 0.1 * (wrong > 0) + 0.1 * np.minimum(wrong / np.maximum(self.scores[:, THERE], 2), 1)
         return np.minimum(cost - cost.min(), MAX_REGRET)
 
 
