@@ -216,8 +216,9 @@ def report(run, title, conversations):
         for into, values in zip((scores, near, heard), (*run.scores(features), numbers)):
             into.append(values)
     scores, near, heard = map(np.concatenate, (scores, near, heard))
-    print(f"  {title}: average precision {average_precision(scores, heard):.3f}; cosine to the old embeddings, one speaks "
-          f"{near[heard == 1].mean():.4f}, two {near[heard == 2].mean():.4f}", flush=True)
+    cosines = ", ".join(f"{what} {near[heard == number].mean():.4f}"
+                        for number, what in ((1, "one speaks"), (2, "two")) if (heard == number).any())
+    print(f"  {title}: average precision {average_precision(scores, heard):.3f}; cosine to the old embeddings, {cosines}", flush=True)
 
 
 def main():
