@@ -274,17 +274,17 @@ def weight_of(case):
     return {"": 4.0, "crop": 1.0, "joined": 1.0, "varied": 0.5, "corpus": 0.3, "long": 1.5}.get(case.version, 1.5)
 
 
-def boosted_trees(seed, **settings):
+def boosted_trees(**settings):
     """Of all that they are fitted on: which tenth is kept back to stop early moves long recordings by a point or two."""
     from sklearn.ensemble import HistGradientBoostingRegressor
-    return HistGradientBoostingRegressor(early_stopping=False, random_state=seed, **settings)
+    return HistGradientBoostingRegressor(early_stopping=False, random_state=0, **settings)
 
 
-def fit(cases, seed=0):
+def fit(cases):
     x = np.concatenate([c.features for c in cases]).astype(np.float32)
     y = np.log(np.concatenate([c.regret() for c in cases]) + 0.02)  # whether one is the best counts, not how bad bad ones are
     weights = np.concatenate([np.full(len(c.features), weight_of(c) / len(c.features)) for c in cases])
-    trees = boosted_trees(seed, max_iter=250, learning_rate=0.04, max_leaf_nodes=31, min_samples_leaf=300, l2_regularization=1.0)
+    trees = boosted_trees(max_iter=250, learning_rate=0.04, max_leaf_nodes=31, min_samples_leaf=300, l2_regularization=1.0)
     return trees.fit(x, y, sample_weight=weights * len(y) / weights.sum())
 
 
@@ -360,10 +360,10 @@ def segments_case(engine, name, version, sources, rows, reference):
     return Segments(version, sources, features, seconds, np.clip(right / seconds, 0, 1))
 
 
-def fit_confidence(found, seed=0):
+def fit_confidence(found):
     x, y = (np.concatenate([getattr(s, k) for s in found]) for k in ("features", "right"))
     weights = np.concatenate([np.sqrt(s.seconds) * weight_of(s) / np.sqrt(s.seconds).sum() for s in found])
-    trees = boosted_trees(seed, max_iter=120, learning_rate=0.05, max_leaf_nodes=8, min_samples_leaf=100)
+    trees = boosted_trees(max_iter=120, learning_rate=0.05, max_leaf_nodes=8, min_samples_leaf=100)
     return trees.fit(x.astype(np.float32), y, sample_weight=weights * len(y) / weights.sum())
 
 
