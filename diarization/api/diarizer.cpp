@@ -382,7 +382,8 @@ diarization diarizer::run(const std::string &path, const given_samples *given, c
         samples = read_any(&engine_, read_request(path, options, progress, &waveform), &result.note);
     }
     take_sound(samples, waveform, &result);
-    result.kept = std::make_shared<kept_embeddings>(engine_.embed(&samples, path, progress));
+    const int32_t level = engine_.level_of(&samples, path, progress);
+    result.kept = std::make_shared<kept_embeddings>(engine_.embed(&samples, level, path, progress));
     find_again(result.kept.get(), options, progress, &result);
     if (options.keep_embeddings == 0) result.kept.reset();
     return result;
@@ -414,7 +415,13 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
     result->duration = static_cast<double>(channels.front().size()) / RATE;
     std::vector<std::vector<double>> loud;
     loud.reserve(channels.size());
-    for (const auto &samples : channels) loud.push_back(loudness(samples));
+    std::vector<zx_parley_samples_t> recordings;
+    int32_t level = INT16_MIN;  // of the loudest one, so that what it leaks into others stays quiet
+    for (const auto &samples : channels) {
+        loud.push_back(loudness(samples));
+        recordings.push_back(borrowed(samples));
+        level = std::max(level, engine_.level_of(&recordings.back(), path, nullptr));
+    }
     centroids means;
     const auto num_channels = static_cast<double>(channels.size());
     for (size_t c = 0; c < channels.size(); c++) {
@@ -424,8 +431,7 @@ void diarizer::run_channels(const std::string &path, const given_samples *given,
         const std::vector<float> wave = waveform_of(channels[c].data(), channels[c].size());
         result->waveform.resize(wave.size());
         for (size_t i = 0; i < wave.size(); i++) result->waveform[i] = std::max(result->waveform[i], wave[i]);
-        zx_parley_samples_t samples = borrowed(channels[c]);
-        const embedding_table rows = engine_.embed(&samples, path, share);
+        const embedding_table rows = engine_.embed(&recordings[c], level, path, share);
         const frames embeddings = rows.view();
         tags labels = find(embeddings, one_speaker, share).labels;
         for (size_t f = 0; f < labels.size(); f++) {

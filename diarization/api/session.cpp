@@ -58,10 +58,12 @@ void session::hear(std::span<const int16_t> samples) {
         rows_.resize(rows_.size() + ZX_FILTERBANK_NUM_BANDS);
         int16_t *row = &rows_[rows_.size() - ZX_FILTERBANK_NUM_BANDS];
         check_engine(zx_filterbank_compute(filterbank_.get(), hop_.data(), row), name_);
-        zx_parley_internal_preprocess(owner_->own_engine()->get(), row, 1);
         hop_.clear();
     }
-    num_frames_ = layout().at(num_final_).start + static_cast<int32_t>(rows_.size() / ZX_PARLEY_FRAME_SIZE);
+    const auto num_frames = static_cast<int32_t>(rows_.size() / ZX_PARLEY_FRAME_SIZE);
+    meter_.add(rows_.data() + static_cast<size_t>(num_frames_) * ZX_PARLEY_FRAME_SIZE,
+               2 * int64_t{num_frames - num_frames_});
+    num_frames_ = num_frames;
 }
 
 // ---- Rows to embeddings
@@ -75,13 +77,18 @@ zx_parley_chunk_layout_t session::layout() const {
     return {num_frames_, param->chunk_length_frames, param->warmup_length_frames};
 }
 
-// A chunk, the one with which rows_ begins, through the network.
 void session::embed_chunk(const zx_parley_chunk_t &chunk) {
     const auto size = static_cast<size_t>(size_);
     std::vector<float> vectors(static_cast<size_t>(chunk.length) * size);
+    const auto begin = rows_.begin() + static_cast<std::ptrdiff_t>(chunk.start) * ZX_PARLEY_FRAME_SIZE;
+    std::vector<int16_t> rows(begin,
+                              begin + static_cast<std::ptrdiff_t>(chunk.length) * ZX_PARLEY_FRAME_SIZE);
+    amplify(rows.data(), 2 * int64_t{chunk.length}, gain_);
+    zx_parley_t *own = owner_->own_engine()->get();
     zx_error_prepare();
-    check_engine(zx_parley_classifier_internal_process_chunk(owner_->own_engine()->get()->classifier,
-                                                             rows_.data(), chunk.length, vectors.data()),
+    zx_parley_internal_preprocess(own, rows.data(), 2 * chunk.length);
+    check_engine(zx_parley_classifier_internal_process_chunk(own->classifier, rows.data(), chunk.length,
+                                                             vectors.data()),
                  name_);
     embeddings_.resize(static_cast<size_t>(chunk.end_kept) * size);
     const auto from = vectors.begin() + static_cast<std::ptrdiff_t>(chunk.first_kept - chunk.start) * size_;
@@ -89,13 +96,16 @@ void session::embed_chunk(const zx_parley_chunk_t &chunk) {
               embeddings_.begin() + static_cast<std::ptrdiff_t>(chunk.first_kept) * size_);
 }
 
-// One that is complete, and not the last, is final.
-void session::embed() {
-    const zx_parley_chunk_layout_t chunks = layout();
-    for (; num_final_ + 1 < chunks.num_chunks(); num_final_++) {
-        embed_chunk(chunks.at(num_final_));
-        rows_.erase(rows_.begin(), rows_.begin() + chunks.advance() * ZX_PARLEY_FRAME_SIZE);
+// A chunk that is complete, and not the last, is final, until the recording's level turns out to be another
+// by more than `tolerance`.
+void session::embed(int32_t tolerance) {
+    const int32_t gain = owner_->own_engine()->gain_for(meter_.level());
+    if (num_final_ == 0 || std::abs(gain - gain_) > tolerance) {
+        gain_ = gain;
+        num_final_ = 0;
     }
+    const zx_parley_chunk_layout_t chunks = layout();
+    for (; num_final_ + 1 < chunks.num_chunks(); num_final_++) embed_chunk(chunks.at(num_final_));
     embed_chunk(chunks.at(num_final_));
 }
 
@@ -157,8 +167,9 @@ diarization session::empty_result() const {
 }
 
 bool session::update(double share, diarization *state) {
+    constexpr int32_t TOLERANCE = 307;  // 3 dB
     if (num_frames_ == 0 || static_cast<size_t>(num_frames_) == labels_.size()) return false;
-    embed();
+    embed(TOLERANCE);
     const clock::time_point now = clock::now();
     const bool may_cluster =
         labels_.empty() || share * std::chrono::duration<double>(now - last_clustering_).count() >=
@@ -183,7 +194,7 @@ diarization session::end() {
     hear(converter_.convert(pending_));
     pending_.clear();
     if (num_frames_ == 0) throw diarization_error(PARLEY_INVALID, name_ + ": is shorter than 32 ms");
-    embed();
+    embed(0);
     diarization result = empty_result();
     const clustering_result found = owner_->find(embeddings(), options_, nullptr);
     result.note = found.note;

@@ -13,6 +13,7 @@
 #include "channels.h"
 #include "diarizer.h"
 #include "frames.h"
+#include "level.h"
 #include "zx_filterbank.h"
 #include "zx_parley_chunks.h"
 
@@ -35,7 +36,7 @@ public:
 
 private:
     void hear(std::span<const int16_t> samples);
-    void embed();
+    void embed(int32_t tolerance);
     zx_parley_chunk_layout_t layout() const;
     void embed_chunk(const zx_parley_chunk_t &chunk);
     void keep_numbers(const tags &found);
@@ -56,8 +57,11 @@ private:
     int64_t num_samples_ = 0;       // at the engine's rate
     waveform_drawer waveform_;
 
-    std::vector<int16_t> rows_;               // normalized, from the chunk that is not complete on
-    int32_t num_frames_ = 0, num_final_ = 0;  // final: chunks whose rows no more samples change
+    std::vector<int16_t> rows_;  // before normalization
+    int32_t num_frames_ = 0;
+    level_meter meter_;      // of rows_
+    int32_t gain_ = 0;       // with which embeddings_ were made
+    int32_t num_final_ = 0;  // chunks whose rows no more samples change
     std::vector<float> embeddings_;
     int32_t size_;  // of an embedding
 

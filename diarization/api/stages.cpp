@@ -136,8 +136,12 @@ void parley_stages_set_chunks(parley_stages *stages, int32_t chunk, int32_t warm
 parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows, int32_t num_frames,
                                   float *embeddings) {
     return guarded([&] {
-        check_engine(zx_parley_internal_embed_rows(stages->own.get(), rows, num_frames, embeddings),
-                     "embeddings");
+        const int64_t num_rows = 2 * int64_t{num_frames};
+        std::vector<int16_t> at_level(rows, rows + num_rows * ZX_FILTERBANK_NUM_BANDS);
+        amplify(at_level.data(), num_rows, stages->own.gain_for(level_of(rows, num_rows)));
+        check_engine(
+            zx_parley_internal_embed_rows(stages->own.get(), at_level.data(), num_frames, embeddings),
+            "embeddings");
     });
 }
 

@@ -45,6 +45,10 @@ struct reporter {
     zx_parley_progress_t record = {report, this};
 };
 
+int64_t num_rows(const zx_parley_samples_t &samples) {
+    return 2 * int64_t{samples.count / ZX_PARLEY_FRAME_LENGTH};
+}
+
 std::string hexadecimal(uint64_t value) {
     char text[17];
     std::snprintf(text, sizeof(text), "%016llx", static_cast<unsigned long long>(value));
@@ -127,12 +131,20 @@ zx_parley_samples_t engine::read_what_is_there(const std::string &path, const pr
     return samples;
 }
 
-embedding_table engine::embed(zx_parley_samples_t *samples, const std::string &subject,
-                              const progress_function &progress) {
+int32_t engine::level_of(zx_parley_samples_t *samples, const std::string &subject,
+                         const progress_function &progress) {
     zx_error_prepare();
     if (samples->count < ZX_PARLEY_FRAME_LENGTH)
         throw diarization_error(PARLEY_INVALID, subject + ": is shorter than 32 ms");
     if (!samples->feature) kind_ = source_kind::samples;
+    check_engine(zx_parley_internal_make_features(get(), samples, reporter(progress, kind_).get()), subject);
+    return ::level_of(samples->feature.get(), num_rows(*samples));
+}
+
+embedding_table engine::embed(zx_parley_samples_t *samples, int32_t level, const std::string &subject,
+                              const progress_function &progress) {
+    zx_error_prepare();
+    amplify(samples->feature.get(), num_rows(*samples), gain_for(level));
     embedding_table table;
     table.count = samples->count / ZX_PARLEY_FRAME_LENGTH;
     table.size = embedding_size();

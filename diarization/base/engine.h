@@ -8,6 +8,7 @@
 #include <string>
 
 #include "frames.h"
+#include "level.h"
 #include "parameters.h"
 #include "waveform.h"
 #include "zx_parley_internal.h"
@@ -50,9 +51,18 @@ public:
     // The samples in front of the place at which reading fails; maybe none.
     zx_parley_samples_t read_what_is_there(const std::string &path, const progress_function &progress);
 
-    // Releases the samples on the way. `subject` is for messages.
-    embedding_table embed(zx_parley_samples_t *samples, const std::string &subject,
+    // How loud they are (level.h). Leaves features in the place of the samples. `subject` is for messages.
+    int32_t level_of(zx_parley_samples_t *samples, const std::string &subject,
+                     const progress_function &progress);
+
+    // Of samples that are so loud, or a part of what is. Releases them on the way.
+    embedding_table embed(zx_parley_samples_t *samples, int32_t level, const std::string &subject,
                           const progress_function &progress);
+
+    // What is added to the features of a recording that is so loud.
+    int32_t gain_for(int32_t level) const {
+        return parameters_.level ? gain_to(*parameters_.level, level) : 0;
+    }
 
     tags cluster(const frames &embeddings, const thresholds &values, const progress_function &progress);
 

@@ -132,5 +132,6 @@ model_sections read_model_sections(std::string_view file, const std::string &nam
     read_trees(&from, NUM_CANDIDATE_FEATURES, &result.parameters.candidate_costs);
     read_trees(&from, NUM_SEGMENT_FEATURES, &result.parameters.segment_confidence);
     if (from.bytes_left() > 0) read_overlap_network(&from, &result.parameters.overlap);
+    if (from.bytes_left() > 0) result.parameters.level = from.take<int16_t>();
     return result;
 }

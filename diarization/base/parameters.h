@@ -5,6 +5,7 @@
 #define PARLEY_PARAMETERS_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +55,7 @@ struct model_parameters {
     regression_trees candidate_costs;     // what choosing a candidate would cost: log(share of speech + 0.02)
     regression_trees segment_confidence;  // the share of a segment in which its speaker speaks
     overlap_network overlap;
+    std::optional<int32_t> level;  // to which recordings are brought (base/level.h); none: as they are
 };
 
 struct model_sections {

@@ -210,6 +210,7 @@ struct trees_file {
     std::vector<int32_t> roots = {0, 3};
     // By feature 2: 1 up to 0.5, else 2; and 10 in any case.
     std::vector<tree_node> nodes = {{2, 2, 0.5F}, {-1, 0, 1}, {-1, 0, 2}, {-1, 0, 10}};
+    std::optional<int16_t> level;
     int32_t cut = 0;  // bytes missing
 
     std::string bytes() const {
@@ -226,6 +227,8 @@ struct trees_file {
         for (const int32_t root : roots) append(&parameters, root);
         for (const tree_node &node : nodes) append(&parameters, node);
         for (const int32_t value : {NUM_SEGMENT_FEATURES, 0, 0}) append(&parameters, value);
+        if (level) append(&parameters, 0);  // layers that hear two at once
+        if (level) append(&parameters, *level);
         parameters.resize(parameters.size() - static_cast<size_t>(cut));
         std::string file = network + parameters;
         append(&file, hash);
@@ -250,6 +253,10 @@ TEST(parameters, networks_and_trees_are_read) {
     EXPECT_THAT(speech.biases, testing::ElementsAre(5));
     EXPECT_THAT(speech.output_weights, testing::ElementsAre(6));
     EXPECT_EQ(speech.output_bias, 7);
+    EXPECT_EQ(sections.parameters.level, std::nullopt);  // of a former model
+    trees_file later;
+    later.level = -4000;
+    EXPECT_EQ(read_model_sections(later.bytes(), "model").parameters.level, -4000);
     EXPECT_TRUE(read_model_sections("network alone", "model").parameters.candidate_costs.is_empty());
 }
 

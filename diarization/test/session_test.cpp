@@ -43,6 +43,9 @@ TEST_F(listening, in_the_end_it_is_the_result_of_the_whole) {
     // Twice, so that chunks of the network are complete on the way.
     std::vector<int16_t> mono = speech;
     mono.insert(mono.end(), speech.begin(), speech.end());
+    std::vector<int16_t> louder;  // at the end, by 24 dB
+    for (const int16_t sample : speech) louder.push_back(static_cast<int16_t>(sample / 16));
+    louder.insert(louder.end(), speech.begin(), speech.end());
     std::vector<int16_t> stereo;
     for (const int16_t sample : resample(mono, 16000, 32000)) {
         stereo.push_back(sample);
@@ -51,7 +54,8 @@ TEST_F(listening, in_the_end_it_is_the_result_of_the_whole) {
     const struct {
         const std::vector<int16_t> *samples;
         int32_t channels, rate;
-    } cases[] = {{&mono, 1, 16000}, {&stereo, 2, 32000}, {&speech, 1, 44100}, {&speech, 1, 8000}};
+    } cases[] = {
+        {&mono, 1, 16000}, {&louder, 1, 16000}, {&stereo, 2, 32000}, {&speech, 1, 44100}, {&speech, 1, 8000}};
     std::mt19937 random(1);
     for (const auto &[samples, channels, rate] : cases) {
         session live(&owner_, "x", options_, channels, rate);

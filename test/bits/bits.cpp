@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "candidates.h"
+#include "level.h"
 #include "overlap_detection.h"
 #include "parameters.h"
 #include "resegmentation.h"
@@ -126,6 +127,12 @@ bool print_divisions(const char *path, const char *audio) {
     if (zx_parley_internal_read(audio, INT32_MAX, nullptr, &samples) != ZX_STATUS_SUCCESS) return false;
     samples.count = std::min(samples.count, 30 * 16000);
     const int32_t num_frames = samples.count / ZX_PARLEY_FRAME_LENGTH;
+    if (zx_parley_internal_make_features(object, &samples, nullptr) != ZX_STATUS_SUCCESS) return false;
+    if (parameters.level) {
+        int16_t *features = samples.feature.get();
+        const int64_t num_rows = 2 * int64_t{num_frames};
+        amplify(features, num_rows, gain_to(*parameters.level, level_of(features, num_rows)));
+    }
     zx_heap_ptr<float> rows;
     if (zx_parley_internal_embed(object, &samples, nullptr, &rows) != ZX_STATUS_SUCCESS) return false;
     const frames all = {rows.get(), num_frames, object->param->classifier->embedding->output_dimension};

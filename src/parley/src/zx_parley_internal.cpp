@@ -262,16 +262,23 @@ zx_status_t compute_features(zx_parley_t *object, const int16_t *pcm, int32_t nu
 
 }  // namespace
 
-zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *samples,
-                                     const zx_parley_progress_t *progress, zx_heap_ptr<float> *d_vector) {
+zx_status_t zx_parley_internal_make_features(zx_parley_t *object, zx_parley_samples_t *samples,
+                                             const zx_parley_progress_t *progress) {
     zx_status_t status = check_length(samples->count);
     if (status == ZX_STATUS_SUCCESS) status = check_filterbank(object);
+    if (status == ZX_STATUS_SUCCESS && !samples->feature)
+        status = compute_features(object, samples->pcm, samples->count / ZX_PARLEY_FRAME_LENGTH, progress,
+                                  &samples->feature);
+    if (status == ZX_STATUS_SUCCESS) samples->own.reset();
+    return status;
+}
+
+zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *samples,
+                                     const zx_parley_progress_t *progress, zx_heap_ptr<float> *d_vector) {
+    zx_status_t status = zx_parley_internal_make_features(object, samples, progress);
     if (status != ZX_STATUS_SUCCESS) return status;
     const int32_t num_frames = samples->count / ZX_PARLEY_FRAME_LENGTH;
     zx_heap_ptr<int16_t> feature = std::move(samples->feature);
-    if (!feature) status = compute_features(object, samples->pcm, num_frames, progress, &feature);
-    if (status != ZX_STATUS_SUCCESS) return status;
-    samples->own.reset();
     zx_parley_internal_preprocess(object, feature.get(), 2 * num_frames);
     const size_t embedding_size = static_cast<size_t>(object->param->classifier->embedding->output_dimension);
     d_vector->reset(

@@ -87,7 +87,12 @@ struct zx_parley_progress_t {
                                                        const zx_parley_progress_t *progress,
                                                        zx_parley_samples_t *samples);
 
-// At least 512 samples to samples->count / 512 rows of embeddings; releases the samples on the way.
+// At least 512 samples to samples->feature, unless it is there; releases the samples.
+// ZX_STATUS_INVALID_ARGUMENT, ZX_STATUS_INVALID_STATE (no feature extraction), ZX_STATUS_OUT_OF_MEMORY.
+[[nodiscard]] zx_status_t zx_parley_internal_make_features(zx_parley_t *object, zx_parley_samples_t *samples,
+                                                           const zx_parley_progress_t *progress);
+
+// At least 512 samples to samples->count / 512 rows of embeddings; releases samples and features on the way.
 // ZX_STATUS_INVALID_ARGUMENT, ZX_STATUS_INVALID_STATE (no feature extraction), ZX_STATUS_OUT_OF_MEMORY.
 [[nodiscard]] zx_status_t zx_parley_internal_embed(zx_parley_t *object, zx_parley_samples_t *samples,
                                                    const zx_parley_progress_t *progress,
