@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t ROWS_ABOVE = 312;  // 5 s
 constexpr int64_t SHARE_ABOVE = 100, SHORTEST_SHARE = 4;
-constexpr int32_t MOST_UP = 2458, MOST_DOWN = 3686;  // 24 and 36 dB
+constexpr int32_t MOST_UP = 2458;  // 24 dB
 
 }  // namespace
 
@@ -36,7 +36,7 @@ int32_t level_of(const int16_t *rows, int64_t num_rows) {
 }
 
 int32_t gain_to(int32_t target, int32_t level) {
-    return std::clamp(target - level, -MOST_DOWN, MOST_UP);
+    return std::clamp(target - level, 0, MOST_UP);
 }
 
 void amplify(int16_t *rows, int64_t num_rows, int32_t gain) {

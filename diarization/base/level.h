@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How loud a recording is, and its features as if it were as loud as others: the network hears quiet speech
-// worse than loud speech, and what is found must not depend on how far a recording was turned up.
+// How loud a recording is, and a quiet one's features as if it were louder: the network hears quiet speech
+// worse than loud speech. Loud ones stay as they are, since somebody in them may be quiet.
 //
 // Features are 1024 log10(energy / 2^30) of bands, 16-bit, so that a gain of g dB adds 102.4 g to each.
 #ifndef PARLEY_LEVEL_H
@@ -26,8 +26,8 @@ private:
 // Of rows in one piece.
 int32_t level_of(const int16_t *rows, int64_t num_rows);
 
-// What brings `level` to `target`, in the unit of features; at most 24 dB up, since louder than that the noise
-// of a quiet room sounds like speech.
+// What brings a lower `level` up to `target`, in the unit of features; at most 24 dB, since louder than that
+// the noise of a quiet room sounds like speech.
 int32_t gain_to(int32_t target, int32_t level);
 
 // Adds the gain to every value of the rows.

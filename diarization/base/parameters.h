@@ -55,7 +55,7 @@ struct model_parameters {
     regression_trees candidate_costs;     // what choosing a candidate would cost: log(share of speech + 0.02)
     regression_trees segment_confidence;  // the share of a segment in which its speaker speaks
     overlap_network overlap;
-    std::optional<int32_t> level;  // to which recordings are brought (base/level.h); none: as they are
+    std::optional<int32_t> level;  // to which quiet recordings are brought (base/level.h), if any
 };
 
 struct model_sections {

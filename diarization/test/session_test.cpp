@@ -43,8 +43,8 @@ TEST_F(listening, in_the_end_it_is_the_result_of_the_whole) {
     // Twice, so that chunks of the network are complete on the way.
     std::vector<int16_t> mono = speech;
     mono.insert(mono.end(), speech.begin(), speech.end());
-    std::vector<int16_t> louder;  // at the end, by 24 dB
-    for (const int16_t sample : speech) louder.push_back(static_cast<int16_t>(sample / 16));
+    std::vector<int16_t> louder;  // at the end, by 36 dB
+    for (const int16_t sample : speech) louder.push_back(static_cast<int16_t>(sample / 64));
     louder.insert(louder.end(), speech.begin(), speech.end());
     std::vector<int16_t> stereo;
     for (const int16_t sample : resample(mono, 16000, 32000)) {

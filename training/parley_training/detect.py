@@ -171,7 +171,7 @@ def left_out(cases, options):
             if fitted is None:
                 path.write_bytes(network)
             else:
-                write(path, network, b"", fitted, options.favour)
+                write(path, network, model_file.NO_OVERLAP, fitted, options.favour)
             engines.append(native.Engine(path))
         for c in filter(is_out, cases):
             found = [engine.segments(c.embeddings, thresholds) for engine in engines]

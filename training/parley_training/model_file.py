@@ -132,6 +132,14 @@ def network_of(data):
     return data[:len(data) - FOOTER.size - FOOTER.unpack(data[-FOOTER.size:])[1]]
 
 
+def has_parameters(data):
+    return len(network_of(data)) < len(data)
+
+
+# To which the library brings quiet recordings, 1024 log10(energy) of the loudest band: -65 dB, as loud as the quietest
+# development recordings.
+LEVEL = -6656
+NO_OVERLAP = _count(0)
 NO_SPEECH = _count(0, 0, 0) + struct.pack("<f", 0)
 NO_TREES = (([], [], native.library.parley_stages_num_features()), ([], [], native.library.parley_stages_num_segment_features()))
 
@@ -146,7 +154,7 @@ def speech_bytes(contexts, weights, biases, output_weights, output_bias):
 def speech_of(data):
     """The bytes of a file's network that detects speech."""
     network = network_of(data)
-    if len(network) == len(data):
+    if not has_parameters(data):
         return NO_SPEECH
     dimension, units, contexts = struct.unpack_from("<3i", data, len(network))
     size = 12 + 4 * (contexts + units * (contexts * dimension + 2) + 1)
@@ -171,18 +179,30 @@ def overlap_bytes(layers):
     return b"".join(parts)
 
 
-def overlap_of(data):
-    """The bytes of what hears two at once in a file, b"" where there is nothing of it."""
-    network = network_of(data)
-    if len(network) == len(data):
-        return b""
-    at = len(network) + len(speech_of(data))
+def _place_of_overlap(data):
+    at = len(network_of(data)) + len(speech_of(data))
     for _ in range(2):
         at += _size_of_trees(data, at)
-    return data[at:-FOOTER.size]
+    return at
+
+
+def overlap_of(data):
+    """The bytes of what hears two at once in a file."""
+    if not has_parameters(data):
+        return NO_OVERLAP
+    begin = at = _place_of_overlap(data)
+    if at == len(data) - FOOTER.size:  # former models have nothing behind the trees
+        return NO_OVERLAP
+    layers, = struct.unpack_from("<i", data, at)
+    at += 4
+    for _ in range(layers):
+        inputs, outputs, taps = struct.unpack_from("<3i", data, at)
+        at += 16 + outputs * (8 + inputs * taps)
+    return data[begin:at]
 
 
 def _write(path, network, parameters):
+    parameters += struct.pack("<h", LEVEL)
     Path(path).write_bytes(network + parameters + FOOTER.pack(hash_of(network), len(parameters), PARAMETERS_VERSION,
                                                               PARAMETERS_MAGIC))
 
@@ -199,8 +219,8 @@ def write_parameters(path, data, speech, all_trees, overlap):
 
 def write_overlap(path, data, overlap):
     """A model that has parameters, with something else that hears two at once."""
-    network, before = network_of(data), overlap_of(data)
-    _write(path, network, data[len(network):len(data) - FOOTER.size - len(before)] + overlap)
+    network = network_of(data)
+    _write(path, network, data[len(network):_place_of_overlap(data)] + overlap)
 
 
 def read(path):

@@ -268,7 +268,7 @@ def main():
             saved = time.time()
     path, heard_by = Path(options.out) / "overlap.zx", model_file.overlap_bytes(run.reader.layers(options.favour))
     data = Path(options.model).read_bytes()
-    if run.moves or len(model_file.network_of(data)) == len(data):
+    if run.moves or not model_file.has_parameters(data):
         state = {**run.network.state_dict(), "background": model["state"]["background"]}
         network = model_file.to_bytes(**dict(model, state=state))
         model_file.write_parameters(path, network, model_file.NO_SPEECH, model_file.NO_TREES, heard_by)

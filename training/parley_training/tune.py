@@ -213,9 +213,9 @@ def main():
             best = cost, lengths, thresholds
     if options.out:
         model = dict(model_file.read(options.model), lengths=best[1], thresholds=best[2])
-        data, overlap = model_file.write(options.out, model), model_file.overlap_of(Path(options.model).read_bytes())
-        if overlap:  # belongs to the embeddings; what is behind the network besides hangs on thresholds, too
-            model_file.write_parameters(options.out, data, model_file.NO_SPEECH, model_file.NO_TREES, overlap)
+        before, data = Path(options.model).read_bytes(), model_file.write(options.out, model)
+        if model_file.has_parameters(before):  # two at once and the level belong to the embeddings, the others hang on thresholds, too
+            model_file.write_parameters(options.out, data, model_file.NO_SPEECH, model_file.NO_TREES, model_file.overlap_of(before))
         print(f"{options.out}: {best[1][0]}/{best[1][1]}")
 
 

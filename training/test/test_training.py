@@ -326,7 +326,7 @@ class Detecting(Workspace):
         cases = [detect.Case("a", "telephone", "", speech, np.ones(len(speech), np.int8)),
                  detect.Case("b 1", "_noise", "", silence, np.zeros(len(silence), np.int8))]
         fitted = detect.fit(cases)
-        detect.write(self.folder / "model.zx", model, b"", fitted, 0.0)
+        detect.write(self.folder / "model.zx", model, model_file.NO_OVERLAP, fitted, 0.0)
         both = np.concatenate([speech, silence])
         with native.Engine(self.folder / "model.zx") as engine:
             found = engine.speech_log_odds(both)
@@ -439,7 +439,7 @@ class Choosing(Workspace):
             # Two trees: dear from the number on, and dear below it.
             nodes = [(0, 2, wanted), (-1, 0, 0.0), (-1, 0, 1.0), (0, 2, wanted - 0.5), (-1, 0, 1.0), (-1, 0, 0.0)]
             model_file.write_parameters(self.folder / "model.zx", network, speech, (([0, 3], nodes, features.shape[1]),
-                                        model_file.NO_TREES[1]), b"")
+                                        model_file.NO_TREES[1]), model_file.NO_OVERLAP)
             with native.Engine(self.folder / "model.zx") as engine:
                 _, tags, _ = engine.described_segments(embeddings)
             self.assertEqual(len(set(tags)), wanted)
