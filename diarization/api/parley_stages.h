@@ -42,7 +42,8 @@ PARLEY_API int32_t parley_stages_dimension(const parley_stages *stages);
 /* Frames a chunk and of warm-up instead of the model's; warmup >= 1 and 3 * warmup < chunk. */
 PARLEY_API void parley_stages_set_chunks(parley_stages *stages, int32_t chunk, int32_t warmup);
 
-/* Rows of parley_stage_features (two a frame) to num_frames unit embeddings. */
+/* A whole recording's rows of parley_stage_features (two a frame) to num_frames unit embeddings; those of a
+   quiet one are made louder. */
 PARLEY_API PARLEY_CHECKED parley_status parley_stages_embed(parley_stages *stages, const int16_t *rows,
                                                             int32_t num_frames, float *embeddings);
 

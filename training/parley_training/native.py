@@ -132,7 +132,7 @@ class Engine:
         library.parley_stages_set_chunks(self._engine, chunk, warmup)
 
     def embed(self, rows):
-        """Rows of `features` to unit embeddings: float32 (frames, dimension)."""
+        """A recording as rows of `features`, made louder where it is quiet, to unit embeddings: float32 (frames, dimension)."""
         frames = len(rows) // 2
         embeddings = np.empty((frames, self.dimension), np.float32)
         _check(library.parley_stages_embed(self._engine, np.ascontiguousarray(rows[: 2 * frames]), frames, embeddings))
